@@ -1,0 +1,39 @@
+#pragma once
+
+#include <functional>
+#include <set>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "ClientComm/TQHPTypes.h"
+#include "platform/runtime.h"
+
+/// Base of every object that another application can call by class name: invokes a method by its
+/// selector, and remembers who has called.
+class CLIENTCOMM_EXPORT TQHPAppEventBase : public platform::Object {
+ public:
+  ~TQHPAppEventBase() override;
+
+  /// The class name under which calls reach the object, and which its own calls carry.
+  const std::string& className() const noexcept;
+
+  /// Invokes the method for `selector` with `objects` as its arguments; missing ones are nil.
+  /// @return the method's text; nil when it yields none, or the object does not answer `selector`.
+  /// @throws platform::InvalidArgumentException when there are more objects than parameters;
+  ///         nothing is invoked then. What the method throws passes through.
+  OptionalString performSelector(std::string_view selector,
+                                 std::span<const OptionalString> objects);
+
+  /// Notes the bundle identifier of the caller of the invocation that follows.
+  /// @throws platform::InvalidArgumentException for nil: a caller without identity is not served.
+  virtual void setBundleID(const OptionalString& bundleID);
+
+ protected:
+  using BundleIDSet = std::set<std::string, std::less<>>;
+
+  TQHPAppEventBase();
+
+  /// The bundle identifiers of all who have ever called an object of this family; only grows.
+  static const BundleIDSet& bundleIDSet();
+};

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "ClientComm/TQHPTypes.h"
+
+namespace platform {
+class AppleEventDescriptor;
+}
+
+/// Info dictionary key of the helper's bundle identifier; hosts carry it in exactly this spelling.
+inline constexpr const char kHelperBundleId[] = "Helper Bundle indentifiter";
+
+/// Sends remote calls: a class name, a selector with its colons, and strings. Main thread only.
+///
+/// Every send returns the platform's status unchanged. A call without a result returns when the
+/// event was handed over; status 0 then says that the target runs, not that it has acted. A call
+/// with a result blocks, without limit, until the target has answered or ended.
+class CLIENTCOMM_EXPORT TQHPAppleEventSender {
+ public:
+  static TQHPAppleEventSender& share();
+
+  TQHPAppleEventSender(const TQHPAppleEventSender&) = delete;
+  TQHPAppleEventSender& operator=(const TQHPAppleEventSender&) = delete;
+
+  /// Sends to the helper, without a result.
+  OSErr sendEvnet(std::string_view className, std::string_view selectName,
+                  std::span<const std::string> args) noexcept;
+
+  /// Sends to the helper and waits for the reply.
+  /// @param result receives the reply's text; nil when there is none, also when the send failed.
+  OSErr sendEvnet(std::string_view className, std::string_view selectName,
+                  std::span<const std::string> args, OptionalString* result) noexcept;
+
+  /// Sends to the application with the bundle identifier `bundleID`, without a result.
+  OSErr sendEvnet(const OptionalString& bundleID, std::string_view className,
+                  std::string_view selectName, std::span<const std::string> args) noexcept;
+
+  /// Sends to the application with the bundle identifier `bundleID` and waits for the reply.
+  /// @param result receives the reply's text; nil when there is none, also when the send failed.
+  OSErr sendEvnet(const OptionalString& bundleID, std::string_view className,
+                  std::string_view selectName, std::span<const std::string> args,
+                  OptionalString* result) noexcept;
+
+ private:
+  TQHPAppleEventSender();
+
+  static platform::AppleEventDescriptor createEvnet(const OptionalString& bundleID,
+                                                    std::string_view className,
+                                                    std::string_view selectName,
+                                                    std::span<const std::string> args);
+
+  /// The helper's bundle identifier, read once from the host's Info dictionary; nil without it.
+  OptionalString helperBundleID_;
+};

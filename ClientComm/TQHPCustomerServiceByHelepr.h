@@ -1,0 +1,19 @@
+#pragma once
+
+#include "ClientComm/TQHPAppEventBase.h"
+
+/// Customer service through the helper; both return the send's own status.
+class CLIENTCOMM_EXPORT TQHPCustomerServiceByHelepr : public TQHPAppEventBase {
+ public:
+  static TQHPCustomerServiceByHelepr& share();
+
+  TQHPCustomerServiceByHelepr() = default;
+
+  const platform::Class& isa() const override;
+
+  /// Has the helper look for messages from customer service.
+  OSErr checkForHeleprMessage(const OptionalString& productID, const OptionalString& versionID);
+  /// Sends a request with the file at `attachment`.
+  OSErr customerService(const OptionalString& productID, const OptionalString& versionID,
+                        const OptionalString& email, const OptionalString& attachment);
+};

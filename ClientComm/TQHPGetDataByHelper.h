@@ -1,0 +1,17 @@
+#pragma once
+
+#include "ClientComm/TQHPAppEventBase.h"
+
+/// Queries of data that the helper holds.
+class CLIENTCOMM_EXPORT TQHPGetDataByHelper : public TQHPAppEventBase {
+ public:
+  static TQHPGetDataByHelper& share();
+
+  TQHPGetDataByHelper() = default;
+
+  const platform::Class& isa() const override;
+
+  /// The client ID that the helper keeps; blocks until it answers or ends.
+  /// @return nil when the helper could not be reached, or gave none.
+  OptionalString clientIDFormHelper();
+};

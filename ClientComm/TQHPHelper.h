@@ -1,0 +1,66 @@
+#pragma once
+
+#include <memory>
+
+#include "ClientComm/TQHPSuiteInfo.h"
+#include "ClientComm/TQHPTypes.h"
+
+namespace platform {
+class Timer;
+}
+class TQHPHelperCommunicate;
+
+/// A product's entry to its helper. The first `share()` installs, launches and starts the helper;
+/// from then on a timer on the calling thread's run loop makes sure, every 5 seconds, that it runs
+/// and has been started for this product. Main thread only. No method throws.
+class CLIENTCOMM_EXPORT TQHPHelper {
+ public:
+  static TQHPHelper& share();
+
+  TQHPHelper(const TQHPHelper&) = delete;
+  TQHPHelper& operator=(const TQHPHelper&) = delete;
+
+  /// Makes sure that the helper runs and has been started; each timer tick calls it.
+  void startHelper();
+  /// Tells the helper that the product no longer needs it; the timer starts it again within
+  /// 5 seconds, unless it has marked its server closed.
+  void stopHelper();
+  /// The timer's callback; does nothing for any timer but the library's own.
+  void autoautoStartIntervaTimerMethod(const platform::Timer* timer);
+
+  /// Count one use of `target`'s `key`: a counter known to the helper, or one made on first use.
+  void commIncreaseDataCollect(const OptionalString& target, const OptionalString& key);
+  void autoCreatedIncreaseDataCollect(const OptionalString& target, const OptionalString& key);
+  /// Files the text `value` under `target`.
+  void customStringDataCollect(const OptionalString& target, const OptionalString& value);
+  /// Switches the collection of usage data for this product.
+  void setProductCollectStatus(bool status);
+  /// Whether usage data is collected for this product; blocks until the helper answers.
+  bool productCollectStatus();
+  /// Has the usage data collected so far uploaded at once.
+  void directUploadData();
+  /// Sets the product ID under which usage data is filed; nil and "" are ignored.
+  void setDataCollectPID(const OptionalString& productID);
+
+  /// The suite page; block until the helper answers. Without an answer the record is empty.
+  TQHPSuiteInfo regSuiteInfo();
+  TQHPSuiteInfo unRegSuiteInfo();
+  /// Path of the page to show when the network cannot be reached; nil without an answer.
+  OptionalString netErrorPagePath();
+
+  /// Switches the product's tips, in the host bundle's settings files.
+  void setTipsEnable(bool enable);
+
+  /// Hands a file of the product to the helper; the path is passed on untouched.
+  /// @return 0 when handed over, else the send's own status; the helper is not launched for this.
+  OSErr uploadProductFile(const OptionalString& email, const OptionalString& filePath,
+                          const OptionalString& title, const OptionalString& description);
+
+ private:
+  TQHPHelper() = default;
+  ~TQHPHelper();
+  void init();
+
+  TQHPHelperCommunicate* cmmt_ = nullptr;
+  std::unique_ptr<platform::Timer> autoStartTimer_;
+};

@@ -1,0 +1,162 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ClientComm/TQHPAppEventBase.h"
+#include "ClientComm/TQHPHelperControl.h"
+#include "ClientComm/TQHPSuiteInfo.h"
+#include "ClientComm/TQHPUpgradeByHelper.h"
+
+// Info dictionary keys of the host, in the spelling that hosts carry.
+inline constexpr const char kHelperAppName[] = "Helepr App name";
+inline constexpr const char kHelperDefaultInstallPath[] = "Helper loaction path";
+
+// Keys in the user defaults.
+inline constexpr const char DataCollectPathKey[] = "DataCollectPath";
+inline constexpr const char KIsFirstStart[] = "IsFirstStart";
+inline constexpr const char KFirstStartPID[] = "FirstStartPID";
+inline constexpr const char KDataCollectPID[] = "DataCollectPID";
+
+/// Key in the helper's preferences: true while the helper's server is closed.
+inline constexpr const char TQHPServerClosed[] = "TQHPServerClosed";
+
+/// Status of an operation that sent nothing because the helper's server is marked closed.
+inline constexpr OSErr kHelperServerClosed = 10;
+/// Status of an operation whose helper was not running and could not be launched.
+inline constexpr OSErr kHelperNotLaunched = 1;
+
+/// Holds the product's identity and the helper's state; every service goes through it.
+///
+/// Main thread only. No method throws. Commands return as soon as the event is handed over;
+/// queries block, without limit, until the helper answers or ends.
+class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
+                                                public TQHPHelperControlCallBackDelegate {
+ public:
+  /// The controller. Its creation records the product in the user defaults, and installs, launches
+  /// and starts the helper.
+  static TQHPHelperCommunicate& share();
+
+  const platform::Class& isa() const override;
+
+  // --- The helper's life ---
+
+  /// Sends the start command, then records the first start, fetches the client ID and brings the
+  /// settings files into line. @return the start command's status.
+  OSErr startHelper();
+  /// Sends the stop command. @return its status.
+  OSErr stopHelper();
+  /// Asks whether the helper runs, and starts it for this product where that is still owed.
+  /// @return 0 when it runs, else the send's own status.
+  OSErr isAliveHelper();
+  /// Shows, hides the helper; makes sure first that it runs.
+  /// @return 10, 1, or the send's own status.
+  OSErr showHelper();
+  OSErr hideHelper();
+  /// Makes sure that the helper runs and has been started for this product.
+  /// @return 0; 10 when its server is marked closed; 1 when it could not be launched.
+  OSErr autoRestartHelper();
+  /// Whether the helper's server is open, by the helper's own preferences.
+  bool getDefaultHelperServerOpen();
+  /// Whether `status` says that the helper's server is closed.
+  bool isHelperSeverNotOpen(OSErr status) const { return status == kHelperServerClosed; }
+
+  // --- The product's identity ---
+
+  /// Reads the product ID and version, and records the product in the user defaults.
+  void synthesizeUserDefault();
+  /// The product ID of the first start ever, recorded on first use.
+  OptionalString firstStartPID();
+  /// Asks the helper for the client ID and keeps it. @return nil when there is no answer.
+  OptionalString clientIDFormHelper();
+  /// The client ID kept last.
+  const OptionalString& clientID() const { return clientID_; }
+
+  // --- Installation ---
+
+  /// Installs the helper from the host's bundle, or replaces an older installed copy.
+  void extractHelper();
+  /// Makes sure that the installed helper exists and runs, and starts it for this product.
+  bool launchHelepr();
+  /// Full path of the first entry of `directory` with the extension "app"; nil when there is none.
+  static OptionalString appPath(const std::string& directory);
+
+  /// 2 for ".", 0 when `text` begins with a decimal digit, else 1. `text` must not be empty.
+  static int typeOfCharacter(std::string_view text);
+  /// Cuts a version into runs of digits, runs of other characters, and single dots.
+  static std::vector<std::string> splitVersionString(const OptionalString& version);
+  /// @return 1 when `version` is newer than `toVersion`, -1 when older, 0 when equal. nil reads "".
+  static int compareVersion(const OptionalString& version, const OptionalString& toVersion);
+
+  // --- Upgrade ---
+
+  OSErr productUpgrade();
+  OSErr productReadyToUpgrade(bool ready);
+  void setProductUpgradeDelegate(TQHPProductUpgradeCallBackDelegate* delegate);
+  TQHPProductUpgradeCallBackDelegate* getProductUpgradeDelegate();
+
+  // --- Uploads and customer service; paths and texts are passed on untouched ---
+
+  OSErr uploadLogByEmail(const OptionalString& email, const OptionalString& filePath,
+                         const OptionalString& title, const OptionalString& description);
+  OSErr uploadUserFile(const OptionalString& email, const OptionalString& filePath,
+                       const OptionalString& title, const OptionalString& description);
+  /// Sends also when the helper is not running; it is not launched for this.
+  OSErr uploadProductFile(const OptionalString& email, const OptionalString& filePath,
+                          const OptionalString& title, const OptionalString& description);
+  OSErr checkForHeleprMessage();
+  OSErr customerserviceByEmail(const OptionalString& email, const OptionalString& attachment);
+
+  // --- Usage data ---
+
+  OSErr commIncreaseDataCollect(const OptionalString& target, const OptionalString& key);
+  OSErr autoCreatedIncreaseDataCollect(const OptionalString& target, const OptionalString& key);
+  OSErr customStringDataCollect(const OptionalString& target, const OptionalString& value);
+  OSErr directUploadData();
+  OSErr setProductCollectStatus(bool status);
+  /// Whether usage data is collected for the product; blocks until the helper answers.
+  bool productCollectStatus();
+  /// Stores the product ID under which usage records are filed.
+  void setCollectDataPID(const OptionalString& productID);
+  /// The product ID under which usage records are filed; the first-start ID where none was set.
+  OptionalString collectDataPID();
+  /// Makes Log/Data under `basePath` and records it in the user defaults, unless it exists.
+  void initDataCollectionPath(const OptionalString& basePath);
+
+  // --- Suite information and network-error page; block until the helper answers ---
+
+  TQHPSuiteInfo regSuiteInfo();
+  TQHPSuiteInfo unRegSuiteInfo();
+  OptionalString netErrorPagePath();
+
+  // --- Tips and advertising switches in the host bundle's files ---
+
+  void setTipsEnable(bool enable);
+  void setEnableAD(bool enable);
+  void saveTipsEnable();
+  void saveEnableAD();
+  void saveTipsEnableToPlistFile(bool enable);
+  void saveEnableADToPlistFile(bool enable);
+  void saveTipsEnableTostringsFile(bool enable);
+  void saveEnableADToStringsFile(bool enable);
+  /// The first property list in the bundle's Contents folder; nil when there is none.
+  static OptionalString searchPlistFilePath(const OptionalString& bundlePath);
+  /// The string table of the current localisation; nil when it has no folder.
+  static OptionalString searchCurrentStringsFilePath(const OptionalString& bundlePath);
+
+  // --- TQHPHelperControlCallBackDelegate ---
+
+  void willHelperExit() override;
+  void didCheckServerOpen(bool isOpen, const platform::Error* error) override;
+
+ private:
+  TQHPHelperCommunicate() = default;
+  void init();
+
+  OptionalString productID_;
+  OptionalString productVersion_;
+  bool isServerOpen_ = false;
+  bool isHelperAlive_ = false;
+  OptionalString clientID_;
+};

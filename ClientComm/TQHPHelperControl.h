@@ -1,0 +1,75 @@
+#pragma once
+
+#include <string_view>
+
+#include "ClientComm/TQHPAppEventBase.h"
+#include "platform/error.h"
+
+/// Hears what the helper announces.
+class CLIENTCOMM_EXPORT TQHPHelperControlCallBackDelegate {
+ public:
+  /// Whether the delegate wants the call named by `selector`, "willHelperExit" or
+  /// "didCheckServerOpen::"; it is asked before each call.
+  virtual bool respondsToSelector(std::string_view selector) const;
+
+  /// The helper is about to exit.
+  virtual void willHelperExit() = 0;
+
+  /// The helper has checked its server.
+  /// @param error null, or what the helper reported; valid during the call.
+  virtual void didCheckServerOpen(bool isOpen, const platform::Error* error) = 0;
+
+ protected:
+  ~TQHPHelperControlCallBackDelegate() = default;
+};
+
+/// The library's end of the helper's life-cycle commands and notices. No command waits for an
+/// answer: 0 says that it was handed over, and for `isAlive` this is the answer itself.
+class CLIENTCOMM_EXPORT TQHPHelperControl : public TQHPAppEventBase {
+ public:
+  static TQHPHelperControl& share();
+
+  /// Registers the new object for the helper's notices, in place of an earlier one.
+  TQHPHelperControl();
+  ~TQHPHelperControl() override;
+
+  const platform::Class& isa() const override;
+
+  /// Receiver of the notices; not kept alive. Null drops them.
+  TQHPHelperControlCallBackDelegate* helperCtrlDelegate() const { return helperCtrlDelegate_; }
+  void setHelperCtrlDelegate(TQHPHelperControlCallBackDelegate* delegate) {
+    helperCtrlDelegate_ = delegate;
+  }
+
+  /// Asks whether the helper can be reached.
+  /// @return 0 when it runs, `procNotFound` when it does not, else the send's own status.
+  OSErr isAlive(const OptionalString& productID, const OptionalString& prodeuctVersion);
+  /// Tells the helper to hide. @return the send's own status.
+  OSErr hide(const OptionalString& productID, const OptionalString& prodeuctVersion);
+  /// Tells the helper to show itself. @return the send's own status.
+  OSErr show(const OptionalString& productID, const OptionalString& prodeuctVersion);
+  /// Asks the helper to end; used when the installed copy is being replaced.
+  /// @return 0 when the event was handed over, which does not mean that the helper has acted on
+  ///         it; otherwise the send's own status (`procNotFound` when no helper is running).
+  OSErr exitHelper(const OptionalString& productID, const OptionalString& productVersion);
+  /// Tells the helper that the product no longer needs it. @return the send's own status.
+  OSErr stop(const OptionalString& productID, const OptionalString& prodeuctVersion);
+  /// Tells the helper to work for the product. @return the send's own status.
+  OSErr start(const OptionalString& productID, const OptionalString& prodeuctVersion);
+
+  /// Notice from the helper: it is about to exit.
+  /// @return 0.
+  OSErr helperExitNotify(const OptionalString& unused);
+  /// Notice from the helper: its server is open or not, with an error where `code` is not 0.
+  /// @return 0.
+  /// @throws platform::InvalidArgumentException for a code other than 0 without a description.
+  OSErr checkServerOpenCallBack(const OptionalString& unused, const OptionalString& isOpen,
+                                const OptionalString& code, const OptionalString& description);
+
+  /// Writes the effective "EnableAD" of the host into its bundle's first property list.
+  /// @return false only when the file could not be written.
+  bool saveEnableADToPlistFile();
+
+ private:
+  TQHPHelperControlCallBackDelegate* helperCtrlDelegate_ = nullptr;
+};

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "ClientComm/TQHPTypes.h"
+#include "platform/error.h"
+
+/// Domain of the errors that the helper reports.
+inline constexpr const char kHelperErrorCodeDomain[] = "HelperCommunicateErrorDomain";
+/// Key of the helper's own description in an error's user information.
+inline constexpr const char kHelperErrorDescription[] = "HelperCommunicateErrorDescription";
+
+/// Makes the error objects that delegates receive. They are plain platform errors: domain
+/// `kHelperErrorCodeDomain`, the helper's code, and its text under `kHelperErrorDescription`.
+class CLIENTCOMM_EXPORT TQHPHelperError : public platform::Error {
+ public:
+  /// @param code the helper's code as text; its leading decimal integer counts, 0 without one.
+  /// @param description the helper's text, kept unchanged.
+  /// @throws platform::InvalidArgumentException when `description` is nil.
+  static platform::Error errorWithCode(const OptionalString& code,
+                                       const OptionalString& description);
+};

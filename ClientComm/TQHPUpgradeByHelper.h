@@ -1,0 +1,63 @@
+#pragma once
+
+#include <string_view>
+
+#include "ClientComm/TQHPAppEventBase.h"
+#include "platform/error.h"
+
+/// Implemented by a host that lets the helper upgrade the product.
+class CLIENTCOMM_EXPORT TQHPProductUpgradeCallBackDelegate {
+ public:
+  /// Whether the delegate wants the call named by `selector`, "productWillUpgrade:"; it is asked
+  /// before each call.
+  virtual bool respondsToSelector(std::string_view selector) const;
+
+  /// The helper is about to upgrade the product; the host answers with `productReadyToUpgrade`.
+  /// @param error null, or what the helper reported instead; valid during the call.
+  virtual void productWillUpgrade(const platform::Error* error);
+
+ protected:
+  ~TQHPProductUpgradeCallBackDelegate() = default;
+};
+
+/// Asks the helper for upgrades and receives its question whether the product is ready.
+class CLIENTCOMM_EXPORT TQHPUpgradeByHelper : public TQHPAppEventBase {
+ public:
+  static TQHPUpgradeByHelper& share();
+
+  /// Registers the new object for the helper's callback, in place of an earlier one.
+  TQHPUpgradeByHelper();
+  ~TQHPUpgradeByHelper() override;
+
+  const platform::Class& isa() const override;
+
+  /// The host's listener; not kept alive. Null drops the callbacks.
+  TQHPProductUpgradeCallBackDelegate* productUpgradeDelegate() const {
+    return productUpgradeDelegate_;
+  }
+  TQHPProductUpgradeCallBackDelegate* getProductUpgradeDelegate() const {
+    return productUpgradeDelegate_;
+  }
+  void setProductUpgradeDelegate(TQHPProductUpgradeCallBackDelegate* delegate) {
+    productUpgradeDelegate_ = delegate;
+  }
+
+  /// Asks the helper to look for an upgrade and carry it out. @return the send's own status.
+  OSErr productUpgrade(const OptionalString& productID, const OptionalString& versionID);
+
+  /// Answers the helper's callback; "1", "0" or "ignore". The next callback reaches the delegate
+  /// again, also when the send failed. @return the send's own status.
+  OSErr productReadyToUpgrade(const OptionalString& productID, const OptionalString& versionID,
+                              const OptionalString& ready);
+
+  /// The helper's callback: an upgrade is about to happen, or has failed with a code other than 0.
+  /// One that comes while the delegate still owes an answer is answered "ignore".
+  /// @return 0, or the status of the "ignore".
+  /// @throws platform::InvalidArgumentException for a code other than 0 without a description.
+  OSErr productUpgradeCallBack(const OptionalString& unused1, const OptionalString& unused2,
+                               const OptionalString& code, const OptionalString& description);
+
+ private:
+  bool isUpgradeQueryResopned_ = true;
+  TQHPProductUpgradeCallBackDelegate* productUpgradeDelegate_ = nullptr;
+};

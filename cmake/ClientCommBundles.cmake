@@ -1,0 +1,1 @@
+# Functions that lay out application bundles.

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace platform {
+
+/// The platform's error object: what went wrong, as a domain, a code within it, and details by key.
+struct Error {
+  std::string domain;
+  std::int64_t code = 0;
+  std::map<std::string, std::string> userInfo;
+};
+
+}  // namespace platform

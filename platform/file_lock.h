@@ -1,0 +1,25 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+namespace platform {
+
+/// Holds a directory for one process at a time, among processes that ask the same way. The kernel
+/// lets go when the holder ends, however it ends; nothing is left on disk.
+class DirectoryLock {
+ public:
+  /// Waits until the directory at `path` is held, at most for `limit`.
+  DirectoryLock(const std::string& path, std::chrono::milliseconds limit) noexcept;
+  ~DirectoryLock();
+  DirectoryLock(const DirectoryLock&) = delete;
+  DirectoryLock& operator=(const DirectoryLock&) = delete;
+
+  /// False when the directory could not be opened or the limit passed.
+  bool isHeld() const noexcept { return descriptor_ >= 0; }
+
+ private:
+  int descriptor_ = -1;
+};
+
+}  // namespace platform

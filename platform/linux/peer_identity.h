@@ -1,0 +1,20 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+
+#include "platform/process_manager.h"
+
+namespace platform {
+
+/// The serial number of the process at the other end of a connection, remembered so that
+/// `ProcessInformationCopyDictionary` can be asked for it.
+///
+/// What counts is the kernel's word: the executable that the process `pid` runs. Only where that
+/// process has ended already (a caller that sends and exits at once), the executable counts which it
+/// handed over open with its event, `executable` (-1 for none).
+/// @return nothing when the executable lies in no application bundle, or cannot be told.
+std::optional<ProcessSerialNumber> serialNumberForPeer(pid_t pid, int executable);
+
+}  // namespace platform

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/linux/scoped_fd.h"
+
+/// The private folder in which the applications of one user find each other.
+namespace platform {
+
+/// Path of the folder "ClientComm" under the user's runtime directory.
+const std::string& runtimeFolderPath();
+
+/// Opens the folder (O_PATH), after making it where it is missing and `create` is set. It must be a
+/// real directory of this user; one that is open to others is closed to them first.
+/// @return an invalid descriptor with errno set: ENOENT when missing, ENOTDIR or ELOOP when
+///         something else stands there, EPERM when it belongs to another user.
+ScopedFd openRuntimeFolder(bool create) noexcept;
+
+/// The file name that stands for a bundle identifier of any length and content in the folder:
+/// 32 lower-case hexadecimal digits, the front half of its SHA-256.
+std::string fileNameForIdentifier(std::string_view identifier);
+
+}  // namespace platform

@@ -1,0 +1,135 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "platform/export.h"
+#include "platform/types.h"
+
+/// The run-time registry: classes by name, methods by selector. A class is callable by name only
+/// when its process has registered it, and a method only when its class lists it.
+namespace platform {
+
+class Class;
+
+/// Raised for an argument that the callee cannot take: nil where a value is needed, or more
+/// arguments than a selector has.
+class CLIENTCOMM_EXPORT InvalidArgumentException : public std::invalid_argument {
+ public:
+  using std::invalid_argument::invalid_argument;
+};
+
+/// Root of everything that can be reached by class name.
+class CLIENTCOMM_EXPORT Object {
+ public:
+  Object() = default;
+  virtual ~Object();
+  Object(const Object&) = delete;
+  Object& operator=(const Object&) = delete;
+
+  /// The run-time class that the object was made as.
+  virtual const Class& isa() const = 0;
+};
+
+/// One method of a class, as it can be called by selector: only strings in; a string, or nil for
+/// every other kind of result, out.
+struct Method {
+  std::string_view selector;
+  std::size_t argumentCount;
+  /// Calls the method with exactly `argumentCount` arguments. Lets exceptions through.
+  OptionalString (*invoke)(Object& receiver, std::span<const OptionalString> arguments);
+};
+
+/// A class that can be found by name: how an instance is made, and its methods.
+class CLIENTCOMM_EXPORT Class {
+ public:
+  /// Makes and initialises an instance; null when the class gives none.
+  using Factory = std::shared_ptr<Object> (*)();
+
+  Class(std::string name, Factory factory, std::vector<Method> methods);
+  ~Class();
+  Class(const Class&) = delete;
+  Class& operator=(const Class&) = delete;
+
+  const std::string& name() const noexcept { return name_; }
+  std::shared_ptr<Object> makeInstance() const { return factory_(); }
+
+  /// The method for `selector`; null when instances do not answer it.
+  const Method* methodForSelector(std::string_view selector) const noexcept;
+
+ private:
+  std::string name_;
+  Factory factory_;
+  std::vector<Method> methods_;
+};
+
+/// Makes `cls` callable by its name in this process; a later class of the same name takes its
+/// place. `cls` must live as long as the process.
+CLIENTCOMM_EXPORT void registerClass(const Class& cls);
+
+/// The registered class called `name`; null when there is none.
+CLIENTCOMM_EXPORT const Class* classNamed(std::string_view name) noexcept;
+
+namespace runtime_detail {
+
+template <typename Function>
+struct MemberFunction;
+template <typename R, typename T, typename... Args>
+struct MemberFunction<R (T::*)(Args...)> {
+  using Receiver = T;
+  using Result = R;
+  static constexpr std::size_t kArgumentCount = sizeof...(Args);
+  static constexpr bool kTakesOnlyStrings =
+      (std::is_same_v<std::remove_cvref_t<Args>, OptionalString> && ...);
+};
+template <typename R, typename T, typename... Args>
+struct MemberFunction<R (T::*)(Args...) const> : MemberFunction<R (T::*)(Args...)> {};
+
+template <typename Result>
+inline constexpr bool kIsText =
+    std::is_same_v<Result, OptionalString> || std::is_same_v<Result, std::string>;
+
+template <auto kFunction, std::size_t... kIndex>
+OptionalString invoke(Object& receiver, std::span<const OptionalString> arguments,
+                      std::index_sequence<kIndex...> /*indices*/) {
+  using Traits = MemberFunction<decltype(kFunction)>;
+  auto& target = static_cast<typename Traits::Receiver&>(receiver);
+  if constexpr (kIsText<typename Traits::Result>) {
+    return (target.*kFunction)(arguments[kIndex]...);
+  } else {
+    // A status or a flag is no text; the caller reads such a result as nil.
+    static_cast<void>((target.*kFunction)(arguments[kIndex]...));
+    return std::nullopt;
+  }
+}
+
+}  // namespace runtime_detail
+
+/// The table entry that binds `selector` to a member function, whose parameters must all be
+/// strings. The number of arguments and the kind of result come from the function's own type.
+template <auto kFunction>
+constexpr Method method(std::string_view selector) {
+  using Traits = runtime_detail::MemberFunction<decltype(kFunction)>;
+  static_assert(Traits::kTakesOnlyStrings, "a callable method takes strings only");
+  return Method{selector, Traits::kArgumentCount,
+                [](Object& receiver, std::span<const OptionalString> arguments) {
+                  return runtime_detail::invoke<kFunction>(
+                      receiver, arguments, std::make_index_sequence<Traits::kArgumentCount>{});
+                }};
+}
+
+/// The factory of a class whose instances are made with `new T`.
+template <typename T>
+std::shared_ptr<Object> makeShared() {
+  return std::make_shared<T>();
+}
+
+}  // namespace platform

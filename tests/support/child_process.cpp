@@ -1,0 +1,98 @@
+#include "tests/support/child_process.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <utility>
+
+namespace support {
+
+ChildProcess ChildProcess::spawn(const std::vector<std::string>& arguments) {
+  int input[2];
+  int output[2];
+  if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0) {
+    ADD_FAILURE() << "pipe2: errno " << errno;
+    return {-1, -1, -1};
+  }
+  std::vector<char*> argv;
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    dup2(input[0], STDIN_FILENO);
+    dup2(output[1], STDOUT_FILENO);
+    execv(argv[0], argv.data());
+    _exit(127);
+  }
+  close(input[0]);
+  close(output[1]);
+  return {pid, input[1], output[0]};
+}
+
+ChildProcess ChildProcess::fork(const std::function<int()>& body) {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    _exit(body());
+  }
+  return {pid, -1, -1};
+}
+
+ChildProcess::ChildProcess(ChildProcess&& other) noexcept
+    : pid_(std::exchange(other.pid_, -1)),
+      input_(std::exchange(other.input_, -1)),
+      output_(std::exchange(other.output_, -1)),
+      buffer_(std::move(other.buffer_)),
+      status_(other.status_) {}
+
+ChildProcess::~ChildProcess() {
+  if (pid_ > 0 && !status_) {
+    kill(pid_, SIGKILL);
+    wait();
+  }
+  if (input_ >= 0) close(input_);
+  if (output_ >= 0) close(output_);
+}
+
+void ChildProcess::signal(int number) const { kill(pid_, number); }
+
+void ChildProcess::write(const std::string& text) const {
+  EXPECT_EQ(::write(input_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+}
+
+int ChildProcess::wait() {
+  if (status_) return *status_;
+  int status = 0;
+  while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+  }
+  status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return *status_;
+}
+
+std::optional<std::string> ChildProcess::readLine() {
+  for (;;) {
+    if (const auto end = buffer_.find('\n'); end != std::string::npos) {
+      std::string line = buffer_.substr(0, end);
+      buffer_.erase(0, end + 1);
+      return line;
+    }
+    char chunk[4096];
+    const ssize_t count = read(output_, chunk, sizeof chunk);
+    if (count <= 0) return std::nullopt;
+    buffer_.append(chunk, static_cast<std::size_t>(count));
+  }
+}
+
+std::string ChildProcess::readAll() {
+  std::string text;
+  while (const auto line = readLine()) text += *line + '\n';
+  return text;
+}
+
+}  // namespace support

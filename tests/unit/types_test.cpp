@@ -1,0 +1,7 @@
+#include <gtest/gtest.h>
+
+#include "platform/types.h"
+
+TEST(Types, NilAndEmptyStringAreDifferentValues) {
+  EXPECT_NE(platform::OptionalString(), platform::OptionalString(""));
+}
