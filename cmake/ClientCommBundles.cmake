@@ -1,1 +1,297 @@
-# Functions that lay out application bundles.
+# Functions that lay out application bundles:
+#
+#   <dir>/<NAME>.app/Contents/Info.plist
+#                             Linux/<executable>
+#                             Frameworks/            the ClientComm library, the application's own copy
+#                             Resources/
+#
+# A build refreshes only what changed. In particular a file that the running application has written
+# in its bundle (its switches, in Info.plist and in the strings files) stays as it is until its source
+# changes.
+include_guard(GLOBAL)
+cmake_policy(VERSION 3.25)
+
+# clientcomm_add_application(<target>
+#   NAME <name>                     name of the bundle, and CFBundleName
+#   IDENTIFIER <identifier>         CFBundleIdentifier
+#   VERSION <version>               CFBundleVersion
+#   SOURCES <file>...
+#   [EXECUTABLE <name>]             CFBundleExecutable; NAME unless given
+#   [INFO "<key>=<text>"...]        further texts of the Info dictionary; keys may have spaces
+#   [BOOLEANS "<key>=true|false"...]
+#   [RESOURCES <path>...]           files, folders, or the contents of a folder: "folder/"
+#   [OUTPUT_DIRECTORY <dir>])       where the bundle goes; the current binary folder unless given
+#
+# Makes an executable that links ClientComm::ClientComm, inside a bundle of its own. Building <target>
+# completes the bundle. Its folder is the target's property CLIENTCOMM_BUNDLE_DIR.
+function(clientcomm_add_application target)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "NAME;IDENTIFIER;VERSION;EXECUTABLE;OUTPUT_DIRECTORY"
+                        "SOURCES;INFO;BOOLEANS;RESOURCES")
+  _clientcomm_check_application_arguments(${target})
+  if(NOT DEFINED arg_EXECUTABLE)
+    set(arg_EXECUTABLE "${arg_NAME}")
+  endif()
+  _clientcomm_bundle_directory(bundle ${target} "${arg_OUTPUT_DIRECTORY}" "${arg_NAME}")
+
+  add_executable(${target})
+  target_sources(${target} PRIVATE ${arg_SOURCES})
+  target_link_libraries(${target} PRIVATE ClientComm::ClientComm)
+  set_target_properties(${target} PROPERTIES
+    OUTPUT_NAME "${arg_EXECUTABLE}"
+    RUNTIME_OUTPUT_DIRECTORY "${bundle}/Contents/Linux"
+    BUILD_WITH_INSTALL_RPATH ON
+    INSTALL_RPATH "\$ORIGIN/../Frameworks"
+    CLIENTCOMM_BUNDLE_DIR "${bundle}"
+    CLIENTCOMM_BUNDLE_NAME "${arg_NAME}"
+    CLIENTCOMM_BUNDLE_IDENTIFIER "${arg_IDENTIFIER}"
+    CLIENTCOMM_BUNDLE_FILES "")
+
+  _clientcomm_set_info(${target} CFBundleInfoDictionaryVersion string "6.0")
+  _clientcomm_set_info(${target} CFBundlePackageType string "APPL")
+  _clientcomm_set_info(${target} CFBundleName string "${arg_NAME}")
+  _clientcomm_set_info(${target} CFBundleIdentifier string "${arg_IDENTIFIER}")
+  _clientcomm_set_info(${target} CFBundleVersion string "${arg_VERSION}")
+  _clientcomm_set_info(${target} CFBundleExecutable string "${arg_EXECUTABLE}")
+
+  # Taken from the arguments one by one: a list would break at the brackets that a text may hold.
+  set(section "")
+  math(EXPR last "${ARGC} - 1")
+  foreach(index RANGE 1 ${last})
+    if("${ARGV${index}}" MATCHES
+       "^(NAME|IDENTIFIER|VERSION|EXECUTABLE|OUTPUT_DIRECTORY|SOURCES|INFO|BOOLEANS|RESOURCES)$")
+      set(section "${CMAKE_MATCH_1}")
+    elseif(section STREQUAL "INFO")
+      _clientcomm_set_info_assignment(${target} string "${ARGV${index}}")
+    elseif(section STREQUAL "BOOLEANS")
+      _clientcomm_set_info_assignment(${target} boolean "${ARGV${index}}")
+    endif()
+  endforeach()
+
+  _clientcomm_write_info(${target})
+  _clientcomm_copy_library(${target})
+  _clientcomm_copy_resources(${target} ${arg_RESOURCES})
+endfunction()
+
+# clientcomm_embed_helper(<host> <helper> [INSTALL_LOCATION <folder>])
+#
+# Puts the whole bundle of the application <helper> among the resources of the application <host>,
+# and names it in the host's Info dictionary, by the keys under which the library looks for it.
+# INSTALL_LOCATION is the folder that the host installs the helper in; it may begin with "~".
+# Both applications are made by clientcomm_add_application, <helper> before this call.
+function(clientcomm_embed_helper host helper)
+  cmake_parse_arguments(PARSE_ARGV 2 arg "" "INSTALL_LOCATION" "")
+  if(DEFINED arg_UNPARSED_ARGUMENTS)
+    message(FATAL_ERROR "clientcomm_embed_helper: unknown arguments: ${arg_UNPARSED_ARGUMENTS}")
+  endif()
+  foreach(application IN ITEMS ${host} ${helper})
+    if(NOT TARGET ${application})
+      message(FATAL_ERROR "clientcomm_embed_helper: there is no target ${application}")
+    endif()
+    get_target_property(name ${application} CLIENTCOMM_BUNDLE_NAME)
+    if(NOT name)
+      message(FATAL_ERROR
+        "clientcomm_embed_helper: ${application} was not made by clientcomm_add_application")
+    endif()
+  endforeach()
+
+  get_target_property(identifier ${helper} CLIENTCOMM_BUNDLE_IDENTIFIER)
+  _clientcomm_set_info(${host} "Helper Bundle indentifiter" string "${identifier}")
+  _clientcomm_set_info(${host} "Helepr App name" string "${name}")
+  if(DEFINED arg_INSTALL_LOCATION)
+    _clientcomm_set_info(${host} "Helper loaction path" string "${arg_INSTALL_LOCATION}")
+  endif()
+
+  get_target_property(host_bundle ${host} CLIENTCOMM_BUNDLE_DIR)
+  get_target_property(helper_bundle ${helper} CLIENTCOMM_BUNDLE_DIR)
+  set(embedded "${host_bundle}/Contents/Resources/${name}.app")
+  add_custom_command(
+    OUTPUT "${embedded}/Contents/Info.plist"
+    COMMAND "${CMAKE_COMMAND}" "-DFROM=${helper_bundle}" "-DTO=${embedded}"
+            -P "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/ClientCommMirror.cmake"
+    COMMAND "${CMAKE_COMMAND}" -E touch "${embedded}/Contents/Info.plist"
+    DEPENDS ${helper} "$<GENEX_EVAL:$<TARGET_PROPERTY:${helper},CLIENTCOMM_BUNDLE_FILES>>"
+            "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/ClientCommMirror.cmake"
+    COMMENT "Putting ${name}.app into ${host}"
+    VERBATIM)
+  _clientcomm_add_bundle_files(${host} ${host}_helper "${embedded}/Contents/Info.plist")
+endfunction()
+
+macro(_clientcomm_check_application_arguments target)
+  if(DEFINED arg_UNPARSED_ARGUMENTS)
+    message(FATAL_ERROR
+      "clientcomm_add_application(${target}): unknown arguments: ${arg_UNPARSED_ARGUMENTS}")
+  endif()
+  foreach(required IN ITEMS NAME IDENTIFIER VERSION SOURCES)
+    if("${arg_${required}}" STREQUAL "")
+      message(FATAL_ERROR "clientcomm_add_application(${target}): ${required} is missing")
+    endif()
+  endforeach()
+  if("${arg_NAME}" MATCHES "[/;<>#]" OR "${arg_EXECUTABLE}" MATCHES "[/;<>#]")
+    message(FATAL_ERROR
+      "clientcomm_add_application(${target}): a name must not contain any of / ; < > #")
+  endif()
+endmacro()
+
+# Sets <variable> to the folder of the bundle, one per configuration where a build tree has several.
+function(_clientcomm_bundle_directory variable target directory name)
+  cmake_path(ABSOLUTE_PATH directory BASE_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}" NORMALIZE)
+  cmake_path(APPEND directory "${name}.app" OUTPUT_VARIABLE bundle)
+  get_property(owner GLOBAL PROPERTY "CLIENTCOMM_BUNDLE_AT_${bundle}")
+  if(owner)
+    message(FATAL_ERROR "clientcomm_add_application(${target}): ${owner} is already at ${bundle}; "
+                        "give another OUTPUT_DIRECTORY")
+  endif()
+  set_property(GLOBAL PROPERTY "CLIENTCOMM_BUNDLE_AT_${bundle}" ${target})
+  get_property(is_multi_config GLOBAL PROPERTY GENERATOR_IS_MULTI_CONFIG)
+  if(is_multi_config)
+    set(bundle "${directory}/$<CONFIG>/${name}.app")
+  endif()
+  set(${variable} "${bundle}" PARENT_SCOPE)
+endfunction()
+
+# Adds one entry to the Info dictionary.
+function(_clientcomm_set_info target key type value)
+  _clientcomm_escape_xml(key "${key}")
+  get_target_property(entries ${target} CLIENTCOMM_BUNDLE_INFO)
+  string(FIND "${entries}" "<key>${key}</key>" position)
+  if(NOT position EQUAL -1)
+    message(FATAL_ERROR "${target}: the Info key \"${key}\" is set twice")
+  endif()
+  if(type STREQUAL "boolean")
+    string(TOLOWER "${value}" value)
+    if(NOT value MATCHES "^(true|false)$")
+      message(FATAL_ERROR "${target}: the value of \"${key}\" must be true or false")
+    endif()
+    set(element "<${value}/>")
+  else()
+    _clientcomm_escape_xml(value "${value}")
+    set(element "<string>${value}</string>")
+  endif()
+  set_property(TARGET ${target} APPEND_STRING PROPERTY CLIENTCOMM_BUNDLE_INFO
+    "  <key>${key}</key>\n  ${element}\n")
+endfunction()
+
+# Adds one entry to the Info dictionary, given as "key=value".
+function(_clientcomm_set_info_assignment target type assignment)
+  string(FIND "${assignment}" "=" position)
+  if(position LESS 1)
+    message(FATAL_ERROR "${target}: \"${assignment}\" is not of the form key=value")
+  endif()
+  string(SUBSTRING "${assignment}" 0 ${position} key)
+  math(EXPR position "${position} + 1")
+  string(SUBSTRING "${assignment}" ${position} -1 value)
+  _clientcomm_set_info(${target} "${key}" ${type} "${value}")
+endfunction()
+
+# The dollar sign is escaped too, because the text goes through generator expressions.
+function(_clientcomm_escape_xml variable text)
+  string(ASCII 13 carriage_return)
+  string(REPLACE "&" "&amp;" text "${text}")
+  string(REPLACE "<" "&lt;" text "${text}")
+  string(REPLACE ">" "&gt;" text "${text}")
+  string(REPLACE "$" "&#36;" text "${text}")
+  string(REPLACE "${carriage_return}" "&#13;" text "${text}")
+  set(${variable} "${text}" PARENT_SCOPE)
+endfunction()
+
+# Writes the Info dictionary beside the bundle when the build is generated, with what was set until
+# then, and copies it in when it differs from the last one.
+function(_clientcomm_write_info target)
+  set(generated "${CMAKE_CURRENT_BINARY_DIR}/${target}.bundle/Info.plist")
+  string(CONCAT header
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<plist version=\"1.0\">\n<dict>\n")
+  file(GENERATE OUTPUT "${generated}" CONTENT
+    "${header}$<TARGET_PROPERTY:${target},CLIENTCOMM_BUNDLE_INFO></dict>\n</plist>\n")
+  _clientcomm_copy_files(${target} ${target}_info "${generated}" "Info.plist")
+endfunction()
+
+# Gives the bundle its own copy of the library, under the name that the executable asks for.
+function(_clientcomm_copy_library target)
+  get_target_property(bundle ${target} CLIENTCOMM_BUNDLE_DIR)
+  set(frameworks "${bundle}/Contents/Frameworks")
+  add_custom_command(TARGET ${target} POST_BUILD
+    COMMAND "${CMAKE_COMMAND}"
+            "-DFROM=$<TARGET_FILE:ClientComm::ClientComm>"
+            "-DTO=${frameworks}/$<TARGET_FILE_NAME:ClientComm::ClientComm>"
+            "-DLINK=$<TARGET_SONAME_FILE_NAME:ClientComm::ClientComm>"
+            -P "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/ClientCommMirror.cmake"
+    VERBATIM)
+endfunction()
+
+function(_clientcomm_copy_resources target)
+  set(pairs "")
+  foreach(resource IN LISTS ARGN)
+    set(contents_only FALSE)
+    if(resource MATCHES "/$")
+      set(contents_only TRUE)
+    endif()
+    cmake_path(ABSOLUTE_PATH resource BASE_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}" NORMALIZE)
+    string(REGEX REPLACE "/$" "" resource "${resource}")
+    if(NOT IS_DIRECTORY "${resource}")
+      cmake_path(GET resource FILENAME name)
+      list(APPEND pairs "${resource}" "Resources/${name}")
+      continue()
+    endif()
+    set(base "${resource}")
+    if(NOT contents_only)
+      cmake_path(GET resource PARENT_PATH base)
+    endif()
+    file(GLOB_RECURSE files CONFIGURE_DEPENDS LIST_DIRECTORIES false "${resource}/*")
+    foreach(file IN LISTS files)
+      cmake_path(RELATIVE_PATH file BASE_DIRECTORY "${base}" OUTPUT_VARIABLE name)
+      list(APPEND pairs "${file}" "Resources/${name}")
+    endforeach()
+  endforeach()
+  _clientcomm_copy_files(${target} ${target}_resources ${pairs})
+endfunction()
+
+# Copies files into the bundle, each when it is newer than its copy. <pairs> are a file and its place
+# below Contents, by turns.
+function(_clientcomm_copy_files target step)
+  get_target_property(bundle ${target} CLIENTCOMM_BUNDLE_DIR)
+  set(pairs ${ARGN})
+  set(copies "")
+  while(pairs)
+    list(POP_FRONT pairs file place)
+    set(copy "${bundle}/Contents/${place}")
+    add_custom_command(
+      OUTPUT "${copy}"
+      COMMAND "${CMAKE_COMMAND}" "-DFROM=${file}" "-DTO=${copy}"
+              -P "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/ClientCommMirror.cmake"
+      COMMAND "${CMAKE_COMMAND}" -E touch "${copy}"
+      DEPENDS "${file}"
+      COMMENT "Copying ${place} of ${target}"
+      VERBATIM)
+    list(APPEND copies "${copy}")
+  endwhile()
+  _clientcomm_remove_former_copies(${step} ${copies})
+  if(copies)
+    _clientcomm_add_bundle_files(${target} ${step} ${copies})
+  endif()
+endfunction()
+
+# Removes the copies of files that were resources when the build was last configured, and are no more.
+function(_clientcomm_remove_former_copies step)
+  set(record "${CMAKE_CURRENT_BINARY_DIR}/${step}.copies")
+  if(EXISTS "${record}")
+    file(STRINGS "${record}" former ENCODING UTF-8)
+    list(REMOVE_ITEM former ${ARGN})
+    foreach(copy IN LISTS former)
+      file(REMOVE "${copy}")
+      foreach(config IN LISTS CMAKE_CONFIGURATION_TYPES)
+        string(REPLACE "$<CONFIG>" "${config}" path "${copy}")
+        file(REMOVE "${path}")
+      endforeach()
+    endforeach()
+  endif()
+  list(JOIN ARGN "\n" text)
+  file(WRITE "${record}" "${text}\n")
+endfunction()
+
+# Makes files part of the bundle that building <target> completes.
+function(_clientcomm_add_bundle_files target step)
+  add_custom_target(${step} DEPENDS ${ARGN})
+  add_dependencies(${target} ${step})
+  set_property(TARGET ${target} APPEND PROPERTY CLIENTCOMM_BUNDLE_FILES ${ARGN})
+endfunction()
