@@ -1,0 +1,62 @@
+# shellcheck shell=bash
+# What the scripts of this folder share. Sourced by them, not run.
+set -euo pipefail
+
+project_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+# What it takes to build and to test, as Debian names it.
+# shellcheck disable=SC2034  # for the scripts that source this file
+build_packages=(g++ cmake ninja-build pkg-config libglib2.0-dev libplist-dev libgtest-dev)
+
+say() {
+  printf '==> %s\n' "$*"
+}
+
+fail() {
+  printf '%s: %s\n' "$(basename "$0")" "$*" >&2
+  exit 1
+}
+
+is_installed() {
+  [[ $(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
+}
+
+as_root() {
+  if ((EUID == 0)); then
+    "$@"
+  elif command -v sudo >/dev/null; then
+    sudo "$@"
+  else
+    fail "packages are missing, and there is neither root nor sudo to install them"
+  fi
+}
+
+# Installs those of the given Debian packages that are missing; does nothing when none is.
+install_missing() {
+  local package missing=()
+  command -v dpkg-query >/dev/null ||
+    fail "this is not a Debian system; what is needed goes by these names there: $*"
+  for package in "$@"; do
+    is_installed "$package" || missing+=("$package")
+  done
+  if ((${#missing[@]} == 0)); then
+    say "All packages needed are installed: $*"
+    return
+  fi
+  say "Installing: ${missing[*]}"
+  as_root apt-get update -qq
+  as_root env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -qq --no-install-recommends "${missing[@]}"
+  say "Installed: ${missing[*]}"
+}
+
+# Configures the preset and builds it; further arguments are for the build.
+build_preset() {
+  local preset=$1
+  shift
+  cd "$project_root"
+  say "Configuring: cmake --preset $preset"
+  cmake --preset "$preset"
+  say "Building: cmake --build --preset $preset $*"
+  cmake --build --preset "$preset" "$@"
+}
