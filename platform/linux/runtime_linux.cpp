@@ -1,0 +1,38 @@
+#include <map>
+
+#include "platform/runtime.h"
+
+namespace platform {
+namespace {
+
+using Registry = std::map<std::string, const Class*, std::less<>>;
+
+Registry& registry() {
+  static auto* const classes = new Registry;
+  return *classes;
+}
+
+}  // namespace
+
+Object::~Object() = default;
+
+Class::Class(std::string name, Factory factory, std::vector<Method> methods)
+    : name_(std::move(name)), factory_(factory), methods_(std::move(methods)) {}
+
+Class::~Class() = default;
+
+const Method* Class::methodForSelector(std::string_view selector) const noexcept {
+  for (const Method& candidate : methods_) {
+    if (candidate.selector == selector) return &candidate;
+  }
+  return nullptr;
+}
+
+void registerClass(const Class& cls) { registry().insert_or_assign(cls.name(), &cls); }
+
+const Class* classNamed(std::string_view name) noexcept {
+  const auto found = registry().find(name);
+  return found == registry().end() ? nullptr : found->second;
+}
+
+}  // namespace platform

@@ -1,0 +1,201 @@
+#include "platform/linux/socket_transport.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <optional>
+#include <utility>
+
+#include "platform/bundle.h"
+#include "platform/linux/event_packet.h"
+#include "platform/linux/peer_identity.h"
+#include "platform/linux/runtime_folder.h"
+#include "platform/linux/scoped_fd.h"
+#include "platform/linux/socket_path.h"
+
+namespace platform {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// How often a wait looks whether the other process still exists: a child that it forked may hold
+// its end of the connection open after it has died.
+constexpr milliseconds kLivenessInterval = std::chrono::seconds(1);
+
+constexpr std::size_t kMaximumFileNames = 256;
+
+/// The end of a wait; never, where there is no limit.
+class Deadline {
+ public:
+  Deadline(AESendMode sendMode, std::int32_t ticks) {
+    if (ticks == kNoTimeOut) return;
+    milliseconds limit = milliseconds(std::int64_t{ticks} * 1000 / kTicksPerSecond);
+    if (ticks == kAEDefaultTimeout) limit = sendMode == kAENoReply ? kHandOverLimit : kReplyLimit;
+    end_ = Clock::now() + limit;
+  }
+
+  /// What is left, at most `atMost`; 0 when it has passed.
+  milliseconds remaining(milliseconds atMost) const {
+    if (!end_) return atMost;
+    const auto left = std::chrono::ceil<milliseconds>(*end_ - Clock::now());
+    return std::clamp(left, milliseconds(0), atMost);
+  }
+
+ private:
+  std::optional<Clock::time_point> end_;
+};
+
+bool processExists(pid_t pid) { return pid <= 0 || kill(pid, 0) == 0 || errno != ESRCH; }
+
+OSErr statusOfConnectError(int error) {
+  switch (error) {
+    case EACCES:
+    case EPERM:
+      return errAEEventNotPermitted;
+    case ENOMEM:
+    case ENOBUFS:
+    case EMFILE:
+    case ENFILE:
+      return memFullErr;
+    default:
+      return procNotFound;
+  }
+}
+
+/// Waits for room in the target's queue and connects. @return 0 or an errno value.
+int connectWhenThereIsRoom(int socket, const SocketPath& path, const Deadline& deadline) {
+  fcntl(socket, F_SETFL, 0);  // blocking from here on, for at most the send time-out
+  for (;;) {
+    const milliseconds wait = deadline.remaining(kLivenessInterval);
+    if (wait == milliseconds(0)) return EAGAIN;
+    const timeval limit{wait.count() / 1000, wait.count() % 1000 * 1000};
+    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    if (connect(socket, path.address(), SocketPath::size()) == 0) return 0;
+    if (errno != EAGAIN && errno != EINTR) return errno;
+  }
+}
+
+/// A connection to a target, with the process that answers at the other end.
+struct Connection {
+  ScopedFd socket;
+  pid_t peer = 0;
+};
+
+OSErr connectTo(const std::string& fileName, const Deadline& deadline, Connection& connection) {
+  const SocketPath path(fileName);
+  if (!path.isValid()) return statusOfConnectError(errno);
+  connection.socket.reset(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!connection.socket.isValid()) return memFullErr;
+  int error = connect(connection.socket.get(), path.address(), SocketPath::size()) == 0 ? 0 : errno;
+  if (error == EAGAIN || error == EINTR) {
+    error = connectWhenThereIsRoom(connection.socket.get(), path, deadline);
+    if (error == EAGAIN) return errAETimeout;
+  }
+  if (error != 0) return statusOfConnectError(error);
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (getsockopt(connection.socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
+    return connectionInvalid;
+  }
+  if (peer.uid != geteuid()) return errAEEventNotPermitted;
+  // A child that the application forked may hold its socket open after it has ended.
+  if (!processExists(peer.pid)) return procNotFound;
+  connection.peer = peer.pid;
+  return noErr;
+}
+
+OSErr awaitReply(const Connection& connection, const Deadline& deadline,
+                 AppleEventDescriptor& reply) {
+  for (;;) {
+    const milliseconds wait = deadline.remaining(kLivenessInterval);
+    if (wait == milliseconds(0)) return errAETimeout;
+    pollfd entry{connection.socket.get(), POLLIN, 0};
+    if (poll(&entry, 1, static_cast<int>(wait.count())) <= 0) {
+      if (!processExists(connection.peer)) return connectionInvalid;
+      continue;
+    }
+    Packet packet;
+    const ReceiveResult result = receivePacket(connection.socket.get(), packet);
+    if (result == ReceiveResult::kNothingYet) continue;
+    if (result != ReceiveResult::kPacket || packet.kind != PacketKind::kReply) {
+      return connectionInvalid;
+    }
+    if (packet.status == noErr) reply = std::move(packet.descriptor);
+    return packet.status;
+  }
+}
+
+}  // namespace
+
+OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescriptor& reply,
+                            AESendMode sendMode, std::int32_t timeOutInTicks) {
+  if (endpoint_) endpoint_->verify();
+  const AppleEventDescriptor& target = event.target();
+  if (target.descriptorType() != typeApplicationBundleID) return paramErr;
+  if (target.data().empty()) return procNotFound;
+
+  const Deadline deadline(sendMode, timeOutInTicks);
+  Connection connection;
+  OSErr status = connectTo(fileNameFor(target.data()), deadline, connection);
+  if (status != noErr) return status;
+  const bool wantsReply = sendMode == kAEWaitReply;
+  if (wantsReply && connection.peer == getpid()) return sendToSelf(event, reply);
+  // Tells the receiver who called, should this process have ended by then.
+  const ScopedFd executable(::open("/proc/self/exe", O_PATH | O_CLOEXEC));
+  status = sendPacket(connection.socket.get(),
+                      wantsReply ? PacketKind::kEventWantingReply : PacketKind::kEvent, noErr, event,
+                      executable.get());
+  if (status != noErr || !wantsReply) return status;
+  return awaitReply(connection, deadline, reply);
+}
+
+// The process's own main loop cannot answer while it waits here.
+OSErr SocketTransport::sendToSelf(const AppleEventDescriptor& event, AppleEventDescriptor& reply) {
+  AppleEventDescriptor received = event;
+  AppleEventDescriptor address;
+  if (const auto psn = serialNumberForPeer(getpid(), -1)) {
+    address = {typeProcessSerialNumber,
+               std::string(reinterpret_cast<const char*>(&*psn), sizeof *psn)};
+  }
+  received.setAttributeDescriptor(std::move(address), keyAddressAttr);
+  AppleEventDescriptor answer =
+      AppleEventDescriptor::appleEvent(event.eventClass(), fourCharCode("ansr"), {},
+                                       event.returnID(), event.transactionID());
+  const Receiver receiver = receiver_;
+  const OSErr status = receiver ? receiver(received, answer) : errAEEventNotHandled;
+  if (status == noErr) reply = std::move(answer);
+  return status;
+}
+
+OSErr SocketTransport::startReceiving(Receiver receiver) {
+  const OptionalString identifier = Bundle::mainBundle().bundleIdentifier();
+  if (!identifier || identifier->empty()) return paramErr;
+  receiver_ = std::move(receiver);
+  endpoint_ = std::make_unique<SocketEndpoint>(*identifier, receiver_);
+  return endpoint_->open();
+}
+
+void SocketTransport::stopReceiving() {
+  endpoint_.reset();
+  receiver_ = nullptr;
+}
+
+const std::string& SocketTransport::fileNameFor(const std::string& identifier) {
+  const auto found = fileNames_.find(identifier);
+  if (found != fileNames_.end()) return found->second;
+  if (fileNames_.size() >= kMaximumFileNames) fileNames_.clear();
+  return fileNames_.emplace(identifier, fileNameForIdentifier(identifier)).first->second;
+}
+
+std::unique_ptr<AppleEventTransport> makeSystemTransport() {
+  return std::make_unique<SocketTransport>();
+}
+
+}  // namespace platform

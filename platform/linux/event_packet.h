@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "platform/apple_event.h"
+#include "platform/linux/scoped_fd.h"
+#include "platform/types.h"
+
+/// One packet on a connection: a header, and the flattened event or reply behind it. A body too
+/// large for a packet travels as a sealed memory file whose descriptor the packet carries, so that
+/// no sender waits for its peer to read.
+namespace platform {
+
+enum class PacketKind : std::uint8_t { kEvent = 1, kEventWantingReply = 2, kReply = 3 };
+
+/// The largest packet; a body that makes it larger goes into a memory file. Well below the
+/// kernel's default send buffer (net.core.wmem_default, 208 KiB).
+inline constexpr std::size_t kMaximumPacketSize = std::size_t{64} << 10;
+
+/// A packet as it was received.
+struct Packet {
+  PacketKind kind = PacketKind::kEvent;
+  OSErr status = noErr;               ///< Of a reply.
+  AppleEventDescriptor descriptor;    ///< The event, or the reply where its status is noErr.
+  ScopedFd executable;                ///< The sender's own executable, where it was handed over.
+};
+
+/// Sends one packet on the connected socket `socket`; never waits.
+/// @param executable descriptor to hand over with the packet, or -1.
+/// @return noErr; memFullErr for a body that is too large; connectionInvalid when the peer is gone.
+OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDescriptor& descriptor,
+                 int executable);
+
+enum class ReceiveResult { kPacket, kNothingYet, kClosed, kMalformed };
+
+/// Takes one packet off the socket, without waiting.
+ReceiveResult receivePacket(int socket, Packet& packet);
+
+}  // namespace platform
