@@ -1,0 +1,7 @@
+#include <ClientComm/TQHPTypes.h>
+#include <platform/bundle.h>
+
+#include <cstdio>
+
+// Says which bundle it runs from; its own copy of the library tells.
+int main() { std::puts(platform::Bundle::mainBundle().bundlePath().c_str()); }
