@@ -10,6 +10,8 @@ namespace platform {
 inline constexpr int CTL_KERN = 1;
 inline constexpr int KERN_PROC = 14;
 inline constexpr int KERN_PROC_ALL = 0;
+/// The same table with the process IDs alone filled in, which takes no look at each process.
+inline constexpr int KERN_PROC_ONLY_IDS = 1000;
 
 /// Longest command name that the kernel keeps, without the terminating NUL.
 inline constexpr std::size_t MAXCOMLEN = 16;
@@ -27,9 +29,9 @@ struct kinfo_proc {
   } kp_eproc;
 };
 
-/// Reads kernel state by name. Known is { CTL_KERN, KERN_PROC, KERN_PROC_ALL }: the process table as
-/// an array of `kinfo_proc`. With `oldp` null only the length in bytes is given, with room for a
-/// few processes more.
+/// Reads kernel state by name. Known are { CTL_KERN, KERN_PROC, KERN_PROC_ALL } and
+/// { CTL_KERN, KERN_PROC, KERN_PROC_ONLY_IDS }: the process table as an array of `kinfo_proc`. With
+/// `oldp` null only the length in bytes is given, with room for a few processes more.
 /// @return 0, or -1 with errno set: ENOMEM when `*oldlenp` is too small, ENOENT for an unknown
 ///         name, EPERM when `newp` is given, or the system's own error.
 int sysctl(const int* name, unsigned namelen, void* oldp, std::size_t* oldlenp, const void* newp,

@@ -1,0 +1,220 @@
+#include "platform/linux/check_in.h"
+
+#include <fcntl.h>
+#include <glib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <string_view>
+
+#include "platform/bundle.h"
+#include "platform/file_manager.h"
+#include "platform/linux/runtime_folder.h"
+#include "platform/process_manager.h"
+#include "platform/property_list.h"
+
+namespace platform {
+namespace {
+
+constexpr char kStartTimeKey[] = "StartTime";
+constexpr std::string_view kPrefix = "process.";
+constexpr std::string_view kDraftSuffix = ".new";
+constexpr std::size_t kLongestRecord = 256 * 1024;
+
+// The process that wrote a record and must remove it; a forked copy of it must not.
+std::atomic<pid_t> writer = 0;
+
+std::string pathOfDescriptor(int descriptor) {
+  return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+std::string recordName(pid_t pid) { return std::string(kPrefix) + std::to_string(pid); }
+
+// The process that the file called `name` stands for; 0 when it is no record and no draft of one.
+pid_t processOfRecord(std::string_view name) noexcept {
+  if (!name.starts_with(kPrefix)) return 0;
+  name.remove_prefix(kPrefix.size());
+  if (name.ends_with(kDraftSuffix)) name.remove_suffix(kDraftSuffix.size());
+  pid_t pid = 0;
+  const auto result = std::from_chars(name.data(), name.data() + name.size(), pid);
+  const bool isWhole = result.ec == std::errc() && result.ptr == name.data() + name.size();
+  return isWhole && pid > 0 ? pid : 0;
+}
+
+std::optional<std::string> readAll(int file) {
+  std::string text;
+  std::array<char, 4096> chunk;
+  for (;;) {
+    const ssize_t count = read(file, chunk.data(), chunk.size());
+    if (count == 0) return text;
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0 || text.size() > kLongestRecord) return std::nullopt;
+    text.append(chunk.data(), static_cast<std::size_t>(count));
+  }
+}
+
+// The bytes of a file of this user; links and anything but a plain file are refused.
+std::optional<std::string> readOwnFile(int folder, const std::string& name) {
+  const ScopedFd file(openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status = {};
+  if (!file.isValid() || fstat(file.get(), &status) != 0) return std::nullopt;
+  if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) return std::nullopt;
+  return readAll(file.get());
+}
+
+bool writeAll(int file, std::string_view bytes) noexcept {
+  while (!bytes.empty()) {
+    const ssize_t count = write(file, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+bool replaceFile(int folder, const std::string& name, std::string_view bytes) {
+  const std::string draft = name + std::string(kDraftSuffix);
+  unlinkat(folder, draft.c_str(), 0);
+  const ScopedFd file(
+      openat(folder, draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file.isValid()) return false;
+  if (writeAll(file.get(), bytes) && renameat(folder, draft.c_str(), folder, name.c_str()) == 0) {
+    return true;
+  }
+  unlinkat(folder, draft.c_str(), 0);
+  return false;
+}
+
+// A path is bytes; the text of a property list is characters, without control codes.
+PropertyListValue valueForPath(const std::string& path) {
+  const auto isControl = [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; };
+  const bool isText = g_utf8_validate(path.data(), static_cast<gssize>(path.size()), nullptr) &&
+                      std::ranges::none_of(path, isControl);
+  if (isText) return path;
+  const auto* const bytes = reinterpret_cast<const std::byte*>(path.data());
+  return PropertyListValue::Data(bytes, bytes + path.size());
+}
+
+std::string textOf(const PropertyListDictionary& dictionary, std::string_view key) {
+  const auto entry = dictionary.find(key);
+  if (entry == dictionary.end()) return {};
+  if (const auto* data = std::get_if<PropertyListValue::Data>(&entry->second.variant())) {
+    return {reinterpret_cast<const char*>(data->data()), data->size()};
+  }
+  return entry->second.stringValue().value_or("");
+}
+
+std::optional<std::uint64_t> startTimeIn(const PropertyListDictionary& dictionary) {
+  const auto entry = dictionary.find(kStartTimeKey);
+  if (entry == dictionary.end()) return std::nullopt;
+  if (const auto* number = std::get_if<std::int64_t>(&entry->second.variant())) {
+    return static_cast<std::uint64_t>(*number);
+  }
+  const auto* number = std::get_if<std::uint64_t>(&entry->second.variant());
+  return number != nullptr ? std::optional(*number) : std::nullopt;
+}
+
+std::optional<CheckInRecord> readRecord(int folder, const std::string& name) {
+  const auto bytes = readOwnFile(folder, name);
+  const auto list = bytes ? propertyListFromBytes(*bytes) : std::nullopt;
+  const auto* const dictionary = list ? list->dictionary() : nullptr;
+  const auto startTime = dictionary != nullptr ? startTimeIn(*dictionary) : std::nullopt;
+  if (!startTime) return std::nullopt;
+  return CheckInRecord{*startTime, textOf(*dictionary, kCFBundleIdentifierKey),
+                       textOf(*dictionary, kBundlePathKey), textOf(*dictionary, kCFBundleNameKey)};
+}
+
+void clearStaleRecords(int folder) {
+  for (const std::string& name : contentsOfDirectoryAtPath(pathOfDescriptor(folder))) {
+    const pid_t pid = processOfRecord(name);
+    if (pid == 0) continue;
+    const auto startTime = processStartTime(pid);
+    // The draft of a live process is in the making.
+    if (startTime && name.ends_with(kDraftSuffix)) continue;
+    const auto record = startTime ? readRecord(folder, name) : std::nullopt;
+    if (!record || record->startTime != *startTime) unlinkat(folder, name.c_str(), 0);
+  }
+}
+
+void removeOwnRecord() noexcept {
+  const pid_t pid = getpid();
+  if (writer != pid) return;
+  const ScopedFd folder = openRuntimeFolder(false);
+  std::array<char, 32> name = {};
+  std::snprintf(name.data(), name.size(), "process.%d", pid);
+  if (folder.isValid()) unlinkat(folder.get(), name.data(), 0);
+}
+
+bool writeOwnRecord(int folder, pid_t pid) {
+  const Bundle& bundle = Bundle::mainBundle();
+  const OptionalString identifier = bundle.bundleIdentifier();
+  const auto startTime = processStartTime(pid);
+  if (!identifier || !startTime) return false;
+  PropertyListDictionary record = {{kStartTimeKey, *startTime},
+                                   {kCFBundleIdentifierKey, *identifier},
+                                   {kBundlePathKey, valueForPath(bundle.bundlePath())}};
+  if (const auto name = bundle.infoString(kCFBundleNameKey)) record[kCFBundleNameKey] = *name;
+  return replaceFile(folder, recordName(pid), xmlPropertyList(record));
+}
+
+void checkInOrThrow() {
+  const pid_t pid = getpid();
+  if (writer == pid || !Bundle::mainBundle().bundleIdentifier()) return;
+  const ScopedFd folder = openRuntimeFolder(true);
+  if (!folder.isValid()) return;
+  clearStaleRecords(folder.get());
+  if (!writeOwnRecord(folder.get(), pid)) return;
+  // A forked copy inherits the handler that its parent registered.
+  static const int registered = std::atexit([] { removeOwnRecord(); });
+  static_cast<void>(registered);
+  writer = pid;
+}
+
+}  // namespace
+
+void checkIn() noexcept {
+  try {
+    checkInOrThrow();
+  } catch (const std::bad_alloc&) {
+    // Without a record the process is known as long as its bundle stands.
+  }
+}
+
+std::optional<CheckInRecord> checkInRecordForPID(pid_t pid) {
+  const ScopedFd folder = openRuntimeFolder(false);
+  if (!folder.isValid()) return std::nullopt;
+  auto record = readRecord(folder.get(), recordName(pid));
+  if (!record || record->startTime != processStartTime(pid)) return std::nullopt;
+  return record;
+}
+
+std::optional<std::uint64_t> processStartTime(pid_t pid) noexcept {
+  std::array<char, 32> path = {};
+  std::snprintf(path.data(), path.size(), "/proc/%d/stat", pid);
+  const ScopedFd file(open(path.data(), O_RDONLY | O_CLOEXEC));
+  std::array<char, 1024> text;
+  const ssize_t length = file.isValid() ? read(file.get(), text.data(), text.size()) : -1;
+  if (length <= 0) return std::nullopt;
+  std::string_view fields(text.data(), static_cast<std::size_t>(length));
+  // The second field, the command's name in brackets, may hold blanks and brackets itself.
+  fields.remove_prefix(std::min(fields.rfind(')'), fields.size()));
+  constexpr int kFieldsFromCommandToStartTime = 20;
+  for (int i = 0; i < kFieldsFromCommandToStartTime; ++i) {
+    const auto blank = fields.find(' ');
+    if (blank == std::string_view::npos) return std::nullopt;
+    fields.remove_prefix(blank + 1);
+  }
+  std::uint64_t startTime = 0;
+  const auto result = std::from_chars(fields.data(), fields.data() + fields.size(), startTime);
+  return result.ec == std::errc() ? std::optional(startTime) : std::nullopt;
+}
+
+}  // namespace platform

@@ -1,0 +1,338 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdio>
+#include <ctime>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+
+#include "platform/linux/check_in.h"
+#include "platform/linux/peer_identity.h"
+#include "platform/process_manager.h"
+
+namespace platform {
+namespace {
+
+// Serial numbers of running processes have the lower bits of the start time in their high half;
+// those of remembered peers have this bit set there and a running number.
+constexpr std::uint32_t kPeerBit = 0x80000000;
+
+constexpr std::string_view kDeletedSuffix = " (deleted)";
+
+/// What is known of the bundle that a process runs from.
+struct BundleIdentity {
+  std::string path;
+  OptionalString identifier;
+  OptionalString name;
+};
+
+/// A link under /proc and the path that it gives, read without an allocation.
+class ExecutableLink {
+ public:
+  static ExecutableLink ofProcess(pid_t pid) noexcept { return {"/proc/", pid, "/exe"}; }
+  /// Fails with EINVAL where the descriptor is not one of a plain file.
+  static ExecutableLink ofDescriptor(int descriptor) noexcept {
+    ExecutableLink link("/proc/self/fd/", descriptor, "");
+    struct stat linked = {};
+    if (link.error_ == 0 && (fstat(descriptor, &linked) != 0 || !S_ISREG(linked.st_mode))) {
+      link.error_ = EINVAL;
+    }
+    return link;
+  }
+
+  /// 0, or the errno value of the reading.
+  int error() const noexcept { return error_; }
+  /// The path as the kernel gives it, with its mark where the file was removed.
+  std::string_view target() const noexcept { return {target_.data(), length_}; }
+  /// Whether the file was removed; one whose own name looks like the kernel's mark was not.
+  bool isRemoved() const noexcept {
+    if (!target().ends_with(kDeletedSuffix)) return false;
+    struct stat named = {};
+    struct stat linked = {};
+    return stat(target_.data(), &named) != 0 || stat(link_.data(), &linked) != 0 ||
+           named.st_dev != linked.st_dev || named.st_ino != linked.st_ino;
+  }
+
+ private:
+  ExecutableLink(const char* before, int number, const char* after) noexcept {
+    std::snprintf(link_.data(), link_.size(), "%s%d%s", before, number, after);
+    const ssize_t length = readlink(link_.data(), target_.data(), target_.size() - 1);
+    if (length < 0) error_ = errno;
+    length_ = length < 0 ? 0 : static_cast<std::size_t>(length);
+    target_[length_] = '\0';
+  }
+
+  std::array<char, 32> link_;
+  int error_ = 0;
+  std::size_t length_ = 0;
+  std::array<char, PATH_MAX> target_;
+};
+
+bool takeSuffix(std::string_view& text, std::string_view suffix) noexcept {
+  if (!text.ends_with(suffix)) return false;
+  text.remove_suffix(suffix.size());
+  return true;
+}
+
+// Path of the bundle X.app whose executable lies at `path`; empty when it lies in none.
+std::string_view bundleOfExecutable(std::string_view path) noexcept {
+  constexpr std::string_view kExtension = ".app";
+  const auto slash = path.rfind('/');
+  if (!path.starts_with('/') || slash + 1 == path.size()) return {};
+  path = path.substr(0, slash);
+  if (!takeSuffix(path, "/Contents/Linux") && !takeSuffix(path, "/Contents/MacOS")) return {};
+  const std::string_view name = path.substr(path.rfind('/') + 1);
+  return name.size() > kExtension.size() && name.ends_with(kExtension) ? path : std::string_view();
+}
+
+/// Identities of bundles as their Info dictionaries say, each read again only when its file
+/// changed.
+class BundleIdentities {
+ public:
+  /// The identity of the bundle that stands at `path` now; nothing when its Info dictionary is
+  /// missing or malformed.
+  std::optional<BundleIdentity> identityAt(const std::string& path) {
+    const std::string file = path + "/Contents/Info.plist";
+    struct stat status = {};
+    if (stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+    const std::lock_guard lock(mutex_);
+    if (const auto known = entries_.find(path); known != entries_.end()) {
+      if (known->second.isSettled && isSame(known->second.status, status)) {
+        return known->second.identity;
+      }
+    } else if (entries_.size() >= kCapacity) {
+      entries_.clear();
+    }
+    return (entries_[path] = read(path, file, status)).identity;
+  }
+
+ private:
+  struct Entry {
+    struct stat status;
+    bool isSettled;
+    std::optional<BundleIdentity> identity;
+  };
+  static constexpr std::size_t kCapacity = 128;
+
+  static bool isSame(const timespec& a, const timespec& b) noexcept {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+  }
+  static bool isSame(const struct stat& a, const struct stat& b) noexcept {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+           isSame(a.st_mtim, b.st_mtim) && isSame(a.st_ctim, b.st_ctim);
+  }
+
+  // A file that changed just now can change again without a new time stamp: the file system's clock
+  // ticks a hundred times a second at least, on some file systems once in two seconds.
+  static bool isSettled(const struct stat& status) noexcept {
+    constexpr time_t kSlowestTick = 2;
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return now.tv_sec - status.st_ctim.tv_sec > kSlowestTick;
+  }
+
+  static Entry read(const std::string& path, const std::string& file, const struct stat& status) {
+    Entry entry{status, isSettled(status), std::nullopt};
+    if (const auto info = dictionaryWithContentsOfFile(file)) {
+      const auto text = [&info](const char* key) {
+        const auto value = info->find(key);
+        return value != info->end() ? value->second.stringValue() : std::nullopt;
+      };
+      entry.identity = BundleIdentity{path, text(kCFBundleIdentifierKey), text(kCFBundleNameKey)};
+    }
+    return entry;
+  }
+
+  std::mutex mutex_;
+  std::unordered_map<std::string, Entry> entries_;
+};
+
+BundleIdentities& bundleIdentities() {
+  static BundleIdentities& identities = *new BundleIdentities;
+  return identities;
+}
+
+OptionalString nilIfEmpty(std::string text) {
+  return text.empty() ? OptionalString() : OptionalString(std::move(text));
+}
+
+// What the process itself checked in as, in the place of what it was started from.
+std::optional<BundleIdentity> checkedInIdentity(pid_t pid, std::string_view bundlePath) {
+  auto record = checkInRecordForPID(pid);
+  if (!record) return std::nullopt;
+  return BundleIdentity{nilIfEmpty(std::move(record->bundlePath)).value_or(std::string(bundlePath)),
+                        nilIfEmpty(std::move(record->bundleIdentifier)),
+                        nilIfEmpty(std::move(record->bundleName))};
+}
+
+// The identity that the process `pid` was started with, as far as that is still told: by the bundle
+// while it stands, else by the process itself.
+std::optional<BundleIdentity> ownIdentity(pid_t pid, const ExecutableLink& link,
+                                          std::string_view bundlePath) {
+  if (!link.isRemoved()) {
+    if (auto identity = bundleIdentities().identityAt(std::string(bundlePath))) return identity;
+  }
+  return checkedInIdentity(pid, bundlePath);
+}
+
+// The identity that a process whose own is lost most likely has: that of what has been put in the
+// place of its bundle.
+BundleIdentity successorIdentity(std::string_view bundlePath) {
+  std::string path(bundlePath);
+  if (auto identity = bundleIdentities().identityAt(path)) return *std::move(identity);
+  return BundleIdentity{std::move(path), std::nullopt, std::nullopt};
+}
+
+PropertyListDictionary dictionaryOf(const BundleIdentity& identity) {
+  PropertyListDictionary dictionary = {{kBundlePathKey, identity.path}};
+  if (identity.identifier) dictionary[kCFBundleIdentifierKey] = *identity.identifier;
+  if (identity.name) dictionary[kCFBundleNameKey] = *identity.name;
+  return dictionary;
+}
+
+/// The peers that sent something lately, so that each is looked up once and not with every event,
+/// and is still known when it has ended.
+class Peers {
+ public:
+  ProcessSerialNumber serialNumber(pid_t pid, const ExecutableLink& link,
+                                   std::string_view bundlePath) {
+    const std::lock_guard lock(mutex_);
+    const auto now = Clock::now();
+    auto entry = peers_.find(std::pair(pid, link.target()));
+    if (entry == peers_.end()) {
+      BundleIdentity identity = identify(pid, link, bundlePath);
+      entry = insert({pid, std::string(link.target())}, {0, now, std::move(identity)});
+    } else if (now - entry->second.checkedAt >= kValidity) {
+      entry->second.identity = identify(pid, link, bundlePath);
+      entry->second.checkedAt = now;
+    }
+    return {kPeerBit | entry->second.number, static_cast<std::uint32_t>(pid)};
+  }
+
+  std::optional<PropertyListDictionary> dictionary(const ProcessSerialNumber& psn) {
+    const std::lock_guard lock(mutex_);
+    const Entry* const entry = ring_[psn.highLongOfPSN % ring_.size()];
+    if (entry == nullptr || entry->second.number != (psn.highLongOfPSN & ~kPeerBit) ||
+        static_cast<std::uint32_t>(entry->first.first) != psn.lowLongOfPSN) {
+      return std::nullopt;
+    }
+    return dictionaryOf(entry->second.identity);
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  using Key = std::pair<pid_t, std::string>;
+  using KeyView = std::pair<pid_t, std::string_view>;
+  struct Peer {
+    std::uint32_t number;
+    Clock::time_point checkedAt;
+    BundleIdentity identity;
+  };
+  struct Hash {
+    using is_transparent = void;
+    std::size_t operator()(const KeyView& key) const noexcept {
+      return std::hash<std::string_view>()(key.second) ^ static_cast<std::size_t>(key.first);
+    }
+    std::size_t operator()(const Key& key) const noexcept {
+      return operator()(KeyView(key.first, key.second));
+    }
+  };
+  struct Equal {
+    using is_transparent = void;
+    template <typename A, typename B>
+    bool operator()(const A& a, const B& b) const noexcept {
+      return a.first == b.first && a.second == b.second;
+    }
+  };
+  using Map = std::unordered_map<Key, Peer, Hash, Equal>;
+  using Entry = Map::value_type;
+  static constexpr std::chrono::seconds kValidity{1};
+
+  // What was known of the peer before its bundle was removed outweighs what stands there now.
+  BundleIdentity identify(pid_t pid, const ExecutableLink& link,
+                          std::string_view bundlePath) const {
+    if (auto identity = ownIdentity(pid, link, bundlePath)) return *std::move(identity);
+    for (const auto& [key, peer] : peers_) {
+      if (key.first == pid && peer.identity.path == bundlePath && peer.identity.identifier) {
+        return peer.identity;
+      }
+    }
+    return successorIdentity(bundlePath);
+  }
+
+  // The newest takes the place of the oldest.
+  Map::iterator insert(Key key, Peer peer) {
+    peer.number = next_++ & ~kPeerBit;
+    const Entry*& place = ring_[peer.number % ring_.size()];
+    if (place != nullptr) peers_.erase(Key(place->first));
+    place = nullptr;
+    const auto entry = peers_.emplace(std::move(key), std::move(peer)).first;
+    place = &*entry;
+    return entry;
+  }
+
+  std::mutex mutex_;
+  Map peers_;
+  std::array<const Entry*, 256> ring_ = {};
+  std::uint32_t next_ = 0;
+};
+
+Peers& peers() {
+  static Peers& instance = *new Peers;
+  return instance;
+}
+
+// The link that decides which executable a peer runs, or ran.
+ExecutableLink linkOfPeer(pid_t pid, int executable) noexcept {
+  const ExecutableLink link = ExecutableLink::ofProcess(pid);
+  const bool hasEnded = link.error() == ENOENT || link.error() == ESRCH;
+  return hasEnded && executable >= 0 ? ExecutableLink::ofDescriptor(executable) : link;
+}
+
+std::uint32_t highLong(std::uint64_t startTime) noexcept {
+  return static_cast<std::uint32_t>(startTime) & ~kPeerBit;
+}
+
+}  // namespace
+
+OSErr GetProcessForPID(std::int32_t pid, ProcessSerialNumber& psn) {
+  if (pid <= 0) return procNotFound;
+  const ExecutableLink link = ExecutableLink::ofProcess(pid);
+  if (bundleOfExecutable(link.target()).empty()) return procNotFound;
+  const auto startTime = processStartTime(pid);
+  if (!startTime) return procNotFound;
+  psn = {highLong(*startTime), static_cast<std::uint32_t>(pid)};
+  return noErr;
+}
+
+std::optional<PropertyListDictionary> ProcessInformationCopyDictionary(
+    const ProcessSerialNumber& psn, std::uint32_t infoToReturn) {
+  if (infoToReturn != kProcessDictionaryIncludeAllInformationMask) return std::nullopt;
+  if ((psn.highLongOfPSN & kPeerBit) != 0) return peers().dictionary(psn);
+  const auto pid = static_cast<pid_t>(psn.lowLongOfPSN);
+  const ExecutableLink link = ExecutableLink::ofProcess(pid);
+  const std::string_view bundlePath = bundleOfExecutable(link.target());
+  if (bundlePath.empty()) return std::nullopt;
+  const auto startTime = processStartTime(pid);
+  if (!startTime || highLong(*startTime) != psn.highLongOfPSN) return std::nullopt;
+  const auto identity = ownIdentity(pid, link, bundlePath);
+  return dictionaryOf(identity ? *identity : successorIdentity(bundlePath));
+}
+
+std::optional<ProcessSerialNumber> serialNumberForPeer(pid_t pid, int executable) {
+  if (pid <= 0) return std::nullopt;
+  const ExecutableLink link = linkOfPeer(pid, executable);
+  const std::string_view bundlePath = bundleOfExecutable(link.target());
+  if (link.error() != 0 || bundlePath.empty()) return std::nullopt;
+  return peers().serialNumber(pid, link, bundlePath);
+}
+
+}  // namespace platform
