@@ -1,0 +1,37 @@
+#include "ClientComm/TQHPAppEventBase.h"
+
+#include <vector>
+
+namespace {
+
+std::set<std::string, std::less<>>& sharedBundleIDSet() {
+  static auto* const identifiers = new std::set<std::string, std::less<>>;
+  return *identifiers;
+}
+
+}  // namespace
+
+TQHPAppEventBase::TQHPAppEventBase() = default;
+TQHPAppEventBase::~TQHPAppEventBase() = default;
+
+const std::string& TQHPAppEventBase::className() const noexcept { return isa().name(); }
+
+OptionalString TQHPAppEventBase::performSelector(std::string_view selector,
+                                                 std::span<const OptionalString> objects) {
+  const platform::Method* const method = isa().methodForSelector(selector);
+  if (method == nullptr) return std::nullopt;
+  if (objects.size() > method->argumentCount) {
+    throw platform::InvalidArgumentException("more arguments than the selector takes");
+  }
+  if (objects.size() == method->argumentCount) return method->invoke(*this, objects);
+  std::vector<OptionalString> arguments(objects.begin(), objects.end());
+  arguments.resize(method->argumentCount);
+  return method->invoke(*this, arguments);
+}
+
+void TQHPAppEventBase::setBundleID(const OptionalString& bundleID) {
+  if (!bundleID) throw platform::InvalidArgumentException("the caller has no bundle identifier");
+  if (!sharedBundleIDSet().contains(*bundleID)) sharedBundleIDSet().insert(*bundleID);
+}
+
+const TQHPAppEventBase::BundleIDSet& TQHPAppEventBase::bundleIDSet() { return sharedBundleIDSet(); }

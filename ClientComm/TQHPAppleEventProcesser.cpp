@@ -1,0 +1,135 @@
+#include "ClientComm/TQHPAppleEventProcesser.h"
+
+#include <cstring>
+#include <utility>
+
+#include "ClientComm/TQHPAppEventBase.h"
+#include "platform/apple_event.h"
+#include "platform/apple_event_manager.h"
+#include "platform/bundle.h"
+#include "platform/process_manager.h"
+
+namespace {
+
+using platform::AppleEventDescriptor;
+
+constexpr platform::AEEventClass kCallEventClass = platform::fourCharCode("aevt");
+constexpr platform::AEEventID kCallEventID = platform::fourCharCode("call");
+
+OptionalString textAtIndex(const AppleEventDescriptor* list, std::size_t index) {
+  const AppleEventDescriptor* const item =
+      list == nullptr ? nullptr : list->descriptorAtIndex(index);
+  return item == nullptr ? std::nullopt : item->stringValue();
+}
+
+std::vector<OptionalString> argumentsOfCall(const AppleEventDescriptor* call) {
+  std::vector<OptionalString> arguments;
+  const AppleEventDescriptor* const list = call == nullptr ? nullptr : call->descriptorAtIndex(3);
+  if (list == nullptr) return arguments;
+  arguments.reserve(list->numberOfItems());
+  for (std::size_t k = 1; k <= list->numberOfItems(); ++k) {
+    arguments.push_back(textAtIndex(list, k));
+  }
+  return arguments;
+}
+
+OptionalString bundleIDOfCaller(const AppleEventDescriptor& event) {
+  const AppleEventDescriptor* const address =
+      event.attributeDescriptorForKeyword(platform::keyAddressAttr);
+  if (address == nullptr) return std::nullopt;
+  const auto serialNumber = address->coerceToDescriptorType(platform::typeProcessSerialNumber);
+  platform::ProcessSerialNumber psn;
+  if (!serialNumber || serialNumber->data().size() != sizeof psn) return std::nullopt;
+  std::memcpy(&psn, serialNumber->data().data(), sizeof psn);
+  const auto info = platform::ProcessInformationCopyDictionary(
+      psn, platform::kProcessDictionaryIncludeAllInformationMask);
+  if (!info) return std::nullopt;
+  const auto identifier = info->find(platform::kCFBundleIdentifierKey);
+  return identifier == info->end() ? std::nullopt : identifier->second.stringValue();
+}
+
+}  // namespace
+
+TQHPAppleEventProcesser* processer = nullptr;
+
+TQHPAppleEventProcesser& TQHPAppleEventProcesser::share() {
+  if (processer == nullptr) processer = new TQHPAppleEventProcesser;
+  return *processer;
+}
+
+TQHPAppleEventProcesser::TQHPAppleEventProcesser() { regist(); }
+
+TQHPAppleEventProcesser::~TQHPAppleEventProcesser() {
+  mapTable_.clear();
+  unRegist();
+  if (processer == this) processer = nullptr;
+}
+
+void TQHPAppleEventProcesser::regist() {
+  platform::AppleEventManager::sharedAppleEventManager().setEventHandler(
+      [this](const AppleEventDescriptor& event, AppleEventDescriptor& reply) {
+        process(event, reply);
+        return platform::noErr;
+      },
+      kCallEventClass, kCallEventID);
+}
+
+void TQHPAppleEventProcesser::unRegist() {
+  platform::AppleEventManager::sharedAppleEventManager().removeEventHandler(kCallEventClass,
+                                                                            kCallEventID);
+}
+
+void TQHPAppleEventProcesser::setObjectforKeyToMapTable(platform::Object& object,
+                                                        const std::string& className) {
+  mapTable_.insert_or_assign(className, &object);
+}
+
+void TQHPAppleEventProcesser::removeObjectforKeyToMapTable(const std::string& className) {
+  mapTable_.erase(className);
+}
+
+platform::Object* TQHPAppleEventProcesser::objectForKey(std::string_view className) const {
+  const auto found = mapTable_.find(className);
+  return found == mapTable_.end() ? nullptr : found->second;
+}
+
+void TQHPAppleEventProcesser::process(const AppleEventDescriptor& event,
+                                      AppleEventDescriptor& reply) {
+  const AppleEventDescriptor* const call =
+      event.paramDescriptorForKeyword(platform::keyDirectObject);
+  const OptionalString result = reflection(textAtIndex(call, 1), textAtIndex(call, 2),
+                                           argumentsOfCall(call), bundleIDOfCaller(event));
+  // A nil result is a reply without a direct parameter.
+  if (result) {
+    reply.setParamDescriptor(AppleEventDescriptor::descriptorWithString(*result),
+                             platform::keyDirectObject);
+  }
+}
+
+OptionalString TQHPAppleEventProcesser::reflection(const OptionalString& className,
+                                                   const OptionalString& method,
+                                                   std::span<const OptionalString> parameter,
+                                                   const OptionalString& bundleID) {
+  platform::Object* const instance = instanceForClass(className);
+  if (instance == nullptr || !method) return std::nullopt;
+  try {
+    const std::lock_guard lock(monitor_);
+    auto* const receiver = dynamic_cast<TQHPAppEventBase*>(instance);
+    // Other objects can be registered, but do not take calls.
+    if (receiver == nullptr) return std::nullopt;
+    receiver->setBundleID(bundleID);
+    return receiver->performSelector(*method, parameter);
+  } catch (...) {
+    return std::nullopt;
+  }
+}
+
+platform::Object* TQHPAppleEventProcesser::instanceForClass(const OptionalString& className) {
+  if (!className) return nullptr;
+  if (platform::Object* const registered = objectForKey(*className)) return registered;
+  const platform::Class* const cls = platform::classNamed(*className);
+  std::shared_ptr<platform::Object> made = cls == nullptr ? nullptr : cls->makeInstance();
+  if (made == nullptr) return nullptr;
+  mapTable_.insert_or_assign(*className, made.get());
+  return madeInstances_.emplace_back(std::move(made)).get();
+}

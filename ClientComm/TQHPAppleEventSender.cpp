@@ -1,0 +1,97 @@
+#include "ClientComm/TQHPAppleEventSender.h"
+
+#include <cstdint>
+#include <utility>
+
+#include "ClientComm/TQHPGuard.h"
+#include "platform/apple_event.h"
+#include "platform/apple_event_manager.h"
+#include "platform/bundle.h"
+#include "platform/text.h"
+
+namespace {
+
+constexpr platform::AEEventClass kCallEventClass = platform::fourCharCode("aevt");
+constexpr platform::AEEventID kCallEventID = platform::fourCharCode("call");
+
+platform::AppleEventDescriptor textDescriptor(std::string_view text) {
+  return platform::AppleEventDescriptor::descriptorWithString(std::string(text));
+}
+
+// The identifier's first bytes, as many as it has UTF-16 units: the length of an address is counted
+// in characters. The two agree for every identifier in ASCII, which is what identifiers are made
+// of.
+platform::AppleEventDescriptor targetDescriptor(const OptionalString& bundleID) {
+  const std::string identifier = bundleID.value_or(std::string());
+  return {platform::typeApplicationBundleID,
+          identifier.substr(0, platform::utf16Length(identifier))};
+}
+
+}  // namespace
+
+TQHPAppleEventSender& TQHPAppleEventSender::share() {
+  static auto* const sender = new TQHPAppleEventSender;
+  return *sender;
+}
+
+TQHPAppleEventSender::TQHPAppleEventSender()
+    : helperBundleID_(platform::Bundle::mainBundle().infoString(kHelperBundleId)) {}
+
+OSErr TQHPAppleEventSender::sendEvnet(std::string_view className, std::string_view selectName,
+                                      std::span<const std::string> args) noexcept {
+  return sendEvnet(helperBundleID_, className, selectName, args);
+}
+
+OSErr TQHPAppleEventSender::sendEvnet(std::string_view className, std::string_view selectName,
+                                      std::span<const std::string> args,
+                                      OptionalString* result) noexcept {
+  return sendEvnet(helperBundleID_, className, selectName, args, result);
+}
+
+OSErr TQHPAppleEventSender::sendEvnet(const OptionalString& bundleID, std::string_view className,
+                                      std::string_view selectName,
+                                      std::span<const std::string> args) noexcept {
+  return guarded(platform::memFullErr, [&] {
+    platform::AppleEventDescriptor reply;
+    return platform::AESendMessage(createEvnet(bundleID, className, selectName, args), reply,
+                                   platform::kAENoReply, platform::kAEDefaultTimeout);
+  });
+}
+
+OSErr TQHPAppleEventSender::sendEvnet(const OptionalString& bundleID, std::string_view className,
+                                      std::string_view selectName,
+                                      std::span<const std::string> args,
+                                      OptionalString* result) noexcept {
+  if (result != nullptr) result->reset();
+  return guarded(platform::memFullErr, [&] {
+    platform::AppleEventDescriptor reply;
+    const OSErr status =
+        platform::AESendMessage(createEvnet(bundleID, className, selectName, args), reply,
+                                platform::kAEWaitReply, platform::kNoTimeOut);
+    const platform::AppleEventDescriptor* const answer =
+        reply.paramDescriptorForKeyword(platform::keyDirectObject);
+    if (answer != nullptr && result != nullptr) *result = answer->stringValue();
+    return status;
+  });
+}
+
+platform::AppleEventDescriptor TQHPAppleEventSender::createEvnet(
+    const OptionalString& bundleID, std::string_view className, std::string_view selectName,
+    std::span<const std::string> args) {
+  using platform::AppleEventDescriptor;
+  AppleEventDescriptor event = AppleEventDescriptor::appleEvent(
+      kCallEventClass, kCallEventID, targetDescriptor(bundleID), platform::kAutoGenerateReturnID,
+      platform::kAnyTransactionID);
+  AppleEventDescriptor argumentList = AppleEventDescriptor::listDescriptor();
+  argumentList.reserveItems(args.size());
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    argumentList.insertDescriptor(textDescriptor(args[i]), i + 1);
+  }
+  AppleEventDescriptor call = AppleEventDescriptor::listDescriptor();
+  call.reserveItems(3);
+  call.insertDescriptor(textDescriptor(className), 1);
+  call.insertDescriptor(textDescriptor(selectName), 2);
+  call.insertDescriptor(std::move(argumentList), 3);
+  event.setParamDescriptor(std::move(call), platform::keyDirectObject);
+  return event;
+}

@@ -1,0 +1,81 @@
+#include "ClientComm/TQHPHelper.h"
+
+#include <chrono>
+
+#include "ClientComm/TQHPGuard.h"
+#include "ClientComm/TQHPHelperCommunicate.h"
+#include "platform/timer.h"
+
+namespace {
+
+constexpr std::chrono::seconds kAutoStartInterval{5};
+
+TQHPHelper* sharedHelper = nullptr;
+
+}  // namespace
+
+TQHPHelper& TQHPHelper::share() {
+  if (sharedHelper == nullptr) {
+    sharedHelper = new TQHPHelper;
+    sharedHelper->init();
+  }
+  return *sharedHelper;
+}
+
+TQHPHelper::~TQHPHelper() = default;
+
+void TQHPHelper::init() {
+  cmmt_ = &TQHPHelperCommunicate::share();
+  guarded([this] {
+    autoStartTimer_ = platform::Timer::scheduledTimer(
+        kAutoStartInterval,
+        [this](const platform::Timer& timer) { autoautoStartIntervaTimerMethod(&timer); });
+  });
+}
+
+void TQHPHelper::autoautoStartIntervaTimerMethod(const platform::Timer* timer) {
+  if (timer != nullptr && timer == autoStartTimer_.get()) startHelper();
+}
+
+void TQHPHelper::startHelper() { cmmt_->autoRestartHelper(); }
+
+void TQHPHelper::stopHelper() { cmmt_->stopHelper(); }
+
+void TQHPHelper::commIncreaseDataCollect(const OptionalString& target, const OptionalString& key) {
+  cmmt_->commIncreaseDataCollect(target, key);
+}
+
+void TQHPHelper::autoCreatedIncreaseDataCollect(const OptionalString& target,
+                                                const OptionalString& key) {
+  cmmt_->autoCreatedIncreaseDataCollect(target, key);
+}
+
+void TQHPHelper::customStringDataCollect(const OptionalString& target,
+                                         const OptionalString& value) {
+  cmmt_->customStringDataCollect(target, value);
+}
+
+void TQHPHelper::setProductCollectStatus(bool status) { cmmt_->setProductCollectStatus(status); }
+
+bool TQHPHelper::productCollectStatus() { return cmmt_->productCollectStatus(); }
+
+void TQHPHelper::directUploadData() { cmmt_->directUploadData(); }
+
+void TQHPHelper::setDataCollectPID(const OptionalString& productID) {
+  if (!productID || productID->empty()) return;
+  cmmt_->setCollectDataPID(productID);
+}
+
+TQHPSuiteInfo TQHPHelper::regSuiteInfo() { return cmmt_->regSuiteInfo(); }
+
+TQHPSuiteInfo TQHPHelper::unRegSuiteInfo() { return cmmt_->unRegSuiteInfo(); }
+
+OptionalString TQHPHelper::netErrorPagePath() { return cmmt_->netErrorPagePath(); }
+
+void TQHPHelper::setTipsEnable(bool enable) { cmmt_->setTipsEnable(enable); }
+
+OSErr TQHPHelper::uploadProductFile(const OptionalString& email, const OptionalString& filePath,
+                                    const OptionalString& title,
+                                    const OptionalString& description) {
+  return cmmt_->uploadProductFile(email, filePath, title, description);
+}

@@ -1,0 +1,574 @@
+#include "ClientComm/TQHPHelperCommunicate.h"
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "ClientComm/TQHPAppleEventSender.h"
+#include "ClientComm/TQHPCustomerServiceByHelepr.h"
+#include "ClientComm/TQHPGetDataByHelper.h"
+#include "ClientComm/TQHPGuard.h"
+#include "ClientComm/TQHPHostClasses.h"
+#include "ClientComm/TQHPProcessList.h"
+#include "ClientComm/TQHPUploadByHelper.h"
+#include "ClientComm/TQHPVersion.h"
+#include "platform/bundle.h"
+#include "platform/file_lock.h"
+#include "platform/file_manager.h"
+#include "platform/property_list.h"
+#include "platform/text.h"
+#include "platform/user_defaults.h"
+#include "platform/workspace.h"
+
+namespace {
+
+using platform::Bundle;
+using platform::UserDefaults;
+
+constexpr const char kPID[] = "PID";
+constexpr const char kVersion[] = "Version";
+constexpr const char kExecutableFile[] = "ExecutableFile";
+constexpr const char kHelperAppNameFallback[] = "Helper App name";
+constexpr const char kHelperInstallPathFallback[] = "Helper location path";
+constexpr const char kTipsEnable[] = "TipsEnable";
+constexpr const char kEnableAD[] = "EnableAD";
+constexpr const char kSuiteInfoSeparator[] = "###";
+
+// Kinds of usage records, as the helper knows them.
+constexpr int kCommonCounter = 3;
+constexpr int kAutoCreatedCounter = 4;
+constexpr int kCustomString = 5;
+
+// How long one host waits for another that is installing; a helper of several hundred megabytes is
+// copied within it. Whoever gives up leaves it to the next launch.
+constexpr std::chrono::seconds kInstallationLimit{10};
+
+TQHPHelperCommunicate* sharedController = nullptr;
+
+std::optional<platform::PropertyListValue> optionalValue(const OptionalString& text) {
+  if (!text) return std::nullopt;
+  return platform::PropertyListValue(*text);
+}
+
+OptionalString flagText(bool flag) { return flag ? "1" : "0"; }
+
+/// Where the host wants its helper, by its Info dictionary; nil where it does not say.
+struct HelperLocation {
+  OptionalString bundleID;
+  OptionalString name;
+  OptionalString directory;
+};
+
+OptionalString expandedPath(const OptionalString& path) {
+  return path ? OptionalString(platform::stringByExpandingTildeInPath(*path)) : std::nullopt;
+}
+
+HelperLocation helperLocation() {
+  const Bundle& host = Bundle::mainBundle();
+  HelperLocation location{host.infoString(kHelperBundleId), host.infoString(kHelperAppName),
+                          expandedPath(host.infoString(kHelperDefaultInstallPath))};
+  if (!location.name) location.name = host.infoString(kHelperAppNameFallback);
+  if (!location.directory) {
+    location.directory = expandedPath(host.infoString(kHelperInstallPathFallback));
+  }
+  return location;
+}
+
+OptionalString versionOfBundle(const std::string& path) {
+  return Bundle(path).infoString(platform::kCFBundleVersionKey);
+}
+
+std::vector<std::string> componentsSeparatedBy(std::string_view text, std::string_view separator) {
+  std::vector<std::string> components;
+  for (;;) {
+    const std::size_t end = text.find(separator);
+    components.emplace_back(text.substr(0, end));
+    if (end == std::string_view::npos) return components;
+    text.remove_prefix(end + separator.size());
+  }
+}
+
+// Missing fields read as nil and 0.
+TQHPSuiteInfo suiteInfoFromReply(const OptionalString& reply) {
+  if (!reply) return TQHPSuiteInfo::initWithDate(std::nullopt, 0, 0);
+  const std::vector<std::string> fields = componentsSeparatedBy(*reply, kSuiteInfoSeparator);
+  const auto number = [&](std::size_t index) {
+    return index < fields.size() ? platform::intValue(fields[index]) : 0;
+  };
+  return TQHPSuiteInfo::initWithDate(fields.front(), number(1), number(2));
+}
+
+// Whether `dictionary` has `key` already with the truth value `enable`.
+bool isStored(const platform::PropertyListDictionary& dictionary, std::string_view key,
+              bool enable) {
+  const auto old = dictionary.find(key);
+  return old != dictionary.end() && old->second.boolValue() == enable;
+}
+
+void saveToPlistFile(const char* key, bool enable) {
+  const OptionalString path =
+      TQHPHelperCommunicate::searchPlistFilePath(Bundle::mainBundle().bundlePath());
+  if (!path) return;
+  auto dictionary = platform::dictionaryWithContentsOfFile(*path);
+  if (!dictionary || isStored(*dictionary, key, enable)) return;
+  dictionary->insert_or_assign(key, enable);
+  platform::writeDictionaryToFile(*dictionary, *path);
+}
+
+void saveToStringsFile(const char* key, bool enable) {
+  const OptionalString path =
+      TQHPHelperCommunicate::searchCurrentStringsFilePath(Bundle::mainBundle().bundlePath());
+  if (!path) return;
+  auto dictionary = platform::dictionaryWithContentsOfFile(*path);
+  if (!dictionary || isStored(*dictionary, key, enable)) return;
+  dictionary->insert_or_assign(key, *flagText(enable));
+  platform::writeTextToFileAsUTF16(platform::descriptionInStringsFileFormat(*dictionary), *path);
+}
+
+// The switch as it stands in the files now: the localised value before the plain one.
+bool effectiveSwitch(const char* key, bool valueWhenAbsent) {
+  const auto value = Bundle::mainBundle().objectForInfoDictionaryKey(key);
+  return value ? value->boolValue() : valueWhenAbsent;
+}
+
+}  // namespace
+
+const platform::Class& TQHPHelperCommunicate::staticClass() {
+  using platform::method;
+  using Self = TQHPHelperCommunicate;
+  // Calls reach the one controller. None is made for a call: that would run the whole start-up, in
+  // the middle of an event.
+  const auto existing = [] {
+    return std::shared_ptr<platform::Object>(std::shared_ptr<void>(), sharedController);
+  };
+  static const auto* const cls = new platform::Class(
+      "TQHPHelperCommunicate", existing,
+      {method<&Self::startHelper>("startHelper"), method<&Self::stopHelper>("stopHelper"),
+       method<&Self::isAliveHelper>("isAliveHelper"), method<&Self::showHelper>("showHelper"),
+       method<&Self::hideHelper>("hideHelper"),
+       method<&Self::autoRestartHelper>("autoRestartHelper"),
+       method<&Self::firstStartPID>("firstStartPID"), method<&Self::clientID>("clientID"),
+       method<&Self::collectDataPID>("collectDataPID"),
+       method<&Self::willHelperExit>("willHelperExit")});
+  return *cls;
+}
+
+TQHPHelperCommunicate& TQHPHelperCommunicate::share() {
+  if (sharedController == nullptr) {
+    // In place before the start-up runs, so that whatever the start-up calls finds this one.
+    sharedController = new TQHPHelperCommunicate;
+    sharedController->init();
+  }
+  return *sharedController;
+}
+
+void TQHPHelperCommunicate::init() {
+  guarded([this] {
+    registerHostClasses();
+    isHelperAlive_ = false;
+    TQHPHelperControl::share().setHelperCtrlDelegate(this);
+    synthesizeUserDefault();
+    extractHelper();
+    launchHelepr();
+  });
+}
+
+// --- The helper's life ---
+
+OSErr TQHPHelperCommunicate::startHelper() {
+  const OSErr status = TQHPHelperControl::share().start(productID_, productVersion_);
+  if (status == platform::noErr) isHelperAlive_ = true;
+  firstStartPID();
+  clientIDFormHelper();
+  saveTipsEnable();
+  saveEnableAD();
+  return status;
+}
+
+OSErr TQHPHelperCommunicate::stopHelper() {
+  const OSErr status = TQHPHelperControl::share().stop(productID_, productVersion_);
+  isHelperAlive_ = false;
+  return status;
+}
+
+OSErr TQHPHelperCommunicate::isAliveHelper() {
+  const OSErr status = TQHPHelperControl::share().isAlive(productID_, productVersion_);
+  if (status == platform::noErr && !isHelperAlive_) startHelper();
+  return status;
+}
+
+OSErr TQHPHelperCommunicate::showHelper() {
+  const OSErr status = autoRestartHelper();
+  if (status != platform::noErr) return status;
+  return TQHPHelperControl::share().show(productID_, productVersion_);
+}
+
+OSErr TQHPHelperCommunicate::hideHelper() {
+  const OSErr status = autoRestartHelper();
+  if (status != platform::noErr) return status;
+  return TQHPHelperControl::share().hide(productID_, productVersion_);
+}
+
+OSErr TQHPHelperCommunicate::autoRestartHelper() {
+  if (!getDefaultHelperServerOpen()) return kHelperServerClosed;
+  if (isAliveHelper() == platform::noErr) return platform::noErr;
+  return launchHelepr() ? platform::noErr : kHelperNotLaunched;
+}
+
+bool TQHPHelperCommunicate::getDefaultHelperServerOpen() {
+  return guarded(true, [] {
+    const OptionalString helper = Bundle::mainBundle().infoString(kHelperBundleId);
+    if (!helper) return true;
+    const auto domain = UserDefaults::standardUserDefaults().persistentDomainForName(*helper);
+    if (!domain) return true;
+    const auto closed = domain->find(TQHPServerClosed);
+    return closed == domain->end() || !closed->second.boolValue();
+  });
+}
+
+void TQHPHelperCommunicate::willHelperExit() { stopHelper(); }
+
+void TQHPHelperCommunicate::didCheckServerOpen(bool isOpen, const platform::Error* /*error*/) {
+  isServerOpen_ = isOpen;
+}
+
+// --- The product's identity ---
+
+void TQHPHelperCommunicate::synthesizeUserDefault() {
+  guarded([this] {
+    const Bundle& host = Bundle::mainBundle();
+    productID_ = host.infoString(kPID);
+    productVersion_ = host.infoString(platform::kCFBundleVersionKey);
+    UserDefaults& defaults = UserDefaults::standardUserDefaults();
+    defaults.setObject(optionalValue(productID_), kPID);
+    defaults.setObject(optionalValue(productVersion_), kVersion);
+    defaults.setObject(platform::PropertyListValue(host.bundlePath()), kExecutableFile);
+    defaults.synchronize();
+  });
+}
+
+OptionalString TQHPHelperCommunicate::firstStartPID() {
+  return guarded(OptionalString(), [] {
+    UserDefaults& defaults = UserDefaults::standardUserDefaults();
+    const auto isFirstStart = defaults.objectForKey(KIsFirstStart);
+    if (isFirstStart && !isFirstStart->boolValue()) return defaults.stringForKey(KFirstStartPID);
+    OptionalString productID = Bundle::mainBundle().infoString(kPID);
+    defaults.setObject(platform::PropertyListValue(false), KIsFirstStart);
+    defaults.setObject(optionalValue(productID), KFirstStartPID);
+    defaults.synchronize();
+    return productID;
+  });
+}
+
+OptionalString TQHPHelperCommunicate::clientIDFormHelper() {
+  return guarded(OptionalString(), [this] {
+    clientID_.reset();
+    clientID_ = TQHPGetDataByHelper().clientIDFormHelper();
+    return clientID_;
+  });
+}
+
+// --- Installation ---
+
+void TQHPHelperCommunicate::extractHelper() {
+  guarded([this] {
+    const HelperLocation location = helperLocation();
+    if (!location.name || !location.directory) return;
+    if (!platform::fileExistsAtPath(*location.directory)) {
+      platform::createDirectoryAtPath(*location.directory);
+    }
+    const OptionalString resource = Bundle::mainBundle().pathForResource(*location.name, "app");
+    if (!resource) return;
+    const std::string installed = platform::stringByAppendingPathComponent(
+        *location.directory, platform::lastPathComponent(*resource));
+    // Hosts that start at the same moment take turns; each judges what the one before it left.
+    const platform::DirectoryLock lock(*location.directory, kInstallationLimit);
+    if (!lock.isHeld()) return;
+    if (platform::fileExistsAtPath(installed)) {
+      if (compareVersion(versionOfBundle(*resource), versionOfBundle(installed)) != 1) return;
+      const auto error = platform::removeItemAtPath(installed);
+      if (TQHPProcessList::share().applicationIsRunning(location.bundleID, installed)) {
+        TQHPHelperControl::share().exitHelper(productID_, productVersion_);
+      }
+      if (error) return;
+    }
+    platform::copyPath(*resource, installed);
+  });
+}
+
+bool TQHPHelperCommunicate::launchHelepr() {
+  return guarded(false, [this] {
+    const HelperLocation location = helperLocation();
+    if (!location.name || !location.directory) return false;
+    const std::string installed =
+        platform::stringByAppendingPathComponent(*location.directory, *location.name) + ".app";
+    if (!platform::fileExistsAtPath(installed)) extractHelper();
+    // Where the system keeps a database of applications, the look-up makes it known there; the path
+    // itself is not needed.
+    static_cast<void>(
+        platform::Workspace::sharedWorkspace().fullPathForApplication(*location.name));
+    if (!TQHPProcessList::share().applicationIsRunning(location.bundleID, installed)) {
+      // Not while another host is replacing the copy that would be opened.
+      const platform::DirectoryLock lock(*location.directory, kInstallationLimit);
+      if (!platform::Workspace::sharedWorkspace().openFile(installed)) return false;
+    }
+    isServerOpen_ = getDefaultHelperServerOpen();
+    startHelper();
+    return true;
+  });
+}
+
+OptionalString TQHPHelperCommunicate::appPath(const std::string& directory) {
+  return guarded(OptionalString(), [&]() -> OptionalString {
+    for (const std::string& name : platform::contentsOfDirectoryAtPath(directory)) {
+      if (platform::pathExtension(name) == "app") {
+        return platform::stringByAppendingPathComponent(directory, name);
+      }
+    }
+    return std::nullopt;
+  });
+}
+
+int TQHPHelperCommunicate::typeOfCharacter(std::string_view text) {
+  // A dot counts only by itself; every other text counts by its first character.
+  VersionComponent first{};
+  VersionReader(text).next(first);
+  const bool isDotFollowedByMore = first.type == VersionComponentType::kDot && text.size() > 1;
+  return static_cast<int>(isDotFollowedByMore ? VersionComponentType::kOther : first.type);
+}
+
+std::vector<std::string> TQHPHelperCommunicate::splitVersionString(const OptionalString& version) {
+  return guarded(std::vector<std::string>(), [&] {
+    std::vector<std::string> components;
+    VersionReader reader(version ? std::string_view(*version) : std::string_view());
+    for (VersionComponent component; reader.next(component);) {
+      components.emplace_back(component.text);
+    }
+    return components;
+  });
+}
+
+int TQHPHelperCommunicate::compareVersion(const OptionalString& version,
+                                          const OptionalString& toVersion) {
+  const auto text = [](const OptionalString& value) {
+    return value ? std::string_view(*value) : std::string_view();
+  };
+  return compareVersionStrings(text(version), text(toVersion));
+}
+
+// --- Upgrade ---
+
+OSErr TQHPHelperCommunicate::productUpgrade() {
+  const OSErr status = autoRestartHelper();
+  if (status != platform::noErr) return status;
+  return TQHPUpgradeByHelper::share().productUpgrade(productID_, productVersion_);
+}
+
+OSErr TQHPHelperCommunicate::productReadyToUpgrade(bool ready) {
+  return TQHPUpgradeByHelper::share().productReadyToUpgrade(productID_, productVersion_,
+                                                            flagText(ready));
+}
+
+void TQHPHelperCommunicate::setProductUpgradeDelegate(
+    TQHPProductUpgradeCallBackDelegate* delegate) {
+  TQHPUpgradeByHelper::share().setProductUpgradeDelegate(delegate);
+}
+
+TQHPProductUpgradeCallBackDelegate* TQHPHelperCommunicate::getProductUpgradeDelegate() {
+  return TQHPUpgradeByHelper::share().getProductUpgradeDelegate();
+}
+
+// --- Uploads and customer service ---
+
+OSErr TQHPHelperCommunicate::uploadLogByEmail(const OptionalString& email,
+                                              const OptionalString& filePath,
+                                              const OptionalString& title,
+                                              const OptionalString& description) {
+  const OSErr status = autoRestartHelper();
+  if (status != platform::noErr) return status;
+  return TQHPUploadByHelper::share().uploadLog(productID_, productVersion_, email, filePath, title,
+                                               description);
+}
+
+OSErr TQHPHelperCommunicate::uploadUserFile(const OptionalString& email,
+                                            const OptionalString& filePath,
+                                            const OptionalString& title,
+                                            const OptionalString& description) {
+  const OSErr status = autoRestartHelper();
+  if (status != platform::noErr) return status;
+  return TQHPUploadByHelper::share().uploadUserFile(productID_, productVersion_, email, filePath,
+                                                    title, description);
+}
+
+OSErr TQHPHelperCommunicate::uploadProductFile(const OptionalString& email,
+                                               const OptionalString& filePath,
+                                               const OptionalString& title,
+                                               const OptionalString& description) {
+  return TQHPUploadByHelper::share().uploadProductFile(productID_, productVersion_, email, filePath,
+                                                       title, description);
+}
+
+OSErr TQHPHelperCommunicate::checkForHeleprMessage() {
+  const OSErr status = autoRestartHelper();
+  if (status != platform::noErr) return status;
+  return TQHPCustomerServiceByHelepr::share().checkForHeleprMessage(productID_, productVersion_);
+}
+
+OSErr TQHPHelperCommunicate::customerserviceByEmail(const OptionalString& email,
+                                                    const OptionalString& attachment) {
+  const OSErr status = autoRestartHelper();
+  if (status != platform::noErr) return status;
+  return TQHPCustomerServiceByHelepr::share().customerService(productID_, productVersion_, email,
+                                                              attachment);
+}
+
+// --- Usage data ---
+
+OSErr TQHPHelperCommunicate::commIncreaseDataCollect(const OptionalString& target,
+                                                     const OptionalString& key) {
+  return TQHPUploadByHelper::share().collectData(collectDataPID(), productVersion_, kCommonCounter,
+                                                 target, key, "");
+}
+
+OSErr TQHPHelperCommunicate::autoCreatedIncreaseDataCollect(const OptionalString& target,
+                                                            const OptionalString& key) {
+  return TQHPUploadByHelper::share().collectData(collectDataPID(), productVersion_,
+                                                 kAutoCreatedCounter, target, key, "");
+}
+
+OSErr TQHPHelperCommunicate::customStringDataCollect(const OptionalString& target,
+                                                     const OptionalString& value) {
+  return TQHPUploadByHelper::share().collectData(collectDataPID(), productVersion_, kCustomString,
+                                                 target, "", value);
+}
+
+OSErr TQHPHelperCommunicate::directUploadData() {
+  return TQHPUploadByHelper::share().directUploadData(collectDataPID(), productVersion_);
+}
+
+OSErr TQHPHelperCommunicate::setProductCollectStatus(bool status) {
+  return TQHPUploadByHelper::share().setProductCollectStatus(productID_, productVersion_,
+                                                             flagText(status));
+}
+
+bool TQHPHelperCommunicate::productCollectStatus() {
+  return TQHPUploadByHelper::share().productCollectStatus(productID_, productVersion_) == "1";
+}
+
+void TQHPHelperCommunicate::setCollectDataPID(const OptionalString& productID) {
+  guarded([&] {
+    UserDefaults& defaults = UserDefaults::standardUserDefaults();
+    defaults.setObject(optionalValue(productID), KDataCollectPID);
+    defaults.synchronize();
+  });
+}
+
+OptionalString TQHPHelperCommunicate::collectDataPID() {
+  return guarded(OptionalString(), [this] {
+    OptionalString productID = UserDefaults::standardUserDefaults().stringForKey(KDataCollectPID);
+    return productID && !productID->empty() ? productID : firstStartPID();
+  });
+}
+
+void TQHPHelperCommunicate::initDataCollectionPath(const OptionalString& basePath) {
+  guarded([&] {
+    if (!basePath) return;
+    const std::string log = platform::stringByAppendingPathComponent(*basePath, "Log");
+    if (!platform::fileExistsAtPath(log)) platform::createDirectoryAtPath(log);
+    const std::string data = platform::stringByAppendingPathComponent(log, "Data");
+    if (platform::fileExistsAtPath(data)) return;
+    UserDefaults::standardUserDefaults().setObject(platform::PropertyListValue(data),
+                                                   DataCollectPathKey);
+    platform::createDirectoryAtPath(data);
+  });
+}
+
+// --- Suite information and network-error page ---
+
+TQHPSuiteInfo TQHPHelperCommunicate::regSuiteInfo() {
+  return guarded(TQHPSuiteInfo::initWithDate(std::nullopt, 0, 0), [this] {
+    return suiteInfoFromReply(
+        TQHPUploadByHelper::share().regSuiteInfo(productID_, productVersion_));
+  });
+}
+
+TQHPSuiteInfo TQHPHelperCommunicate::unRegSuiteInfo() {
+  return guarded(TQHPSuiteInfo::initWithDate(std::nullopt, 0, 0), [this] {
+    return suiteInfoFromReply(
+        TQHPUploadByHelper::share().unRegSuiteInfo(productID_, productVersion_));
+  });
+}
+
+OptionalString TQHPHelperCommunicate::netErrorPagePath() {
+  return TQHPUploadByHelper::share().netErrorPagePath(productID_, productVersion_);
+}
+
+// --- Tips and advertising switches ---
+
+void TQHPHelperCommunicate::setTipsEnable(bool enable) {
+  saveTipsEnableToPlistFile(enable);
+  saveTipsEnableTostringsFile(enable);
+}
+
+void TQHPHelperCommunicate::setEnableAD(bool enable) {
+  saveEnableADToPlistFile(enable);
+  saveEnableADToStringsFile(enable);
+}
+
+void TQHPHelperCommunicate::saveTipsEnable() {
+  guarded([this] { saveTipsEnableToPlistFile(effectiveSwitch(kTipsEnable, true)); });
+}
+
+void TQHPHelperCommunicate::saveEnableAD() {
+  guarded([this] { saveEnableADToPlistFile(effectiveSwitch(kEnableAD, false)); });
+}
+
+void TQHPHelperCommunicate::saveTipsEnableToPlistFile(bool enable) {
+  guarded([&] { saveToPlistFile(kTipsEnable, enable); });
+}
+
+void TQHPHelperCommunicate::saveEnableADToPlistFile(bool enable) {
+  guarded([&] { saveToPlistFile(kEnableAD, enable); });
+}
+
+void TQHPHelperCommunicate::saveTipsEnableTostringsFile(bool enable) {
+  guarded([&] { saveToStringsFile(kTipsEnable, enable); });
+}
+
+void TQHPHelperCommunicate::saveEnableADToStringsFile(bool enable) {
+  guarded([&] { saveToStringsFile(kEnableAD, enable); });
+}
+
+OptionalString TQHPHelperCommunicate::searchPlistFilePath(const OptionalString& bundlePath) {
+  return guarded(OptionalString(), [&]() -> OptionalString {
+    if (!bundlePath) return std::nullopt;
+    const std::string contents = platform::stringByAppendingPathComponent(*bundlePath, "Contents");
+    for (const std::string& name : platform::contentsOfDirectoryAtPath(contents)) {
+      if (platform::pathExtension(name) == "plist") {
+        return platform::stringByAppendingPathComponent(contents, name);
+      }
+    }
+    return std::nullopt;
+  });
+}
+
+OptionalString TQHPHelperCommunicate::searchCurrentStringsFilePath(
+    const OptionalString& bundlePath) {
+  return guarded(OptionalString(), [&]() -> OptionalString {
+    if (!bundlePath) return std::nullopt;
+    const std::string resources =
+        platform::stringByAppendingPathComponent(*bundlePath, "Contents/Resources");
+    const std::string language = Bundle::mainBundle().preferredLocalizations().front();
+    const OptionalString folder = Bundle(resources).pathForResource(language, "lproj");
+    if (!folder) return std::nullopt;
+    for (const std::string& name : platform::contentsOfDirectoryAtPath(*folder)) {
+      if (platform::pathExtension(name) != "strings") continue;
+      const std::string path = platform::stringByAppendingPathComponent(*folder, name);
+      const auto table = platform::dictionaryWithContentsOfFile(path);
+      // One table holds both switches: the one with the tips.
+      if (table && table->contains(kTipsEnable)) return path;
+    }
+    return platform::stringByAppendingPathComponent(*folder, "InfoPlist.strings");
+  });
+}

@@ -38,7 +38,9 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   /// and starts the helper.
   static TQHPHelperCommunicate& share();
 
-  const platform::Class& isa() const override;
+  /// The class by which the process's registry knows it.
+  static const platform::Class& staticClass();
+  const platform::Class& isa() const override { return staticClass(); }
 
   // --- The helper's life ---
 

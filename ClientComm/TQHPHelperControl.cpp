@@ -1,0 +1,119 @@
+#include "ClientComm/TQHPHelperControl.h"
+
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "ClientComm/TQHPAppleEventProcesser.h"
+#include "ClientComm/TQHPGuard.h"
+#include "ClientComm/TQHPHelperError.h"
+#include "ClientComm/TQHPHostClasses.h"
+#include "ClientComm/TQHPProxyCall.h"
+#include "platform/bundle.h"
+#include "platform/property_list.h"
+#include "platform/text.h"
+
+bool TQHPHelperControlCallBackDelegate::respondsToSelector(std::string_view selector) const {
+  return selector == "willHelperExit" || selector == "didCheckServerOpen::";
+}
+
+const platform::Class& TQHPHelperControl::staticClass() {
+  using platform::method;
+  using Self = TQHPHelperControl;
+  static const auto* const cls = new platform::Class(
+      "TQHPHelperControl", platform::makeShared<Self>,
+      {method<&Self::isAlive>("isAlive:prodeuctVersion:"),
+       method<&Self::hide>("hide:prodeuctVersion:"), method<&Self::show>("show:prodeuctVersion:"),
+       method<&Self::exitHelper>("exitHelper:productVersion:"),
+       method<&Self::stop>("stop:prodeuctVersion:"), method<&Self::start>("start:prodeuctVersion:"),
+       method<&Self::helperExitNotify>("helperExitNotify:"),
+       method<&Self::checkServerOpenCallBack>("checkServerOpenCallBack::::"),
+       method<&Self::saveEnableADToPlistFile>("saveEnableADToPlistFile")});
+  return *cls;
+}
+
+TQHPHelperControl& TQHPHelperControl::share() {
+  static auto* const proxy = new TQHPHelperControl;
+  return *proxy;
+}
+
+TQHPHelperControl::TQHPHelperControl() {
+  registerHostClasses();
+  TQHPAppleEventProcesser::share().setObjectforKeyToMapTable(*this, staticClass().name());
+}
+
+TQHPHelperControl::~TQHPHelperControl() {
+  TQHPAppleEventProcesser& table = TQHPAppleEventProcesser::share();
+  // A later instance may have the entry by now.
+  if (table.objectForKey(staticClass().name()) == this) {
+    table.removeObjectforKeyToMapTable(staticClass().name());
+  }
+}
+
+OSErr TQHPHelperControl::isAlive(const OptionalString& productID,
+                                 const OptionalString& prodeuctVersion) {
+  return sendCommand(*this, "isAlive:prodeuctVersion:", productID, prodeuctVersion);
+}
+
+OSErr TQHPHelperControl::hide(const OptionalString& productID,
+                              const OptionalString& prodeuctVersion) {
+  return sendCommand(*this, "hide:prodeuctVersion:", productID, prodeuctVersion);
+}
+
+OSErr TQHPHelperControl::show(const OptionalString& productID,
+                              const OptionalString& prodeuctVersion) {
+  return sendCommand(*this, "show:prodeuctVersion:", productID, prodeuctVersion);
+}
+
+OSErr TQHPHelperControl::exitHelper(const OptionalString& productID,
+                                    const OptionalString& productVersion) {
+  return sendCommand(*this, "exitHelper:productVersion:", productID, productVersion);
+}
+
+OSErr TQHPHelperControl::stop(const OptionalString& productID,
+                              const OptionalString& prodeuctVersion) {
+  return sendCommand(*this, "stop:prodeuctVersion:", productID, prodeuctVersion);
+}
+
+OSErr TQHPHelperControl::start(const OptionalString& productID,
+                               const OptionalString& prodeuctVersion) {
+  return sendCommand(*this, "start:prodeuctVersion:", productID, prodeuctVersion);
+}
+
+OSErr TQHPHelperControl::helperExitNotify(const OptionalString& /*unused*/) {
+  if (helperCtrlDelegate_ != nullptr && helperCtrlDelegate_->respondsToSelector("willHelperExit")) {
+    helperCtrlDelegate_->willHelperExit();
+  }
+  return platform::noErr;
+}
+
+OSErr TQHPHelperControl::checkServerOpenCallBack(const OptionalString& /*unused*/,
+                                                 const OptionalString& isOpen,
+                                                 const OptionalString& code,
+                                                 const OptionalString& description) {
+  if (helperCtrlDelegate_ == nullptr ||
+      !helperCtrlDelegate_->respondsToSelector("didCheckServerOpen::")) {
+    return platform::noErr;
+  }
+  std::optional<platform::Error> error;
+  if (platform::intValue(code.value_or(std::string())) != 0) {
+    error = TQHPHelperError::errorWithCode(code, description);
+  }
+  helperCtrlDelegate_->didCheckServerOpen(platform::boolValue(isOpen.value_or(std::string())),
+                                          error ? &*error : nullptr);
+  return platform::noErr;
+}
+
+bool TQHPHelperControl::saveEnableADToPlistFile() {
+  return guarded(false, [] {
+    const platform::Bundle& bundle = platform::Bundle::mainBundle();
+    const auto enable = bundle.objectForInfoDictionaryKey("EnableAD");
+    if (!enable) return true;
+    const std::vector<std::string> paths = bundle.pathsForResourcesOfType("plist", "Contents");
+    if (paths.empty()) return true;
+    auto dictionary = platform::dictionaryWithContentsOfFile(paths.front());
+    if (!dictionary) return false;
+    dictionary->insert_or_assign("EnableAD", enable->boolValue());
+    return platform::writeDictionaryToFile(*dictionary, paths.front());
+  });
+}

@@ -33,7 +33,9 @@ class CLIENTCOMM_EXPORT TQHPHelperControl : public TQHPAppEventBase {
   TQHPHelperControl();
   ~TQHPHelperControl() override;
 
-  const platform::Class& isa() const override;
+  /// The class by which the process's registry knows it.
+  static const platform::Class& staticClass();
+  const platform::Class& isa() const override { return staticClass(); }
 
   /// Receiver of the notices; not kept alive. Null drops them.
   TQHPHelperControlCallBackDelegate* helperCtrlDelegate() const { return helperCtrlDelegate_; }

@@ -1,0 +1,123 @@
+#include "ClientComm/TQHPProcessList.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+
+#include "platform/bundle.h"
+#include "platform/process_manager.h"
+
+using platform::kinfo_proc;
+
+namespace {
+
+/// Name vector of a request for the process table.
+using Request = int[3];
+constexpr Request kWholeTable = {platform::CTL_KERN, platform::KERN_PROC, platform::KERN_PROC_ALL};
+constexpr Request kProcessIDs = {platform::CTL_KERN, platform::KERN_PROC,
+                                 platform::KERN_PROC_ONLY_IDS};
+
+// A wrong call must end the process in a release build too, where assert() is compiled out.
+void require(bool condition, const char* text, int line) {
+  if (condition) return;
+  std::fprintf(stderr,
+               "Assertion failed: (%s), function GetBSDProcessList, "
+               "file ClientComm/TQHPProcessList.cpp, line %d.\n",
+               text, line);
+  std::abort();
+}
+
+struct FreeTable {
+  void operator()(kinfo_proc* table) const { std::free(table); }
+};
+using ScopedTable = std::unique_ptr<kinfo_proc, FreeTable>;
+
+int call(const Request& request, void* buffer, std::size_t& length) {
+  const int result = platform::sysctl(request, 3, buffer, &length, nullptr, 0);
+  return result == -1 ? errno : result;
+}
+
+/// Sizes the table, allocates, and reads it, as often as it outgrows its size in between.
+/// @return 0 with the table and the number of its records, or an errno value.
+int readTable(const Request& request, ScopedTable& table, std::size_t& count) {
+  for (;;) {
+    std::size_t length = 0;
+    if (const int error = call(request, nullptr, length); error != 0) return error;
+    // An empty table is still a table.
+    table.reset(static_cast<kinfo_proc*>(std::malloc(std::max(length, sizeof(kinfo_proc)))));
+    if (!table) return ENOMEM;
+    const int error = call(request, table.get(), length);
+    if (error == 0) {
+      count = length / sizeof(kinfo_proc);
+      return 0;
+    }
+    table.reset();
+    if (error != ENOMEM) return error;
+  }
+}
+
+OptionalString stringFor(const platform::PropertyListDictionary& information,
+                         std::string_view key) {
+  const auto entry = information.find(key);
+  return entry != information.end() ? entry->second.stringValue() : std::nullopt;
+}
+
+}  // namespace
+
+int GetBSDProcessList(kinfo_proc** procList, std::size_t* procCount) {
+  require(procList != nullptr, "procList != NULL", __LINE__);
+  require(procCount != nullptr, "procCount != NULL", __LINE__);
+  *procCount = 0;
+  ScopedTable table;
+  const int err = readTable(kWholeTable, table, *procCount);
+  *procList = table.release();
+  require((err == 0) == (*procList != nullptr), "(err == 0) == (*procList != NULL)", __LINE__);
+  return err;
+}
+
+TQHPProcessList& TQHPProcessList::share() {
+  static TQHPProcessList& processList = *new TQHPProcessList;
+  return processList;
+}
+
+bool TQHPProcessList::applicationIsRunning(const OptionalString& bundleID,
+                                           const OptionalString& bundlePath) {
+  if (!bundleID || !bundlePath) return false;
+  ScopedTable table;
+  std::size_t count = 0;
+  // The names and users of the processes would cost more to read than all the rest.
+  readTable(kProcessIDs, table, count);
+  return std::any_of(table.get(), table.get() + count, [&](const kinfo_proc& process) {
+    const auto information = infoForPID(process.kp_proc.p_pid);
+    return information && stringFor(*information, platform::kCFBundleIdentifierKey) == bundleID &&
+           stringFor(*information, platform::kBundlePathKey) == bundlePath;
+  });
+}
+
+std::optional<platform::PropertyListDictionary> TQHPProcessList::infoForPID(std::int32_t pid) {
+  platform::ProcessSerialNumber psn;
+  if (platform::GetProcessForPID(pid, psn) != platform::noErr) return std::nullopt;
+  return platform::ProcessInformationCopyDictionary(
+      psn, platform::kProcessDictionaryIncludeAllInformationMask);
+}
+
+std::vector<TQHPProcessList::ProcessRecord> TQHPProcessList::getBSDProcessList() {
+  std::vector<ProcessRecord> records;
+  kinfo_proc* list = nullptr;
+  std::size_t count = 0;
+  GetBSDProcessList(&list, &count);
+  const ScopedTable table(list);
+  for (std::size_t i = 0; i < count; ++i) {
+    const kinfo_proc& process = list[i];
+    const auto information = infoForPID(process.kp_proc.p_pid);
+    const auto name =
+        information ? stringFor(*information, platform::kCFBundleNameKey) : std::nullopt;
+    records.push_back({{"pname", name.value_or(process.kp_proc.p_comm)},
+                       {"pid", std::to_string(process.kp_proc.p_pid)},
+                       {"uid", std::to_string(process.kp_eproc.e_ucred.cr_uid)}});
+  }
+  return records;
+}

@@ -1,0 +1,79 @@
+#include "ClientComm/TQHPUpgradeByHelper.h"
+
+#include <optional>
+
+#include "ClientComm/TQHPAppleEventProcesser.h"
+#include "ClientComm/TQHPHelperError.h"
+#include "ClientComm/TQHPHostClasses.h"
+#include "ClientComm/TQHPProxyCall.h"
+#include "platform/text.h"
+
+bool TQHPProductUpgradeCallBackDelegate::respondsToSelector(std::string_view selector) const {
+  return selector == "productWillUpgrade:";
+}
+
+void TQHPProductUpgradeCallBackDelegate::productWillUpgrade(const platform::Error* /*error*/) {}
+
+const platform::Class& TQHPUpgradeByHelper::staticClass() {
+  using platform::method;
+  using Self = TQHPUpgradeByHelper;
+  static const auto* const cls = new platform::Class(
+      "TQHPUpgradeByHelper", platform::makeShared<Self>,
+      {method<&Self::productUpgrade>("productUpgrade:versionID:"),
+       method<&Self::productReadyToUpgrade>("productReadyToUpgrade:versionID:ready:"),
+       method<&Self::productUpgradeCallBack>("productUpgradeCallBack::::")});
+  return *cls;
+}
+
+TQHPUpgradeByHelper& TQHPUpgradeByHelper::share() {
+  static auto* const proxy = new TQHPUpgradeByHelper;
+  return *proxy;
+}
+
+TQHPUpgradeByHelper::TQHPUpgradeByHelper() {
+  registerHostClasses();
+  TQHPAppleEventProcesser::share().setObjectforKeyToMapTable(*this, staticClass().name());
+}
+
+TQHPUpgradeByHelper::~TQHPUpgradeByHelper() {
+  TQHPAppleEventProcesser& table = TQHPAppleEventProcesser::share();
+  // A later instance may have the entry by now.
+  if (table.objectForKey(staticClass().name()) == this) {
+    table.removeObjectforKeyToMapTable(staticClass().name());
+  }
+}
+
+OSErr TQHPUpgradeByHelper::productUpgrade(const OptionalString& productID,
+                                          const OptionalString& versionID) {
+  return sendCommand(*this, "productUpgrade:versionID:", productID, versionID);
+}
+
+OSErr TQHPUpgradeByHelper::productReadyToUpgrade(const OptionalString& productID,
+                                                 const OptionalString& versionID,
+                                                 const OptionalString& ready) {
+  isUpgradeQueryResopned_ = true;
+  return sendCommand(*this, "productReadyToUpgrade:versionID:ready:", productID, versionID, ready);
+}
+
+OSErr TQHPUpgradeByHelper::productUpgradeCallBack(const OptionalString& /*unused1*/,
+                                                  const OptionalString& /*unused2*/,
+                                                  const OptionalString& code,
+                                                  const OptionalString& description) {
+  if (!isUpgradeQueryResopned_) {
+    const OSErr status = productReadyToUpgrade("", "", "ignore");
+    isUpgradeQueryResopned_ = false;
+    return status;
+  }
+  if (productUpgradeDelegate_ == nullptr ||
+      !productUpgradeDelegate_->respondsToSelector("productWillUpgrade:")) {
+    return platform::noErr;
+  }
+  std::optional<platform::Error> error;
+  if (platform::intValue(code.value_or(std::string())) != 0) {
+    error = TQHPHelperError::errorWithCode(code, description);
+  }
+  // Before the call: the delegate may answer from inside it.
+  isUpgradeQueryResopned_ = false;
+  productUpgradeDelegate_->productWillUpgrade(error ? &*error : nullptr);
+  return platform::noErr;
+}

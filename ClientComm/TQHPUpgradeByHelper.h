@@ -29,7 +29,9 @@ class CLIENTCOMM_EXPORT TQHPUpgradeByHelper : public TQHPAppEventBase {
   TQHPUpgradeByHelper();
   ~TQHPUpgradeByHelper() override;
 
-  const platform::Class& isa() const override;
+  /// The class by which the process's registry knows it.
+  static const platform::Class& staticClass();
+  const platform::Class& isa() const override { return staticClass(); }
 
   /// The host's listener; not kept alive. Null drops the callbacks.
   TQHPProductUpgradeCallBackDelegate* productUpgradeDelegate() const {

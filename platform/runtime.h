@@ -94,8 +94,8 @@ template <typename R, typename T, typename... Args>
 struct MemberFunction<R (T::*)(Args...) const> : MemberFunction<R (T::*)(Args...)> {};
 
 template <typename Result>
-inline constexpr bool kIsText =
-    std::is_same_v<Result, OptionalString> || std::is_same_v<Result, std::string>;
+inline constexpr bool kIsText = std::is_same_v<std::remove_cvref_t<Result>, OptionalString> ||
+                                std::is_same_v<std::remove_cvref_t<Result>, std::string>;
 
 template <auto kFunction, std::size_t... kIndex>
 OptionalString invoke(Object& receiver, std::span<const OptionalString> arguments,

@@ -1,5 +1,6 @@
 #include "platform/linux/socket_endpoint.h"
 
+#include <fcntl.h>
 #include <glib.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -286,10 +287,9 @@ void SocketEndpoint::handle(int socket, pid_t pid, Packet packet) {
   // Whatever the message says of its sender is overwritten.
   packet.descriptor.setAttributeDescriptor(addressDescriptor(pid, packet.executable.get()),
                                            keyAddressAttr);
-  AppleEventDescriptor reply =
-      AppleEventDescriptor::appleEvent(fourCharCode("aevt"), kAnswer, {},
-                                       packet.descriptor.returnID(),
-                                       packet.descriptor.transactionID());
+  AppleEventDescriptor reply = AppleEventDescriptor::appleEvent(fourCharCode("aevt"), kAnswer, {},
+                                                                packet.descriptor.returnID(),
+                                                                packet.descriptor.transactionID());
   const AppleEventTransport::Receiver receiver = receiver_;
   const OSErr status = receiver(packet.descriptor, reply);
   if (packet.kind != PacketKind::kEventWantingReply) return;

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <type_traits>
+#include <utility>
+
+/// Runs `body` where its caller is the host: whatever is thrown ends here, as `fallback`.
+template <typename Result, typename Body>
+Result guarded(Result fallback, Body&& body) noexcept {
+  try {
+    return std::forward<Body>(body)();
+  } catch (...) {
+    return fallback;
+  }
+}
+
+/// The same for an operation without a result.
+template <typename Body>
+void guarded(Body&& body) noexcept {
+  try {
+    std::forward<Body>(body)();
+  } catch (...) {
+    // The operation is given up; the next timer tick or call starts afresh.
+  }
+}
