@@ -12,12 +12,14 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
 
-// The supervisor. It lays the private folder out, runs the test program again as the executable of a
-// bundle in it, and clears up behind it. As a subreaper it inherits the applications that the test
-// launched, which are nobody's children, and so knows them all.
+// The supervisor. It lays the private folder out, runs the test program again as the executable of
+// a bundle in it, and clears up behind it. As a subreaper it inherits the applications that the
+// test launched, which are nobody's children, and so knows them all.
 
 namespace fs = std::filesystem;
 
@@ -116,6 +118,8 @@ int main(int argc, char** argv) {
   const bool isInSandbox = std::getenv("CLIENTCOMM_TEST_SANDBOX") != nullptr;
   if (!isInSandbox && !wantsListOnly(argc, argv)) return supervise(argv);
   if (isInSandbox) prctl(PR_SET_PDEATHSIG, SIGKILL);
+  int exitStatus = 0;
+  if (isInSandbox && support::runRole({argv + 1, argv + argc}, exitStatus)) return exitStatus;
   testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
 }

@@ -42,7 +42,8 @@ void writeHostInfo(const platform::PropertyListDictionary& info) {
 
 void writeFile(const std::string& path, std::string_view text) {
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  std::ofstream(path, std::ios::binary).write(text.data(), static_cast<std::streamsize>(text.size()));
+  std::ofstream(path, std::ios::binary)
+      .write(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
 std::string readFile(const std::string& path) {
@@ -53,7 +54,8 @@ std::string readFile(const std::string& path) {
 bool runLoopUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
   const auto deadline = std::chrono::steady_clock::now() + limit;
   // The loop sleeps in poll(); this wakes it often enough to look at conditions outside it.
-  const guint wake = g_timeout_add(10, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
+  const guint wake = g_timeout_add(
+      10, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
   bool holds = condition();
   while (!holds && std::chrono::steady_clock::now() < deadline) {
     g_main_context_iteration(nullptr, TRUE);

@@ -1,0 +1,128 @@
+#include "tests/support/test_application.h"
+
+#include <glib.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+#include <thread>
+
+#include "ClientComm/TQHPAppEventBase.h"
+#include "ClientComm/TQHPAppleEventProcesser.h"
+#include "ClientComm/TQHPAppleEventSender.h"
+#include "platform/bundle.h"
+#include "platform/text.h"
+#include "tests/support/test_sandbox.h"
+
+namespace support {
+namespace {
+
+std::map<std::string, Role::Body>& roles() {
+  static auto* const all = new std::map<std::string, Role::Body>;
+  return *all;
+}
+
+GMainLoop* echoLoop = nullptr;
+
+class Echo : public TQHPAppEventBase {
+ public:
+  static const platform::Class& staticClass() {
+    using platform::method;
+    static const auto* const cls = new platform::Class(
+        "Echo", platform::makeShared<Echo>,
+        {method<&Echo::say>("say:"), method<&Echo::note>("note:"), method<&Echo::notes>("notes"),
+         method<&Echo::caller>("caller"), method<&Echo::sleep>("sleep:"),
+         method<&Echo::fork>("fork"), method<&Echo::quit>("quit")});
+    return *cls;
+  }
+  const platform::Class& isa() const override { return staticClass(); }
+
+  void setBundleID(const OptionalString& bundleID) override {
+    TQHPAppEventBase::setBundleID(bundleID);
+    previousCaller_ = caller_;
+    caller_ = bundleID;
+  }
+
+  OptionalString say(const OptionalString& text) { return text; }
+  void note(const OptionalString& text) { notes_ += text.value_or("(nil)") + "\n"; }
+  OptionalString notes() { return notes_; }
+  OptionalString caller() { return previousCaller_; }
+  void sleep(const OptionalString& milliseconds) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(platform::intValue(*milliseconds)));
+  }
+  OptionalString fork() {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      ::sleep(60);
+      _exit(0);
+    }
+    return std::to_string(child);
+  }
+  void quit() { g_main_loop_quit(echoLoop); }
+
+ private:
+  std::string notes_;
+  OptionalString caller_;
+  OptionalString previousCaller_;
+};
+
+int runEcho(const std::vector<std::string>& /*arguments*/) {
+  platform::registerClass(Echo::staticClass());
+  TQHPAppleEventProcesser::share();
+  echoLoop = g_main_loop_new(nullptr, FALSE);
+  g_main_loop_run(echoLoop);
+  g_main_loop_unref(echoLoop);
+  return 0;
+}
+
+const Role echoRole(kEchoRole, runEcho);
+
+}  // namespace
+
+Role::Role(const char* name, Body body) { roles().emplace(name, body); }
+
+bool runRole(const std::vector<std::string>& arguments, int& exitStatus) {
+  const auto name = platform::Bundle::mainBundle().infoString("TestRole");
+  if (!name) return false;
+  exitStatus = roles().at(*name)(arguments);
+  return true;
+}
+
+std::string makeApplication(const std::string& name, const std::string& identifier,
+                            const std::string& role, const platform::PropertyListDictionary& extra,
+                            const std::string& folder) {
+  namespace fs = std::filesystem;
+  const std::string path = sandbox() + "/" + folder + "/" + name + ".app";
+  platform::PropertyListDictionary info{{"CFBundleIdentifier", identifier},
+                                        {"CFBundleName", name},
+                                        {"CFBundleExecutable", name},
+                                        {"CFBundleVersion", "1.0"},
+                                        {"TestRole", role}};
+  for (const auto& [key, value] : extra) info.insert_or_assign(key, value);
+  writeFile(path + "/Contents/Info.plist", platform::xmlPropertyList(info));
+  fs::create_directories(path + "/Contents/Linux");
+  std::error_code error;
+  fs::create_hard_link(hostBundlePath() + "/Contents/Linux/TestHost", executableOf(path), error);
+  if (error) fs::copy_file(hostBundlePath() + "/Contents/Linux/TestHost", executableOf(path));
+  return path;
+}
+
+std::string executableOf(const std::string& application) {
+  return application + "/Contents/Linux/" + std::filesystem::path(application).stem().string();
+}
+
+ChildProcess runApplication(const std::string& application,
+                            const std::vector<std::string>& arguments) {
+  std::vector<std::string> all{executableOf(application)};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  return ChildProcess::spawn(all);
+}
+
+bool waitUntilReachable(const std::string& identifier) {
+  return waitUntil([&] {
+    return TQHPAppleEventSender::share().sendEvnet(OptionalString(identifier), "NoClass", "none",
+                                                   {}) == platform::noErr;
+  });
+}
+
+}  // namespace support
