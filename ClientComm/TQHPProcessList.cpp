@@ -115,9 +115,10 @@ std::vector<TQHPProcessList::ProcessRecord> TQHPProcessList::getBSDProcessList()
     const auto information = infoForPID(process.kp_proc.p_pid);
     const auto name =
         information ? stringFor(*information, platform::kCFBundleNameKey) : std::nullopt;
-    records.push_back({{"pname", name.value_or(process.kp_proc.p_comm)},
-                       {"pid", std::to_string(process.kp_proc.p_pid)},
-                       {"uid", std::to_string(process.kp_eproc.e_ucred.cr_uid)}});
+    records.push_back(
+        {{"pname", name.value_or(process.kp_proc.p_comm)},
+         {"pid", std::to_string(process.kp_proc.p_pid)},
+         {"uid", std::to_string(static_cast<std::int32_t>(process.kp_eproc.e_ucred.cr_uid))}});
   }
   return records;
 }

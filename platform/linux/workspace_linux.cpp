@@ -1,0 +1,249 @@
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <csignal>
+#include <optional>
+#include <utility>
+
+#include "platform/bundle.h"
+#include "platform/file_lock.h"
+#include "platform/file_manager.h"
+#include "platform/linux/process_ids.h"
+#include "platform/linux/runtime_folder.h"
+#include "platform/linux/scoped_fd.h"
+#include "platform/process_manager.h"
+#include "platform/workspace.h"
+
+namespace platform {
+namespace {
+
+constexpr char kApplicationExtension[] = ".app";
+
+// In the order in which they are searched: the user's own folder first.
+constexpr const char* kApplicationFolders[] = {"~/Applications", "/Applications",
+                                               "/usr/local/Applications", "/opt"};
+
+constexpr std::chrono::seconds kLongestWaitForOtherLaunches{10};
+
+/// What the launched process needs, made before the fork: after it, only calls are allowed that
+/// are safe in a signal handler, since another thread of the host may have held any lock.
+struct Launch {
+  const char* executable;
+  std::array<char*, 2> arguments;
+  ScopedFd nullDevice;
+  ScopedFd report;
+};
+
+// Moves a descriptor out of the way of the standard streams, which a host may have closed.
+ScopedFd aboveStandardStreams(ScopedFd descriptor) noexcept {
+  if (descriptor.get() > STDERR_FILENO || !descriptor.isValid()) return descriptor;
+  return ScopedFd(fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
+
+void closeDescriptors(int first, int last) noexcept {
+  if (first > last ||
+      close_range(static_cast<unsigned>(first), static_cast<unsigned>(last), 0) == 0) {
+    return;
+  }
+  // Without that system call (a sandbox may withhold it) each is closed by itself.
+  constexpr rlim_t kMostDescriptors = 1 << 20;
+  rlimit limit = {};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const int end = static_cast<int>(std::min(limit.rlim_max, kMostDescriptors));
+  for (int descriptor = first; descriptor <= last && descriptor < end; ++descriptor) {
+    close(descriptor);
+  }
+}
+
+// A signal that the host ignores would be ignored by the launched process too.
+void resetSignalDispositions() noexcept {
+  struct sigaction byDefault = {};
+  byDefault.sa_handler = SIG_DFL;
+  for (int number = 1; number < NSIG; ++number) sigaction(number, &byDefault, nullptr);
+}
+
+int writeNumber(int pipe, int number) noexcept {
+  while (write(pipe, &number, sizeof number) < 0 && errno == EINTR) {
+  }
+  return number;
+}
+
+// The number that comes through the pipe; `otherwise` when it ends without one.
+int readNumber(int pipe, int otherwise) noexcept {
+  int number = 0;
+  ssize_t count = 0;
+  do {
+    count = read(pipe, &number, sizeof number);
+  } while (count < 0 && errno == EINTR);
+  return count == sizeof number ? number : otherwise;
+}
+
+int detachFromHost(const Launch& launch) noexcept {
+  resetSignalDispositions();
+  if (setsid() < 0 || chdir("/") != 0) return errno;
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (dup2(launch.nullDevice.get(), stream) < 0) return errno;
+  }
+  const int report = launch.report.get();
+  closeDescriptors(STDERR_FILENO + 1, report - 1);
+  closeDescriptors(report + 1, INT_MAX);
+  return 0;
+}
+
+[[noreturn]] void execute(const Launch& launch, int failure) noexcept {
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  execve(launch.executable, launch.arguments.data(), environ);
+  _exit(writeNumber(failure, errno) != 0 ? 127 : 0);
+}
+
+// Forks the process that becomes the application, which loses this one as its parent at once.
+// The pipe closes in the moment in which the new program is in place. It is made only here, where
+// no other thread of the host can fork a copy of it.
+int executeDetached(const Launch& launch) noexcept {
+  int failure[2];
+  if (pipe2(failure, O_CLOEXEC) != 0) return errno;
+  const pid_t pid = _Fork();
+  if (pid == 0) execute(launch, failure[1]);
+  if (pid < 0) return errno;
+  close(failure[1]);
+  return readNumber(failure[0], 0);
+}
+
+[[noreturn]] void runIntermediate(const Launch& launch) noexcept {
+  const int error = detachFromHost(launch);
+  writeNumber(launch.report.get(), error != 0 ? error : executeDetached(launch));
+  _exit(0);
+}
+
+// A signal handler of the host must not run in the forked copy.
+pid_t forkWithSignalsBlocked(const Launch& launch) noexcept {
+  sigset_t all;
+  sigset_t previous;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &previous);
+  const pid_t pid = _Fork();
+  if (pid == 0) runIntermediate(launch);
+  const int error = errno;
+  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+  errno = error;
+  return pid;
+}
+
+// Where the host reaps every child itself, or lets the system do so, there is nothing left to reap.
+void reap(pid_t pid) noexcept {
+  while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+  }
+}
+
+/// Starts the program at `executable` as a process of its own; returns when it runs.
+/// @return 0 or an errno value.
+int launchDetached(std::string executable) {
+  int report[2];
+  if (pipe2(report, O_CLOEXEC) != 0) return errno;
+  const ScopedFd outcome(report[0]);
+  Launch launch{executable.c_str(),
+                {executable.data(), nullptr},
+                aboveStandardStreams(ScopedFd(open("/dev/null", O_RDWR | O_CLOEXEC))),
+                aboveStandardStreams(ScopedFd(report[1]))};
+  if (!launch.nullDevice.isValid() || !launch.report.isValid()) return errno;
+  const pid_t pid = forkWithSignalsBlocked(launch);
+  if (pid < 0) return errno;
+  launch.report.reset();
+  const int error = readNumber(outcome.get(), ECHILD);
+  reap(pid);
+  return error;
+}
+
+bool isOfThisUser(int processes, pid_t pid) noexcept {
+  struct stat status = {};
+  return fstatat(processes, std::to_string(pid).c_str(), &status, 0) == 0 &&
+         status.st_uid == geteuid();
+}
+
+bool runsApplication(pid_t pid, const std::string& identifier) {
+  ProcessSerialNumber psn;
+  if (GetProcessForPID(pid, psn) != noErr) return false;
+  const auto information =
+      ProcessInformationCopyDictionary(psn, kProcessDictionaryIncludeAllInformationMask);
+  if (!information) return false;
+  const auto value = information->find(kCFBundleIdentifierKey);
+  return value != information->end() && value->second.stringValue() == identifier;
+}
+
+// Whether this user runs the application; nothing when that cannot be told.
+std::optional<bool> isRunning(const std::string& identifier) {
+  ProcessIDReader processes;
+  for (pid_t pid = processes.next(); pid != 0; pid = processes.next()) {
+    if (runsApplication(pid, identifier) && isOfThisUser(processes.directory(), pid)) return true;
+  }
+  return processes.error() == 0 ? std::optional(false) : std::nullopt;
+}
+
+// Among all processes of this user, one at a time looks and launches.
+bool launchUnlessRunning(std::string executable, const std::string& identifier) {
+  const ScopedFd folder = openRuntimeFolder(true);
+  if (!folder.isValid()) return false;
+  const DirectoryLock lock("/proc/self/fd/" + std::to_string(folder.get()) + "/.",
+                           kLongestWaitForOtherLaunches);
+  const auto runs = lock.isHeld() ? isRunning(identifier) : std::nullopt;
+  if (!runs) return false;
+  return *runs || launchDetached(std::move(executable)) == 0;
+}
+
+// The launched process starts in the root folder.
+OptionalString absolutePath(std::string path) {
+  if (path.starts_with('/')) return path;
+  std::array<char, PATH_MAX> folder;
+  if (getcwd(folder.data(), folder.size()) == nullptr) return std::nullopt;
+  return stringByAppendingPathComponent(folder.data(), path);
+}
+
+bool isDirectory(const std::string& path) noexcept {
+  struct stat status = {};
+  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+}  // namespace
+
+Workspace& Workspace::sharedWorkspace() {
+  static Workspace& workspace = *new Workspace;
+  return workspace;
+}
+
+OptionalString Workspace::fullPathForApplication(const std::string& name) const {
+  if (name.empty() || name.find_first_of(std::string_view("/\0", 2)) != std::string::npos) {
+    return std::nullopt;
+  }
+  const std::string fileName =
+      name.ends_with(kApplicationExtension) ? name : name + kApplicationExtension;
+  for (const char* folder : kApplicationFolders) {
+    std::string path =
+        stringByAppendingPathComponent(stringByExpandingTildeInPath(folder), fileName);
+    if (isDirectory(path)) return path;
+  }
+  return std::nullopt;
+}
+
+bool Workspace::openFile(const std::string& path) {
+  if (path.find('\0') != std::string::npos) return false;
+  const Bundle bundle(path);
+  auto executable = bundle.executablePath();
+  if (executable) executable = absolutePath(*std::move(executable));
+  if (!executable) return false;
+  const OptionalString identifier = bundle.bundleIdentifier();
+  if (!identifier) return launchDetached(*std::move(executable)) == 0;
+  return launchUnlessRunning(*std::move(executable), *identifier);
+}
+
+}  // namespace platform
