@@ -1,0 +1,188 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <climits>
+#include <utility>
+
+#include "platform/bundle.h"
+#include "platform/file_manager.h"
+#include "platform/linux/localization.h"
+#include "platform/linux/own_executable.h"
+
+namespace platform {
+namespace {
+
+constexpr std::string_view kExecutableFolders[] = {"Contents/Linux", "Contents/MacOS"};
+constexpr std::string_view kLocalizationExtension = "lproj";
+constexpr const char* kLastResortLocalization = "en";
+
+std::string_view withoutLastComponent(std::string_view path) {
+  return path.substr(0, path.rfind('/'));
+}
+
+bool isApplicationPath(std::string_view path) { return pathExtension(path) == "app"; }
+
+// The application bundle whose executable lies at `executable`; else the executable's folder.
+std::string bundleEnclosing(std::string_view executable) {
+  const std::string_view folder = withoutLastComponent(executable);
+  for (const std::string_view executables : kExecutableFolders) {
+    if (!folder.ends_with(executables)) continue;
+    std::string_view bundle = folder.substr(0, folder.size() - executables.size());
+    if (!bundle.ends_with('/')) continue;
+    bundle.remove_suffix(1);
+    if (isApplicationPath(bundle)) return std::string(bundle);
+  }
+  return folder.empty() ? "/" : std::string(folder);
+}
+
+bool isExecutableFile(const std::string& path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+         access(path.c_str(), X_OK) == 0;
+}
+
+std::optional<PropertyListValue> valueIn(const std::optional<PropertyListDictionary>& dictionary,
+                                         std::string_view key) {
+  if (!dictionary) return std::nullopt;
+  const auto found = dictionary->find(key);
+  if (found == dictionary->end()) return std::nullopt;
+  return found->second;
+}
+
+std::string localizationFolder(const std::string& localization) {
+  return localization + "." + std::string(kLocalizationExtension);
+}
+
+}  // namespace
+
+std::string ownExecutablePath() {
+  constexpr std::string_view kRemovedMark = " (deleted)";
+  std::array<char, PATH_MAX> text;
+  const ssize_t length = readlink("/proc/self/exe", text.data(), text.size());
+  if (length <= 0) return {};
+  std::string path(text.data(), static_cast<std::size_t>(length));
+  if (path.ends_with(kRemovedMark) && !fileExistsAtPath(path)) {
+    path.resize(path.size() - kRemovedMark.size());
+  }
+  return path;
+}
+
+struct Bundle::State {
+  std::string path;
+  std::optional<PropertyListDictionary> info;
+
+  std::string infoPath() const {
+    return stringByAppendingPathComponent(path, "Contents/Info.plist");
+  }
+
+  std::optional<PropertyListDictionary> readInfo() const {
+    if (!isApplicationPath(path)) return std::nullopt;
+    return dictionaryWithContentsOfFile(infoPath());
+  }
+};
+
+Bundle& Bundle::mainBundle() {
+  static Bundle* const bundle = new Bundle(bundleEnclosing(ownExecutablePath()));
+  return *bundle;
+}
+
+Bundle::Bundle(std::string path) : state_(std::make_unique<State>(State{std::move(path), {}})) {}
+Bundle::~Bundle() = default;
+Bundle::Bundle(Bundle&&) noexcept = default;
+Bundle& Bundle::operator=(Bundle&&) noexcept = default;
+
+const std::string& Bundle::bundlePath() const { return state_->path; }
+
+const PropertyListDictionary& Bundle::infoDictionary() const {
+  if (!state_->info) state_->info = state_->readInfo().value_or(PropertyListDictionary());
+  return *state_->info;
+}
+
+std::optional<PropertyListValue> Bundle::infoValue(std::string_view key) const {
+  const PropertyListDictionary& info = infoDictionary();
+  const auto found = info.find(key);
+  if (found == info.end()) return std::nullopt;
+  return found->second;
+}
+
+OptionalString Bundle::infoString(std::string_view key) const {
+  const auto value = infoValue(key);
+  return value ? value->stringValue() : std::nullopt;
+}
+
+std::optional<PropertyListValue> Bundle::objectForInfoDictionaryKey(std::string_view key) const {
+  const std::string folder = stringByAppendingPathComponent(
+      resourcePath(), localizationFolder(preferredLocalizations().front()));
+  const auto strings =
+      dictionaryWithContentsOfFile(stringByAppendingPathComponent(folder, "InfoPlist.strings"));
+  if (auto localized = valueIn(strings, key)) return localized;
+  return valueIn(state_->readInfo(), key);
+}
+
+OptionalString Bundle::bundleIdentifier() const { return infoString(kCFBundleIdentifierKey); }
+
+OptionalString Bundle::executablePath() const {
+  if (!isApplicationPath(state_->path)) return std::nullopt;
+  OptionalString name = infoString(kCFBundleExecutableKey);
+  if (!name) {
+    name = lastPathComponent(state_->path);
+    name->resize(name->size() - std::string_view(".app").size());
+  }
+  // A name that leads elsewhere is none.
+  if (name->empty() || name->find('/') != std::string::npos) return std::nullopt;
+  for (const std::string_view folder : kExecutableFolders) {
+    std::string path =
+        stringByAppendingPathComponent(stringByAppendingPathComponent(state_->path, folder), *name);
+    if (isExecutableFile(path)) return path;
+  }
+  return std::nullopt;
+}
+
+std::string Bundle::resourcePath() const {
+  if (!isApplicationPath(state_->path)) return state_->path;
+  return stringByAppendingPathComponent(state_->path, "Contents/Resources");
+}
+
+OptionalString Bundle::pathForResource(std::string_view name, std::string_view type) const {
+  if (name.empty()) return std::nullopt;
+  std::string file(name);
+  if (!type.empty()) file.append(".").append(type);
+  const std::string resources = resourcePath();
+  std::string path = stringByAppendingPathComponent(resources, file);
+  if (fileExistsAtPath(path)) return path;
+  for (const std::string& localization : preferredLocalizations()) {
+    path = stringByAppendingPathComponent(
+        stringByAppendingPathComponent(resources, localizationFolder(localization)), file);
+    if (fileExistsAtPath(path)) return path;
+  }
+  return std::nullopt;
+}
+
+std::vector<std::string> Bundle::pathsForResourcesOfType(std::string_view type,
+                                                         std::string_view directory) const {
+  const std::string folder = stringByAppendingPathComponent(state_->path, directory);
+  std::vector<std::string> paths;
+  for (const std::string& name : contentsOfDirectoryAtPath(folder)) {
+    if (pathExtension(name) == type) paths.push_back(stringByAppendingPathComponent(folder, name));
+  }
+  return paths;
+}
+
+std::vector<std::string> Bundle::preferredLocalizations() const {
+  std::vector<std::string> folders;
+  for (std::string& name : contentsOfDirectoryAtPath(resourcePath())) {
+    if (pathExtension(name) != kLocalizationExtension) continue;
+    name.resize(name.size() - kLocalizationExtension.size() - 1);
+    folders.push_back(std::move(name));
+  }
+  std::vector<std::string> matches = matchingLocalizations(folders, userLanguages());
+  if (!matches.empty()) return matches;
+  OptionalString region = infoString(kCFBundleDevelopmentRegionKey);
+  if (!region || region->empty()) region = kLastResortLocalization;
+  matches = matchingLocalizations(folders, {*region});
+  matches.resize(1, *region);
+  return matches;
+}
+
+}  // namespace platform

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+/// Largest settings, property-list or strings file that is read; the real ones have a few KiB.
+inline constexpr std::size_t kMaximumSettingsFileSize = std::size_t{16} << 20U;
+
+/// Reads the regular file at `path` whole.
+/// @return 0, or the system's error; EFBIG when it is larger than `kMaximumSettingsFileSize`,
+///         EINVAL when it is no regular file.
+int readSettingsFile(const std::string& path, std::string& bytes);
+
+/// Puts a file that holds `bytes` into the place of the one at `path`, in one step: a reader sees
+/// the old file or the new one, and a failure leaves the old one whole. Owner and mode are kept; a
+/// file that is new gets `modeOfNew`, less the umask. Where `path` is a symbolic link, what it
+/// points at is replaced.
+/// @return 0, or the system's error.
+int replaceFile(const std::string& path, std::string_view bytes, mode_t modeOfNew = 0666);
+
+}  // namespace platform

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+
+namespace platform {
+
+/// Full path of the executable that this process runs, also when the file has been removed since.
+std::string ownExecutablePath();
+
+}  // namespace platform
