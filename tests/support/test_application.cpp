@@ -66,9 +66,15 @@ class Echo : public TQHPAppEventBase {
   OptionalString previousCaller_;
 };
 
-int runEcho(const std::vector<std::string>& /*arguments*/) {
+gboolean tick(gpointer /*data*/) {
+  TQHPAppleEventSender::share().sendEvnet(OptionalString("com.example.nobody"), "None", "none", {});
+  return G_SOURCE_CONTINUE;
+}
+
+int runEcho(const std::vector<std::string>& arguments) {
   platform::registerClass(Echo::staticClass());
   TQHPAppleEventProcesser::share();
+  if (!arguments.empty() && arguments.front() == kTicking) g_timeout_add(200, tick, nullptr);
   echoLoop = g_main_loop_new(nullptr, FALSE);
   g_main_loop_run(echoLoop);
   g_main_loop_unref(echoLoop);

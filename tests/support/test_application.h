@@ -44,4 +44,7 @@ bool waitUntilReachable(const std::string& identifier);
 /// last call for `caller`, `sleep:` milliseconds, `fork` into a child that lives on, and `quit`.
 inline constexpr const char kEchoRole[] = "echo";
 
+/// Argument with which an echo application sends an event to nobody five times a second.
+inline constexpr const char kTicking[] = "ticking";
+
 }  // namespace support

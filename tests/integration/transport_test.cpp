@@ -1,0 +1,579 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "ClientComm/TQHPAppEventBase.h"
+#include "ClientComm/TQHPAppleEventProcesser.h"
+#include "ClientComm/TQHPAppleEventSender.h"
+#include "platform/apple_event_manager.h"
+#include "platform/bundle.h"
+#include "platform/linux/apple_event_wire.h"
+#include "platform/linux/event_packet.h"
+#include "platform/linux/runtime_folder.h"
+#include "platform/linux/scoped_fd.h"
+#include "platform/linux/socket_path.h"
+#include "platform/text.h"
+#include "tests/support/child_process.h"
+#include "tests/support/test_application.h"
+#include "tests/support/test_sandbox.h"
+
+// Events between real processes, over the real endpoints.
+
+namespace {
+
+using platform::AppleEventDescriptor;
+using platform::ScopedFd;
+using std::chrono::milliseconds;
+using support::ChildProcess;
+namespace fs = std::filesystem;
+
+constexpr char kTarget[] = "com.example.target";
+
+OSErr send(const std::string& selector, const std::vector<std::string>& arguments,
+           const std::string& target = kTarget) {
+  return TQHPAppleEventSender::share().sendEvnet(OptionalString(target), "Echo", selector,
+                                                 arguments);
+}
+
+OptionalString ask(const std::string& selector, const std::vector<std::string>& arguments,
+                   OSErr* status = nullptr, const std::string& target = kTarget) {
+  OptionalString result;
+  const OSErr sent = TQHPAppleEventSender::share().sendEvnet(OptionalString(target), "Echo",
+                                                             selector, arguments, &result);
+  if (status != nullptr) *status = sent;
+  return result;
+}
+
+AppleEventDescriptor callEvent(const std::string& selector,
+                               const std::vector<std::string>& arguments,
+                               const std::string& target = kTarget) {
+  AppleEventDescriptor event = AppleEventDescriptor::appleEvent(
+      platform::fourCharCode("aevt"), platform::fourCharCode("call"),
+      {platform::typeApplicationBundleID, target}, -1, 0);
+  AppleEventDescriptor list = AppleEventDescriptor::listDescriptor();
+  for (const auto& argument : arguments) {
+    list.insertDescriptor(AppleEventDescriptor::descriptorWithString(argument), 0);
+  }
+  AppleEventDescriptor call = AppleEventDescriptor::listDescriptor();
+  call.insertDescriptor(AppleEventDescriptor::descriptorWithString("Echo"), 0);
+  call.insertDescriptor(AppleEventDescriptor::descriptorWithString(selector), 0);
+  call.insertDescriptor(list, 0);
+  event.setParamDescriptor(call, platform::keyDirectObject);
+  return event;
+}
+
+std::string endpointPath(const std::string& identifier) {
+  return platform::runtimeFolderPath() + "/" + platform::fileNameForIdentifier(identifier);
+}
+
+/// A bare connection to an endpoint, as any program of the user can make one.
+ScopedFd connectTo(const std::string& identifier) {
+  ScopedFd fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  const platform::SocketPath path(platform::fileNameForIdentifier(identifier));
+  if (connect(fd.get(), path.address(), platform::SocketPath::size()) != 0) fd.reset();
+  return fd;
+}
+
+/// Waits until the other side closes the connection.
+bool isClosedByPeer(const ScopedFd& fd) {
+  char byte = 0;
+  const timeval limit{20, 0};
+  setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  const ssize_t count = recv(fd.get(), &byte, 1, 0);
+  return count == 0 || (count < 0 && errno == ECONNRESET);
+}
+
+class Transport : public testing::Test {
+ protected:
+  ChildProcess launch(const std::string& identifier = kTarget, const std::string& name = "Target") {
+    ChildProcess child =
+        support::runApplication(support::makeApplication(name, identifier, support::kEchoRole));
+    EXPECT_TRUE(support::waitUntilReachable(identifier));
+    return child;
+  }
+};
+
+// Sends the calls that its arguments name to the target and exits at once, without any clean-up.
+const support::Role sendAndExit("send-and-exit", [](const std::vector<std::string>& arguments) -> int {
+  OSErr status = platform::noErr;
+  for (const std::string& text : arguments) {
+    if (status == platform::noErr) status = send("note:", {text});
+  }
+  _exit(status == platform::noErr ? 0 : 1);
+});
+
+// Notes `arguments[0]` numbered texts at the target.
+const support::Role sendMany("send-many", [](const std::vector<std::string>& arguments) {
+  const int count = platform::intValue(arguments.at(0));
+  for (int i = 0; i < count; ++i) {
+    if (send("note:", {arguments.at(1) + std::to_string(i)}) != platform::noErr) return 1;
+  }
+  return 0;
+});
+
+TEST_F(Transport, TextGoesThereAndBackAndTheCallerIsKnown) {
+  const ChildProcess target = launch();
+  OSErr status = -1;
+  EXPECT_EQ(ask("say:", {"hello"}, &status), "hello");
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(ask("caller", {}), "com.example.testhost");
+}
+
+TEST_F(Transport, SendToAnApplicationThatDoesNotRunSaysProcessNotFound) {
+  EXPECT_EQ(send("note:", {"x"}, "com.example.nobody"), -600);
+  OSErr status = 0;
+  EXPECT_EQ(ask("say:", {"x"}, &status, "com.example.nobody"), std::nullopt);
+  EXPECT_EQ(status, -600);
+}
+
+TEST_F(Transport, StaleSocketFileOfAKilledApplicationIsNotARunningApplication) {
+  ChildProcess target = launch();
+  EXPECT_EQ(send("note:", {"x"}), 0);
+  target.signal(SIGKILL);
+  target.wait();
+  ASSERT_TRUE(fs::exists(fs::symlink_status(endpointPath(kTarget))));
+  EXPECT_EQ(send("note:", {"x"}), -600);
+  const ChildProcess again = launch();
+  EXPECT_EQ(ask("say:", {"back"}), "back");
+}
+
+TEST_F(Transport, ApplicationThatExitsTakesItsSocketFileAway) {
+  ChildProcess target = launch();
+  EXPECT_EQ(send("quit", {}), 0);
+  EXPECT_EQ(target.wait(), 0);
+  EXPECT_FALSE(fs::exists(fs::symlink_status(endpointPath(kTarget))));
+}
+
+TEST_F(Transport, SocketHeldOpenByAForkedChildIsNotARunningApplication) {
+  ChildProcess target = launch();
+  const OptionalString child = ask("fork", {});
+  ASSERT_TRUE(child.has_value());
+  target.signal(SIGKILL);
+  target.wait();
+  EXPECT_EQ(kill(platform::intValue(*child), 0), 0);
+  EXPECT_EQ(send("note:", {"x"}), -600);
+  kill(platform::intValue(*child), SIGKILL);
+}
+
+TEST_F(Transport, RegularFileInThePlaceOfTheEndpointIsNoApplication) {
+  ASSERT_TRUE(platform::openRuntimeFolder(true).isValid());
+  support::writeFile(endpointPath(kTarget), "not a socket");
+  EXPECT_EQ(send("note:", {"x"}), -600);
+  const ChildProcess target = launch();
+  EXPECT_EQ(ask("say:", {"in its place"}), "in its place");
+}
+
+TEST_F(Transport, CallOfAProcessThatSendsAndExitsAtOnceIsCarriedOutUnderItsIdentity) {
+  const ChildProcess target = launch();
+  const std::string caller =
+      support::makeApplication("Caller", "com.example.caller", "send-and-exit");
+  EXPECT_EQ(ask("notes", {}), "");
+  target.signal(SIGSTOP);  // so that the caller is certainly gone before the call is looked at
+  ChildProcess sender = support::runApplication(caller, {"one", "two", "three"});
+  EXPECT_EQ(sender.wait(), 0);
+  target.signal(SIGCONT);
+  EXPECT_EQ(ask("caller", {}), "com.example.caller");
+  EXPECT_EQ(ask("notes", {}), "one\ntwo\nthree\n");
+}
+
+TEST_F(Transport, ThousandEventsOfOneSenderAreCarriedOutInOrder) {
+  const ChildProcess target = launch();
+  std::string expected;
+  for (int i = 0; i < 1000; ++i) {
+    ASSERT_EQ(send("note:", {std::to_string(i)}), 0);
+    expected += std::to_string(i) + "\n";
+  }
+  EXPECT_EQ(ask("notes", {}), expected);
+}
+
+TEST_F(Transport, EventsOfSixSendersAtOnceAllArriveEachSendersInOrder) {
+  const ChildProcess target = launch();
+  const std::string caller = support::makeApplication("Many", "com.example.many", "send-many");
+  std::vector<ChildProcess> senders;
+  for (char name = 'a'; name < 'g'; ++name) {
+    senders.push_back(support::runApplication(caller, {"500", std::string(1, name)}));
+  }
+  for (ChildProcess& sender : senders) EXPECT_EQ(sender.wait(), 0);
+  const std::string notes = ask("notes", {}).value_or("");
+  std::map<char, int> next;
+  std::size_t lines = 0;
+  for (std::size_t at = 0; at < notes.size(); at = notes.find('\n', at) + 1, ++lines) {
+    EXPECT_EQ(platform::intValue(std::string_view(notes).substr(at + 1)), next[notes[at]]++);
+  }
+  EXPECT_EQ(lines, 3000U);
+}
+
+TEST_F(Transport, SilentPeersDoNotHoldUpAnotherSendersEvents) {
+  const ChildProcess target = launch();
+  std::vector<ScopedFd> silent;
+  for (int i = 0; i < 300; ++i) {
+    silent.push_back(connectTo(kTarget));
+    ASSERT_TRUE(silent.back().isValid());
+  }
+  EXPECT_EQ(ask("say:", {"through"}), "through");
+  // Of so many the oldest are sent away.
+  EXPECT_TRUE(isClosedByPeer(silent.front()));
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(send("note:", {std::to_string(i)}), 0);
+  EXPECT_TRUE(ask("notes", {}).value_or("").ends_with("99\n"));
+}
+
+TEST_F(Transport, PeerThatSendsRubbishIsDisconnectedAndCostsNoEvent) {
+  const ChildProcess target = launch();
+  const std::string packets[] = {std::string(1, 'x'), std::string(16, '\0'),
+                                 std::string(60000, '\xff'),
+                                 std::string("PHQT\1\1\0\0\0\0\0\0\0\0\0\x10", 16)};
+  for (const std::string& packet : packets) {
+    const ScopedFd peer = connectTo(kTarget);
+    ASSERT_EQ(::send(peer.get(), packet.data(), packet.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(packet.size()));
+    EXPECT_EQ(ask("say:", {"alive"}), "alive");
+    EXPECT_TRUE(isClosedByPeer(peer));
+  }
+}
+
+TEST_F(Transport, HalfAnEventIsDisconnectedAndCostsNoEvent) {
+  const ChildProcess target = launch();
+  const AppleEventDescriptor event = callEvent("note:", {"half"});
+  std::string packet(platform::flattenedSize(event), '\0');
+  platform::flattenTo(event, packet.data());
+  const std::string header("PHQT\1\1\0\0", 8);
+  std::string length(8, '\0');
+  length[0] = static_cast<char>(packet.size());
+  packet = (header + length + packet).substr(0, 100);
+  const ScopedFd peer = connectTo(kTarget);
+  ASSERT_GT(::send(peer.get(), packet.data(), packet.size(), MSG_NOSIGNAL), 0);
+  EXPECT_TRUE(isClosedByPeer(peer));
+  EXPECT_EQ(ask("notes", {}), "");
+}
+
+TEST_F(Transport, SilentPeerThatSpeaksInTheEndIsServed) {
+  const ChildProcess target = launch();
+  const ScopedFd peer = connectTo(kTarget);
+  EXPECT_EQ(ask("say:", {"meanwhile"}), "meanwhile");
+  const ScopedFd executable(open("/proc/self/exe", O_PATH | O_CLOEXEC));
+  EXPECT_EQ(platform::sendPacket(peer.get(), platform::PacketKind::kEvent, 0,
+                                 callEvent("note:", {"late"}), executable.get()),
+            0);
+  EXPECT_TRUE(isClosedByPeer(peer));
+  EXPECT_EQ(ask("notes", {}), "late\n");
+}
+
+TEST_F(Transport, ApplicationThatDiesDuringAQueryDoesNotLeaveTheCallerWaiting) {
+  ChildProcess target = launch();
+  ChildProcess killer = ChildProcess::fork([&] {
+    support::waitUntil([] { return false; }, milliseconds(200));
+    kill(target.pid(), SIGKILL);
+    return 0;
+  });
+  OSErr status = 0;
+  EXPECT_EQ(ask("sleep:", {"60000"}, &status), std::nullopt);
+  EXPECT_EQ(status, -609);
+  killer.wait();
+}
+
+TEST_F(Transport, ApplicationThatDiesWithoutHavingAcceptedAQueryDoesNotLeaveTheCallerWaiting) {
+  ChildProcess target = launch();
+  target.signal(SIGSTOP);
+  ChildProcess killer = ChildProcess::fork([&] {
+    support::waitUntil([] { return false; }, milliseconds(200));
+    kill(target.pid(), SIGKILL);
+    return 0;
+  });
+  OSErr status = 0;
+  EXPECT_EQ(ask("say:", {"x"}, &status), std::nullopt);
+  EXPECT_EQ(status, -609);
+  killer.wait();
+}
+
+TEST_F(Transport, SlowApplicationIsNotGivenUp) {
+  const ChildProcess target = launch();
+  EXPECT_EQ(send("sleep:", {"2500"}), 0);
+  OSErr status = -1;
+  EXPECT_EQ(ask("say:", {"at last"}, &status), "at last");
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(Transport, QueryWithATimeOutGivesUpInTime) {
+  const ChildProcess target = launch();
+  target.signal(SIGSTOP);
+  AppleEventDescriptor reply;
+  EXPECT_EQ(platform::AESendMessage(callEvent("say:", {"x"}), reply, platform::kAEWaitReply, 20),
+            -1712);
+  target.signal(SIGCONT);
+}
+
+TEST_F(Transport, FullQueueOfAStoppedApplicationIsATimeOutNotAHang) {
+  const ChildProcess target = launch();
+  target.signal(SIGSTOP);
+  std::vector<ScopedFd> waiting;
+  int flags = 0;
+  do {
+    waiting.emplace_back(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const platform::SocketPath path(platform::fileNameForIdentifier(kTarget));
+    flags = connect(waiting.back().get(), path.address(), platform::SocketPath::size());
+  } while (flags == 0);
+  AppleEventDescriptor reply;
+  EXPECT_EQ(platform::AESendMessage(callEvent("note:", {"x"}), reply, platform::kAENoReply, 20),
+            -1712);
+  waiting.clear();
+  target.signal(SIGCONT);
+  EXPECT_EQ(ask("notes", {}), "");  // what was refused was not carried out
+}
+
+TEST_F(Transport, IdentifierOfTwoHundredCharactersIsReached) {
+  const std::string identifier = "com.example." + std::string(188, 'x');
+  const ChildProcess target = launch(identifier);
+  EXPECT_EQ(ask("say:", {"long"}, nullptr, identifier), "long");
+}
+
+TEST_F(Transport, LongRuntimeFolderIsUsable) {
+  const std::string folder =
+      support::sandbox() + "/" + std::string(120, 'r') + "/" + std::string(120, 'f');
+  fs::create_directories(folder);
+  chmod(folder.c_str(), 0700);
+  setenv("XDG_RUNTIME_DIR", folder.c_str(), 1);
+  ChildProcess target = launch();
+  EXPECT_EQ(ask("say:", {"far away"}), "far away");
+  EXPECT_EQ(send("quit", {}), 0);
+  EXPECT_EQ(target.wait(), 0);
+  EXPECT_TRUE(fs::is_empty(folder + "/ClientComm"));
+}
+
+TEST_F(Transport, PathThatIsNotUtf8AndEmbeddedNulArriveByteForByte) {
+  const ChildProcess target = launch();
+  std::string all;
+  for (int byte = 0; byte < 256; ++byte) all += static_cast<char>(byte);
+  EXPECT_EQ(ask("say:", {all}), all);
+  const std::string path = "/tmp/caf\xe9.log";
+  EXPECT_EQ(ask("say:", {path}), path);
+  const std::string nul("a\0b", 3);
+  EXPECT_EQ(ask("say:", {nul}), nul);
+}
+
+TEST_F(Transport, ArgumentOf16MiBGoesThereAndBack) {
+  const ChildProcess target = launch();
+  std::string large(std::size_t{16} << 20, 'm');
+  for (std::size_t i = 0; i < large.size(); i += 4093) large[i] = static_cast<char>(i);
+  EXPECT_TRUE(ask("say:", {large}) == large);
+  EXPECT_EQ(send("note:", {large}), 0);
+  EXPECT_TRUE(ask("notes", {}) == large + "\n");
+}
+
+TEST_F(Transport, SizesAroundTheLargestPacketArrive) {
+  const ChildProcess target = launch();
+  for (const std::size_t size : {0UL, 1UL, 900UL, 1024UL, 65300UL, 65400UL, 65536UL, 131072UL}) {
+    const std::string text(size, 's');
+    EXPECT_TRUE(ask("say:", {text}) == text) << size;
+  }
+}
+
+TEST_F(Transport, EventThatCannotBeCarriedIsRefusedWithAStatus) {
+  const ChildProcess target = launch();
+  EXPECT_EQ(send("note:", {std::string(std::size_t{65} << 20, 'x')}), -108);
+  EXPECT_EQ(ask("notes", {}), "");
+}
+
+TEST_F(Transport, EventWithoutHandlerIsAnsweredWithAStatus) {
+  const ChildProcess target = launch();
+  const AppleEventDescriptor event = AppleEventDescriptor::appleEvent(
+      platform::fourCharCode("aevt"), platform::fourCharCode("quit"),
+      {platform::typeApplicationBundleID, kTarget}, -1, 0);
+  AppleEventDescriptor reply;
+  EXPECT_EQ(platform::AESendMessage(event, reply, platform::kAEWaitReply, -1), -1708);
+}
+
+TEST_F(Transport, MalformedRequestsAreRefusedBeforeTheyAreSent) {
+  AppleEventDescriptor reply;
+  EXPECT_EQ(platform::AESendMessage({}, reply, 1, -1), -50);
+  EXPECT_EQ(platform::AESendMessage(callEvent("a", {}), reply, 2, -1), -50);
+  EXPECT_EQ(platform::AESendMessage(callEvent("a", {}), reply, 1, -3), -50);
+  EXPECT_EQ(platform::AESendMessage(callEvent("a", {}, ""), reply, 1, -1), -600);
+}
+
+TEST_F(Transport, MessageThatClaimsAnotherSenderIsTakenForWhatItsSenderIs) {
+  const ChildProcess target = launch();
+  AppleEventDescriptor event = callEvent("note:", {"claimed"});
+  std::string psn(8, '\0');
+  const std::int32_t pid = target.pid();
+  std::memcpy(psn.data() + 4, &pid, sizeof pid);
+  event.setAttributeDescriptor({platform::typeProcessSerialNumber, psn}, platform::keyAddressAttr);
+  AppleEventDescriptor reply;
+  EXPECT_EQ(platform::AESendMessage(event, reply, 1, -1), 0);
+  EXPECT_EQ(ask("caller", {}), "com.example.testhost");
+}
+
+TEST_F(Transport, CallerOutsideAnyBundleIsNotServed) {
+  const ChildProcess target = launch();
+  EXPECT_EQ(ask("notes", {}), "");
+  const std::string program = support::sandbox() + "/no-bundle";
+  fs::copy_file("/bin/sleep", program);
+  target.signal(SIGSTOP);  // so that the call is looked at when the other program runs
+  const ChildProcess outsider = ChildProcess::fork([&] {
+    const ScopedFd own = connectTo(kTarget);
+    const ScopedFd claimed(open("/proc/self/exe", O_PATH | O_CLOEXEC));
+    platform::sendPacket(own.get(), platform::PacketKind::kEvent, 0, callEvent("note:", {"x"}),
+                         claimed.get());
+    return execl(program.c_str(), program.c_str(), "60", nullptr);
+  });
+  const std::string link = "/proc/" + std::to_string(outsider.pid()) + "/exe";
+  ASSERT_TRUE(support::waitUntil([&] { return fs::read_symlink(link) == program; }));
+  target.signal(SIGCONT);
+  EXPECT_EQ(ask("notes", {}), "");
+}
+
+TEST_F(Transport, PeerOfAnotherUserIsNotServed) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  const ChildProcess target = launch();
+  // Opens the way that the folders' modes close.
+  for (const std::string& folder : {support::sandbox(), support::sandbox() + "/runtime",
+                                    platform::runtimeFolderPath(), endpointPath(kTarget)}) {
+    ASSERT_EQ(chmod(folder.c_str(), 0777), 0);
+  }
+  ChildProcess other = ChildProcess::fork([] {
+    if (setgid(65534) != 0 || setuid(65534) != 0) return 1;
+    const ScopedFd peer = connectTo(kTarget);
+    if (!peer.isValid()) return 2;
+    platform::sendPacket(peer.get(), platform::PacketKind::kEventWantingReply, 0,
+                         callEvent("note:", {"foreign"}), -1);
+    platform::Packet packet;
+    while (platform::receivePacket(peer.get(), packet) == platform::ReceiveResult::kNothingYet) {
+    }
+    // The library's own send refuses before it has said anything.
+    return packet.status == -1743 && send("note:", {"x"}) == -1743 ? 0 : 3;
+  });
+  EXPECT_EQ(other.wait(), 0);
+  EXPECT_EQ(ask("notes", {}), "");
+}
+
+TEST_F(Transport, NewerProcessOfAnApplicationHasItsNameAndAnOlderTakesItBack) {
+  const std::string path = support::makeApplication("Target", kTarget, support::kEchoRole);
+  const ChildProcess older = support::runApplication(path, {support::kTicking});
+  ASSERT_TRUE(support::waitUntilReachable(kTarget));
+  EXPECT_EQ(send("note:", {"to the older"}), 0);
+  ASSERT_EQ(ask("notes", {}), "to the older\n");
+  ChildProcess newer = support::runApplication(path);
+  ASSERT_TRUE(support::waitUntil([] { return ask("notes", {}) == ""; }));
+  EXPECT_EQ(send("quit", {}), 0);
+  EXPECT_EQ(newer.wait(), 0);
+  EXPECT_TRUE(support::waitUntil([] { return ask("notes", {}) == "to the older\n"; }));
+}
+
+TEST_F(Transport, EndpointWhoseFileWasClearedAwayComesBackWithTheNextSend) {
+  TQHPAppleEventProcesser::share();
+  const std::string own = endpointPath("com.example.testhost");
+  ASSERT_TRUE(fs::exists(fs::symlink_status(own)));
+  fs::remove_all(platform::runtimeFolderPath());
+  EXPECT_TRUE(support::runLoopUntil([&] {
+    send("note:", {"x"}, "com.example.nobody");
+    return fs::exists(fs::symlink_status(own));
+  }));
+  EXPECT_EQ(send("note:", {"x"}, "com.example.testhost"), 0);
+}
+
+TEST_F(Transport, EventThatWaitsAtAClearedAwayEndpointIsStillCarriedOut) {
+  int handled = 0;
+  auto& manager = platform::AppleEventManager::sharedAppleEventManager();
+  manager.setEventHandler(
+      [&](const AppleEventDescriptor&, AppleEventDescriptor&) {
+        ++handled;
+        return platform::noErr;
+      },
+      platform::fourCharCode("aevt"), platform::fourCharCode("call"));
+  EXPECT_EQ(send("note:", {"waits"}, "com.example.testhost"), 0);
+  fs::remove(endpointPath("com.example.testhost"));
+  EXPECT_TRUE(support::runLoopUntil([&] {
+    send("note:", {"x"}, "com.example.nobody");
+    return handled == 1 && fs::exists(fs::symlink_status(endpointPath("com.example.testhost")));
+  }));
+}
+
+TEST_F(Transport, RuntimeFolderReplacedByALinkIsNotUsedAndMendedWhenItIsGone) {
+  const std::string folder = platform::runtimeFolderPath();
+  fs::create_directory(support::sandbox() + "/elsewhere");
+  fs::create_directory_symlink(support::sandbox() + "/elsewhere", folder);
+  TQHPAppleEventProcesser::share();
+  EXPECT_TRUE(fs::is_empty(support::sandbox() + "/elsewhere"));
+  fs::remove(folder);
+  EXPECT_TRUE(support::runLoopUntil([&] {
+    send("note:", {"x"}, "com.example.nobody");
+    return fs::exists(fs::symlink_status(endpointPath("com.example.testhost")));
+  }));
+}
+
+TEST_F(Transport, ProcessCanCallItself) {
+  TQHPAppleEventProcesser::share();
+  OSErr status = -1;
+  EXPECT_EQ(ask("say:", {"x"}, &status, "com.example.testhost"), std::nullopt);  // no such class
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(Transport, HandlerMayCloseTheApplicationToEvents) {
+  auto& manager = platform::AppleEventManager::sharedAppleEventManager();
+  int handled = 0;
+  manager.setEventHandler(
+      [&](const AppleEventDescriptor&, AppleEventDescriptor&) {
+        ++handled;
+        manager.removeEventHandler(platform::fourCharCode("aevt"), platform::fourCharCode("call"));
+        return platform::noErr;
+      },
+      platform::fourCharCode("aevt"), platform::fourCharCode("call"));
+  EXPECT_EQ(send("a", {}, "com.example.testhost"), 0);
+  EXPECT_EQ(send("b", {}, "com.example.testhost"), 0);
+  EXPECT_TRUE(support::runLoopUntil([&] { return handled > 0; }));
+  EXPECT_EQ(send("c", {}, "com.example.testhost"), -600);
+  EXPECT_EQ(handled, 1);
+}
+
+TEST_F(Transport, ApplicationOutOfDescriptorsTakesTheEventsWhenItHasSomeAgain) {
+  TQHPAppleEventProcesser::share();
+  const platform::SocketPath path(platform::fileNameForIdentifier("com.example.testhost"));
+  int handled = 0;
+  platform::AppleEventManager::sharedAppleEventManager().setEventHandler(
+      [&](const AppleEventDescriptor&, AppleEventDescriptor&) {
+        ++handled;
+        return platform::noErr;
+      },
+      platform::fourCharCode("aevt"), platform::fourCharCode("call"));
+  EXPECT_EQ(send("note:", {"x"}, "com.example.testhost"), 0);
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlimit none{0, limit.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_EQ(send("note:", {"x"}, kTarget), -108);
+  EXPECT_FALSE(support::runLoopUntil([&] { return handled > 0; }, milliseconds(300)));
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_TRUE(support::runLoopUntil([&] { return handled == 1; }));
+}
+
+TEST_F(Transport, AfterEverythingAProcessHasOneThreadAndOneDescriptorMore) {
+  const int before = support::openDescriptorCount();
+  TQHPAppleEventProcesser::share();
+  {
+    const ChildProcess target = launch();
+    const int child = support::openDescriptorCount() - before - 1;  // the test's own pipes
+    EXPECT_EQ(ask("say:", {std::string(200000, 'x')}).value_or("").size(), 200000U);
+    for (int i = 0; i < 50; ++i) EXPECT_EQ(send("note:", {"x"}), 0);
+    EXPECT_EQ(send("note:", {"x"}, "com.example.testhost"), 0);
+    EXPECT_EQ(send("note:", {"x"}, "com.example.nobody"), -600);
+    const ScopedFd rubbish = connectTo("com.example.testhost");
+    ::send(rubbish.get(), "x", 1, MSG_NOSIGNAL);
+    EXPECT_TRUE(support::runLoopUntil([&] { return isClosedByPeer(rubbish); }));
+    EXPECT_EQ(support::openDescriptorCount(), before + 1 + child + 1);  // and `rubbish`
+  }
+  EXPECT_EQ(support::openDescriptorCount(), before + 1);
+  EXPECT_EQ(support::threadCount(), 1);
+}
+
+}  // namespace
