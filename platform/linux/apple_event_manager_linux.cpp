@@ -1,7 +1,7 @@
-#include "platform/apple_event_manager.h"
-
 #include <exception>
 #include <new>
+
+#include "platform/apple_event_manager.h"
 
 namespace platform {
 
@@ -13,9 +13,10 @@ AppleEventManager& AppleEventManager::sharedAppleEventManager() {
 AppleEventManager::AppleEventManager() : transport_(makeSystemTransport()) {}
 
 void AppleEventManager::startReceiving() {
-  transport_->startReceiving([this](const AppleEventDescriptor& event, AppleEventDescriptor& reply) {
-    return dispatchRawAppleEvent(event, reply);
-  });
+  transport_->startReceiving(
+      [this](const AppleEventDescriptor& event, AppleEventDescriptor& reply) {
+        return dispatchRawAppleEvent(event, reply);
+      });
 }
 
 void AppleEventManager::setEventHandler(AEEventHandler handler, AEEventClass eventClass,

@@ -107,7 +107,8 @@ class Reader {
   bool take(AppleEventDescriptor& descriptor, int depth) {
     DescType type = 0;
     std::uint32_t length = 0;
-    if (budget_ == 0 || depth > kMaximumNesting || !take(type) || !take(length) || length > rest_.size()) {
+    if (budget_ == 0 || depth > kMaximumNesting || !take(type) || !take(length) ||
+        length > rest_.size()) {
       return false;
     }
     --budget_;

@@ -39,8 +39,7 @@ static_assert(sizeof(Header) == 16);
 class Mapping {
  public:
   Mapping(int fd, std::size_t size, int protection) noexcept
-      : size_(size),
-        address_(mmap(nullptr, size, protection, MAP_SHARED | MAP_POPULATE, fd, 0)) {}
+      : size_(size), address_(mmap(nullptr, size, protection, MAP_SHARED | MAP_POPULATE, fd, 0)) {}
   ~Mapping() {
     if (isValid()) munmap(address_, size_);
   }

@@ -23,9 +23,9 @@ inline constexpr std::size_t kMaximumPacketSize = std::size_t{64} << 10;
 /// A packet as it was received.
 struct Packet {
   PacketKind kind = PacketKind::kEvent;
-  OSErr status = noErr;               ///< Of a reply.
-  AppleEventDescriptor descriptor;    ///< The event, or the reply where its status is noErr.
-  ScopedFd executable;                ///< The sender's own executable, where it was handed over.
+  OSErr status = noErr;             ///< Of a reply.
+  AppleEventDescriptor descriptor;  ///< The event, or the reply where its status is noErr.
+  ScopedFd executable;              ///< The sender's own executable, where it was handed over.
 };
 
 /// Sends one packet on the connected socket `socket`; never waits.

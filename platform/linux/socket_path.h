@@ -19,9 +19,7 @@ class SocketPath {
   bool isValid() const noexcept { return isValid_; }
   /// The path, for calls other than bind and connect; holds while this object lives.
   const char* path() const noexcept { return address_.sun_path; }
-  const sockaddr* address() const noexcept {
-    return reinterpret_cast<const sockaddr*>(&address_);
-  }
+  const sockaddr* address() const noexcept { return reinterpret_cast<const sockaddr*>(&address_); }
   static constexpr socklen_t size() noexcept { return sizeof(sockaddr_un); }
 
  private:

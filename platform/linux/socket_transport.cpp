@@ -150,8 +150,8 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
   // Tells the receiver who called, should this process have ended by then.
   const ScopedFd executable(::open("/proc/self/exe", O_PATH | O_CLOEXEC));
   status = sendPacket(connection.socket.get(),
-                      wantsReply ? PacketKind::kEventWantingReply : PacketKind::kEvent, noErr, event,
-                      executable.get());
+                      wantsReply ? PacketKind::kEventWantingReply : PacketKind::kEvent, noErr,
+                      event, executable.get());
   if (status != noErr || !wantsReply) return status;
   return awaitReply(connection, deadline, reply);
 }
@@ -165,9 +165,8 @@ OSErr SocketTransport::sendToSelf(const AppleEventDescriptor& event, AppleEventD
                std::string(reinterpret_cast<const char*>(&*psn), sizeof *psn)};
   }
   received.setAttributeDescriptor(std::move(address), keyAddressAttr);
-  AppleEventDescriptor answer =
-      AppleEventDescriptor::appleEvent(event.eventClass(), fourCharCode("ansr"), {},
-                                       event.returnID(), event.transactionID());
+  AppleEventDescriptor answer = AppleEventDescriptor::appleEvent(
+      event.eventClass(), fourCharCode("ansr"), {}, event.returnID(), event.transactionID());
   const Receiver receiver = receiver_;
   const OSErr status = receiver ? receiver(received, answer) : errAEEventNotHandled;
   if (status == noErr) reply = std::move(answer);
