@@ -107,6 +107,7 @@ std::string makeApplication(const std::string& name, const std::string& identifi
   for (const auto& [key, value] : extra) info.insert_or_assign(key, value);
   writeFile(path + "/Contents/Info.plist", platform::xmlPropertyList(info));
   fs::create_directories(path + "/Contents/Linux");
+  fs::remove(executableOf(path));
   std::error_code error;
   fs::create_hard_link(hostBundlePath() + "/Contents/Linux/TestHost", executableOf(path), error);
   if (error) fs::copy_file(hostBundlePath() + "/Contents/Linux/TestHost", executableOf(path));
