@@ -1,0 +1,235 @@
+#include "platform/process_table.h"
+
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tests/support/child_process.h"
+#include "tests/support/test_sandbox.h"
+
+namespace {
+
+using platform::kinfo_proc;
+using support::ChildProcess;
+using Table = std::vector<kinfo_proc>;
+
+constexpr int kWholeTable[] = {platform::CTL_KERN, platform::KERN_PROC, platform::KERN_PROC_ALL};
+constexpr int kProcessIDs[] = {platform::CTL_KERN, platform::KERN_PROC,
+                               platform::KERN_PROC_ONLY_IDS};
+
+int readInto(const int (&name)[3], Table& table) {
+  std::size_t length = table.size() * sizeof(kinfo_proc);
+  const int result = platform::sysctl(name, 3, table.data(), &length, nullptr, 0);
+  table.resize(length / sizeof(kinfo_proc));
+  return result;
+}
+
+Table readTable(const int (&name)[3]) {
+  Table table(100'000);
+  EXPECT_EQ(readInto(name, table), 0);
+  return table;
+}
+
+std::size_t sizeOf(const int (&name)[3]) {
+  std::size_t length = 0;
+  EXPECT_EQ(platform::sysctl(name, 3, nullptr, &length, nullptr, 0), 0);
+  EXPECT_EQ(length % sizeof(kinfo_proc), 0U);
+  return length / sizeof(kinfo_proc);
+}
+
+std::optional<kinfo_proc> recordOf(pid_t pid, const int (&name)[3] = kWholeTable) {
+  const Table table = readTable(name);
+  const auto record = std::ranges::find_if(
+      table, [pid](const kinfo_proc& process) { return process.kp_proc.p_pid == pid; });
+  return record != table.end() ? std::optional(*record) : std::nullopt;
+}
+
+// A child that gets itself ready and then waits for its end.
+ChildProcess childThat(const std::function<void()>& getReady) {
+  int ready[2];
+  EXPECT_EQ(pipe(ready), 0);
+  ChildProcess child = ChildProcess::fork([&] {
+    getReady();
+    EXPECT_EQ(write(ready[1], "", 1), 1);
+    pause();
+    return 0;
+  });
+  char byte = 1;
+  EXPECT_EQ(read(ready[0], &byte, 1), 1);
+  close(ready[0]);
+  close(ready[1]);
+  return child;
+}
+
+std::string nameOfChildCalled(const char* name) {
+  const ChildProcess child = childThat([name] { prctl(PR_SET_NAME, name); });
+  const auto record = recordOf(child.pid());
+  return record ? record->kp_proc.p_comm : "(no record)";
+}
+
+TEST(ProcessTable, ListsThisProcessWithItsNameAndUser) {
+  const auto record = recordOf(getpid());
+  ASSERT_TRUE(record);
+  EXPECT_STREQ(record->kp_proc.p_comm, "TestHost");
+  EXPECT_EQ(record->kp_eproc.e_ucred.cr_uid, geteuid());
+}
+
+TEST(ProcessTable, KeepsTheCommandNameAsTheKernelCutsIt) {
+  EXPECT_EQ(nameOfChildCalled("AVeryLongProgramName"), "AVeryLongProgra");
+  EXPECT_EQ(nameOfChildCalled("x"), "x");
+}
+
+TEST(ProcessTable, TakesCommandNamesThatLookLikeSyntax) {
+  EXPECT_EQ(nameOfChildCalled(") R 1 (a b"), ") R 1 (a b");
+  EXPECT_EQ(nameOfChildCalled("two\nlines\n"), "two\nlines\n");
+  EXPECT_EQ(nameOfChildCalled(""), "");
+}
+
+TEST(ProcessTable, GivesTheEffectiveUserAlsoOfAProcessThatMayNotBeTraced) {
+  if (geteuid() != 0) GTEST_SKIP() << "only the superuser can become another user";
+  const ChildProcess child = childThat([] {
+    ASSERT_EQ(setresuid(4711, 12345, 4711), 0);
+    ASSERT_EQ(prctl(PR_SET_DUMPABLE, 0), 0);
+  });
+  const auto record = recordOf(child.pid());
+  ASSERT_TRUE(record);
+  EXPECT_EQ(record->kp_eproc.e_ucred.cr_uid, 12345U);
+}
+
+TEST(ProcessTable, IsInTheOrderOfTheProcessIDs) {
+  const Table table = readTable(kWholeTable);
+  EXPECT_TRUE(std::ranges::is_sorted(table, std::ranges::less_equal(),
+                                     [](const kinfo_proc& p) { return p.kp_proc.p_pid; }));
+}
+
+TEST(ProcessTable, DoesNotListAProcessThatHasEnded) {
+  ChildProcess child = childThat([] {});
+  EXPECT_TRUE(recordOf(child.pid()));
+  child.signal(SIGKILL);
+  child.wait();
+  EXPECT_FALSE(recordOf(child.pid()));
+}
+
+TEST(ProcessTable, TheRequestForIDsAloneListsTheSameProcessesWithoutDetails) {
+  const ChildProcess child = childThat([] {});
+  const auto record = recordOf(child.pid(), kProcessIDs);
+  ASSERT_TRUE(record);
+  EXPECT_STREQ(record->kp_proc.p_comm, "");
+  EXPECT_TRUE(recordOf(getpid(), kProcessIDs));
+  EXPECT_TRUE(recordOf(1, kProcessIDs));
+}
+
+TEST(ProcessTable, TheSizeGivenHasRoomForAFewProcessesMore) {
+  for (const auto& name : {kWholeTable, kProcessIDs}) {
+    const std::size_t before = readTable(kWholeTable).size();
+    std::size_t length = 0;
+    ASSERT_EQ(platform::sysctl(name, 3, nullptr, &length, nullptr, 0), 0);
+    EXPECT_GE(length / sizeof(kinfo_proc), before + 8);
+  }
+}
+
+TEST(ProcessTable, OneThatOutgrewItsSizeIsReportedAndSizedAnewWithEnoughRoom) {
+  Table table(sizeOf(kWholeTable));
+  std::vector<ChildProcess> children;
+  for (std::size_t i = 0; i < 150; ++i) {
+    children.push_back(ChildProcess::fork([] { return pause(); }));
+  }
+  EXPECT_EQ(readInto(kWholeTable, table), -1);
+  EXPECT_EQ(errno, ENOMEM);
+  table.resize(sizeOf(kWholeTable));
+  ASSERT_EQ(readInto(kWholeTable, table), 0);
+  for (const ChildProcess& child : children) {
+    EXPECT_TRUE(std::ranges::any_of(
+        table, [&](const kinfo_proc& p) { return p.kp_proc.p_pid == child.pid(); }));
+  }
+}
+
+TEST(ProcessTable, WritesNothingBehindABufferThatIsTooSmall) {
+  Table table(3);
+  std::memset(static_cast<void*>(table.data()), 0x55, 3 * sizeof(kinfo_proc));
+  std::size_t length = 2 * sizeof(kinfo_proc) + 1;
+  EXPECT_EQ(platform::sysctl(kWholeTable, 3, table.data(), &length, nullptr, 0), -1);
+  EXPECT_EQ(errno, ENOMEM);
+  EXPECT_EQ(table[2].kp_proc.p_pid, 0x55555555);
+}
+
+TEST(ProcessTable, NamesThatAreNotKnownAreRefused) {
+  std::size_t length = 0;
+  const int wrong[][3] = {{platform::CTL_KERN, platform::KERN_PROC, 1},
+                          {platform::CTL_KERN, 15, platform::KERN_PROC_ALL},
+                          {2, platform::KERN_PROC, platform::KERN_PROC_ALL}};
+  for (const auto& name : wrong) {
+    EXPECT_EQ(platform::sysctl(name, 3, nullptr, &length, nullptr, 0), -1);
+    EXPECT_EQ(errno, ENOENT);
+  }
+  EXPECT_EQ(platform::sysctl(kWholeTable, 2, nullptr, &length, nullptr, 0), -1);
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(ProcessTable, CannotBeWrittenTo) {
+  std::size_t length = 0;
+  const int value = 0;
+  EXPECT_EQ(platform::sysctl(kWholeTable, 3, nullptr, &length, &value, sizeof value), -1);
+  EXPECT_EQ(errno, EPERM);
+}
+
+TEST(ProcessTable, MissingPlacesAreRefused) {
+  std::size_t length = 0;
+  EXPECT_EQ(platform::sysctl(nullptr, 3, nullptr, &length, nullptr, 0), -1);
+  EXPECT_EQ(errno, EFAULT);
+  EXPECT_EQ(platform::sysctl(kWholeTable, 3, nullptr, nullptr, nullptr, 0), -1);
+  EXPECT_EQ(errno, EFAULT);
+}
+
+// Reads the table with room for `count` more descriptors.
+int errorWithDescriptorsLeft(int count) {
+  const int next = dup(0);
+  close(next);
+  rlimit limit = {};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit less = {static_cast<rlim_t>(next + count), limit.rlim_max};
+  Table table(100'000);
+  setrlimit(RLIMIT_NOFILE, &less);
+  const int error = readInto(kWholeTable, table) == 0 ? 0 : errno;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  return error;
+}
+
+TEST(ProcessTable, OneThatCannotBeReadIsAnErrorNotAShortTable) {
+  EXPECT_EQ(errorWithDescriptorsLeft(0), EMFILE);
+  EXPECT_EQ(errorWithDescriptorsLeft(1), EMFILE);
+  EXPECT_EQ(errorWithDescriptorsLeft(2), 0);
+}
+
+TEST(ProcessTable, ReadingLeavesNoDescriptorOpen) {
+  const int before = support::openDescriptorCount();
+  readTable(kWholeTable);
+  readTable(kProcessIDs);
+  EXPECT_EQ(support::openDescriptorCount(), before);
+}
+
+TEST(ProcessTable, AnotherReaderCanBePutInItsPlaceAndTakenOutAgain) {
+  const auto failing = [](const int*, unsigned, void*, std::size_t*, const void*,
+                          std::size_t) noexcept {
+    errno = EIO;
+    return -1;
+  };
+  const platform::SysctlFunction system = platform::replaceSysctl(failing);
+  std::size_t length = 0;
+  EXPECT_EQ(platform::sysctl(kWholeTable, 3, nullptr, &length, nullptr, 0), -1);
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(system(kWholeTable, 3, nullptr, &length, nullptr, 0), 0);
+  EXPECT_EQ(platform::replaceSysctl(nullptr), static_cast<platform::SysctlFunction>(failing));
+  EXPECT_EQ(platform::sysctl(kWholeTable, 3, nullptr, &length, nullptr, 0), 0);
+}
+
+}  // namespace
