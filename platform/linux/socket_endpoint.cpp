@@ -237,10 +237,7 @@ bool SocketEndpoint::acceptOne() {
   ucred peer{};
   socklen_t size = sizeof peer;
   if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return true;
-  if (peer.uid != geteuid()) {
-    sendPacket(socket.get(), PacketKind::kReply, errAEEventNotPermitted, {}, -1);
-    return true;
-  }
+  if (peer.uid != geteuid()) return true;
   const auto isAlive = isAlive_;
   if (!silentPeers_.empty()) serveEarlierOf(peer.pid);
   if (!*isAlive) return false;
