@@ -1,0 +1,156 @@
+#include "tests/support/recording_transport.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "platform/apple_event_manager.h"
+#include "platform/process_manager.h"
+
+namespace support {
+namespace {
+
+using platform::AppleEventDescriptor;
+
+// 'aevt', 'call', 'ansr', 'psn ', 'addr' and '----'.
+constexpr platform::AEEventClass kEventClass = 0x61657674;
+constexpr platform::AEEventID kCall = 0x63616c6c;
+constexpr platform::AEEventID kAnswer = 0x616e7372;
+constexpr platform::DescType kSerialNumber = 0x70736e20;
+constexpr platform::AEKeyword kAddress = 0x61646472;
+constexpr platform::AEKeyword kDirectParameter = 0x2D2D2D2D;
+
+AppleEventDescriptor textDescriptor(const std::string& text) {
+  return AppleEventDescriptor::descriptorWithString(text);
+}
+
+std::string textAt(const AppleEventDescriptor& list, std::size_t index) {
+  const AppleEventDescriptor* const item = list.descriptorAtIndex(index);
+  const auto text = item == nullptr ? std::nullopt : item->stringValue();
+  EXPECT_TRUE(text.has_value()) << "item " << index << " of a call is no text";
+  return text.value_or(std::string());
+}
+
+RecordedCall recordOf(const AppleEventDescriptor& event) {
+  RecordedCall call;
+  call.event = event;
+  call.target = event.target().data();
+  const AppleEventDescriptor* const list = event.paramDescriptorForKeyword(kDirectParameter);
+  if (list == nullptr) {
+    ADD_FAILURE() << "an event without a direct parameter was sent";
+    return call;
+  }
+  call.className = textAt(*list, 1);
+  call.selector = textAt(*list, 2);
+  const AppleEventDescriptor* const arguments = list->descriptorAtIndex(3);
+  if (arguments == nullptr) {
+    ADD_FAILURE() << "a call without a list of arguments was sent";
+    return call;
+  }
+  for (std::size_t k = 1; k <= arguments->numberOfItems(); ++k) {
+    call.arguments.push_back(textAt(*arguments, k));
+  }
+  return call;
+}
+
+}  // namespace
+
+AppleEventDescriptor addressOfProcess(pid_t pid) {
+  platform::ProcessSerialNumber psn;
+  if (platform::GetProcessForPID(pid, psn) != platform::noErr) return {};
+  return {kSerialNumber, std::string(reinterpret_cast<const char*>(&psn), sizeof psn)};
+}
+
+AppleEventDescriptor callEvent(const std::string& className, const std::string& selector,
+                               const std::vector<std::string>& arguments) {
+  AppleEventDescriptor list = AppleEventDescriptor::listDescriptor();
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    list.insertDescriptor(textDescriptor(arguments[i]), i + 1);
+  }
+  AppleEventDescriptor call = AppleEventDescriptor::listDescriptor();
+  call.insertDescriptor(textDescriptor(className), 1);
+  call.insertDescriptor(textDescriptor(selector), 2);
+  call.insertDescriptor(std::move(list), 3);
+  AppleEventDescriptor event = AppleEventDescriptor::appleEvent(kEventClass, kCall, {}, -1, 0);
+  event.setParamDescriptor(std::move(call), kDirectParameter);
+  return event;
+}
+
+RecordingTransport& RecordingTransport::install() {
+  auto transport = std::make_unique<RecordingTransport>();
+  RecordingTransport& installed = *transport;
+  platform::AppleEventManager::sharedAppleEventManager().setTransport(std::move(transport));
+  return installed;
+}
+
+std::vector<std::string> RecordingTransport::selectors() const {
+  std::vector<std::string> selectors;
+  for (const RecordedCall& call : calls_) selectors.push_back(call.selector);
+  return selectors;
+}
+
+int RecordingTransport::countOf(std::string_view selector) const {
+  return static_cast<int>(
+      std::count_if(calls_.begin(), calls_.end(),
+                    [&](const RecordedCall& call) { return call.selector == selector; }));
+}
+
+RecordedCall RecordingTransport::last() const {
+  if (!calls_.empty()) return calls_.back();
+  ADD_FAILURE() << "nothing was sent";
+  return {};
+}
+
+Answer RecordingTransport::deliver(const AppleEventDescriptor& event) {
+  Answer answer;
+  if (!receiver_) {
+    answer.status = platform::procNotFound;
+    return answer;
+  }
+  answer.reply = AppleEventDescriptor::appleEvent(kEventClass, kAnswer, {}, -1, 0);
+  answer.status = receiver_(event, answer.reply);
+  if (const auto* const text = answer.reply.paramDescriptorForKeyword(kDirectParameter)) {
+    answer.text = text->stringValue();
+  }
+  return answer;
+}
+
+Answer RecordingTransport::call(const std::string& className, const std::string& selector,
+                                const std::vector<std::string>& arguments, pid_t caller) {
+  AppleEventDescriptor event = callEvent(className, selector, arguments);
+  event.setAttributeDescriptor(addressOfProcess(caller), kAddress);
+  return deliver(event);
+}
+
+platform::OSErr RecordingTransport::send(const AppleEventDescriptor& event,
+                                         AppleEventDescriptor& reply, platform::AESendMode sendMode,
+                                         std::int32_t timeOutInTicks) {
+  RecordedCall call = recordOf(event);
+  call.sendMode = sendMode;
+  call.timeOut = timeOutInTicks;
+  calls_.push_back(call);
+  if (whenSending_) whenSending_(call);
+  const auto scripted = statuses_.find(call.selector);
+  const platform::OSErr status = scripted == statuses_.end() ? status_ : scripted->second;
+  if (status != platform::noErr || sendMode != platform::kAEWaitReply) return status;
+  reply = AppleEventDescriptor::appleEvent(kEventClass, kAnswer, {}, -1, 0);
+  if (const auto text = replies_.find(call.selector); text != replies_.end()) {
+    reply.setParamDescriptor(textDescriptor(text->second), kDirectParameter);
+  }
+  return status;
+}
+
+platform::OSErr RecordingTransport::startReceiving(Receiver receiver) {
+  receiver_ = std::move(receiver);
+  return platform::noErr;
+}
+
+std::ostream& operator<<(std::ostream& stream, const RecordedCall& call) {
+  stream << call.className << " " << call.selector << " (";
+  for (const std::string& argument : call.arguments) stream << '"' << argument << "\" ";
+  return stream << ") to " << call.target;
+}
+
+}  // namespace support

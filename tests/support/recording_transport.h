@@ -1,0 +1,97 @@
+#pragma once
+
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/apple_event_transport.h"
+
+namespace support {
+
+/// The sender's address as an event carries it: the serial number of the process `pid`. The null
+/// descriptor for a process that runs no application bundle.
+platform::AppleEventDescriptor addressOfProcess(pid_t pid);
+
+/// A call event as an application of the family sends it, spelled out code by code.
+platform::AppleEventDescriptor callEvent(const std::string& className, const std::string& selector,
+                                         const std::vector<std::string>& arguments);
+
+/// A call that was handed to the transport.
+struct RecordedCall {
+  std::string target;
+  std::string className;
+  std::string selector;
+  std::vector<std::string> arguments;
+  platform::AESendMode sendMode = 0;
+  std::int32_t timeOut = 0;
+  platform::AppleEventDescriptor event;  ///< As it was sent.
+};
+
+/// What came back for an event that was delivered.
+struct Answer {
+  platform::OSErr status = platform::noErr;
+  platform::AppleEventDescriptor reply;
+  platform::OptionalString text;  ///< The reply's direct parameter; nil without one.
+};
+
+/// Carries nothing: keeps what is sent, answers as it was told to, and delivers events to this
+/// process on demand.
+class RecordingTransport : public platform::AppleEventTransport {
+ public:
+  /// Puts a new one in place of the process's transport, which then owns it.
+  static RecordingTransport& install();
+
+  const std::vector<RecordedCall>& calls() const { return calls_; }
+  /// The selectors of the calls, in the order sent.
+  std::vector<std::string> selectors() const;
+  int countOf(std::string_view selector) const;
+  /// The last call; a failure and an empty one when nothing was sent.
+  RecordedCall last() const;
+  void forget() { calls_.clear(); }
+
+  /// The status of every send, and of the sends of one selector, which goes before.
+  void setStatus(platform::OSErr status) { status_ = status; }
+  void setStatus(const std::string& selector, platform::OSErr status) {
+    statuses_[selector] = status;
+  }
+  /// The text with which calls of `selector` are answered; without one the reply is empty.
+  void setReply(const std::string& selector, const std::string& text) { replies_[selector] = text; }
+  /// Runs `action` in the middle of every send, after it was recorded.
+  void whenSending(std::function<void(const RecordedCall&)> action) {
+    whenSending_ = std::move(action);
+  }
+
+  /// Whether this process takes events.
+  bool isReceiving() const { return receiver_ != nullptr; }
+  /// Hands `event` to this process as it stands.
+  Answer deliver(const platform::AppleEventDescriptor& event);
+  /// Hands a call to this process, as from the application that runs as `caller`.
+  Answer call(const std::string& className, const std::string& selector,
+              const std::vector<std::string>& arguments = {}, pid_t caller = getpid());
+
+  platform::OSErr send(const platform::AppleEventDescriptor& event,
+                       platform::AppleEventDescriptor& reply, platform::AESendMode sendMode,
+                       std::int32_t timeOutInTicks) override;
+  platform::OSErr startReceiving(Receiver receiver) override;
+  void stopReceiving() override { receiver_ = nullptr; }
+
+ private:
+  std::vector<RecordedCall> calls_;
+  platform::OSErr status_ = platform::noErr;
+  std::map<std::string, platform::OSErr> statuses_;
+  std::map<std::string, std::string> replies_;
+  std::function<void(const RecordedCall&)> whenSending_;
+  Receiver receiver_;
+};
+
+/// How a failed expectation shows a call.
+std::ostream& operator<<(std::ostream& stream, const RecordedCall& call);
+
+}  // namespace support

@@ -1,0 +1,138 @@
+#include "platform/runtime.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ClientComm/TQHPAppEventBase.h"
+
+namespace {
+
+using platform::OptionalString;
+
+/// Callable by name; notes what it was called with.
+class Speaker : public TQHPAppEventBase {
+ public:
+  static const platform::Class& staticClass() {
+    using platform::method;
+    static const auto* const cls = new platform::Class(
+        "Speaker", platform::makeShared<Speaker>,
+        {method<&Speaker::silence>("silence"), method<&Speaker::join>("join:with:and:"),
+         method<&Speaker::status>("status:"), method<&Speaker::flag>("flag"),
+         method<&Speaker::plainText>("plainText"), method<&Speaker::nothing>("nothing"),
+         method<&Speaker::byValue>("byValue:"), method<&Speaker::fail>("fail")});
+    return *cls;
+  }
+  const platform::Class& isa() const override { return staticClass(); }
+
+  void silence() { ++invocations; }
+  OptionalString join(const OptionalString& a, const OptionalString& b, const OptionalString& c) {
+    ++invocations;
+    return a.value_or("nil") + "," + b.value_or("nil") + "," + c.value_or("nil");
+  }
+  platform::OSErr status(const OptionalString& /*unused*/) { return -600; }
+  bool flag() const { return true; }
+  std::string plainText() const { return "text"; }
+  OptionalString nothing() { return std::nullopt; }
+  OptionalString byValue(OptionalString text) { return text; }
+  void fail() { throw std::runtime_error("failed"); }
+
+  int invocations = 0;
+};
+
+OptionalString perform(Speaker& speaker, std::string_view selector,
+                       const std::vector<OptionalString>& arguments = {}) {
+  return speaker.performSelector(selector, arguments);
+}
+
+TEST(Runtime, AClassIsFoundByNameOnlyOnceItIsRegistered) {
+  EXPECT_EQ(platform::classNamed("Speaker"), nullptr);
+  platform::registerClass(Speaker::staticClass());
+  EXPECT_EQ(platform::classNamed("Speaker"), &Speaker::staticClass());
+  EXPECT_EQ(platform::classNamed("speaker"), nullptr);
+  EXPECT_EQ(platform::classNamed(""), nullptr);
+}
+
+TEST(Runtime, ALaterClassOfTheSameNameTakesThePlace) {
+  const platform::Class later("Speaker", platform::makeShared<Speaker>, {});
+  platform::registerClass(Speaker::staticClass());
+  platform::registerClass(later);
+  EXPECT_EQ(platform::classNamed("Speaker"), &later);
+  platform::registerClass(Speaker::staticClass());
+}
+
+TEST(Runtime, AClassMakesInstancesOfItself) {
+  const std::shared_ptr<platform::Object> instance = Speaker::staticClass().makeInstance();
+  ASSERT_NE(instance, nullptr);
+  EXPECT_EQ(&instance->isa(), &Speaker::staticClass());
+  EXPECT_NE(Speaker::staticClass().makeInstance(), instance);
+}
+
+TEST(Runtime, AMethodKnowsHowManyArgumentsItTakes) {
+  const platform::Class& cls = Speaker::staticClass();
+  EXPECT_EQ(cls.methodForSelector("silence")->argumentCount, 0U);
+  EXPECT_EQ(cls.methodForSelector("status:")->argumentCount, 1U);
+  EXPECT_EQ(cls.methodForSelector("join:with:and:")->argumentCount, 3U);
+}
+
+TEST(Runtime, SelectorsAreMatchedLetterForLetter) {
+  const platform::Class& cls = Speaker::staticClass();
+  EXPECT_EQ(cls.methodForSelector("join:with:and"), nullptr);
+  EXPECT_EQ(cls.methodForSelector("join"), nullptr);
+  EXPECT_EQ(cls.methodForSelector("Silence"), nullptr);
+  EXPECT_EQ(cls.methodForSelector(""), nullptr);
+}
+
+TEST(Runtime, ArgumentsArriveInOrder) {
+  Speaker speaker;
+  EXPECT_EQ(perform(speaker, "join:with:and:", {"1", "2", "3"}), "1,2,3");
+}
+
+TEST(Runtime, MissingArgumentsAreNil) {
+  Speaker speaker;
+  EXPECT_EQ(perform(speaker, "join:with:and:", {"1", "2"}), "1,2,nil");
+  EXPECT_EQ(perform(speaker, "join:with:and:"), "nil,nil,nil");
+}
+
+TEST(Runtime, MoreArgumentsThanTheSelectorTakesRaiseAndNothingIsInvoked) {
+  Speaker speaker;
+  EXPECT_THROW(perform(speaker, "join:with:and:", {"1", "2", "3", "4"}),
+               platform::InvalidArgumentException);
+  EXPECT_THROW(perform(speaker, "silence", {"1"}), platform::InvalidArgumentException);
+  EXPECT_EQ(speaker.invocations, 0);
+}
+
+TEST(Runtime, AnUnknownSelectorYieldsNilAndRaisesNothing) {
+  Speaker speaker;
+  EXPECT_EQ(perform(speaker, "shout:", {"1"}), std::nullopt);
+  EXPECT_EQ(perform(speaker, "shout:", std::vector<OptionalString>(100, "x")), std::nullopt);
+}
+
+TEST(Runtime, OnlyTextComesBackAsAResult) {
+  Speaker speaker;
+  EXPECT_EQ(perform(speaker, "plainText"), "text");
+  EXPECT_EQ(perform(speaker, "nothing"), std::nullopt);
+  EXPECT_EQ(perform(speaker, "silence"), std::nullopt);
+  EXPECT_EQ(perform(speaker, "status:", {""}), std::nullopt) << "a status is no object";
+  EXPECT_EQ(perform(speaker, "flag"), std::nullopt);
+}
+
+TEST(Runtime, NilAndEmptyArgumentsStayApart) {
+  Speaker speaker;
+  EXPECT_EQ(perform(speaker, "byValue:", {std::nullopt}), std::nullopt);
+  EXPECT_EQ(perform(speaker, "byValue:", {""}), "");
+  EXPECT_EQ(perform(speaker, "byValue:", {std::string("a\0b", 3)}), std::string("a\0b", 3));
+}
+
+TEST(Runtime, WhatAMethodRaisesPassesThrough) {
+  Speaker speaker;
+  EXPECT_THROW(perform(speaker, "fail"), std::runtime_error);
+}
+
+TEST(Runtime, TheClassNameIsTheNameOfTheRunTimeClass) {
+  EXPECT_EQ(Speaker().className(), "Speaker");
+}
+
+}  // namespace
