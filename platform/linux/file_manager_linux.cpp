@@ -372,6 +372,20 @@ std::string targetOfLinks(std::string path) {
   return path;
 }
 
+// Gives the new file the owner and mode of the old one. Where the group cannot be kept, the new one
+// gets no more than others had.
+int takeOverOwnerAndMode(int fd, const struct stat& old) {
+  struct stat made;
+  if (fstat(fd, &made) != 0) return errno;
+  mode_t mode = old.st_mode & 07777U;
+  if (made.st_uid != old.st_uid) {
+    if (fchown(fd, old.st_uid, old.st_gid) != 0) return errno;
+  } else if (made.st_gid != old.st_gid && fchown(fd, old.st_uid, old.st_gid) != 0) {
+    mode = (mode & 0707U) | ((mode & 07U) << 3U);
+  }
+  return statusOf(fchmod(fd, mode));
+}
+
 int writeAndRename(int parent, const std::string& partial, const std::string& name,
                    std::string_view bytes, mode_t modeOfNew) {
   struct stat old;
@@ -380,11 +394,10 @@ int writeAndRename(int parent, const std::string& partial, const std::string& na
   if (!isNew && !S_ISREG(old.st_mode)) return EINVAL;
   constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   ScopedFd fd(openat(parent, partial.c_str(), kFlags, isNew ? modeOfNew : 0600));
-  struct stat made;
-  if (!fd.isValid() || fstat(fd.get(), &made) != 0) return errno;
-  const bool isForeign = !isNew && (old.st_uid != made.st_uid || old.st_gid != made.st_gid);
-  if (isForeign && fchown(fd.get(), old.st_uid, old.st_gid) != 0) return errno;
-  if (!isNew && fchmod(fd.get(), old.st_mode & 07777U) != 0) return errno;
+  if (!fd.isValid()) return errno;
+  if (!isNew) {
+    if (const int code = takeOverOwnerAndMode(fd.get(), old)) return code;
+  }
   if (const int code = writeAll(fd.get(), bytes.data(), bytes.size())) return code;
   if (close(fd.release()) != 0) return errno;
   return statusOf(renameat(parent, partial.c_str(), parent, name.c_str()));

@@ -1,0 +1,305 @@
+#include <fcntl.h>
+#include <glib.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <utility>
+#include <vector>
+
+#include "platform/bundle.h"
+#include "platform/file_lock.h"
+#include "platform/file_manager.h"
+#include "platform/linux/atomic_file.h"
+#include "platform/linux/own_executable.h"
+#include "platform/linux/scoped_source.h"
+#include "platform/user_defaults.h"
+
+namespace platform {
+namespace {
+
+constexpr guint kWriteDelayInMilliseconds = 500;
+constexpr std::chrono::seconds kLockLimit{2};
+
+std::string preferencesFolder() {
+  return stringByAppendingPathComponent(g_get_user_config_dir(), "Preferences");
+}
+
+// The file name of a domain, without extension. A name that is no plain file name is encoded, so
+// that no identifier leads out of the folder, hides its file or shares another's.
+std::string fileNameOf(std::string_view domain) {
+  constexpr std::size_t kLongestName =
+      200;  // leaves room within NAME_MAX for what is put around it
+  constexpr std::size_t kKeptOfLongName = 120;
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  std::string name;
+  for (const char c : domain) {
+    if (c == '/' || c == '%' || c == '\0' || (c == '.' && name.empty())) {
+      const auto byte = static_cast<unsigned char>(c);
+      name.append({'%', kDigits[byte >> 4U], kDigits[byte & 0x0FU]});
+    } else {
+      name += c;
+    }
+  }
+  if (name.empty()) return "%";
+  if (name.size() <= kLongestName) return name;
+  const std::unique_ptr<char, decltype(&g_free)> digest(
+      g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(name.data()),
+                                  name.size()),
+      &g_free);
+  return name.substr(0, kKeptOfLongName) + "%" + digest.get();
+}
+
+std::string pathOfDomain(std::string_view domain) {
+  return stringByAppendingPathComponent(preferencesFolder(), fileNameOf(domain) + ".plist");
+}
+
+std::string ownDomain() {
+  OptionalString identifier = Bundle::mainBundle().bundleIdentifier();
+  if (identifier && !identifier->empty()) return *identifier;
+  return lastPathComponent(ownExecutablePath());
+}
+
+// What tells one state of a file from another without reading it.
+struct Signature {
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = -1;
+  timespec modified = {};
+  timespec changed = {};
+
+  explicit Signature(const struct stat& status)
+      : device(status.st_dev),
+        inode(status.st_ino),
+        size(status.st_size),
+        modified(status.st_mtim),
+        changed(status.st_ctim) {}
+
+  bool operator==(const Signature& other) const {
+    return device == other.device && inode == other.inode && size == other.size &&
+           isSame(modified, other.modified) && isSame(changed, other.changed);
+  }
+
+  // File times go by the kernel's tick: a file that has changed just now may change once more
+  // without showing it.
+  bool isSettled() const {
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    const auto age =
+        (now.tv_sec - changed.tv_sec) * 1'000 + (now.tv_nsec - changed.tv_nsec) / 1'000'000;
+    return age > 50;
+  }
+
+ private:
+  static bool isSame(const timespec& a, const timespec& b) {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+  }
+};
+
+// The values of one settings file, read again only when the file has changed.
+class CachedFile {
+ public:
+  explicit CachedFile(std::string path) : path_(std::move(path)) {}
+
+  /// Nothing when there is no such file, or it is malformed.
+  const std::optional<PropertyListDictionary>& contents() {
+    struct stat status;
+    if (stat(path_.c_str(), &status) != 0) {
+      signature_.reset();
+      contents_.reset();
+      return contents_;
+    }
+    const Signature current(status);
+    if (signature_ == current) return contents_;
+    contents_ = dictionaryWithContentsOfFile(path_);
+    signature_.reset();
+    if (current.isSettled()) signature_ = current;
+    return contents_;
+  }
+
+ private:
+  std::string path_;
+  std::optional<Signature> signature_;
+  std::optional<PropertyListDictionary> contents_;
+};
+
+// Puts a file that cannot be read as settings out of the way, under the first free name.
+// @return false when it could not be moved.
+bool keepAside(const std::string& path) {
+  constexpr int kMostKept = 10'000;
+  for (int number = 1; number <= kMostKept; ++number) {
+    const std::string aside = path + ".corrupt-" + std::to_string(number);
+    if (renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, aside.c_str(), RENAME_NOREPLACE) == 0) {
+      return true;
+    }
+    if (errno == EEXIST) continue;
+    if (errno != EINVAL && errno != ENOSYS) return false;
+    if (!fileExistsAtPath(aside)) return rename(path.c_str(), aside.c_str()) == 0;
+  }
+  return false;
+}
+
+// Reads the settings for writing over them. What is no settings file is kept aside.
+// @return nothing when the file can neither be read nor be moved.
+std::optional<PropertyListDictionary> settingsToWriteOver(const std::string& path) {
+  std::string bytes;
+  const int status = readSettingsFile(path, bytes);
+  if (status == ENOENT) return PropertyListDictionary();
+  if (status != 0 && status != EFBIG) return std::nullopt;
+  auto value = status == 0 ? propertyListFromBytes(bytes) : std::nullopt;
+  if (value && value->dictionary() != nullptr) return std::move(*value->dictionary());
+  if (!keepAside(path)) return std::nullopt;
+  return PropertyListDictionary();
+}
+
+using Changes = std::map<std::string, std::optional<PropertyListValue>, std::less<>>;
+
+// @return whether anything differs now.
+bool apply(const Changes& changes, PropertyListDictionary& settings) {
+  bool isChanged = false;
+  for (const auto& [key, value] : changes) {
+    const auto found = settings.find(key);
+    if (!value) {
+      if (found == settings.end()) continue;
+      settings.erase(found);
+    } else if (found == settings.end()) {
+      settings.emplace(key, *value);
+    } else {
+      if (found->second == *value) continue;
+      found->second = *value;
+    }
+    isChanged = true;
+  }
+  return isChanged;
+}
+
+// The settings with something to write when the process ends. A process forked from it without a
+// program of its own is not the one to write.
+class ExitWriter {
+ public:
+  static void add(UserDefaults& defaults) {
+    if (process_ == 0) std::atexit(&writeAll);
+    process_ = getpid();
+    auto& all = members();
+    if (std::find(all.begin(), all.end(), &defaults) == all.end()) all.push_back(&defaults);
+  }
+  static void remove(UserDefaults& defaults) { std::erase(members(), &defaults); }
+
+ private:
+  static std::vector<UserDefaults*>& members() {
+    static auto* const all = new std::vector<UserDefaults*>;
+    return *all;
+  }
+  static void writeAll() {
+    if (process_ != getpid()) return;
+    for (UserDefaults* defaults : members()) defaults->synchronize();
+  }
+
+  static inline pid_t process_ = 0;
+};
+
+}  // namespace
+
+struct UserDefaults::State {
+  std::string domain;
+  Changes pending;
+  std::map<std::string, CachedFile, std::less<>> files;
+  ScopedSource writeTimer;
+
+  CachedFile& file(const std::string& name) {
+    const auto found = files.find(name);
+    if (found != files.end()) return found->second;
+    return files.emplace(name, CachedFile(pathOfDomain(name))).first->second;
+  }
+
+  bool writePending() const {
+    const std::string folder = preferencesFolder();
+    if (g_mkdir_with_parents(folder.c_str(), 0700) != 0) return false;
+    const DirectoryLock lock(folder, kLockLimit);
+    if (!lock.isHeld()) return false;
+    const std::string path = pathOfDomain(domain);
+    auto settings = settingsToWriteOver(path);
+    if (!settings) return false;
+    if (!apply(pending, *settings)) return true;
+    return replaceFile(path, xmlPropertyList(*settings), 0600) == 0;
+  }
+
+  // Whether the file holds already what was set, so that nothing needs to be made or locked.
+  bool isWritten() {
+    const auto& contents = file(domain).contents();
+    if (!contents) {
+      return !fileExistsAtPath(pathOfDomain(domain)) &&
+             std::none_of(pending.begin(), pending.end(),
+                          [](const auto& change) { return change.second.has_value(); });
+    }
+    return std::all_of(pending.begin(), pending.end(), [&contents](const auto& change) {
+      const auto found = contents->find(change.first);
+      if (found == contents->end()) return !change.second.has_value();
+      return change.second.has_value() && *change.second == found->second;
+    });
+  }
+};
+
+UserDefaults& UserDefaults::standardUserDefaults() {
+  static UserDefaults* const defaults = new UserDefaults(ownDomain());
+  return *defaults;
+}
+
+UserDefaults::UserDefaults(std::string domain) : state_(std::make_unique<State>()) {
+  state_->domain = std::move(domain);
+}
+
+UserDefaults::~UserDefaults() {
+  synchronize();
+  ExitWriter::remove(*this);
+}
+
+std::optional<PropertyListValue> UserDefaults::objectForKey(std::string_view key) {
+  const auto change = state_->pending.find(key);
+  if (change != state_->pending.end()) return change->second;
+  const auto& contents = state_->file(state_->domain).contents();
+  if (!contents) return std::nullopt;
+  const auto found = contents->find(key);
+  if (found == contents->end()) return std::nullopt;
+  return found->second;
+}
+
+OptionalString UserDefaults::stringForKey(std::string_view key) {
+  const auto value = objectForKey(key);
+  return value ? value->stringValue() : std::nullopt;
+}
+
+void UserDefaults::setObject(std::optional<PropertyListValue> value, std::string_view key) {
+  state_->pending.insert_or_assign(std::string(key), std::move(value));
+  ExitWriter::add(*this);
+  if (state_->writeTimer.isValid()) return;
+  state_->writeTimer.reset(g_timeout_source_new(kWriteDelayInMilliseconds));
+  const auto write = [](gpointer data) noexcept -> gboolean {
+    auto& defaults = *static_cast<UserDefaults*>(data);
+    defaults.synchronize();
+    return G_SOURCE_REMOVE;
+  };
+  g_source_set_callback(state_->writeTimer.get(), write, this, nullptr);
+  g_source_attach(state_->writeTimer.get(), g_main_context_get_thread_default());
+}
+
+bool UserDefaults::synchronize() {
+  state_->writeTimer.reset();
+  if (state_->pending.empty()) return true;
+  if (!state_->isWritten() && !state_->writePending()) return false;
+  state_->pending.clear();
+  return true;
+}
+
+std::optional<PropertyListDictionary> UserDefaults::persistentDomainForName(
+    const std::string& domain) {
+  return state_->file(domain).contents();
+}
+
+}  // namespace platform
