@@ -1,0 +1,146 @@
+#include "examples/helper/application.h"
+
+#include <glib-unix.h>
+#include <sys/signalfd.h>
+
+#include <csignal>
+#include <map>
+
+#include "ClientComm/TQHPAppleEventProcesser.h"
+#include "examples/helper/wire_classes.h"
+#include "platform/bundle.h"
+
+namespace sample {
+namespace {
+
+using nlohmann::json;
+
+constexpr gint64 kFarewellLimitInMicroseconds = 2 * G_USEC_PER_SEC;
+
+std::string ownDataFolder() {
+  const auto identifier = platform::Bundle::mainBundle().bundleIdentifier();
+  return std::string(g_get_user_data_dir()) + "/" + identifier.value_or("SampleHelper");
+}
+
+json productsAsJson(const std::vector<Product>& products) {
+  json all = json::array();
+  for (const Product& product : products) {
+    all.push_back({{"productID", product.id},
+                   {"version", product.version},
+                   {"bundleIdentifier", product.bundleID}});
+  }
+  return all;
+}
+
+}  // namespace
+
+Application& Application::shared() {
+  static Application* const application = new Application();
+  return *application;
+}
+
+Application::Application()
+    : dataFolder_(ownDataFolder()),
+      journal_(dataFolder_),
+      outbox_(journal_, dataFolder_ + "/Outbox"),
+      usage_(journal_, dataFolder_ + "/Usage", outbox_.folder()),
+      loop_(g_main_loop_new(nullptr, FALSE)) {}
+
+int Application::run() {
+  watchSignals();
+  outbox_.resume();
+  try {
+    usage_.finishOpenBatches();
+  } catch (const std::exception& error) {
+    g_warning("usage data has to wait: %s", error.what());
+  }
+  registerWireClasses();
+  // From here on calls can arrive; every class that they may name is known by now.
+  TQHPAppleEventProcesser::share();
+  g_main_loop_run(loop_);
+  outbox_.suspend();
+  announceExit();
+  finishPendingCalls();
+  TQHPAppleEventProcesser::share().unRegist();
+  return 0;
+}
+
+// A signal becomes an event of the main loop, so that it never cuts a call short.
+void Application::watchSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int number : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, number);
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
+  signals_ = ScopedFd(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+  const GUnixFDSourceFunc end = [](gint, GIOCondition, gpointer self) -> gboolean {
+    static_cast<Application*>(self)->requestExit();
+    return G_SOURCE_REMOVE;
+  };
+  g_unix_fd_add(signals_.get(), G_IO_IN, end, this);
+}
+
+void Application::requestExit() { g_main_loop_quit(loop_); }
+
+// A host that hears the notice starts the helper again for its product. One that no longer runs is
+// forgotten; where the notice failed for another reason, the record stays for the next helper.
+void Application::announceExit() {
+  callBacks_.flush();
+  std::map<std::string, platform::OSErr> told;
+  for (const Product& product : preferences_.products()) {
+    const auto [host, isNew] = told.try_emplace(product.bundleID, platform::noErr);
+    if (isNew) {
+      host->second = CallBacks::send(
+          {product.bundleID, "TQHPHelperControl", "helperExitNotify:", {product.id}, {}});
+    }
+    if (host->second != platform::procNotFound) continue;
+    try {
+      preferences_.removeProduct(product.id, product.bundleID);
+    } catch (const std::exception& error) {
+      g_warning("%s", error.what());
+    }
+  }
+}
+
+void Application::finishPendingCalls() {
+  const gint64 limit = g_get_monotonic_time() + kFarewellLimitInMicroseconds;
+  while (g_main_context_pending(nullptr) && g_get_monotonic_time() < limit) {
+    g_main_context_iteration(nullptr, FALSE);
+  }
+  callBacks_.flush();
+}
+
+void Application::setServerClosed(bool isClosed, const std::string& code,
+                                  const std::string& description) {
+  preferences_.setServerClosed(isClosed);
+  for (const Product& product : preferences_.products()) {
+    callBacks_.add({product.bundleID,
+                    "TQHPHelperControl",
+                    "checkServerOpenCallBack::::",
+                    {product.id, isClosed ? "0" : "1", code, description},
+                    {}});
+  }
+}
+
+json Application::state() {
+  const platform::Bundle& bundle = platform::Bundle::mainBundle();
+  json switches = json::object();
+  for (const auto& [product, isOn] : preferences_.collectSwitches()) {
+    switches[product] = isOn.boolValue();
+  }
+  json state = journal_.contents();
+  state["pid"] = getpid();
+  state["version"] = bundle.infoString(platform::kCFBundleVersionKey).value_or("");
+  state["bundlePath"] = bundle.bundlePath();
+  state["dataFolder"] = dataFolder_;
+  state["outbox"] = outbox_.folder();
+  state["clientID"] = preferences_.clientID().value_or("");
+  state["isShown"] = preferences_.isShown();
+  state["isServerClosed"] = preferences_.isServerClosed();
+  state["products"] = productsAsJson(preferences_.products());
+  state["collectStatus"] = switches;
+  state["usage"] = usage_.collected();
+  state["refusedRecords"] = refusedRecords_;
+  return state;
+}
+
+}  // namespace sample

@@ -1,0 +1,43 @@
+#include "examples/helper/console.h"
+
+#include "examples/helper/application.h"
+#include "examples/helper/json_text.h"
+#include "examples/helper/upgrade_service.h"
+
+namespace sample {
+
+const platform::Class& Console::wireClass() {
+  using platform::method;
+  static const auto* const wireClass = new platform::Class(
+      "SampleHelperConsole", &platform::makeShared<Console>,
+      {method<&Console::closeServer>("closeServer:description:"),
+       method<&Console::openServer>("openServer"), method<&Console::announceExit>("announceExit"),
+       method<&Console::offerUpgrade>("offerUpgrade:productID:version:code:"
+                                      "description:"),
+       method<&Console::dumpState>("dumpState")});
+  return *wireClass;
+}
+
+void Console::closeServer(const OptionalString& code, const OptionalString& description) {
+  Application::shared().setServerClosed(true, text(code), text(description));
+}
+
+void Console::openServer() { Application::shared().setServerClosed(false, "0", ""); }
+
+void Console::announceExit() { Application::shared().requestExit(); }
+
+void Console::offerUpgrade(const OptionalString& bundleID, const OptionalString& productID,
+                           const OptionalString& version, const OptionalString& code,
+                           const OptionalString& description) {
+  UpgradeOffer offer;
+  offer.bundleID = text(bundleID);
+  offer.productID = text(productID);
+  offer.toVersion = text(version);
+  offer.code = text(code);
+  offer.description = text(description);
+  UpgradeService::offer(offer);
+}
+
+OptionalString Console::dumpState() { return jsonText(Application::shared().state(), -1); }
+
+}  // namespace sample

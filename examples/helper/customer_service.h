@@ -1,0 +1,20 @@
+#pragma once
+
+#include "examples/helper/wire_object.h"
+
+namespace sample {
+
+/// Customer service. On the wire: "TQHPCustomerServiceByHelepr".
+class CustomerService : public WireObject {
+ public:
+  static const platform::Class& wireClass();
+  const platform::Class& isa() const override { return wireClass(); }
+
+  /// Notes that the host asked for messages; there is no call to answer it with.
+  void checkForMessage(const OptionalString& productID, const OptionalString& version);
+  /// Takes a request, with the file at `attachment` where it is not empty.
+  void request(const OptionalString& productID, const OptionalString& version,
+               const OptionalString& email, const OptionalString& attachment);
+};
+
+}  // namespace sample

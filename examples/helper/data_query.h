@@ -1,0 +1,16 @@
+#pragma once
+
+#include "examples/helper/wire_object.h"
+
+namespace sample {
+
+/// What hosts ask the helper for. On the wire: "TQHPGetDataByHelper".
+class DataQuery : public WireObject {
+ public:
+  static const platform::Class& wireClass();
+  const platform::Class& isa() const override { return wireClass(); }
+
+  OptionalString clientID();
+};
+
+}  // namespace sample

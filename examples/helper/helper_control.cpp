@@ -1,0 +1,45 @@
+#include "examples/helper/helper_control.h"
+
+#include "examples/helper/application.h"
+
+namespace sample {
+
+const platform::Class& HelperControl::wireClass() {
+  using platform::method;
+  // The spelling of the second piece is the wire's own.
+  static const auto* const wireClass =
+      new platform::Class("TQHPHelperControl", &platform::makeShared<HelperControl>,
+                          {method<&HelperControl::isAlive>("isAlive:prodeuctVersion:"),
+                           method<&HelperControl::start>("start:prodeuctVersion:"),
+                           method<&HelperControl::stop>("stop:prodeuctVersion:"),
+                           method<&HelperControl::show>("show:prodeuctVersion:"),
+                           method<&HelperControl::hide>("hide:prodeuctVersion:"),
+                           method<&HelperControl::exitHelper>("exitHelper:productVersion:")});
+  return *wireClass;
+}
+
+void HelperControl::isAlive(const OptionalString& /*productID*/,
+                            const OptionalString& /*version*/) {}
+
+void HelperControl::start(const OptionalString& productID, const OptionalString& version) {
+  Application::shared().preferences().addProduct({text(productID), text(version), caller()});
+}
+
+void HelperControl::stop(const OptionalString& productID, const OptionalString& /*version*/) {
+  Application::shared().preferences().removeProduct(text(productID), caller());
+}
+
+void HelperControl::show(const OptionalString& /*productID*/, const OptionalString& /*version*/) {
+  Application::shared().preferences().setShown(true);
+}
+
+void HelperControl::hide(const OptionalString& /*productID*/, const OptionalString& /*version*/) {
+  Application::shared().preferences().setShown(false);
+}
+
+void HelperControl::exitHelper(const OptionalString& /*productID*/,
+                               const OptionalString& /*version*/) {
+  Application::shared().requestExit();
+}
+
+}  // namespace sample

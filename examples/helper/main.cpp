@@ -1,0 +1,3 @@
+#include "examples/helper/application.h"
+
+int main() { return sample::Application::shared().run(); }

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "examples/helper/journal.h"
+#include "examples/helper/wire_object.h"
+
+namespace sample {
+
+/// Upgrades of the hosts' products. On the wire: "TQHPUpgradeByHelper".
+///
+/// What there is to upgrade to stands in the feed: one file Feed/<product>.json in the helper's
+/// data folder, with either "version", or "error" as an object of "code" and "description".
+class UpgradeService : public WireObject {
+ public:
+  static const platform::Class& wireClass();
+  const platform::Class& isa() const override { return wireClass(); }
+
+  /// Looks into the feed: asks the host whether it is ready where there is a newer version, and
+  /// tells it of an error; does nothing where there is nothing newer.
+  void upgrade(const OptionalString& productID, const OptionalString& version);
+  /// The host's answer. @param ready "1", "0" or "ignore".
+  void ready(const OptionalString& productID, const OptionalString& version,
+             const OptionalString& ready);
+
+  /// Notes the offer and calls the host; from an error's code on it is told, not asked.
+  static void offer(const UpgradeOffer& offer);
+};
+
+}  // namespace sample

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+#include "ClientComm/TQHPAppEventBase.h"
+
+namespace sample {
+
+/// Base of the classes that hosts call by name: knows who makes the call at hand.
+class WireObject : public TQHPAppEventBase {
+ public:
+  void setBundleID(const OptionalString& bundleID) override;
+
+ protected:
+  /// The bundle identifier of the host whose call is being carried out.
+  const std::string& caller() const noexcept { return caller_; }
+
+  /// A missing argument reads as empty text, which is what a host sends for one that it has not.
+  static std::string text(const OptionalString& argument) { return argument.value_or(""); }
+
+ private:
+  std::string caller_;
+};
+
+}  // namespace sample
