@@ -1,7 +1,6 @@
 #include "platform/linux/check_in.h"
 
 #include <fcntl.h>
-#include <glib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -93,23 +92,9 @@ bool replaceFile(int folder, const std::string& name, std::string_view bytes) {
   return false;
 }
 
-// A path is bytes; the text of a property list is characters, without control codes.
-PropertyListValue valueForPath(const std::string& path) {
-  const auto isControl = [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; };
-  const bool isText = g_utf8_validate(path.data(), static_cast<gssize>(path.size()), nullptr) &&
-                      std::ranges::none_of(path, isControl);
-  if (isText) return path;
-  const auto* const bytes = reinterpret_cast<const std::byte*>(path.data());
-  return PropertyListValue::Data(bytes, bytes + path.size());
-}
-
 std::string textOf(const PropertyListDictionary& dictionary, std::string_view key) {
   const auto entry = dictionary.find(key);
-  if (entry == dictionary.end()) return {};
-  if (const auto* data = std::get_if<PropertyListValue::Data>(&entry->second.variant())) {
-    return {reinterpret_cast<const char*>(data->data()), data->size()};
-  }
-  return entry->second.stringValue().value_or("");
+  return entry != dictionary.end() ? entry->second.stringValue().value_or("") : "";
 }
 
 std::optional<std::uint64_t> startTimeIn(const PropertyListDictionary& dictionary) {
@@ -160,7 +145,7 @@ bool writeOwnRecord(int folder, pid_t pid) {
   if (!identifier || !startTime) return false;
   PropertyListDictionary record = {{kStartTimeKey, *startTime},
                                    {kCFBundleIdentifierKey, *identifier},
-                                   {kBundlePathKey, valueForPath(bundle.bundlePath())}};
+                                   {kBundlePathKey, bundle.bundlePath()}};
   if (const auto name = bundle.infoString(kCFBundleNameKey)) record[kCFBundleNameKey] = *name;
   return replaceFile(folder, recordName(pid), xmlPropertyList(record));
 }
