@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <chrono>
 #include <cmath>
@@ -109,131 +110,23 @@ bool isXmlNestedWithinLimit(std::string_view text) {
   }
 }
 
-// Measures what a binary property list comes to when every reference is followed.
-class BinaryGuard {
- public:
-  explicit BinaryGuard(std::string_view bytes) : bytes_(bytes) {}
-
-  bool isWithinLimits() {
-    constexpr std::size_t kTrailerSize = 32;
-    if (bytes_.size() < kTrailerSize + 9) return false;
-    const std::size_t trailer = bytes_.size() - kTrailerSize;
-    offsetSize_ = static_cast<unsigned char>(bytes_[trailer + 6]);
-    referenceSize_ = static_cast<unsigned char>(bytes_[trailer + 7]);
-    const std::uint64_t count = number(trailer + 8, 8);
-    const std::uint64_t top = number(trailer + 16, 8);
-    const std::uint64_t table = number(trailer + 24, 8);
-    if (!isWordSize(offsetSize_) || !isWordSize(referenceSize_) || top >= count ||
-        table >= trailer || count > (trailer - table) / offsetSize_) {
-      return false;
-    }
-    table_ = static_cast<std::size_t>(table);
-    measures_.resize(static_cast<std::size_t>(count));
-    return measure(static_cast<std::size_t>(top), 0);
-  }
-
- private:
-  static constexpr std::uint64_t kMaximumExpandedSize = 4 * std::uint64_t{kMaximumSettingsFileSize};
-  // What an object costs beyond its bytes, so that a million references to nothing count too.
-  static constexpr std::uint64_t kObjectOverhead = 32;
-
-  struct Measure {
-    int height = 0;  // 0 while not yet known
-    std::uint64_t expandedSize = 0;
-  };
-  struct Extent {
-    std::size_t content = 0;
-    std::size_t length = 0;  // in bytes
-    bool isContainer = false;
-  };
-
-  static bool isWordSize(std::size_t size) { return size >= 1 && size <= 8; }
-
-  std::uint64_t number(std::size_t at, std::size_t size) const {
-    std::uint64_t value = 0;
-    for (std::size_t i = 0; i < size; ++i) {
-      value = (value << 8U) | static_cast<unsigned char>(bytes_[at + i]);
-    }
-    return value;
-  }
-
-  // Reads the marker at `at`, and the count behind it where there is one.
-  std::optional<Extent> extentOf(std::size_t at) const {
-    const unsigned marker = static_cast<unsigned char>(bytes_[at]);
-    const unsigned kind = marker >> 4U;
-    const unsigned low = marker & 0x0FU;
-    if (kind == 0) return Extent{at + 1, 0, false};
-    if (kind == 1 || kind == 2 || kind == 3)
-      return bounded(at + 1, std::uint64_t{1} << low, 1, false);
-    if (kind == 8) return bounded(at + 1, low + 1, 1, false);
-    std::uint64_t count = low;
-    std::size_t content = at + 1;
-    if (low == 0x0F) {
-      if (content >= table_ || (bytes_[content] & 0x70) != 0x10) return std::nullopt;
-      const std::size_t size = std::size_t{1} << (static_cast<unsigned>(bytes_[content]) & 0x0FU);
-      if (size > 8 || size > table_ - content - 1) return std::nullopt;
-      count = number(content + 1, size);
-      content += 1 + size;
-    }
-    if (kind == 4 || kind == 5) return bounded(content, count, 1, false);
-    if (kind == 6) return bounded(content, count, 2, false);
-    if (kind == 0xA) return bounded(content, count, referenceSize_, true);
-    if (kind == 0xD) return bounded(content, count, 2 * referenceSize_, true);
-    return std::nullopt;
-  }
-
-  std::optional<Extent> bounded(std::size_t content, std::uint64_t count, std::size_t unit,
-                                bool isContainer) const {
-    if (content > table_ || count > (table_ - content) / unit) return std::nullopt;
-    return Extent{content, static_cast<std::size_t>(count) * unit, isContainer};
-  }
-
-  // Fails at once where the nesting is too deep, and so in a cycle too.
-  bool measure(std::size_t index, int depth) {
-    if (index >= measures_.size() || depth > kMaximumPropertyListNesting) return false;
-    if (measures_[index].height > 0) {
-      return depth + measures_[index].height <= kMaximumPropertyListNesting + 1;
-    }
-    const std::uint64_t at = number(table_ + index * offsetSize_, offsetSize_);
-    if (at < 8 || at >= table_) return false;
-    const auto extent = extentOf(static_cast<std::size_t>(at));
-    if (!extent) return false;
-    Measure result{1, kObjectOverhead + extent->length};
-    for (std::size_t i = 0; extent->isContainer && i < extent->length; i += referenceSize_) {
-      const std::uint64_t child = number(extent->content + i, referenceSize_);
-      if (child >= measures_.size() || !measure(static_cast<std::size_t>(child), depth + 1)) {
-        return false;
-      }
-      const Measure& childMeasure = measures_[static_cast<std::size_t>(child)];
-      result.height = std::max(result.height, childMeasure.height + 1);
-      result.expandedSize += childMeasure.expandedSize;
-      if (result.expandedSize > kMaximumExpandedSize) return false;
-    }
-    measures_[index] = result;
-    return true;
-  }
-
-  std::string_view bytes_;
-  std::size_t offsetSize_ = 0;
-  std::size_t referenceSize_ = 0;
-  std::size_t table_ = 0;
-  std::vector<Measure> measures_;
-};
-
-// --- From libplist's nodes to values. ---
-
 std::optional<PropertyListValue> valueOf(plist_t node);
+
+PropertyListValue integer(std::uint64_t value) {
+  const bool fitsSigned =
+      value <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+  return fitsSigned ? PropertyListValue(static_cast<std::int64_t>(value))
+                    : PropertyListValue(value);
+}
 
 // libplist keeps a negative integer as its two's complement, and tells it from a large unsigned one
 // only by an inner length, which comparing with a node made here brings to light.
 PropertyListValue integerOf(plist_t node) {
   std::uint64_t value = 0;
   plist_get_uint_val(node, &value);
-  if (value > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
-    const ScopedPlist eightBytes(plist_new_uint(value));
-    if (plist_compare_node_value(node, eightBytes.get()) == 0) return value;
-  }
-  return static_cast<std::int64_t>(value);
+  const ScopedPlist eightBytes(plist_new_uint(value));
+  const bool isSigned = plist_compare_node_value(node, eightBytes.get()) != 0;
+  return isSigned ? PropertyListValue(static_cast<std::int64_t>(value)) : integer(value);
 }
 
 double secondsSinceReferenceDate(int year, unsigned month, unsigned day, int secondsOfDay) {
@@ -247,12 +140,10 @@ double secondsSinceReferenceDate(int year, unsigned month, unsigned day, int sec
 // as "the distant future", are taken from the text that it gives.
 std::optional<PropertyListValue> dateOf(plist_t node) {
   std::int32_t seconds = 0;
-  std::int32_t microseconds = 0;
+  std::int32_t microseconds = 0;  // always 0: the XML form has none
   plist_get_date_val(node, &seconds, &microseconds);
   using Limits = std::numeric_limits<std::int32_t>;
-  if (seconds > Limits::min() && seconds < Limits::max()) {
-    return PropertyListDate{seconds + microseconds / 1e6};
-  }
+  if (seconds > Limits::min() && seconds < Limits::max()) return PropertyListDate{1.0 * seconds};
   char* xml = nullptr;
   std::uint32_t length = 0;
   plist_to_xml(node, &xml, &length);
@@ -275,27 +166,19 @@ std::optional<PropertyListValue> dateOf(plist_t node) {
       secondsSinceReferenceDate(year, month, day, (hour * 60 + minute) * 60 + second)};
 }
 
+// By pointer and length: the call that copies a string ends the process over one that holds a NUL.
 std::optional<PropertyListValue> stringOf(plist_t node) {
-  char* text = nullptr;
-  if (plist_get_node_type(node) == PLIST_KEY) {
-    plist_get_key_val(node, &text);
-  } else {
-    plist_get_string_val(node, &text);
-  }
-  const ScopedMemory<char> owner(text);
+  std::uint64_t length = 0;
+  const char* text = plist_get_string_ptr(node, &length);
   if (text == nullptr) return std::nullopt;
-  return PropertyListValue(text);
+  return PropertyListValue(std::string(text, static_cast<std::size_t>(length)));
 }
 
-std::optional<PropertyListValue> dataOf(plist_t node) {
-  char* bytes = nullptr;
+PropertyListValue dataOf(plist_t node) {
   std::uint64_t length = 0;
-  plist_get_data_val(node, &bytes, &length);
-  const ScopedMemory<char> owner(bytes);
-  PropertyListValue::Data data(bytes == nullptr ? 0 : static_cast<std::size_t>(length));
-  std::transform(bytes, bytes + data.size(), data.begin(),
-                 [](char c) { return static_cast<std::byte>(c); });
-  return PropertyListValue(std::move(data));
+  const auto* bytes = reinterpret_cast<const std::byte*>(plist_get_data_ptr(node, &length));
+  if (bytes == nullptr) return PropertyListValue::Data();
+  return PropertyListValue::Data(bytes, bytes + length);
 }
 
 std::optional<PropertyListValue> arrayOf(plist_t node) {
@@ -355,15 +238,9 @@ std::optional<PropertyListValue> valueOf(plist_t node) {
       plist_get_real_val(node, &value);
       return PropertyListValue(value);
     }
-    case PLIST_UID: {
-      std::uint64_t value = 0;
-      plist_get_uid_val(node, &value);
-      return PropertyListValue(PropertyListUID{value});
-    }
     case PLIST_DATE:
       return dateOf(node);
     case PLIST_STRING:
-    case PLIST_KEY:
       return stringOf(node);
     case PLIST_DATA:
       return dataOf(node);
@@ -371,30 +248,228 @@ std::optional<PropertyListValue> valueOf(plist_t node) {
       return arrayOf(node);
     case PLIST_DICT:
       return dictionaryOf(node);
+    case PLIST_UID:
+    case PLIST_KEY:
     case PLIST_NONE:
       break;
   }
   return std::nullopt;
 }
 
-std::optional<PropertyListValue> parsed(void (*parse)(const char*, std::uint32_t, plist_t*),
-                                        std::string_view bytes) {
+std::optional<PropertyListValue> propertyListFromXml(std::string_view text) {
+  if (text.find('\0') != std::string_view::npos || !isXmlNestedWithinLimit(text))
+    return std::nullopt;
   const ScopedCLocale cLocale;
   plist_t node = nullptr;
-  parse(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &node);
+  plist_from_xml(text.data(), static_cast<std::uint32_t>(text.size()), &node);
   const ScopedPlist owner(node);
   if (node == nullptr) return std::nullopt;
   return valueOf(node);
 }
 
+// --- Reading the binary form. Our own, since libplist's reader ends the process over a key that
+// holds a NUL, runs out of stack or memory over nested and shared objects, and cuts strings at a
+// NUL. ---
+
+class BinaryReader {
+ public:
+  explicit BinaryReader(std::string_view bytes) : bytes_(bytes) {}
+
+  std::optional<PropertyListValue> read() {
+    constexpr std::size_t kTrailerSize = 32;
+    if (bytes_.size() <= kHeaderSize + kTrailerSize) return std::nullopt;
+    const std::size_t trailer = bytes_.size() - kTrailerSize;
+    offsetSize_ = static_cast<unsigned char>(bytes_[trailer + 6]);
+    referenceSize_ = static_cast<unsigned char>(bytes_[trailer + 7]);
+    count_ = number(trailer + 8, 8);
+    const std::uint64_t table = number(trailer + 24, 8);
+    if (!isWordSize(offsetSize_) || !isWordSize(referenceSize_) || table >= trailer ||
+        count_ > (trailer - table) / offsetSize_) {
+      return std::nullopt;
+    }
+    table_ = static_cast<std::size_t>(table);
+    return value(number(trailer + 16, 8), 0);
+  }
+
+ private:
+  // Kinds of objects: the upper half of their marker.
+  static constexpr unsigned kSimple = 0x0;
+  static constexpr unsigned kInteger = 0x1;
+  static constexpr unsigned kReal = 0x2;
+  static constexpr unsigned kDate = 0x3;
+  static constexpr unsigned kData = 0x4;
+  static constexpr unsigned kAscii = 0x5;
+  static constexpr unsigned kUtf16 = 0x6;
+  static constexpr unsigned kUid = 0x8;
+  static constexpr unsigned kArray = 0xA;
+  static constexpr unsigned kDictionary = 0xD;
+
+  static constexpr std::size_t kHeaderSize = 8;
+
+  struct Object {
+    unsigned kind;
+    std::size_t content;
+    std::size_t length;  // in bytes
+  };
+
+  static bool isWordSize(std::size_t size) { return size >= 1 && size <= 8; }
+
+  std::uint64_t number(std::size_t at, std::size_t size) const {
+    std::uint64_t result = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+      result = (result << 8U) | static_cast<unsigned char>(bytes_[at + i]);
+    }
+    return result;
+  }
+
+  std::optional<Object> objectAt(std::size_t at) const {
+    const unsigned marker = static_cast<unsigned char>(bytes_[at]);
+    const unsigned kind = marker >> 4U;
+    const unsigned low = marker & 0x0FU;
+    if (kind == kSimple) return Object{kind, at, 1};
+    if (kind >= kInteger && kind <= kDate) return bounded(kind, at + 1, std::uint64_t{1} << low, 1);
+    if (kind == kUid) return bounded(kind, at + 1, low + 1, 1);
+    std::uint64_t count = low;
+    std::size_t content = at + 1;
+    if (low == 0x0F && !readCount(content, count)) return std::nullopt;
+    switch (kind) {
+      case kData:
+      case kAscii:
+        return bounded(kind, content, count, 1);
+      case kUtf16:
+        return bounded(kind, content, count, 2);
+      case kArray:
+        return bounded(kind, content, count, referenceSize_);
+      case kDictionary:
+        return bounded(kind, content, count, 2 * referenceSize_);
+      default:
+        return std::nullopt;
+    }
+  }
+
+  // Reads the integer object that holds a count too large for the marker.
+  bool readCount(std::size_t& at, std::uint64_t& count) const {
+    if (at >= table_) return false;
+    const unsigned marker = static_cast<unsigned char>(bytes_[at]);
+    const std::size_t size = std::size_t{1} << (marker & 0x0FU);
+    if (marker >> 4U != kInteger || size > 8 || size > table_ - at - 1) return false;
+    count = number(at + 1, size);
+    at += 1 + size;
+    return true;
+  }
+
+  std::optional<Object> bounded(unsigned kind, std::size_t content, std::uint64_t count,
+                                std::size_t unit) const {
+    if (content > table_ || count > (table_ - content) / unit) return std::nullopt;
+    return Object{kind, content, static_cast<std::size_t>(count) * unit};
+  }
+
+  // An object that is referred to often costs as often: a small file can unfold beyond measure.
+  bool spend(std::size_t length) {
+    constexpr std::size_t kObjectOverhead = 32;  // so that references to nothing cost something too
+    if (length + kObjectOverhead > budget_) return false;
+    budget_ -= length + kObjectOverhead;
+    return true;
+  }
+
+  // The nesting limit is also what ends a cycle.
+  std::optional<PropertyListValue> value(std::uint64_t index, int depth) {
+    if (index >= count_ || depth > kMaximumPropertyListNesting) return std::nullopt;
+    const std::uint64_t at =
+        number(table_ + static_cast<std::size_t>(index) * offsetSize_, offsetSize_);
+    if (at < kHeaderSize || at >= table_) return std::nullopt;
+    const auto object = objectAt(static_cast<std::size_t>(at));
+    if (!object || !spend(object->length)) return std::nullopt;
+    switch (object->kind) {
+      case kArray:
+        return array(*object, depth + 1);
+      case kDictionary:
+        return dictionary(*object, depth + 1);
+      case kData: {
+        const auto* data = reinterpret_cast<const std::byte*>(bytes_.data()) + object->content;
+        return PropertyListValue::Data(data, data + object->length);
+      }
+      case kAscii:
+        return PropertyListValue(std::string(bytes_.substr(object->content, object->length)));
+      case kUtf16: {
+        auto text = utf8FromUtf16(bytes_.substr(object->content, object->length), true);
+        if (!text) return std::nullopt;
+        return PropertyListValue(std::move(*text));
+      }
+      default:
+        return scalar(*object);
+    }
+  }
+
+  std::optional<PropertyListValue> scalar(const Object& object) const {
+    if (object.kind == kInteger && object.length == 16) return longInteger(object.content);
+    if (object.length > 8) return std::nullopt;
+    const std::uint64_t bits = number(object.content, object.length);
+    switch (object.kind) {
+      case kSimple:
+        if (bits != 8 && bits != 9) return std::nullopt;
+        return PropertyListValue(bits == 9);
+      case kInteger:  // signed only in the longest form
+        return PropertyListValue(static_cast<std::int64_t>(bits));
+      case kReal:
+        if (object.length == 8) return PropertyListValue(std::bit_cast<double>(bits));
+        if (object.length != 4) return std::nullopt;
+        return PropertyListValue(double{std::bit_cast<float>(static_cast<std::uint32_t>(bits))});
+      case kDate:
+        if (object.length != 8) return std::nullopt;
+        return PropertyListValue(PropertyListDate{std::bit_cast<double>(bits)});
+      default:
+        return PropertyListValue(PropertyListUID{bits});
+    }
+  }
+
+  // Sixteen bytes carry what is too large for a signed integer of eight.
+  std::optional<PropertyListValue> longInteger(std::size_t at) const {
+    const std::uint64_t high = number(at, 8);
+    const std::uint64_t low = number(at + 8, 8);
+    if (high == 0) return integer(low);
+    const auto negative = static_cast<std::int64_t>(low);
+    if (high != std::numeric_limits<std::uint64_t>::max() || negative >= 0) return std::nullopt;
+    return PropertyListValue(negative);
+  }
+
+  std::optional<PropertyListValue> array(const Object& object, int depth) {
+    PropertyListValue::Array items;
+    for (std::size_t i = 0; i < object.length; i += referenceSize_) {
+      auto item = value(number(object.content + i, referenceSize_), depth);
+      if (!item) return std::nullopt;
+      items.push_back(std::move(*item));
+    }
+    return PropertyListValue(std::move(items));
+  }
+
+  // The references to the keys come first, then those to the values.
+  std::optional<PropertyListValue> dictionary(const Object& object, int depth) {
+    PropertyListDictionary entries;
+    const std::size_t half = object.length / 2;
+    for (std::size_t i = 0; i < half; i += referenceSize_) {
+      const auto key = value(number(object.content + i, referenceSize_), depth);
+      auto held = value(number(object.content + half + i, referenceSize_), depth);
+      auto name = key ? key->stringValue() : std::nullopt;
+      if (!name || !held) return std::nullopt;
+      entries.insert_or_assign(std::move(*name), std::move(*held));
+    }
+    return PropertyListValue(std::move(entries));
+  }
+
+  std::string_view bytes_;
+  std::size_t offsetSize_ = 0;
+  std::size_t referenceSize_ = 0;
+  std::size_t table_ = 0;
+  std::uint64_t count_ = 0;
+  std::size_t budget_ = 4 * kMaximumSettingsFileSize;
+};
+
 std::optional<PropertyListValue> propertyListFromUtf8(std::string_view text) {
   const std::size_t start = text.find_first_not_of(" \t\r\n");
   const std::string_view body = start == std::string_view::npos ? ""sv : text.substr(start);
   if (body.starts_with("<?") || body.starts_with("<!") || body.starts_with("<plist")) {
-    if (body.find('\0') != std::string_view::npos || !isXmlNestedWithinLimit(body)) {
-      return std::nullopt;
-    }
-    return parsed(plist_from_xml, body);
+    return propertyListFromXml(body);
   }
   return propertyListFromText(text);
 }
@@ -532,10 +607,7 @@ bool PropertyListValue::boolValue() const noexcept {
 
 std::optional<PropertyListValue> propertyListFromBytes(std::string_view bytes) {
   if (bytes.size() > kMaximumSettingsFileSize) return std::nullopt;
-  if (bytes.starts_with("bplist0")) {
-    if (!BinaryGuard(bytes).isWithinLimits()) return std::nullopt;
-    return parsed(plist_from_bin, bytes);
-  }
+  if (bytes.starts_with("bplist0")) return BinaryReader(bytes).read();
   if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF")) {
     const auto text = utf8FromUtf16(bytes.substr(2), bytes.starts_with("\xFE"));
     return text ? propertyListFromUtf8(*text) : std::nullopt;

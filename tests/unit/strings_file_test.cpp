@@ -1,0 +1,183 @@
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/file_manager.h"
+#include "platform/property_list.h"
+#include "tests/support/test_sandbox.h"
+
+namespace {
+
+using platform::descriptionInStringsFileFormat;
+using platform::dictionaryWithContentsOfFile;
+using platform::PropertyListDictionary;
+using platform::propertyListFromBytes;
+using platform::PropertyListValue;
+using platform::writeTextToFileAsUTF16;
+using Array = PropertyListValue::Array;
+using Data = PropertyListValue::Data;
+
+PropertyListValue dictionary(PropertyListDictionary entries) { return PropertyListValue(entries); }
+
+// `text`, which is ASCII, in UTF-16 with byte-order mark.
+std::string utf16(std::string_view text, bool isBigEndian) {
+  std::string bytes = isBigEndian ? "\xFE\xFF" : "\xFF\xFE";
+  for (const char c : text) bytes.append(isBigEndian ? std::string{'\0', c} : std::string{c, '\0'});
+  return bytes;
+}
+
+std::optional<PropertyListValue> valueOf(const std::string& text) {
+  const auto list = propertyListFromBytes("key = " + text + ";");
+  if (!list || list->dictionary() == nullptr) return std::nullopt;
+  return list->dictionary()->at("key");
+}
+
+TEST(StringsFile, ReadsEntriesWithCommentsOfBothKinds) {
+  EXPECT_EQ(propertyListFromBytes(
+                "/* Tips \" = ; */\n\"TipsEnable\" = \"1\";\n"
+                "// a line\n\"EnableAD\"=\"0\"; /**/ \"a\" /* in */ = // between\n \"b\" ;\n"),
+            dictionary({{"TipsEnable", "1"}, {"EnableAD", "0"}, {"a", "b"}}));
+}
+
+TEST(StringsFile, ReadsUnquotedWordsAndBothKindsOfQuotes) {
+  EXPECT_EQ(
+      propertyListFromBytes("TipsEnable = 1; 'single \"quoted\"' = 'it\\'s'; a.b_c-d$e:f/g = h;"),
+      dictionary({{"TipsEnable", "1"}, {"single \"quoted\"", "it's"}, {"a.b_c-d$e:f/g", "h"}}));
+}
+
+TEST(StringsFile, ReadsAKeyAloneAsItsOwnValue) {
+  EXPECT_EQ(propertyListFromBytes("\"a\"; b; \"c\" = \"d\";"),
+            dictionary({{"a", "a"}, {"b", "b"}, {"c", "d"}}));
+}
+
+TEST(StringsFile, ToleratesAMissingFinalSemicolon) {
+  EXPECT_EQ(propertyListFromBytes("\"a\" = \"b\"; \"c\" = \"d\""),
+            dictionary({{"a", "b"}, {"c", "d"}}));
+  EXPECT_EQ(propertyListFromBytes("{ a = b; c = d }"), dictionary({{"a", "b"}, {"c", "d"}}));
+}
+
+TEST(StringsFile, ReadsEscapes) {
+  EXPECT_EQ(valueOf(R"("\"\\\n\t\r\a\q")"), PropertyListValue("\"\\\n\t\r\aq"));
+  EXPECT_EQ(valueOf(R"("\101\0412\7x")"), PropertyListValue("A!2\ax"));
+  EXPECT_EQ(valueOf(R"("\U4e2d\U6587")"), PropertyListValue("\xE4\xB8\xAD\xE6\x96\x87"));
+  EXPECT_EQ(valueOf(R"("\Ue9!\U41 ")"), PropertyListValue("\xC3\xA9!A "))
+      << "fewer than four digits";
+  EXPECT_EQ(valueOf(R"("\344")"), PropertyListValue("\xC3\xAE"))
+      << "an octal escape is in the format's own 8-bit set";
+  EXPECT_EQ(valueOf("\"a\\\nb\""), PropertyListValue("a\nb"));
+}
+
+TEST(StringsFile, JoinsEscapedSurrogatePairs) {
+  EXPECT_EQ(valueOf(R"("\UD83D\UDE00")"), PropertyListValue("\xF0\x9F\x98\x80"));
+  EXPECT_EQ(valueOf(R"("\UD83Dx")"), PropertyListValue("\xEF\xBF\xBDx"));
+  EXPECT_EQ(valueOf(R"("\UDE00")"), PropertyListValue("\xEF\xBF\xBD"));
+  EXPECT_EQ(valueOf(R"("\UD83D\U0041")"), PropertyListValue("\xEF\xBF\xBD"
+                                                            "A"));
+  EXPECT_EQ(valueOf(R"("\UD83D\UD83D\UDE00")"), PropertyListValue("\xEF\xBF\xBD\xF0\x9F\x98\x80"));
+}
+
+TEST(StringsFile, ReadsUtf16OfBothByteOrdersAndUtf8WithAndWithoutMark) {
+  constexpr std::string_view kText = "/* x */ \"TipsEnable\" = \"1\";\n";
+  const auto expected = dictionary({{"TipsEnable", "1"}});
+  EXPECT_EQ(propertyListFromBytes(utf16(kText, false)), expected);
+  EXPECT_EQ(propertyListFromBytes(utf16(kText, true)), expected);
+  EXPECT_EQ(propertyListFromBytes("\xEF\xBB\xBF" + std::string(kText)), expected);
+  EXPECT_EQ(propertyListFromBytes(kText), expected);
+}
+
+TEST(StringsFile, MayBeAPropertyListOfAnyKind) {
+  const PropertyListDictionary table = {{"TipsEnable", "1"}};
+  EXPECT_EQ(propertyListFromBytes(platform::xmlPropertyList(table)), PropertyListValue(table));
+  EXPECT_EQ(propertyListFromBytes("{ TipsEnable = 1; }"), PropertyListValue(table));
+  const std::string binary(
+      "bplist00\xD1\x01\x02\x5ATipsEnable\x51\x31\x08\x0B\x16\0\0\0\0\0\0\x01\x01"
+      "\0\0\0\0\0\0\0\x03\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x18",
+      24 + 3 + 32);
+  EXPECT_EQ(propertyListFromBytes(binary), PropertyListValue(table));
+}
+
+TEST(StringsFile, OfNothingButBlanksAndCommentsIsAnEmptyTable) {
+  for (const char* text : {"", " \n\t", "/* only a comment */", "// one more\n", "\xEF\xBB\xBF"}) {
+    EXPECT_EQ(propertyListFromBytes(text), dictionary({})) << text;
+  }
+}
+
+TEST(StringsFile, IsRefusedWhenMalformed) {
+  for (const char* text :
+       {"\"a\" = \"b", "\"a\" = ;", "\"a\" = \"b\" \"c\" = \"d\";", "\"a\" \"b\";", "= b;",
+        "/* open", "\"a\" = \"b\"; }", "\"a\" = \"b\\", "{ a = b;", "( a, b", "<0g>", "<012>",
+        "<01", "\"a\" = (b;);", "\"a\" = {b = c;;};", "a = b; c", "\"\xFF\" = \"b\";", "\x01",
+        "key = v\xC3\xA9;"}) {
+    EXPECT_EQ(propertyListFromBytes(text), std::nullopt) << text;
+  }
+}
+
+TEST(StringsFile, IsRefusedWhenItsUtf16IsIllFormed) {
+  EXPECT_FALSE(propertyListFromBytes(utf16("a = b;", false) + "x")) << "half a unit";
+  EXPECT_FALSE(propertyListFromBytes(utf16("a = b;", false) + "\x3D\xD8")) << "half a character";
+  EXPECT_FALSE(propertyListFromBytes(utf16("a = b;", false) + "\x00\xDE" + "a"))
+      << "its second half";
+  EXPECT_FALSE(propertyListFromBytes(utf16(std::string_view("a = b;\0c = d;", 13), true)))
+      << "what follows a NUL must not be lost in a rewrite";
+}
+
+TEST(StringsFile, ReadsNestedValues) {
+  EXPECT_EQ(valueOf("(a, \"b c\", (), {d = e;},)"),
+            PropertyListValue(Array{"a", "b c", Array{}, PropertyListDictionary{{"d", "e"}}}));
+  EXPECT_EQ(valueOf("<00 ff 7F>"),
+            PropertyListValue(Data{std::byte{0}, std::byte{0xFF}, std::byte{0x7F}}));
+}
+
+TEST(StringsFile, IsRefusedWhenNestedTooDeep) {
+  for (const char* opening : {"(", "{a=", "({a="}) {
+    std::string text;
+    for (int i = 0; i < 300'000; ++i) text += opening;
+    EXPECT_FALSE(propertyListFromBytes(text));
+  }
+  EXPECT_TRUE(propertyListFromBytes(std::string(100, '(') + std::string(100, ')')));
+}
+
+TEST(StringsFile, IsWrittenAsItIsRead) {
+  const PropertyListDictionary table = {
+      {"TipsEnable", "1"},
+      {"quote \" and \\ backslash", "line\nbreak\rtab\t"},
+      {"", ""},
+      {"\xE4\xB8\xAD\xE6\x96\x87", "\xF0\x9F\x98\x80"},
+      {"nul", std::string("a\0b", 3)},
+      {"list", Array{"a", Array{}, Data{std::byte{0x1F}}}},
+      {"table", PropertyListDictionary{{"x", "y"}, {"z", PropertyListDictionary{}}}}};
+  const std::string text = descriptionInStringsFileFormat(table);
+  EXPECT_EQ(propertyListFromBytes(text), PropertyListValue(table)) << text;
+}
+
+TEST(StringsFile, IsWrittenAsOneLineForEachEntry) {
+  EXPECT_EQ(descriptionInStringsFileFormat({{"b", "2"}, {"a", "1"}}),
+            "\"a\" = \"1\";\n\"b\" = \"2\";\n");
+  EXPECT_EQ(descriptionInStringsFileFormat({}), "");
+}
+
+TEST(StringsFile, WritesOtherValuesAsTextsThatReadAlike) {
+  EXPECT_EQ(descriptionInStringsFileFormat({{"a", true}, {"b", false}, {"c", -5}, {"d", 0.1}}),
+            "\"a\" = \"1\";\n\"b\" = \"0\";\n\"c\" = \"-5\";\n\"d\" = \"0.1\";\n");
+}
+
+TEST(StringsFile, IsWrittenInUtf16WithByteOrderMark) {
+  const std::string path = support::sandbox() + "/InfoPlist.strings";
+  ASSERT_TRUE(writeTextToFileAsUTF16("\"a\" = \"\xE4\xB8\xAD\xF0\x9F\x98\x80\";", path));
+  const std::string expected("\xFF\xFE\"\0a\0\"\0 \0=\0 \0\"\0\x2D\x4E\x3D\xD8\x00\xDE\"\0;\0", 26);
+  EXPECT_EQ(support::readFile(path), expected);
+  EXPECT_EQ(dictionaryWithContentsOfFile(path),
+            (PropertyListDictionary{{"a", "\xE4\xB8\xAD\xF0\x9F\x98\x80"}}));
+}
+
+TEST(StringsFile, IsNotWrittenWhereThereIsNoFolder) {
+  const std::string file = support::sandbox() + "/file";
+  support::writeFile(file, "x");
+  EXPECT_FALSE(writeTextToFileAsUTF16("text", file + "/InfoPlist.strings"));
+  EXPECT_EQ(support::readFile(file), "x");
+}
+
+}  // namespace
