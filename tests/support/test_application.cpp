@@ -122,9 +122,18 @@ std::string executableOf(const std::string& application) {
 
 ChildProcess runApplication(const std::string& application,
                             const std::vector<std::string>& arguments) {
+  namespace fs = std::filesystem;
   std::vector<std::string> all{executableOf(application)};
   all.insert(all.end(), arguments.begin(), arguments.end());
-  return ChildProcess::spawn(all);
+  ChildProcess child = ChildProcess::spawn(all);
+  // Until then it is a copy of the test's own process, and is taken for it.
+  waitUntil([&] {
+    std::error_code error;
+    const fs::path running =
+        fs::read_symlink("/proc/" + std::to_string(child.pid()) + "/exe", error);
+    return error || running == fs::canonical(all.front());
+  });
+  return child;
 }
 
 bool waitUntilReachable(const std::string& identifier) {

@@ -32,7 +32,7 @@ std::string makeApplication(const std::string& name, const std::string& identifi
 /// Path of the executable in the bundle at `application`.
 std::string executableOf(const std::string& application);
 
-/// Runs the application as a child of the test.
+/// Runs the application as a child of the test; it executes the application's own file by then.
 ChildProcess runApplication(const std::string& application,
                             const std::vector<std::string>& arguments = {});
 
