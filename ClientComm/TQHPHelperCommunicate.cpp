@@ -13,6 +13,7 @@
 #include "ClientComm/TQHPProcessList.h"
 #include "ClientComm/TQHPUploadByHelper.h"
 #include "ClientComm/TQHPVersion.h"
+#include "platform/apple_event_manager.h"
 #include "platform/bundle.h"
 #include "platform/file_lock.h"
 #include "platform/file_manager.h"
@@ -178,7 +179,10 @@ void TQHPHelperCommunicate::init() {
 
 OSErr TQHPHelperCommunicate::startHelper() {
   const OSErr status = TQHPHelperControl::share().start(productID_, productVersion_);
-  if (status == platform::noErr) isHelperAlive_ = true;
+  if (status == platform::noErr) {
+    isHelperAlive_ = true;
+    startedProcess_ = platform::AELastRecipient();
+  }
   firstStartPID();
   clientIDFormHelper();
   saveTipsEnable();
@@ -194,7 +198,9 @@ OSErr TQHPHelperCommunicate::stopHelper() {
 
 OSErr TQHPHelperCommunicate::isAliveHelper() {
   const OSErr status = TQHPHelperControl::share().isAlive(productID_, productVersion_);
-  if (status == platform::noErr && !isHelperAlive_) startHelper();
+  if (status != platform::noErr) return status;
+  if (platform::AELastRecipient() != startedProcess_) isHelperAlive_ = false;
+  if (!isHelperAlive_) startHelper();
   return status;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -160,5 +161,7 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   OptionalString productVersion_;
   bool isServerOpen_ = false;
   bool isHelperAlive_ = false;
+  /// Which process took the start command; another one, launched by another host, still lacks it.
+  std::uint64_t startedProcess_ = 0;
   OptionalString clientID_;
 };

@@ -56,4 +56,8 @@ class AppleEventManager {
 OSErr AESendMessage(const AppleEventDescriptor& event, AppleEventDescriptor& reply,
                     AESendMode sendMode, std::int32_t timeOutInTicks) noexcept;
 
+/// Which process took the last event that `AESendMessage` sent; two events to one application went
+/// to the same process exactly when the numbers are equal. 0 where that cannot be told.
+std::uint64_t AELastRecipient() noexcept;
+
 }  // namespace platform

@@ -67,4 +67,8 @@ OSErr AESendMessage(const AppleEventDescriptor& event, AppleEventDescriptor& rep
   }
 }
 
+std::uint64_t AELastRecipient() noexcept {
+  return AppleEventManager::sharedAppleEventManager().transport().lastRecipient();
+}
+
 }  // namespace platform

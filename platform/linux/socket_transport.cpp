@@ -10,10 +10,12 @@
 #include <cerrno>
 #include <csignal>
 #include <optional>
+#include <thread>
 #include <utility>
 
 #include "platform/bundle.h"
 #include "platform/linux/event_packet.h"
+#include "platform/linux/launch_record.h"
 #include "platform/linux/peer_identity.h"
 #include "platform/linux/runtime_folder.h"
 #include "platform/linux/scoped_fd.h"
@@ -111,6 +113,19 @@ OSErr connectTo(const std::string& fileName, const Deadline& deadline, Connectio
   return noErr;
 }
 
+/// Connects, and waits for an application that this process has only just launched.
+OSErr reach(const std::string& identifier, const std::string& fileName, const Deadline& deadline,
+            Connection& connection) {
+  constexpr milliseconds kTryInterval{1};
+  for (;;) {
+    const OSErr status = connectTo(fileName, deadline, connection);
+    if (status == noErr) noteReached(identifier);
+    if (status != procNotFound || !isStillLaunching(identifier)) return status;
+    if (deadline.remaining(kTryInterval) == milliseconds(0)) return status;
+    std::this_thread::sleep_for(kTryInterval);
+  }
+}
+
 OSErr awaitReply(const Connection& connection, const Deadline& deadline,
                  AppleEventDescriptor& reply) {
   for (;;) {
@@ -143,7 +158,8 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
 
   const Deadline deadline(sendMode, timeOutInTicks);
   Connection connection;
-  OSErr status = connectTo(fileNameFor(target.data()), deadline, connection);
+  lastRecipient_ = 0;
+  OSErr status = reach(target.data(), fileNameFor(target.data()), deadline, connection);
   if (status != noErr) return status;
   const bool wantsReply = sendMode == kAEWaitReply;
   if (wantsReply && connection.peer == getpid()) return sendToSelf(event, reply);
@@ -152,6 +168,7 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
   status = sendPacket(connection.socket.get(),
                       wantsReply ? PacketKind::kEventWantingReply : PacketKind::kEvent, noErr,
                       event, executable.get());
+  if (status == noErr) lastRecipient_ = static_cast<std::uint64_t>(connection.peer);
   if (status != noErr || !wantsReply) return status;
   return awaitReply(connection, deadline, reply);
 }

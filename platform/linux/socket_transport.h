@@ -27,6 +27,7 @@ class SocketTransport : public AppleEventTransport {
 
   OSErr send(const AppleEventDescriptor& event, AppleEventDescriptor& reply, AESendMode sendMode,
              std::int32_t timeOutInTicks) override;
+  std::uint64_t lastRecipient() const override { return lastRecipient_; }
   /// @return paramErr for a process without bundle identifier, which nobody could address; else as
   ///         `SocketEndpoint::open`.
   OSErr startReceiving(Receiver receiver) override;
@@ -38,6 +39,7 @@ class SocketTransport : public AppleEventTransport {
 
   Receiver receiver_;
   std::unique_ptr<SocketEndpoint> endpoint_;
+  std::uint64_t lastRecipient_ = 0;
   /// File names of the targets addressed so far, so that not every send computes a digest.
   std::unordered_map<std::string, std::string> fileNames_;
 };

@@ -17,6 +17,7 @@
 #include "platform/bundle.h"
 #include "platform/file_lock.h"
 #include "platform/file_manager.h"
+#include "platform/linux/launch_record.h"
 #include "platform/linux/process_ids.h"
 #include "platform/linux/runtime_folder.h"
 #include "platform/linux/scoped_fd.h"
@@ -71,20 +72,25 @@ void resetSignalDispositions() noexcept {
   for (int number = 1; number < NSIG; ++number) sigaction(number, &byDefault, nullptr);
 }
 
-int writeNumber(int pipe, int number) noexcept {
-  while (write(pipe, &number, sizeof number) < 0 && errno == EINTR) {
+/// How a launch went: the process, or the errno value that it failed with.
+struct Outcome {
+  int error;
+  pid_t pid;
+};
+
+void writeOutcome(int pipe, Outcome outcome) noexcept {
+  while (write(pipe, &outcome, sizeof outcome) < 0 && errno == EINTR) {
   }
-  return number;
 }
 
-// The number that comes through the pipe; `otherwise` when it ends without one.
-int readNumber(int pipe, int otherwise) noexcept {
-  int number = 0;
+// The outcome that comes through the pipe; `otherwise` when it ends without one.
+Outcome readOutcome(int pipe, Outcome otherwise) noexcept {
+  Outcome outcome = {};
   ssize_t count = 0;
   do {
-    count = read(pipe, &number, sizeof number);
+    count = read(pipe, &outcome, sizeof outcome);
   } while (count < 0 && errno == EINTR);
-  return count == sizeof number ? number : otherwise;
+  return count == sizeof outcome ? outcome : otherwise;
 }
 
 int detachFromHost(const Launch& launch) noexcept {
@@ -104,25 +110,26 @@ int detachFromHost(const Launch& launch) noexcept {
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
   execve(launch.executable, launch.arguments.data(), environ);
-  _exit(writeNumber(failure, errno) != 0 ? 127 : 0);
+  writeOutcome(failure, {errno, 0});
+  _exit(127);
 }
 
 // Forks the process that becomes the application, which loses this one as its parent at once.
 // The pipe closes in the moment in which the new program is in place. It is made only here, where
 // no other thread of the host can fork a copy of it.
-int executeDetached(const Launch& launch) noexcept {
+Outcome executeDetached(const Launch& launch) noexcept {
   int failure[2];
-  if (pipe2(failure, O_CLOEXEC) != 0) return errno;
+  if (pipe2(failure, O_CLOEXEC) != 0) return {errno, 0};
   const pid_t pid = _Fork();
   if (pid == 0) execute(launch, failure[1]);
-  if (pid < 0) return errno;
+  if (pid < 0) return {errno, 0};
   close(failure[1]);
-  return readNumber(failure[0], 0);
+  return readOutcome(failure[0], {0, pid});
 }
 
 [[noreturn]] void runIntermediate(const Launch& launch) noexcept {
   const int error = detachFromHost(launch);
-  writeNumber(launch.report.get(), error != 0 ? error : executeDetached(launch));
+  writeOutcome(launch.report.get(), error != 0 ? Outcome{error, 0} : executeDetached(launch));
   _exit(0);
 }
 
@@ -147,22 +154,21 @@ void reap(pid_t pid) noexcept {
 }
 
 /// Starts the program at `executable` as a process of its own; returns when it runs.
-/// @return 0 or an errno value.
-int launchDetached(std::string executable) {
+Outcome launchDetached(std::string executable) {
   int report[2];
-  if (pipe2(report, O_CLOEXEC) != 0) return errno;
+  if (pipe2(report, O_CLOEXEC) != 0) return {errno, 0};
   const ScopedFd outcome(report[0]);
   Launch launch{executable.c_str(),
                 {executable.data(), nullptr},
                 aboveStandardStreams(ScopedFd(open("/dev/null", O_RDWR | O_CLOEXEC))),
                 aboveStandardStreams(ScopedFd(report[1]))};
-  if (!launch.nullDevice.isValid() || !launch.report.isValid()) return errno;
+  if (!launch.nullDevice.isValid() || !launch.report.isValid()) return {errno, 0};
   const pid_t pid = forkWithSignalsBlocked(launch);
-  if (pid < 0) return errno;
+  if (pid < 0) return {errno, 0};
   launch.report.reset();
-  const int error = readNumber(outcome.get(), ECHILD);
+  const Outcome result = readOutcome(outcome.get(), {ECHILD, 0});
   reap(pid);
-  return error;
+  return result;
 }
 
 bool isOfThisUser(int processes, pid_t pid) noexcept {
@@ -198,7 +204,10 @@ bool launchUnlessRunning(std::string executable, const std::string& identifier) 
                            kLongestWaitForOtherLaunches);
   const auto runs = lock.isHeld() ? isRunning(identifier) : std::nullopt;
   if (!runs) return false;
-  return *runs || launchDetached(std::move(executable)) == 0;
+  if (*runs) return true;
+  const Outcome outcome = launchDetached(std::move(executable));
+  if (outcome.error == 0) noteLaunch(identifier, outcome.pid);
+  return outcome.error == 0;
 }
 
 // The launched process starts in the root folder.
@@ -242,7 +251,7 @@ bool Workspace::openFile(const std::string& path) {
   if (executable) executable = absolutePath(*std::move(executable));
   if (!executable) return false;
   const OptionalString identifier = bundle.bundleIdentifier();
-  if (!identifier) return launchDetached(*std::move(executable)) == 0;
+  if (!identifier) return launchDetached(*std::move(executable)).error == 0;
   return launchUnlessRunning(*std::move(executable), *identifier);
 }
 
