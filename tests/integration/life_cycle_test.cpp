@@ -262,7 +262,7 @@ TEST_F(LifeCycle, NewerHelperReplacesTheInstalledOneAndTheOldProcessIsToldToExit
   ASSERT_TRUE(isRestarted(1));
   const pid_t old = helperPid();
   const std::string newer = makeHost("newer", "1.0.1");
-  ChildProcess host = support::runApplication(newer, {"12000"});
+  ChildProcess host = support::runApplication(newer, {"90000"});
   EXPECT_TRUE(support::waitUntil([&] { return countInJournal("exit newer") == 1; }));
   EXPECT_TRUE(isRestarted(2));
   EXPECT_TRUE(support::waitUntil([&] { return countInJournal("up 1.0.1") == 1; }));
@@ -287,14 +287,16 @@ TEST_F(LifeCycle, TenHostsAtOnceEndWithOneHelperAndOneIntactCopy) {
   std::vector<std::string> paths;
   for (int i = 0; i < 10; ++i) paths.push_back(makeHost("host" + std::to_string(i), "1.0"));
   std::vector<ChildProcess> hosts;
-  for (const auto& path : paths) hosts.push_back(support::runApplication(path, {"12000"}));
+  for (const auto& path : paths) hosts.push_back(support::runApplication(path, {"90000"}));
   // Each starts it at once, or with its first tick where the helper was not up yet.
-  EXPECT_TRUE(support::waitUntil([&] {
-    for (int i = 0; i < 10; ++i) {
-      if (countInJournal("start host" + std::to_string(i)) == 0) return false;
-    }
-    return true;
-  }));
+  EXPECT_TRUE(support::waitUntil(
+      [&] {
+        for (int i = 0; i < 10; ++i) {
+          if (countInJournal("start host" + std::to_string(i)) == 0) return false;
+        }
+        return true;
+      },
+      std::chrono::seconds(60)));
   EXPECT_EQ(processesOf(installedHelper()).size(), 1U);
   EXPECT_EQ(countInJournal("up 1.0"), 1U);
   EXPECT_TRUE(
