@@ -1,0 +1,219 @@
+// A flattened event, as a peer of the same user can send it: read, written again, coerced to every
+// type, and handed to the handler of calls in a process that has all of a host's classes.
+
+#include <unistd.h>
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ClientComm/TQHPAppEventBase.h"
+#include "ClientComm/TQHPAppleEventProcesser.h"
+#include "ClientComm/TQHPHelperControl.h"
+#include "ClientComm/TQHPUpgradeByHelper.h"
+#include "fuzz/fuzz.h"
+#include "platform/apple_event.h"
+#include "platform/apple_event_manager.h"
+#include "platform/linux/apple_event_wire.h"
+#include "platform/linux/peer_identity.h"
+#include "platform/process_manager.h"
+#include "platform/runtime.h"
+
+namespace {
+
+using fuzz::require;
+using platform::AppleEventDescriptor;
+using platform::DescType;
+using platform::OptionalString;
+using platform::OSErr;
+
+constexpr platform::AEEventClass kEventClass = platform::fourCharCode("aevt");
+constexpr platform::AEEventID kCall = platform::fourCharCode("call");
+constexpr platform::AEEventID kAnswer = platform::fourCharCode("ansr");
+
+std::string flattened(const AppleEventDescriptor& descriptor) {
+  std::string bytes(platform::flattenedSize(descriptor), '\0');
+  require(platform::flattenTo(descriptor, bytes.data()) == bytes.data() + bytes.size(),
+          "what is written is as long as it was said to be");
+  return bytes;
+}
+
+/// Takes what the library sends, checks that the other side could read it, and answers queries.
+class Transport final : public platform::AppleEventTransport {
+ public:
+  OSErr send(const AppleEventDescriptor& event, AppleEventDescriptor& reply,
+             platform::AESendMode sendMode, std::int32_t /*timeOutInTicks*/) override {
+    const auto received = platform::unflatten(flattened(event));
+    require(received.has_value(), "an event that is sent can be read");
+    if (sendMode != platform::kAEWaitReply) return platform::noErr;
+    reply = AppleEventDescriptor::appleEvent(kEventClass, kAnswer, {}, event.returnID(),
+                                             event.transactionID());
+    reply.setParamDescriptor(AppleEventDescriptor::descriptorWithString("answer"),
+                             platform::keyDirectObject);
+    return platform::noErr;
+  }
+  OSErr startReceiving(Receiver /*receiver*/) override { return platform::noErr; }
+  void stopReceiving() override {}
+};
+
+/// A class of the host's own, with a method of each kind.
+class Target final : public TQHPAppEventBase {
+ public:
+  static const platform::Class& staticClass() {
+    using platform::method;
+    static const auto* const cls = new platform::Class(
+        "Target", platform::makeShared<Target>,
+        {method<&Target::echo>("echo:"), method<&Target::count>("count"),
+         method<&Target::last>("last:of:three:"), method<&Target::fail>("fail")});
+    return *cls;
+  }
+  const platform::Class& isa() const override { return staticClass(); }
+
+  OptionalString echo(const OptionalString& text) { return text; }
+  OSErr count() { return ++calls_; }
+  OptionalString last(const OptionalString& first, const OptionalString& second,
+                      const OptionalString& third) {
+    return third ? third : (second ? second : first);
+  }
+  OptionalString fail() { throw std::runtime_error("a method that fails"); }
+
+ private:
+  OSErr calls_ = 0;
+};
+
+class UpgradeDelegate final : public TQHPProductUpgradeCallBackDelegate {
+ public:
+  void productWillUpgrade(const platform::Error* /*error*/) override {
+    TQHPUpgradeByHelper::share().productReadyToUpgrade("P100", "1.0", "yes");
+  }
+};
+
+class ControlDelegate final : public TQHPHelperControlCallBackDelegate {
+ public:
+  void willHelperExit() override {}
+  void didCheckServerOpen(bool /*isOpen*/, const platform::Error* /*error*/) override {}
+};
+
+void requireStable(const AppleEventDescriptor& descriptor, std::string_view bytes) {
+  const std::string written = flattened(descriptor);
+  require(written.size() <= bytes.size(), "what was read is written in no more room");
+  // A keyword that stands twice in an event is read once; all else is kept.
+  if (written.size() == bytes.size()) require(written == bytes, "what was read is written alike");
+  const auto again = platform::unflatten(written);
+  require(again.has_value(), "what was written can be read");
+  require(flattened(*again) == written, "reading and writing again changes nothing");
+  const AppleEventDescriptor copy = *again;
+  require(flattened(copy) == written, "a copy is alike");
+}
+
+void coerce(const AppleEventDescriptor& descriptor) {
+  static constexpr std::array<DescType, 10> kTypes = {platform::typeNull,
+                                                      platform::typeUnicodeText,
+                                                      platform::typeUTF8Text,
+                                                      platform::typeChar,
+                                                      platform::typeSInt32,
+                                                      platform::typeBoolean,
+                                                      platform::typeAEList,
+                                                      platform::typeAppleEvent,
+                                                      platform::typeApplicationBundleID,
+                                                      platform::typeProcessSerialNumber};
+  const OptionalString text = descriptor.stringValue();
+  for (const DescType type : kTypes) {
+    const auto coerced = descriptor.coerceToDescriptorType(type);
+    if (!coerced) continue;
+    require(coerced->descriptorType() == type, "a coercion yields the type that was asked for");
+    if (type == platform::typeUnicodeText) {
+      require(coerced->stringValue() == text, "the text is that of the coercion to text");
+    }
+    if (type == platform::typeAEList) {
+      require(coerced->numberOfItems() == 1 || type == descriptor.descriptorType(),
+              "what is no list becomes a list of itself");
+    }
+  }
+}
+
+// Coerces the descriptor and what is in it; at most `budget` in all, for the speed of it.
+void coerceAll(const AppleEventDescriptor& descriptor, int& budget) {
+  if (budget-- <= 0) return;
+  coerce(descriptor);
+  for (std::size_t i = 1; i <= descriptor.numberOfItems(); ++i) {
+    coerceAll(*descriptor.descriptorAtIndex(i), budget);
+  }
+  coerceAll(descriptor.target(), budget);
+  for (const auto* keyed : {&descriptor.parameters(), &descriptor.attributes()}) {
+    for (const auto& [keyword, value] : *keyed) coerceAll(value, budget);
+  }
+}
+
+OptionalString answerTo(const AppleEventDescriptor& event) {
+  AppleEventDescriptor reply = AppleEventDescriptor::appleEvent(
+      kEventClass, kAnswer, {}, event.returnID(), event.transactionID());
+  const OSErr status =
+      platform::AppleEventManager::sharedAppleEventManager().dispatchRawAppleEvent(event, reply);
+  const bool isCall = event.eventClass() == kEventClass && event.eventID() == kCall;
+  require(status == (isCall ? platform::noErr : platform::errAEEventNotHandled),
+          "calls are handled, other events are not");
+  require(reply.descriptorType() == platform::typeAppleEvent, "a reply is an event");
+  require(platform::unflatten(flattened(reply)).has_value(), "a reply can be read");
+  const auto* const answer = reply.paramDescriptorForKeyword(platform::keyDirectObject);
+  return answer == nullptr ? std::nullopt : answer->stringValue();
+}
+
+OptionalString textAt(const AppleEventDescriptor& list, std::size_t index) {
+  const auto* const item = list.descriptorAtIndex(index);
+  return item == nullptr ? std::nullopt : item->stringValue();
+}
+
+// What a call of "echo:" has to be answered with; nothing where `event` is not such a call.
+OptionalString expectedEcho(const AppleEventDescriptor& event) {
+  if (event.eventClass() != kEventClass || event.eventID() != kCall) return std::nullopt;
+  const auto* const call = event.paramDescriptorForKeyword(platform::keyDirectObject);
+  if (call == nullptr || textAt(*call, 1) != "Target" || textAt(*call, 2) != "echo:") {
+    return std::nullopt;
+  }
+  const auto* const arguments = call->descriptorAtIndex(3);
+  if (arguments == nullptr || arguments->numberOfItems() != 1) return std::nullopt;
+  return textAt(*arguments, 1);
+}
+
+void dispatch(AppleEventDescriptor event) {
+  const OptionalString expected = expectedEcho(event);
+  // Once with whatever address stands in it, and once with the one that the endpoint puts there.
+  answerTo(event);
+  const auto psn = platform::serialNumberForPeer(getpid(), -1);
+  require(psn.has_value(), "the fuzzer is known as an application");
+  event.setAttributeDescriptor({platform::typeProcessSerialNumber,
+                                std::string(reinterpret_cast<const char*>(&*psn), sizeof *psn)},
+                               platform::keyAddressAttr);
+  const OptionalString answer = answerTo(event);
+  if (expected) require(answer == expected, "a call is carried out with its arguments");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+  fuzz::privateFolder();
+  platform::AppleEventManager::sharedAppleEventManager().setTransport(
+      std::make_unique<Transport>());
+  platform::registerClass(Target::staticClass());
+  static UpgradeDelegate upgradeDelegate;
+  static ControlDelegate controlDelegate;
+  TQHPUpgradeByHelper::share().setProductUpgradeDelegate(&upgradeDelegate);
+  TQHPHelperControl::share().setHelperCtrlDelegate(&controlDelegate);
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+  const auto descriptor = platform::unflatten(bytes);
+  if (!descriptor) return 0;
+  requireStable(*descriptor, bytes);
+  int budget = 64;
+  coerceAll(*descriptor, budget);
+  if (descriptor->descriptorType() == platform::typeAppleEvent) dispatch(*descriptor);
+  return 0;
+}
