@@ -105,26 +105,56 @@ int detachFromHost(const Launch& launch) noexcept {
   return 0;
 }
 
-[[noreturn]] void execute(const Launch& launch, int failure) noexcept {
+// The end of the process `pid`, its exit status. Where the host reaps every child itself, or has
+// the system do so, there is nothing left to reap and the status is 0.
+int reap(pid_t pid) noexcept {
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0) {
+    if (errno != EINTR) return 0;
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : ECHILD;
+}
+
+[[noreturn]] void execute(const Launch& launch, int report) noexcept {
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
   execve(launch.executable, launch.arguments.data(), environ);
-  writeOutcome(failure, {errno, 0});
+  writeOutcome(report, {errno, 0});
   _exit(127);
 }
 
-// Forks the process that becomes the application, which loses this one as its parent at once.
-// The pipe closes in the moment in which the new program is in place. It is made only here, where
-// no other thread of the host can fork a copy of it.
+// Becomes the application once this process has lost its parent.
+[[noreturn]] void executeAsOrphan(const Launch& launch, int hold, int report) noexcept {
+  char byte = 0;
+  while (read(hold, &byte, 1) < 0 && errno == EINTR) {
+  }
+  writeOutcome(report, {0, getpid()});
+  execute(launch, report);
+}
+
+// Executes the program in a grandchild, whose own parent has ended by then: from its first
+// instruction on the application is nobody's child. The pipe `report` closes in the moment in which
+// the new program is in place. Both pipes are made only here, where no other thread of the host can
+// fork a copy of them.
 Outcome executeDetached(const Launch& launch) noexcept {
-  int failure[2];
-  if (pipe2(failure, O_CLOEXEC) != 0) return {errno, 0};
-  const pid_t pid = _Fork();
-  if (pid == 0) execute(launch, failure[1]);
-  if (pid < 0) return {errno, 0};
-  close(failure[1]);
-  return readOutcome(failure[0], {0, pid});
+  int hold[2];
+  int report[2];
+  if (pipe2(hold, O_CLOEXEC) != 0 || pipe2(report, O_CLOEXEC) != 0) return {errno, 0};
+  const pid_t parent = _Fork();
+  if (parent < 0) return {errno, 0};
+  if (parent == 0) {
+    close(hold[1]);
+    const pid_t application = _Fork();
+    if (application == 0) executeAsOrphan(launch, hold[0], report[1]);
+    _exit(application < 0 ? errno : 0);
+  }
+  close(report[1]);
+  const int error = reap(parent);
+  if (error != 0) return {error, 0};
+  close(hold[1]);
+  const Outcome started = readOutcome(report[0], {ECHILD, 0});
+  return started.error != 0 ? started : readOutcome(report[0], started);
 }
 
 [[noreturn]] void runIntermediate(const Launch& launch) noexcept {
@@ -145,12 +175,6 @@ pid_t forkWithSignalsBlocked(const Launch& launch) noexcept {
   pthread_sigmask(SIG_SETMASK, &previous, nullptr);
   errno = error;
   return pid;
-}
-
-// Where the host reaps every child itself, or lets the system do so, there is nothing left to reap.
-void reap(pid_t pid) noexcept {
-  while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
-  }
 }
 
 /// Starts the program at `executable` as a process of its own; returns when it runs.
