@@ -1,0 +1,16 @@
+#pragma once
+
+#include "benchmarks/support/plan.h"
+
+/// The figures, one function per row or group of rows of the table. A name is
+/// "<row>/<side>" or "<row>/<x>/<side>": the side is "clientcomm", "floor" or "alternative", x is
+/// where on a growth curve the figure lies.
+namespace bench {
+
+void registerSendBenchmarks(const Plan& plan);
+void registerQueryBenchmarks(const Plan& plan);
+void registerDispatchBenchmarks(const Plan& plan);
+void registerLargeArgumentBenchmarks(const Plan& plan);
+void registerManySendersBenchmarks(const Plan& plan);
+
+}  // namespace bench

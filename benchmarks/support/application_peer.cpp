@@ -1,0 +1,102 @@
+#include <glib.h>
+
+#include "ClientComm/TQHPAppEventBase.h"
+#include "ClientComm/TQHPAppleEventProcesser.h"
+#include "ClientComm/TQHPAppleEventSender.h"
+#include "benchmarks/support/measurement.h"
+#include "benchmarks/support/peers.h"
+#include "platform/apple_event.h"
+#include "platform/linux/apple_event_wire.h"
+#include "platform/runtime.h"
+#include "tests/support/recording_transport.h"
+#include "tests/support/test_application.h"
+#include "tests/support/test_sandbox.h"
+
+namespace bench {
+namespace {
+
+constexpr std::size_t kPacketHeaderSize = 16;
+
+const SharedCounter* handledCalls = nullptr;
+
+class Receiver : public TQHPAppEventBase {
+ public:
+  static const platform::Class& staticClass() {
+    using platform::method;
+    static const auto* const cls =
+        new platform::Class(kReceiverClass, platform::makeShared<Receiver>,
+                            {method<&Receiver::note>(kNote), method<&Receiver::say>(kSay)});
+    return *cls;
+  }
+  const platform::Class& isa() const override { return staticClass(); }
+
+  void note(const OptionalString& /*name*/, const OptionalString& /*text*/) {
+    handledCalls->increment();
+  }
+  OptionalString say(const OptionalString& text) {
+    handledCalls->increment();
+    return text;
+  }
+};
+
+int runReceiver(const std::vector<std::string>& arguments) {
+  pinTo(kReceiverProcessor);
+  handledCalls = new SharedCounter(arguments.at(0));
+  platform::registerClass(Receiver::staticClass());
+  TQHPAppleEventProcesser::share();
+  GMainLoop* const loop = g_main_loop_new(nullptr, FALSE);
+  g_main_loop_run(loop);
+  g_main_loop_unref(loop);
+  return 0;
+}
+
+const support::Role receiverRole("benchmark-receiver", runReceiver);
+
+}  // namespace
+
+Peer& receiver() {
+  static Peer* const peer = [] {
+    const std::string counter = support::sandbox() + "/receiver-calls";
+    const std::string application =
+        support::makeApplication("Receiver", kReceiverIdentifier, "benchmark-receiver");
+    auto* const made =
+        new Peer{support::runApplication(application, {counter}), SharedCounter(counter)};
+    support::waitUntilReachable(kReceiverIdentifier);
+    return made;
+  }();
+  return *peer;
+}
+
+platform::OSErr sendNote(std::span<const std::string> arguments) {
+  static const OptionalString target = kReceiverIdentifier;
+  return TQHPAppleEventSender::share().sendEvnet(target, kReceiverClass, kNote, arguments);
+}
+
+platform::OptionalString ask(const std::string& text) {
+  static const OptionalString target = kReceiverIdentifier;
+  OptionalString answer;
+  TQHPAppleEventSender::share().sendEvnet(target, kReceiverClass, kSay, {&text, 1}, &answer);
+  return answer;
+}
+
+std::size_t callPacketSize(const std::string& selector, const std::vector<std::string>& arguments) {
+  using platform::AppleEventDescriptor;
+  AppleEventDescriptor event = support::callEvent(kReceiverClass, selector, arguments);
+  AppleEventDescriptor addressed = AppleEventDescriptor::appleEvent(
+      event.eventClass(), event.eventID(), {platform::typeApplicationBundleID, kReceiverIdentifier},
+      event.returnID(), event.transactionID());
+  addressed.setParamDescriptor(*event.paramDescriptorForKeyword(platform::keyDirectObject),
+                               platform::keyDirectObject);
+  return kPacketHeaderSize + platform::flattenedSize(addressed);
+}
+
+std::size_t replyPacketSize(const std::string& text) {
+  using platform::AppleEventDescriptor;
+  AppleEventDescriptor reply = AppleEventDescriptor::appleEvent(
+      platform::fourCharCode("aevt"), platform::fourCharCode("ansr"), {}, -1, 0);
+  reply.setParamDescriptor(AppleEventDescriptor::descriptorWithString(text),
+                           platform::keyDirectObject);
+  return kPacketHeaderSize + platform::flattenedSize(reply);
+}
+
+}  // namespace bench
