@@ -1,0 +1,60 @@
+#include "tests/support/test_helper.h"
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <system_error>
+
+#include "tests/support/test_application.h"
+#include "tests/support/test_sandbox.h"
+
+namespace support {
+namespace {
+
+const Role idleRole(kIdleRole, [](const std::vector<std::string>& /*arguments*/) {
+  for (;;) pause();
+  return 0;
+});
+
+}  // namespace
+
+std::string makeHelper(const std::string& folder, const std::string& version) {
+  return makeApplication(kHelperName, kHelperIdentifier, kIdleRole, {{"CFBundleVersion", version}},
+                         folder);
+}
+
+std::string installedHelperPath() {
+  return sandbox() + "/" + kInstallFolder + "/" + kHelperName + ".app";
+}
+
+ChildProcess runInstalledHelper() { return runApplication(makeHelper(kInstallFolder)); }
+
+std::vector<pid_t> processesOf(const std::string& path) {
+  namespace fs = std::filesystem;
+  std::vector<pid_t> processes;
+  for (const fs::directory_entry& entry : fs::directory_iterator("/proc")) {
+    std::error_code error;
+    const std::string name = entry.path().filename();
+    const fs::path executable = fs::read_symlink(entry.path() / "exe", error);
+    const bool isThere = !error && executable.string().starts_with(executableOf(path));
+    if (isThere && name.find_first_not_of("0123456789") == std::string::npos) {
+      processes.push_back(std::stoi(name));
+    }
+  }
+  return processes;
+}
+
+std::string preferencesPath(const std::string& identifier) {
+  return sandbox() + "/config/Preferences/" + identifier + ".plist";
+}
+
+platform::PropertyListDictionary hostDefaults() {
+  return platform::dictionaryWithContentsOfFile(preferencesPath("com.example.testhost"))
+      .value_or(platform::PropertyListDictionary());
+}
+
+void writeHelperPreferences(const platform::PropertyListDictionary& values) {
+  writeFile(preferencesPath(kHelperIdentifier), platform::xmlPropertyList(values));
+}
+
+}  // namespace support
