@@ -288,6 +288,7 @@ class BinaryReader {
       return std::nullopt;
     }
     table_ = static_cast<std::size_t>(table);
+    isOpen_.resize(static_cast<std::size_t>(count_));
     return value(number(trailer + 16, 8), 0);
   }
 
@@ -366,38 +367,45 @@ class BinaryReader {
 
   // An object that is referred to often costs as often: a small file can unfold beyond measure.
   bool spend(std::size_t length) {
-    constexpr std::size_t kObjectOverhead = 32;  // so that references to nothing cost something too
+    constexpr std::size_t kObjectOverhead =
+        128;  // so that references to nothing cost something too
     if (length + kObjectOverhead > budget_) return false;
     budget_ -= length + kObjectOverhead;
     return true;
   }
 
-  // The nesting limit is also what ends a cycle.
-  std::optional<PropertyListValue> value(std::uint64_t index, int depth) {
-    if (index >= count_ || depth > kMaximumPropertyListNesting) return std::nullopt;
-    const std::uint64_t at =
-        number(table_ + static_cast<std::size_t>(index) * offsetSize_, offsetSize_);
-    if (at < kHeaderSize || at >= table_) return std::nullopt;
+  std::optional<PropertyListValue> value(std::uint64_t reference, int depth) {
+    if (reference >= count_ || depth > kMaximumPropertyListNesting) return std::nullopt;
+    const auto index = static_cast<std::size_t>(reference);
+    const std::uint64_t at = number(table_ + index * offsetSize_, offsetSize_);
+    if (at < kHeaderSize || at >= table_ || isOpen_[index]) return std::nullopt;
     const auto object = objectAt(static_cast<std::size_t>(at));
     if (!object || !spend(object->length)) return std::nullopt;
-    switch (object->kind) {
+    isOpen_[index] = true;
+    auto result = valueOf(*object, depth);
+    isOpen_[index] = false;
+    return result;
+  }
+
+  std::optional<PropertyListValue> valueOf(const Object& object, int depth) {
+    switch (object.kind) {
       case kArray:
-        return array(*object, depth + 1);
+        return array(object, depth + 1);
       case kDictionary:
-        return dictionary(*object, depth + 1);
+        return dictionary(object, depth + 1);
       case kData: {
-        const auto* data = reinterpret_cast<const std::byte*>(bytes_.data()) + object->content;
-        return PropertyListValue::Data(data, data + object->length);
+        const auto* data = reinterpret_cast<const std::byte*>(bytes_.data()) + object.content;
+        return PropertyListValue::Data(data, data + object.length);
       }
       case kAscii:
-        return PropertyListValue(std::string(bytes_.substr(object->content, object->length)));
+        return PropertyListValue(std::string(bytes_.substr(object.content, object.length)));
       case kUtf16: {
-        auto text = utf8FromUtf16(bytes_.substr(object->content, object->length), true);
+        auto text = utf8FromUtf16(bytes_.substr(object.content, object.length), true);
         if (!text) return std::nullopt;
         return PropertyListValue(std::move(*text));
       }
       default:
-        return scalar(*object);
+        return scalar(object);
     }
   }
 
@@ -462,6 +470,7 @@ class BinaryReader {
   std::size_t referenceSize_ = 0;
   std::size_t table_ = 0;
   std::uint64_t count_ = 0;
+  std::vector<bool> isOpen_;  // the objects on the way to the present one
   std::size_t budget_ = 4 * kMaximumSettingsFileSize;
 };
 

