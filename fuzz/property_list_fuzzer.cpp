@@ -1,0 +1,72 @@
+// A property list or a strings file, of any form: read, written as XML and as a strings file, and
+// read again.
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+#include "fuzz/fuzz.h"
+#include "fuzz/property_lists.h"
+#include "platform/linux/atomic_file.h"
+#include "platform/linux/text_property_list.h"
+#include "platform/property_list.h"
+
+namespace {
+
+using fuzz::require;
+using platform::PropertyListDictionary;
+using platform::PropertyListValue;
+
+void requireReadBackFromXml(const PropertyListDictionary& dictionary) {
+  const std::string xml = platform::xmlPropertyList(dictionary);
+  if (xml.size() > platform::kMaximumSettingsFileSize) return;
+  const auto again = platform::propertyListFromBytes(xml);
+  require(again.has_value(), "what is written as XML can be read");
+  require(fuzz::asReadFromXml(*again) == fuzz::asReadFromXml(dictionary), "XML keeps every value");
+}
+
+void requireReadBackFromStringsFile(const PropertyListDictionary& dictionary) {
+  const std::string text = platform::descriptionInStringsFileFormat(dictionary);
+  const auto again = platform::propertyListFromBytes(text);
+  // A string whose bytes are no UTF-8 has no form in a strings file.
+  require(again.has_value() == fuzz::isUtf8(text), "what is written as strings file can be read");
+  if (!again) return;
+  require(again->dictionary() != nullptr && again->dictionary()->size() == dictionary.size(),
+          "a strings file has all entries");
+  require(platform::descriptionInStringsFileFormat(*again->dictionary()) == text,
+          "writing what was read from a strings file changes nothing");
+  const std::string path = fuzz::privateFolder() + "/Table.strings";
+  require(platform::writeTextToFileAsUTF16(text, path), "a strings file can be written");
+  require(platform::dictionaryWithContentsOfFile(path) == *again->dictionary(),
+          "a strings file is the same in UTF-16");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+  fuzz::privateFolder();
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  auto value = platform::propertyListFromBytes({reinterpret_cast<const char*>(data), size});
+  if (!value) return 0;
+  require(value->stringValue().has_value() == std::holds_alternative<std::string>(value->variant()),
+          "only a string has the value of one");
+  const fuzz::Measure measure = fuzz::measureOf(*value);
+  require(measure.depth <= platform::kMaximumPropertyListNesting + 1, "the nesting is bounded");
+  // A small binary list can unfold into one that takes long to write; and what is nested as deep as
+  // it may be has no room for the dictionary around it.
+  if (measure.count > 20'000 || measure.depth > platform::kMaximumPropertyListNesting - 2) return 0;
+  PropertyListDictionary dictionary;
+  if (value->dictionary() != nullptr) {
+    dictionary = std::move(*value->dictionary());
+  } else {
+    dictionary.emplace("value", std::move(*value));
+  }
+  requireReadBackFromXml(dictionary);
+  requireReadBackFromStringsFile(dictionary);
+  return 0;
+}
