@@ -57,7 +57,8 @@ bool isDirectory(const std::string& path) {
 // The entries of an open directory, without "." and "..".
 class DirectoryReader {
  public:
-  explicit DirectoryReader(ScopedFd fd) : stream_(fdopendir(fd.get())) {
+  // `errno` tells why a reader is not open, as it does for the descriptor.
+  explicit DirectoryReader(ScopedFd fd) : stream_(fd.isValid() ? fdopendir(fd.get()) : nullptr) {
     if (stream_) static_cast<void>(fd.release());
   }
   bool isOpen() const { return stream_ != nullptr; }
@@ -229,6 +230,7 @@ bool meansNotSupported(int code) {
 
 int copyContents(int source, int target, off_t size) {
   constexpr std::size_t kLargestChunk = std::size_t{1} << 30U;
+  if (size == 0) return copyByBuffer(source, target);  // or a file of unknown size
   off_t copied = 0;
   while (copied < size) {
     const ssize_t count = copy_file_range(source, nullptr, target, nullptr, kLargestChunk, 0);
