@@ -6,7 +6,12 @@ project_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 # What it takes to build and to test, as Debian names it.
 # shellcheck disable=SC2034  # for the scripts that source this file
-build_packages=(g++ cmake ninja-build pkg-config libglib2.0-dev libplist-dev libgtest-dev)
+build_packages=(
+  g++ cmake ninja-build pkg-config
+  libglib2.0-dev libplist-dev        # the library
+  libsqlite3-dev nlohmann-json3-dev  # the sample applications
+  libgtest-dev
+)
 
 say() {
   printf '==> %s\n' "$*"
