@@ -86,6 +86,7 @@ int supervise(char** argv) {
   const std::string executable = layOutBundle(sandbox);
   const pid_t test = fork();
   if (test == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     setEnvironment(sandbox);
     writeHostInfo(defaultHostInfo());
     execv(executable.c_str(), argv);
@@ -111,7 +112,6 @@ int supervise(char** argv) {
 
 int runSupervised(int argc, char** argv, int (*body)(int argc, char** argv)) {
   if (std::getenv("CLIENTCOMM_TEST_SANDBOX") == nullptr) return supervise(argv);
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
   int exitStatus = 0;
   if (runRole({argv + 1, argv + argc}, exitStatus)) return exitStatus;
   return body(argc, argv);

@@ -1,10 +1,13 @@
 #include "tests/support/test_helper.h"
 
+#include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <system_error>
 
+#include "ClientComm/TQHPAppleEventProcesser.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
 
@@ -12,6 +15,9 @@ namespace support {
 namespace {
 
 const Role idleRole(kIdleRole, [](const std::vector<std::string>& /*arguments*/) {
+  TQHPAppleEventProcesser::share();
+  std::puts("open");
+  std::fflush(stdout);
   for (;;) pause();
   return 0;
 });
@@ -19,7 +25,7 @@ const Role idleRole(kIdleRole, [](const std::vector<std::string>& /*arguments*/)
 }  // namespace
 
 std::string makeHelper(const std::string& folder, const std::string& version) {
-  return makeApplication(kHelperName, kHelperIdentifier, kIdleRole, {{"CFBundleVersion", version}},
+  return makeApplication(kHelperName, helperIdentifier(), kIdleRole, {{"CFBundleVersion", version}},
                          folder);
 }
 
@@ -27,7 +33,11 @@ std::string installedHelperPath() {
   return sandbox() + "/" + kInstallFolder + "/" + kHelperName + ".app";
 }
 
-ChildProcess runInstalledHelper() { return runApplication(makeHelper(kInstallFolder)); }
+ChildProcess runInstalledHelper() {
+  ChildProcess helper = runApplication(makeHelper(kInstallFolder));
+  EXPECT_EQ(helper.readLine(), "open");
+  return helper;
+}
 
 std::vector<pid_t> processesOf(const std::string& path) {
   namespace fs = std::filesystem;
@@ -54,7 +64,7 @@ platform::PropertyListDictionary hostDefaults() {
 }
 
 void writeHelperPreferences(const platform::PropertyListDictionary& values) {
-  writeFile(preferencesPath(kHelperIdentifier), platform::xmlPropertyList(values));
+  writeFile(preferencesPath(helperIdentifier()), platform::xmlPropertyList(values));
 }
 
 }  // namespace support

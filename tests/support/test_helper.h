@@ -12,10 +12,9 @@
 /// each other in files.
 namespace support {
 
-inline constexpr char kHelperIdentifier[] = "com.example.testhelper";
 inline constexpr char kHelperName[] = "Test Helper";
 
-/// A role for a helper that does nothing and ends by no command.
+/// A role for a helper that opens itself to events but never looks at one.
 inline constexpr char kIdleRole[] = "idle";
 
 /// Folders, relative to the private one, in which the helper lies.
@@ -28,7 +27,7 @@ std::string makeHelper(const std::string& folder, const std::string& version = "
 /// Where the installed helper lies.
 std::string installedHelperPath();
 
-/// Makes an installed helper and runs it as a child of the test.
+/// Makes an installed helper and runs it as a child of the test; it is open to events by then.
 ChildProcess runInstalledHelper();
 
 /// The processes that run the executable of the application at `path`.

@@ -25,13 +25,17 @@ const std::string& sandbox() {
 
 std::string hostBundlePath() { return sandbox() + "/TestHost.app"; }
 
+std::string helperIdentifier() {
+  return "com.example.testhelper." + std::filesystem::path(sandbox()).filename().string();
+}
+
 platform::PropertyListDictionary defaultHostInfo() {
   return {{"CFBundleIdentifier", "com.example.testhost"},
           {"CFBundleName", "Test Host"},
           {"CFBundleExecutable", "TestHost"},
           {"CFBundleVersion", "1.2.3"},
           {"PID", "P100"},
-          {"Helper Bundle indentifiter", "com.example.testhelper"},
+          {"Helper Bundle indentifiter", helperIdentifier()},
           {"Helepr App name", "Test Helper"},
           {"Helper loaction path", sandbox() + "/install"}};
 }

@@ -20,9 +20,13 @@ const std::string& sandbox();
 /// Path of the test's own bundle, the main bundle of the process.
 std::string hostBundlePath();
 
+/// The bundle identifier of the helper; another in each private folder, since tests run side by
+/// side and an application runs only once for a user.
+std::string helperIdentifier();
+
 /// The Info dictionary that the test's own bundle has unless a test changes it: identifier
 /// com.example.testhost, PID "P100", version "1.2.3", and the helper "Test Helper"
-/// (com.example.testhelper), to be installed in <sandbox>/install.
+/// (`helperIdentifier`), to be installed in <sandbox>/install.
 platform::PropertyListDictionary defaultHostInfo();
 
 /// Writes the Info.plist of the test's own bundle; only before the main bundle is first used.

@@ -422,7 +422,7 @@ TEST_F(HelperCommunicateTest, TheServerIsOpenWithoutAKeyADomainOrAReadableOne) {
   EXPECT_TRUE(controller().getDefaultHelperServerOpen()) << "no preferences at all";
   support::writeHelperPreferences({{"TQHPServerOpen", true}});
   EXPECT_TRUE(controller().getDefaultHelperServerOpen()) << "no such key";
-  support::writeFile(support::preferencesPath(support::kHelperIdentifier), "<plist><dict>");
+  support::writeFile(support::preferencesPath(support::helperIdentifier()), "<plist><dict>");
   EXPECT_TRUE(controller().getDefaultHelperServerOpen()) << "no property list";
 }
 

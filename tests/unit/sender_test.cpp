@@ -23,8 +23,6 @@ using platform::AppleEventDescriptor;
 using support::RecordedCall;
 using support::RecordingTransport;
 
-constexpr char kHelper[] = "com.example.testhelper";
-
 // 'utxt', 'list', 'bund', 'aevt' and '----'.
 constexpr platform::DescType kText = 0x75747874;
 constexpr platform::DescType kList = 0x6c697374;
@@ -32,8 +30,16 @@ constexpr platform::DescType kBundleID = 0x62756e64;
 constexpr platform::DescType kEvent = 0x61657674;
 constexpr platform::AEKeyword kDirectParameter = 0x2D2D2D2D;
 
+void writeHostInfoNaming(const std::string& helper) {
+  auto info = support::defaultHostInfo();
+  info.insert_or_assign("Helper Bundle indentifiter", helper);
+  support::writeHostInfo(info);
+}
+
 class SenderTest : public testing::Test {
  protected:
+  SenderTest() { writeHostInfoNaming("com.example.testhelper"); }
+
   /// The event of a call to `target`.
   AppleEventDescriptor eventTo(const OptionalString& target, const Arguments& arguments = {}) {
     sender().sendEvnet(target, "SomeClass", "some:selector:", arguments);
@@ -141,12 +147,12 @@ TEST_F(SenderTest, TheShortSendsAlwaysTargetTheHelper) {
   OptionalString result;
   for (const char* className : {"TQHPHelperControl", "com.example.other", ""}) {
     sender().sendEvnet(className, "s", Arguments{"a"});
-    EXPECT_EQ(recorder_.last().target, kHelper);
+    EXPECT_EQ(recorder_.last().target, "com.example.testhelper");
     EXPECT_EQ(recorder_.last().className, className);
     EXPECT_EQ(recorder_.last().sendMode, 1);
     EXPECT_EQ(recorder_.last().timeOut, -1);
     sender().sendEvnet(className, "s", Arguments{"a"}, &result);
-    EXPECT_EQ(recorder_.last().target, kHelper);
+    EXPECT_EQ(recorder_.last().target, "com.example.testhelper");
     EXPECT_EQ(recorder_.last().arguments, Arguments{"a"});
     EXPECT_EQ(recorder_.last().sendMode, 3);
     EXPECT_EQ(recorder_.last().timeOut, -2);
@@ -155,17 +161,16 @@ TEST_F(SenderTest, TheShortSendsAlwaysTargetTheHelper) {
 
 TEST_F(SenderTest, TheHelpersIdentifierIsReadOnce) {
   sender();
-  auto info = support::defaultHostInfo();
-  info.insert_or_assign("Helper Bundle indentifiter", "com.example.otherhelper");
-  support::writeHostInfo(info);
+  writeHostInfoNaming("com.example.otherhelper");
   sender().sendEvnet("C", "s", {});
-  EXPECT_EQ(recorder_.last().target, kHelper);
+  EXPECT_EQ(recorder_.last().target, "com.example.testhelper");
 }
 
 TEST_F(SenderTest, AHostThatNamesNoHelperSendsToNobody) {
   auto info = support::defaultHostInfo();
   info.erase("Helper Bundle indentifiter");
-  info.insert_or_assign("Helper Bundle Identifier", kHelper);  // no other spelling is looked up
+  info.insert_or_assign("Helper Bundle Identifier",
+                        "com.example.testhelper");  // no other spelling is looked up
   support::writeHostInfo(info);
   sender().sendEvnet("C", "s", {});
   EXPECT_EQ(recorder_.last().target, "");
@@ -299,6 +304,8 @@ const Service kServices[] = {
 
 class ServiceCallTest : public testing::TestWithParam<Service> {
  protected:
+  ServiceCallTest() { writeHostInfoNaming("com.example.testhelper"); }
+
   /// The call that the service sends for `arguments`.
   RecordedCall callWith(const OptionalArguments& arguments) {
     recorder_.forget();
@@ -326,7 +333,7 @@ class ServiceCallTest : public testing::TestWithParam<Service> {
 
 TEST_P(ServiceCallTest, CarriesItsClassItsSelectorAndItsArgumentsInOrder) {
   const RecordedCall call = callWith(distinctArguments());
-  EXPECT_EQ(call.target, kHelper);
+  EXPECT_EQ(call.target, "com.example.testhelper");
   EXPECT_EQ(call.className, GetParam().className);
   EXPECT_EQ(call.selector, GetParam().selector);
   EXPECT_EQ(call.arguments, withoutNil(distinctArguments()));

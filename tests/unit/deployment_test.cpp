@@ -1,0 +1,507 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "ClientComm/TQHPHelperCommunicate.h"
+#include "platform/property_list.h"
+#include "tests/support/recording_transport.h"
+#include "tests/support/test_application.h"
+#include "tests/support/test_helper.h"
+#include "tests/support/test_sandbox.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using platform::PropertyListDictionary;
+using platform::PropertyListValue;
+using support::installedHelperPath;
+using support::kInstallFolder;
+using support::kResourceFolder;
+using support::makeHelper;
+using support::RecordingTransport;
+
+using Strings = std::vector<std::string>;
+
+constexpr char kExit[] = "exitHelper:productVersion:";
+constexpr char kStart[] = "start:prodeuctVersion:";
+
+std::string resourceHelperPath() {
+  return support::sandbox() + "/" + kResourceFolder + "/" + support::kHelperName + ".app";
+}
+
+std::string infoPathOf(const std::string& bundle) { return bundle + "/Contents/Info.plist"; }
+
+/// The version that the bundle at `path` has on disk; nil without one.
+OptionalString versionOf(const std::string& path) {
+  const auto info = platform::dictionaryWithContentsOfFile(infoPathOf(path));
+  if (!info || !info->contains("CFBundleVersion")) return std::nullopt;
+  return info->at("CFBundleVersion").stringValue();
+}
+
+OptionalString installedVersion() { return versionOf(installedHelperPath()); }
+
+void writeInfoOf(const std::string& bundle, const std::string& key,
+                 const PropertyListValue& value) {
+  auto info = *platform::dictionaryWithContentsOfFile(infoPathOf(bundle));
+  info.insert_or_assign(key, value);
+  support::writeFile(infoPathOf(bundle), platform::xmlPropertyList(info));
+}
+
+void removeVersionOf(const std::string& bundle) {
+  auto info = *platform::dictionaryWithContentsOfFile(infoPathOf(bundle));
+  info.erase("CFBundleVersion");
+  support::writeFile(infoPathOf(bundle), platform::xmlPropertyList(info));
+}
+
+/// Writes the host's Info dictionary without any place for the helper, but with `keys`.
+void writeHostInfoWith(const PropertyListDictionary& keys) {
+  PropertyListDictionary info = support::defaultHostInfo();
+  info.erase("Helepr App name");
+  info.erase("Helepr loaction path");
+  info.erase("Helper loaction path");
+  for (const auto& [key, value] : keys) info.insert_or_assign(key, value);
+  support::writeHostInfo(info);
+}
+
+/// A file of the installed copy by which one copy is told from another.
+std::string markerPath() { return installedHelperPath() + "/Contents/marker"; }
+void markInstalledCopy() { support::writeFile(markerPath(), "untouched"); }
+bool isInstalledCopyUntouched() { return support::readFile(markerPath()) == "untouched"; }
+
+class DeploymentTest : public testing::Test {
+ protected:
+  TQHPHelperCommunicate& controller() { return TQHPHelperCommunicate::share(); }
+
+  /// Runs the installation by itself, as a host's start-up does before it launches anything.
+  void extract() {
+    controller();
+    recorder_.forget();
+    controller().extractHelper();
+  }
+
+  RecordingTransport& recorder_ = RecordingTransport::install();
+};
+
+// --- Installing ---
+
+TEST_F(DeploymentTest, TheStartUpInstallsLaunchesAndStartsTheHelper) {
+  makeHelper(kResourceFolder, "2.0");
+  controller();
+  EXPECT_EQ(installedVersion(), "2.0");
+  EXPECT_EQ(access(support::executableOf(installedHelperPath()).c_str(), X_OK), 0);
+  EXPECT_EQ(support::processesOf(installedHelperPath()).size(), 1U);
+  EXPECT_EQ(recorder_.selectors(), (Strings{kStart, "clientIDFormHelper"}));
+}
+
+TEST_F(DeploymentTest, TheInstallDirectoryIsMadeWithThoseAboveIt) {
+  const std::string directory = support::sandbox() + "/some/where/deep";
+  writeHostInfoWith(
+      {{"Helepr App name", support::kHelperName}, {"Helper loaction path", directory}});
+  makeHelper(kResourceFolder);
+  controller();
+  EXPECT_EQ(versionOf(directory + "/Test Helper.app"), "1.0");
+}
+
+TEST_F(DeploymentTest, TheInstalledCopyIsTheResourceCopyFileByFile) {
+  makeHelper(kResourceFolder);
+  const std::string resources = "/Contents/Resources";
+  support::writeFile(resourceHelperPath() + resources + "/en.lproj/Text.strings", "\"a\" = \"b\";");
+  fs::create_symlink("en.lproj", resourceHelperPath() + resources + "/default");
+  extract();
+  EXPECT_EQ(support::readFile(installedHelperPath() + resources + "/en.lproj/Text.strings"),
+            "\"a\" = \"b\";");
+  EXPECT_EQ(fs::read_symlink(installedHelperPath() + resources + "/default"), "en.lproj");
+}
+
+TEST_F(DeploymentTest, WithoutAHelperInTheBundleNothingIsInstalled) {
+  extract();
+  EXPECT_TRUE(fs::is_empty(support::sandbox() + "/install"));
+  EXPECT_FALSE(controller().launchHelepr());
+}
+
+TEST_F(DeploymentTest, ALaunchInstallsACopyThatIsMissing) {
+  makeHelper(kResourceFolder);
+  controller();
+  fs::remove_all(installedHelperPath());
+  EXPECT_TRUE(controller().launchHelepr());
+  EXPECT_EQ(installedVersion(), "1.0");
+}
+
+// --- Refreshing ---
+
+TEST_F(DeploymentTest, AnEqualVersionIsLeftUntouched) {
+  makeHelper(kResourceFolder, "1.0");
+  makeHelper(kInstallFolder, "1.0");
+  markInstalledCopy();
+  extract();
+  EXPECT_TRUE(isInstalledCopyUntouched());
+  EXPECT_EQ(recorder_.countOf(kExit), 0);
+}
+
+TEST_F(DeploymentTest, ANewerInstalledVersionIsLeftUntouched) {
+  makeHelper(kResourceFolder, "2.0");
+  makeHelper(kInstallFolder, "2.0.1");
+  markInstalledCopy();
+  extract();
+  EXPECT_TRUE(isInstalledCopyUntouched());
+  EXPECT_EQ(installedVersion(), "2.0.1");
+}
+
+TEST_F(DeploymentTest, AnOlderInstalledVersionIsReplacedWhole) {
+  makeHelper(kResourceFolder, "1.0.1");
+  makeHelper(kInstallFolder, "1.0");
+  markInstalledCopy();
+  extract();
+  EXPECT_EQ(installedVersion(), "1.0.1");
+  EXPECT_FALSE(fs::exists(markerPath())) << "nothing of the old copy is left";
+  EXPECT_EQ(recorder_.countOf(kExit), 0) << "none was running";
+}
+
+TEST_F(DeploymentTest, AnInstalledCopyWithoutAVersionIsReplacedByOneWithANumber) {
+  makeHelper(kResourceFolder, "0");
+  removeVersionOf(makeHelper(kInstallFolder));
+  extract();
+  EXPECT_EQ(installedVersion(), "0");
+}
+
+TEST_F(DeploymentTest, AnInstalledCopyWithoutAVersionIsNewerThanOneWithATextVersion) {
+  makeHelper(kResourceFolder, "beta");
+  removeVersionOf(makeHelper(kInstallFolder));
+  markInstalledCopy();
+  extract();
+  EXPECT_TRUE(isInstalledCopyUntouched());
+}
+
+TEST_F(DeploymentTest, AResourceCopyWithoutAVersionReplacesNone) {
+  removeVersionOf(makeHelper(kResourceFolder));
+  makeHelper(kInstallFolder, "0");
+  markInstalledCopy();
+  extract();
+  EXPECT_TRUE(isInstalledCopyUntouched());
+}
+
+TEST_F(DeploymentTest, AVersionThatIsNoTextCountsAsAbsent) {
+  writeInfoOf(makeHelper(kResourceFolder), "CFBundleVersion", 9);
+  makeHelper(kInstallFolder, "1.0");
+  markInstalledCopy();
+  extract();
+  EXPECT_TRUE(isInstalledCopyUntouched());
+}
+
+TEST_F(DeploymentTest, AResourceCopyWithACorruptInfoDictionaryReplacesNone) {
+  support::writeFile(infoPathOf(makeHelper(kResourceFolder, "2.0")), "<plist><dict><key>CFB");
+  makeHelper(kInstallFolder, "1.0");
+  markInstalledCopy();
+  extract();
+  EXPECT_TRUE(isInstalledCopyUntouched());
+}
+
+TEST_F(DeploymentTest, AnInstalledCopyWithACorruptInfoDictionaryIsReplaced) {
+  makeHelper(kResourceFolder, "1.0");
+  support::writeFile(infoPathOf(makeHelper(kInstallFolder, "1.0")), "<plist><dict><key>CFB");
+  extract();
+  EXPECT_EQ(installedVersion(), "1.0");
+}
+
+TEST_F(DeploymentTest, WhatLiesInThePlaceOfTheInstalledCopyIsReplaced) {
+  makeHelper(kResourceFolder, "1.0");
+  support::writeFile(installedHelperPath(), "a file, no bundle");
+  extract();
+  EXPECT_EQ(installedVersion(), "1.0");
+}
+
+// --- Ending a running older helper ---
+
+TEST_F(DeploymentTest, TheOldHelperIsRemovedThenToldToExitThenReplaced) {
+  makeHelper(kResourceFolder, "1.0.1");
+  const support::ChildProcess old = support::runInstalledHelper();
+  bool wasRemoved = false;
+  bool wasCopied = true;
+  recorder_.whenSending([&](const support::RecordedCall& call) {
+    if (call.selector != kExit) return;
+    wasRemoved = !fs::exists(infoPathOf(installedHelperPath())) && !fs::exists(markerPath());
+    wasCopied = fs::exists(installedHelperPath());
+  });
+  markInstalledCopy();
+  controller();
+  ASSERT_FALSE(recorder_.calls().empty());
+  EXPECT_EQ(recorder_.calls().front().selector, kExit);
+  EXPECT_EQ(recorder_.calls().front().className, "TQHPHelperControl");
+  EXPECT_EQ(recorder_.calls().front().arguments, (Strings{"P100", "1.2.3"}));
+  EXPECT_EQ(recorder_.countOf(kExit), 1);
+  EXPECT_TRUE(wasRemoved);
+  EXPECT_FALSE(wasCopied);
+  EXPECT_EQ(installedVersion(), "1.0.1");
+}
+
+TEST_F(DeploymentTest, AnOldHelperThatStillRunsAfterARefreshCountsAsRunning) {
+  makeHelper(kResourceFolder, "1.0.1");
+  const support::ChildProcess old = support::runInstalledHelper();
+  controller();
+  EXPECT_EQ(recorder_.selectors(), (Strings{kExit, kStart, "clientIDFormHelper"}));
+  EXPECT_EQ(support::processesOf(installedHelperPath()), std::vector<pid_t>{old.pid()})
+      << "the new copy is not opened beside it";
+}
+
+TEST_F(DeploymentTest, OnceTheOldHelperIsGoneTheRestartStepOpensTheNewCopy) {
+  makeHelper(kResourceFolder, "1.0.1");
+  support::ChildProcess old = support::runInstalledHelper();
+  controller();
+  old.signal(SIGKILL);
+  old.wait();
+  recorder_.setStatus("isAlive:prodeuctVersion:", -600);
+  EXPECT_EQ(controller().autoRestartHelper(), 0);
+  EXPECT_EQ(support::processesOf(installedHelperPath()).size(), 1U);
+}
+
+TEST_F(DeploymentTest, AHelperThatRunsFromElsewhereIsNotToldToExit) {
+  makeHelper(kResourceFolder, "1.0.1");
+  makeHelper(kInstallFolder, "1.0");
+  const support::ChildProcess elsewhere = support::runApplication(resourceHelperPath());
+  extract();
+  EXPECT_EQ(installedVersion(), "1.0.1");
+  EXPECT_EQ(recorder_.countOf(kExit), 0);
+}
+
+TEST_F(DeploymentTest, AnotherApplicationInTheInstalledPlaceIsNotToldToExit) {
+  makeHelper(kResourceFolder, "1.0.1");
+  writeInfoOf(makeHelper(kInstallFolder, "1.0"), "CFBundleIdentifier", "com.example.other");
+  const support::ChildProcess other = support::runApplication(installedHelperPath());
+  extract();
+  EXPECT_EQ(installedVersion(), "1.0.1");
+  EXPECT_EQ(recorder_.countOf(kExit), 0);
+}
+
+/// While it lives, the process is bound by file permissions even where it runs as root.
+class BoundByPermissions {
+ public:
+  BoundByPermissions() {
+    call(SYS_capget, before_);
+    auto without = before_;
+    without[0].effective &= ~(1U << CAP_DAC_OVERRIDE);
+    call(SYS_capset, without);
+  }
+  ~BoundByPermissions() { call(SYS_capset, before_); }
+  BoundByPermissions(const BoundByPermissions&) = delete;
+  BoundByPermissions& operator=(const BoundByPermissions&) = delete;
+
+ private:
+  using Sets = std::array<__user_cap_data_struct, 2>;
+
+  static void call(long number, Sets& sets) {
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    EXPECT_EQ(syscall(number, &header, sets.data()), 0);
+  }
+
+  Sets before_{};
+};
+
+/// A folder that nothing can be removed from or put into.
+class SealedFolder {
+ public:
+  explicit SealedFolder(std::string path) : path_(std::move(path)) {
+    fs::create_directories(path_);
+    chmod(path_.c_str(), 0555);
+  }
+  ~SealedFolder() { chmod(path_.c_str(), 0755); }
+  SealedFolder(const SealedFolder&) = delete;
+  SealedFolder& operator=(const SealedFolder&) = delete;
+
+ private:
+  std::string path_;
+};
+
+TEST_F(DeploymentTest, AFailedRemovalStillEndsTheOldHelperButCopiesNothing) {
+  makeHelper(kResourceFolder, "1.0.1");
+  const support::ChildProcess old = support::runInstalledHelper();
+  const SealedFolder sealed(support::sandbox() + "/install");
+  const BoundByPermissions bound;
+  controller();
+  EXPECT_EQ(recorder_.countOf(kExit), 1);
+  EXPECT_TRUE(fs::exists(installedHelperPath())) << "what could not be removed stays";
+  EXPECT_NE(installedVersion(), "1.0.1") << "nothing was copied over it";
+}
+
+TEST_F(DeploymentTest, AnInstallDirectoryThatCannotBeWrittenLeavesTheHelperUninstalled) {
+  makeHelper(kResourceFolder);
+  const SealedFolder sealed(support::sandbox() + "/install");
+  const BoundByPermissions bound;
+  controller();
+  EXPECT_FALSE(fs::exists(installedHelperPath()));
+  EXPECT_FALSE(controller().launchHelepr());
+  EXPECT_TRUE(recorder_.calls().empty());
+}
+
+TEST_F(DeploymentTest, AFileInThePlaceOfTheInstallDirectoryIsLeftAlone) {
+  makeHelper(kResourceFolder);
+  support::writeFile(support::sandbox() + "/install", "precious");
+  controller();
+  EXPECT_FALSE(controller().launchHelepr());
+  EXPECT_EQ(support::readFile(support::sandbox() + "/install"), "precious");
+  EXPECT_TRUE(recorder_.calls().empty());
+}
+
+// --- Launching ---
+
+TEST_F(DeploymentTest, AHelperThatRunsIsNotOpenedAgainButStarted) {
+  const support::ChildProcess helper = support::runInstalledHelper();
+  controller();
+  recorder_.forget();
+  EXPECT_TRUE(controller().launchHelepr());
+  EXPECT_EQ(recorder_.selectors(), (Strings{kStart, "clientIDFormHelper"}));
+  EXPECT_EQ(support::processesOf(installedHelperPath()), std::vector<pid_t>{helper.pid()});
+}
+
+TEST_F(DeploymentTest, AFailedStartIsStillASuccessfulLaunch) {
+  const support::ChildProcess helper = support::runInstalledHelper();
+  recorder_.setStatus(-600);
+  EXPECT_TRUE(controller().launchHelepr());
+}
+
+TEST_F(DeploymentTest, AHelperWithoutAnExecutableIsInstalledButNotLaunched) {
+  fs::remove(support::executableOf(makeHelper(kResourceFolder)));
+  controller();
+  EXPECT_EQ(installedVersion(), "1.0");
+  EXPECT_FALSE(controller().launchHelepr());
+  EXPECT_TRUE(recorder_.calls().empty()) << "no start command without a helper";
+}
+
+TEST_F(DeploymentTest, AHelperThatCannotBeExecutedIsNotLaunched) {
+  const std::string executable = support::executableOf(makeHelper(kResourceFolder));
+  fs::remove(executable);
+  support::writeFile(executable, "no program");
+  chmod(executable.c_str(), 0755);
+  controller();
+  EXPECT_FALSE(controller().launchHelepr());
+  EXPECT_TRUE(recorder_.calls().empty());
+}
+
+TEST_F(DeploymentTest, AFailedLaunchIsTheRestartStepsStatusOne) {
+  recorder_.setStatus("isAlive:prodeuctVersion:", -600);
+  EXPECT_EQ(controller().autoRestartHelper(), 1);
+}
+
+// --- Where the host wants its helper ---
+
+TEST_F(DeploymentTest, TheFirstKeysOfTheNameAndTheDirectoryAreUsed) {
+  makeHelper(kResourceFolder);
+  writeHostInfoWith({{"Helepr App name", support::kHelperName},
+                     {"Helper App name", "Wrong"},
+                     {"Helper loaction path", support::sandbox() + "/first"},
+                     {"Helper location path", support::sandbox() + "/second"}});
+  controller();
+  EXPECT_EQ(versionOf(support::sandbox() + "/first/Test Helper.app"), "1.0");
+  EXPECT_FALSE(fs::exists(support::sandbox() + "/second"));
+}
+
+TEST_F(DeploymentTest, TheSecondKeysAreUsedWhereTheFirstAreAbsent) {
+  makeHelper(kResourceFolder);
+  writeHostInfoWith({{"Helper App name", support::kHelperName},
+                     {"Helper location path", support::sandbox() + "/second"}});
+  controller();
+  EXPECT_EQ(versionOf(support::sandbox() + "/second/Test Helper.app"), "1.0");
+  EXPECT_EQ(support::processesOf(support::sandbox() + "/second/Test Helper.app").size(), 1U);
+}
+
+TEST_F(DeploymentTest, AFirstKeyThatIsNoTextCountsAsAbsent) {
+  makeHelper(kResourceFolder);
+  writeHostInfoWith({{"Helepr App name", 7},
+                     {"Helper App name", support::kHelperName},
+                     {"Helper loaction path", PropertyListValue::Array{"/nowhere"}},
+                     {"Helper location path", support::sandbox() + "/second"}});
+  controller();
+  EXPECT_EQ(versionOf(support::sandbox() + "/second/Test Helper.app"), "1.0");
+}
+
+TEST_F(DeploymentTest, ATildeIsTheUsersHomeFolderInEitherKey) {
+  makeHelper(kResourceFolder);
+  const std::string home = support::sandbox() + "/home/Helpers/Test Helper.app";
+  for (const char* key : {"Helper loaction path", "Helper location path"}) {
+    writeHostInfoWith({{"Helepr App name", support::kHelperName}, {key, "~/Helpers"}});
+    support::ChildProcess host = support::ChildProcess::fork([&] {
+      RecordingTransport::install();
+      TQHPHelperCommunicate::share();
+      return versionOf(home) == "1.0" ? 0 : 1;
+    });
+    EXPECT_EQ(host.wait(), 0) << key;
+    fs::remove_all(home);
+  }
+}
+
+TEST_F(DeploymentTest, WithoutANameNothingIsTouched) {
+  makeHelper(kResourceFolder);
+  writeHostInfoWith({{"Helper loaction path", support::sandbox() + "/install"}});
+  EXPECT_FALSE(controller().launchHelepr());
+  EXPECT_FALSE(fs::exists(support::sandbox() + "/install"));
+}
+
+TEST_F(DeploymentTest, WithoutADirectoryNothingIsTouched) {
+  makeHelper(kResourceFolder);
+  writeHostInfoWith({{"Helepr App name", support::kHelperName}});
+  const auto count = [] {
+    return std::distance(fs::recursive_directory_iterator(support::hostBundlePath()), {});
+  };
+  const auto before = count();
+  EXPECT_FALSE(controller().launchHelepr());
+  EXPECT_EQ(count(), before);
+  EXPECT_TRUE(recorder_.calls().empty());
+}
+
+TEST_F(DeploymentTest, AnEmptyNameOrDirectoryIsNothingToInstall) {
+  makeHelper(kResourceFolder);
+  const std::string install = support::sandbox() + "/install";
+  const PropertyListDictionary cases[] = {
+      {{"Helepr App name", ""}, {"Helper loaction path", install}},
+      {{"Helepr App name", support::kHelperName}, {"Helper loaction path", ""}}};
+  for (const PropertyListDictionary& keys : cases) {
+    writeHostInfoWith(keys);
+    support::ChildProcess host = support::ChildProcess::fork([] {
+      RecordingTransport::install();
+      return TQHPHelperCommunicate::share().launchHelepr() ? 1 : 0;
+    });
+    EXPECT_EQ(host.wait(), 0);
+  }
+  EXPECT_FALSE(fs::exists(install + "/.app"));
+  EXPECT_FALSE(fs::exists(installedHelperPath()));
+}
+
+TEST_F(DeploymentTest, AHelperWithoutAnIdentifierInTheHostsInfoIsInstalledAndOpened) {
+  makeHelper(kResourceFolder);
+  PropertyListDictionary info = support::defaultHostInfo();
+  info.erase("Helper Bundle indentifiter");
+  support::writeHostInfo(info);
+  EXPECT_TRUE(controller().launchHelepr());
+  EXPECT_EQ(support::processesOf(installedHelperPath()).size(), 1U);
+  EXPECT_EQ(recorder_.last().target, "") << "though no call can reach it";
+}
+
+// --- The first application in a folder ---
+
+TEST_F(DeploymentTest, TheFirstApplicationOfAFolderIsFoundByItsExactExtension) {
+  const std::string folder = support::sandbox() + "/folder";
+  support::writeFile(folder + "/Notes.txt", "");
+  fs::create_directories(folder + "/Tool.APP");
+  fs::create_directories(folder + "/Sub/Deep.app");
+  EXPECT_EQ(TQHPHelperCommunicate::appPath(folder), std::nullopt);
+  fs::create_directories(folder + "/Helper.app");
+  EXPECT_EQ(TQHPHelperCommunicate::appPath(folder), folder + "/Helper.app");
+}
+
+TEST_F(DeploymentTest, AnEmptyOrMissingFolderHasNoApplication) {
+  fs::create_directories(support::sandbox() + "/empty");
+  EXPECT_EQ(TQHPHelperCommunicate::appPath(support::sandbox() + "/empty"), std::nullopt);
+  EXPECT_EQ(TQHPHelperCommunicate::appPath(support::sandbox() + "/missing"), std::nullopt);
+  EXPECT_EQ(TQHPHelperCommunicate::appPath(""), std::nullopt);
+}
+
+}  // namespace
