@@ -10,8 +10,10 @@
 #include <charconv>
 #include <cstring>
 #include <new>
+#include <string_view>
 
 #include "platform/linux/process_ids.h"
+#include "platform/linux/process_text.h"
 #include "platform/process_table.h"
 
 namespace platform {
@@ -30,7 +32,8 @@ class EntryPath {
  public:
   EntryPath(pid_t pid, const char* name) noexcept {
     char* const end = std::to_chars(text_.data(), text_.data() + text_.size(), pid).ptr;
-    std::strncpy(end, name, static_cast<std::size_t>(text_.data() + text_.size() - 1 - end));
+    std::string_view(name).copy(end,
+                                static_cast<std::size_t>(text_.data() + text_.size() - 1 - end));
   }
   const char* c_str() const noexcept { return text_.data(); }
 
@@ -46,8 +49,7 @@ int readCommand(int command, char (&name)[MAXCOMLEN + 1]) noexcept {
   char text[256];
   const ssize_t length = read(command, text, sizeof text);
   if (length <= 0) return length < 0 ? errno : ESRCH;
-  const auto end = static_cast<std::size_t>(length) - (text[length - 1] == '\n' ? 1 : 0);
-  std::memcpy(name, text, std::min(end, MAXCOMLEN));
+  copyCommandName({text, static_cast<std::size_t>(length)}, name);
   return 0;
 }
 

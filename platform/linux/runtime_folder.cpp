@@ -46,7 +46,7 @@ const std::string& runtimeFolderPath() {
 
 ScopedFd openRuntimeFolder(bool create) noexcept {
   const std::string& path = runtimeFolderPath();
-  if (create && !makeFolder(path)) return ScopedFd();
+  if (create && !makeFolder(path)) return {};
   ScopedFd folder(open(path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!folder.isValid() || isPrivate(folder.get())) return folder;
   const int error = errno;

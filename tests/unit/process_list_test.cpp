@@ -6,11 +6,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ClientComm/TQHPProcessList.h"
@@ -98,7 +98,7 @@ class FakeTable {
   void add(std::int32_t pid, const char* command, std::uint32_t user) {
     kinfo_proc record = {};
     record.kp_proc.p_pid = pid;
-    std::strncpy(record.kp_proc.p_comm, command, platform::MAXCOMLEN);
+    std::string_view(command).copy(record.kp_proc.p_comm, platform::MAXCOMLEN);
     record.kp_eproc.e_ucred.cr_uid = user;
     records.push_back(record);
   }
