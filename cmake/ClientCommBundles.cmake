@@ -113,7 +113,7 @@ function(clientcomm_embed_helper host helper)
             "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/ClientCommMirror.cmake"
     COMMENT "Putting ${name}.app into ${host}"
     VERBATIM)
-  _clientcomm_add_bundle_files(${host} ${host}_helper "${embedded}/Contents/Info.plist")
+  _clientcomm_add_bundle_files(${host} ${host}_bundle_helper "${embedded}/Contents/Info.plist")
 endfunction()
 
 macro(_clientcomm_check_application_arguments target)
@@ -203,7 +203,7 @@ function(_clientcomm_write_info target)
     "<plist version=\"1.0\">\n<dict>\n")
   file(GENERATE OUTPUT "${generated}" CONTENT
     "${header}$<TARGET_PROPERTY:${target},CLIENTCOMM_BUNDLE_INFO></dict>\n</plist>\n")
-  _clientcomm_copy_files(${target} ${target}_info "${generated}" "Info.plist")
+  _clientcomm_copy_files(${target} ${target}_bundle_info "${generated}" "Info.plist")
 endfunction()
 
 # Gives the bundle its own copy of the library, under the name that the executable asks for.
@@ -243,7 +243,7 @@ function(_clientcomm_copy_resources target)
       list(APPEND pairs "${file}" "Resources/${name}")
     endforeach()
   endforeach()
-  _clientcomm_copy_files(${target} ${target}_resources ${pairs})
+  _clientcomm_copy_files(${target} ${target}_bundle_resources ${pairs})
 endfunction()
 
 # Copies files into the bundle, each when it is newer than its copy. <pairs> are a file and its place
