@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -16,6 +15,7 @@
 
 #include "platform/bundle.h"
 #include "platform/file_manager.h"
+#include "platform/linux/process_text.h"
 #include "platform/linux/runtime_folder.h"
 #include "platform/process_manager.h"
 #include "platform/property_list.h"
@@ -26,7 +26,7 @@ namespace {
 constexpr char kStartTimeKey[] = "StartTime";
 constexpr std::string_view kPrefix = "process.";
 constexpr std::string_view kDraftSuffix = ".new";
-constexpr std::size_t kLongestRecord = 256 * 1024;
+constexpr std::size_t kLongestRecord = std::size_t{256} * 1024;
 
 // The process that wrote a record and must remove it; a forked copy of it must not.
 std::atomic<pid_t> writer = 0;
@@ -36,17 +36,6 @@ std::string pathOfDescriptor(int descriptor) {
 }
 
 std::string recordName(pid_t pid) { return std::string(kPrefix) + std::to_string(pid); }
-
-// The process that the file called `name` stands for; 0 when it is no record and no draft of one.
-pid_t processOfRecord(std::string_view name) noexcept {
-  if (!name.starts_with(kPrefix)) return 0;
-  name.remove_prefix(kPrefix.size());
-  if (name.ends_with(kDraftSuffix)) name.remove_suffix(kDraftSuffix.size());
-  pid_t pid = 0;
-  const auto result = std::from_chars(name.data(), name.data() + name.size(), pid);
-  const bool isWhole = result.ec == std::errc() && result.ptr == name.data() + name.size();
-  return isWhole && pid > 0 ? pid : 0;
-}
 
 std::optional<std::string> readAll(int file) {
   std::string text;
@@ -109,17 +98,12 @@ std::optional<std::uint64_t> startTimeIn(const PropertyListDictionary& dictionar
 
 std::optional<CheckInRecord> readRecord(int folder, const std::string& name) {
   const auto bytes = readOwnFile(folder, name);
-  const auto list = bytes ? propertyListFromBytes(*bytes) : std::nullopt;
-  const auto* const dictionary = list ? list->dictionary() : nullptr;
-  const auto startTime = dictionary != nullptr ? startTimeIn(*dictionary) : std::nullopt;
-  if (!startTime) return std::nullopt;
-  return CheckInRecord{*startTime, textOf(*dictionary, kCFBundleIdentifierKey),
-                       textOf(*dictionary, kBundlePathKey), textOf(*dictionary, kCFBundleNameKey)};
+  return bytes ? checkInRecordFromBytes(*bytes) : std::nullopt;
 }
 
 void clearStaleRecords(int folder) {
   for (const std::string& name : contentsOfDirectoryAtPath(pathOfDescriptor(folder))) {
-    const pid_t pid = processOfRecord(name);
+    const pid_t pid = processOfRecordName(name);
     if (pid == 0) continue;
     const auto startTime = processStartTime(pid);
     // The draft of a live process is in the making.
@@ -181,6 +165,25 @@ std::optional<CheckInRecord> checkInRecordForPID(pid_t pid) {
   return record;
 }
 
+std::optional<CheckInRecord> checkInRecordFromBytes(std::string_view bytes) {
+  const auto list = propertyListFromBytes(bytes);
+  const auto* const dictionary = list ? list->dictionary() : nullptr;
+  const auto startTime = dictionary != nullptr ? startTimeIn(*dictionary) : std::nullopt;
+  if (!startTime) return std::nullopt;
+  return CheckInRecord{*startTime, textOf(*dictionary, kCFBundleIdentifierKey),
+                       textOf(*dictionary, kBundlePathKey), textOf(*dictionary, kCFBundleNameKey)};
+}
+
+pid_t processOfRecordName(std::string_view name) noexcept {
+  if (!name.starts_with(kPrefix)) return 0;
+  name.remove_prefix(kPrefix.size());
+  if (name.ends_with(kDraftSuffix)) name.remove_suffix(kDraftSuffix.size());
+  pid_t pid = 0;
+  const auto result = std::from_chars(name.data(), name.data() + name.size(), pid);
+  const bool isWhole = result.ec == std::errc() && result.ptr == name.data() + name.size();
+  return isWhole && pid > 0 ? pid : 0;
+}
+
 std::optional<std::uint64_t> processStartTime(pid_t pid) noexcept {
   std::array<char, 32> path = {};
   std::snprintf(path.data(), path.size(), "/proc/%d/stat", pid);
@@ -188,18 +191,7 @@ std::optional<std::uint64_t> processStartTime(pid_t pid) noexcept {
   std::array<char, 1024> text;
   const ssize_t length = file.isValid() ? read(file.get(), text.data(), text.size()) : -1;
   if (length <= 0) return std::nullopt;
-  std::string_view fields(text.data(), static_cast<std::size_t>(length));
-  // The second field, the command's name in brackets, may hold blanks and brackets itself.
-  fields.remove_prefix(std::min(fields.rfind(')'), fields.size()));
-  constexpr int kFieldsFromCommandToStartTime = 20;
-  for (int i = 0; i < kFieldsFromCommandToStartTime; ++i) {
-    const auto blank = fields.find(' ');
-    if (blank == std::string_view::npos) return std::nullopt;
-    fields.remove_prefix(blank + 1);
-  }
-  std::uint64_t startTime = 0;
-  const auto result = std::from_chars(fields.data(), fields.data() + fields.size(), startTime);
-  return result.ec == std::errc() ? std::optional(startTime) : std::nullopt;
+  return startTimeInStat({text.data(), static_cast<std::size_t>(length)});
 }
 
 }  // namespace platform

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 /// What a process says of itself when it opens to events, so that it is still known after its
 /// bundle was removed. It never overrides what the kernel and the bundle on disk say.
@@ -17,14 +18,21 @@ struct CheckInRecord {
   std::string bundleName;
 };
 
-/// Writes the record of this process into the runtime folder, removed when the process exits; clears
-/// away the records of processes that are gone. Does nothing outside a bundle, or in a process
-/// that has one already.
+/// Writes the record of this process into the runtime folder, removed when the process exits;
+/// clears away the records of processes that are gone. Does nothing outside a bundle, or in a
+/// process that has one already.
 void checkIn() noexcept;
 
 /// The record of the process `pid`; nothing when there is none, or it belongs to an earlier process
 /// of that ID.
 std::optional<CheckInRecord> checkInRecordForPID(pid_t pid);
+
+/// The record that a file of `bytes` holds; nothing when it holds none.
+std::optional<CheckInRecord> checkInRecordFromBytes(std::string_view bytes);
+
+/// The process that the file called `name` in the runtime folder is the record of, or the draft of
+/// one; 0 when it is neither.
+pid_t processOfRecordName(std::string_view name) noexcept;
 
 /// When the process `pid` was started, in clock ticks after boot; nothing when there is none.
 std::optional<std::uint64_t> processStartTime(pid_t pid) noexcept;

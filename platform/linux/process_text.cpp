@@ -1,0 +1,47 @@
+#include "platform/linux/process_text.h"
+
+#include <algorithm>
+#include <charconv>
+#include <system_error>
+
+namespace platform {
+namespace {
+
+bool takeSuffix(std::string_view& text, std::string_view suffix) noexcept {
+  if (!text.ends_with(suffix)) return false;
+  text.remove_suffix(suffix.size());
+  return true;
+}
+
+}  // namespace
+
+std::optional<std::uint64_t> startTimeInStat(std::string_view stat) noexcept {
+  // The second field, the command's name in brackets, may hold blanks and brackets itself.
+  stat.remove_prefix(std::min(stat.rfind(')'), stat.size()));
+  constexpr int kFieldsFromCommandToStartTime = 20;
+  for (int i = 0; i < kFieldsFromCommandToStartTime; ++i) {
+    const auto blank = stat.find(' ');
+    if (blank == std::string_view::npos) return std::nullopt;
+    stat.remove_prefix(blank + 1);
+  }
+  std::uint64_t startTime = 0;
+  const auto result = std::from_chars(stat.data(), stat.data() + stat.size(), startTime);
+  return result.ec == std::errc() ? std::optional(startTime) : std::nullopt;
+}
+
+void copyCommandName(std::string_view comm, char (&name)[MAXCOMLEN + 1]) noexcept {
+  if (comm.ends_with('\n')) comm.remove_suffix(1);
+  name[comm.copy(name, MAXCOMLEN)] = '\0';
+}
+
+std::string_view bundleOfExecutable(std::string_view path) noexcept {
+  constexpr std::string_view kExtension = ".app";
+  const auto slash = path.rfind('/');
+  if (!path.starts_with('/') || slash + 1 == path.size()) return {};
+  path = path.substr(0, slash);
+  if (!takeSuffix(path, "/Contents/Linux") && !takeSuffix(path, "/Contents/MacOS")) return {};
+  const std::string_view name = path.substr(path.rfind('/') + 1);
+  return name.size() > kExtension.size() && name.ends_with(kExtension) ? path : std::string_view();
+}
+
+}  // namespace platform

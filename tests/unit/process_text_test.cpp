@@ -1,0 +1,63 @@
+#include "platform/linux/process_text.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+
+namespace {
+
+using platform::bundleOfExecutable;
+using platform::startTimeInStat;
+
+std::string statOf(std::string_view command) {
+  return "4711 (" + std::string(command) +
+         ") S 1 4711 4711 0 -1 4194560 300 0 0 0 5 6 0 0 20 0 1 0 987654 10000 200\n";
+}
+
+std::string commandIn(std::string_view comm) {
+  char name[platform::MAXCOMLEN + 1];
+  platform::copyCommandName(comm, name);
+  return name;
+}
+
+TEST(ProcessText, FindsTheStartTimeBehindAnyCommandName) {
+  for (const char* command : {"host", "", ") S 1 2 3", "((", "))))", "a b c", "x\ny"}) {
+    EXPECT_EQ(startTimeInStat(statOf(command)), 987654U) << command;
+  }
+}
+
+TEST(ProcessText, HasNoStartTimeWhenCutShort) {
+  const std::string stat = statOf("host");
+  EXPECT_FALSE(startTimeInStat(""));
+  EXPECT_FALSE(startTimeInStat("4711"));
+  EXPECT_FALSE(startTimeInStat(stat.substr(0, stat.find("987654"))));
+  EXPECT_FALSE(startTimeInStat(stat.substr(0, stat.find(')') + 1)));
+}
+
+TEST(ProcessText, CutsACommandNameToItsRoomAndItsLineEnd) {
+  EXPECT_EQ(commandIn("host\n"), "host");
+  EXPECT_EQ(commandIn("two\nlines\n"), "two\nlines");
+  EXPECT_EQ(commandIn("0123456789abcdefghi\n"), "0123456789abcdef");
+  EXPECT_EQ(commandIn("\n"), "");
+  EXPECT_EQ(commandIn(""), "");
+}
+
+TEST(ProcessText, FindsTheApplicationThatEnclosesAnExecutable) {
+  EXPECT_EQ(bundleOfExecutable("/opt/Host.app/Contents/Linux/host"), "/opt/Host.app");
+  EXPECT_EQ(bundleOfExecutable("/opt/Host.app/Contents/MacOS/host"), "/opt/Host.app");
+  EXPECT_EQ(bundleOfExecutable("/a.app/Contents/Linux/b.app/Contents/Linux/c"),
+            "/a.app/Contents/Linux/b.app");
+}
+
+TEST(ProcessText, FindsNoApplicationWhereThereIsNone) {
+  for (const char* path :
+       {"", "/", "host", "/usr/bin/host", "/Contents/Linux/host", "/.app/Contents/Linux/host",
+        "/opt/Host.app/Contents/Linux/", "/opt/Host.app/Linux/host",
+        "/opt/Host/Contents/Linux/host", "Host.app/Contents/Linux/host",
+        "/opt/Host.app/Contents/Linux/more/host"}) {
+    EXPECT_EQ(bundleOfExecutable(path), "") << path;
+  }
+}
+
+}  // namespace
