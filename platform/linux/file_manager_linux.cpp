@@ -325,13 +325,14 @@ class TreeCopier {
 
   // The copy belongs to its maker, so that a mode that lends its owner's rights must not go along
   // with another's file.
-  static int applyModeAndTimes(int fd, const struct stat& status) {
-    const mode_t kept = status.st_uid == geteuid() ? 07777U : 0777U;
+  int applyModeAndTimes(int fd, const struct stat& status) const {
+    const mode_t kept = status.st_uid == maker_ ? 07777U : 0777U;
     if (fchmod(fd, status.st_mode & kept) != 0) return errno;
     const timespec times[] = {status.st_atim, status.st_mtim};
     return statusOf(futimens(fd, times));
   }
 
+  const uid_t maker_ = geteuid();
   dev_t rootDevice_ = 0;
   ino_t rootInode_ = 0;
 };
