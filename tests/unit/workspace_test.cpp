@@ -139,7 +139,13 @@ class Testimony {
       if (colon != std::string::npos) lines_[line.substr(0, colon)] = line.substr(colon + 2);
     }
   }
+  /// 0 when there is not exactly one witness.
   pid_t pid() const { return pid_; }
+  /// Ends the witness. To the system, ending process 0 would be ending all of the test's group.
+  void end() const {
+    if (pid_ > 0) kill(pid_, SIGKILL);
+    EXPECT_TRUE(support::waitUntil([] { return processesOf().empty(); }));
+  }
   std::string operator[](const std::string& key) const {
     const auto line = lines_.find(key);
     return line != lines_.end() ? line->second : "(nothing)";
@@ -209,6 +215,7 @@ TEST(WorkspaceLaunch, OutlivesTheHost) {
   ChildProcess host = ChildProcess::fork([&] { return openApplication(application) ? 0 : 1; });
   EXPECT_EQ(host.wait(), 0);
   const Testimony testimony;
+  ASSERT_GT(testimony.pid(), 0);
   EXPECT_EQ(kill(testimony.pid(), 0), 0);
 }
 
@@ -317,7 +324,7 @@ TEST(WorkspaceHost, MayHaveThreadsThatForkChildrenMeanwhile) {
       if (child == 0) {
         for (;;) pause();
       }
-      children.push_back(child);
+      if (child > 0) children.push_back(child);
     }
   });
   EXPECT_TRUE(openApplication(application));
@@ -438,9 +445,7 @@ TEST_F(WorkspaceFailure, LeavesTheNextLaunchWhole) {
   EXPECT_FALSE(openApplication(makeWithExecutable("#!/nowhere/interpreter\n", 0755)));
   fs::remove_all(support::sandbox() + "/apps");
   EXPECT_TRUE(openApplication(makeWitness()));
-  const Testimony testimony;
-  kill(testimony.pid(), SIGKILL);
-  EXPECT_TRUE(support::waitUntil([] { return processesOf().empty(); }));
+  Testimony().end();
 }
 
 // --- One instance per bundle identifier. ---
@@ -478,11 +483,10 @@ TEST(WorkspaceOneInstance, OneWhoseBundleWasReplacedMeanwhileCountsToo) {
 TEST(WorkspaceOneInstance, OneThatHasEndedDoesNot) {
   const std::string application = makeWitness();
   ASSERT_TRUE(openApplication(application));
-  const pid_t first = Testimony().pid();
-  kill(first, SIGKILL);
-  ASSERT_TRUE(support::waitUntil([] { return processesOf().empty(); }));
+  const Testimony first;
+  first.end();
   EXPECT_TRUE(openApplication(application));
-  EXPECT_NE(Testimony().pid(), first);
+  EXPECT_NE(Testimony().pid(), first.pid());
 }
 
 TEST(WorkspaceOneInstance, OneOfAnotherUserDoesNot) {
