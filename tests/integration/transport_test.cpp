@@ -166,7 +166,7 @@ TEST_F(Transport, SocketHeldOpenByAForkedChildIsNotARunningApplication) {
   target.wait();
   EXPECT_EQ(kill(platform::intValue(*child), 0), 0);
   EXPECT_EQ(send("note:", {"x"}), -600);
-  kill(platform::intValue(*child), SIGKILL);
+  support::sendSignal(platform::intValue(*child), SIGKILL);
 }
 
 TEST_F(Transport, RegularFileInThePlaceOfTheEndpointIsNoApplication) {
@@ -276,7 +276,7 @@ TEST_F(Transport, ApplicationThatDiesDuringAQueryDoesNotLeaveTheCallerWaiting) {
   ChildProcess target = launch();
   ChildProcess killer = ChildProcess::fork([&] {
     support::waitUntil([] { return false; }, milliseconds(200));
-    kill(target.pid(), SIGKILL);
+    target.signal(SIGKILL);
     return 0;
   });
   OSErr status = 0;
@@ -290,7 +290,7 @@ TEST_F(Transport, ApplicationThatDiesWithoutHavingAcceptedAQueryDoesNotLeaveTheC
   target.signal(SIGSTOP);
   ChildProcess killer = ChildProcess::fork([&] {
     support::waitUntil([] { return false; }, milliseconds(200));
-    kill(target.pid(), SIGKILL);
+    target.signal(SIGKILL);
     return 0;
   });
   OSErr status = 0;

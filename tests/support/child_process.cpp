@@ -12,6 +12,14 @@
 
 namespace support {
 
+void sendSignal(pid_t pid, int number) {
+  if (pid <= 0) {
+    ADD_FAILURE() << "no process to send signal " << number << " to";
+    return;
+  }
+  kill(pid, number);
+}
+
 ChildProcess ChildProcess::spawn(const std::vector<std::string>& arguments) {
   int input[2];
   int output[2];
@@ -60,7 +68,7 @@ ChildProcess::~ChildProcess() {
   if (output_ >= 0) close(output_);
 }
 
-void ChildProcess::signal(int number) const { kill(pid_, number); }
+void ChildProcess::signal(int number) const { sendSignal(pid_, number); }
 
 void ChildProcess::write(const std::string& text) const {
   EXPECT_EQ(::write(input_, text.data(), text.size()), static_cast<ssize_t>(text.size()));

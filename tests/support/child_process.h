@@ -9,6 +9,10 @@
 
 namespace support {
 
+/// Sends the signal to the process `pid`, and to nothing else: 0 and negative numbers, which stand
+/// for groups of processes and, for root, for every process there is, fail the test instead.
+void sendSignal(pid_t pid, int number);
+
 /// A process that a test started and that ends with the test, at the latest.
 class ChildProcess {
  public:
