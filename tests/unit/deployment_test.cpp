@@ -1,18 +1,14 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/capability.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
-#include <array>
-#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "platform/property_list.h"
+#include "tests/support/permissions.h"
 #include "tests/support/recording_transport.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_helper.h"
@@ -282,50 +278,11 @@ TEST_F(DeploymentTest, AnotherApplicationInTheInstalledPlaceIsNotToldToExit) {
   EXPECT_EQ(recorder_.countOf(kExit), 0);
 }
 
-/// While it lives, the process is bound by file permissions even where it runs as root.
-class BoundByPermissions {
- public:
-  BoundByPermissions() {
-    call(SYS_capget, before_);
-    auto without = before_;
-    without[0].effective &= ~(1U << CAP_DAC_OVERRIDE);
-    call(SYS_capset, without);
-  }
-  ~BoundByPermissions() { call(SYS_capset, before_); }
-  BoundByPermissions(const BoundByPermissions&) = delete;
-  BoundByPermissions& operator=(const BoundByPermissions&) = delete;
-
- private:
-  using Sets = std::array<__user_cap_data_struct, 2>;
-
-  static void call(long number, Sets& sets) {
-    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-    EXPECT_EQ(syscall(number, &header, sets.data()), 0);
-  }
-
-  Sets before_{};
-};
-
-/// A folder that nothing can be removed from or put into.
-class SealedFolder {
- public:
-  explicit SealedFolder(std::string path) : path_(std::move(path)) {
-    fs::create_directories(path_);
-    chmod(path_.c_str(), 0555);
-  }
-  ~SealedFolder() { chmod(path_.c_str(), 0755); }
-  SealedFolder(const SealedFolder&) = delete;
-  SealedFolder& operator=(const SealedFolder&) = delete;
-
- private:
-  std::string path_;
-};
-
 TEST_F(DeploymentTest, AFailedRemovalStillEndsTheOldHelperButCopiesNothing) {
   makeHelper(kResourceFolder, "1.0.1");
   const support::ChildProcess old = support::runInstalledHelper();
-  const SealedFolder sealed(support::sandbox() + "/install");
-  const BoundByPermissions bound;
+  const support::SealedFolder sealed(support::sandbox() + "/install");
+  const support::BoundByPermissions bound;
   controller();
   EXPECT_EQ(recorder_.countOf(kExit), 1);
   EXPECT_TRUE(fs::exists(installedHelperPath())) << "what could not be removed stays";
@@ -334,8 +291,8 @@ TEST_F(DeploymentTest, AFailedRemovalStillEndsTheOldHelperButCopiesNothing) {
 
 TEST_F(DeploymentTest, AnInstallDirectoryThatCannotBeWrittenLeavesTheHelperUninstalled) {
   makeHelper(kResourceFolder);
-  const SealedFolder sealed(support::sandbox() + "/install");
-  const BoundByPermissions bound;
+  const support::SealedFolder sealed(support::sandbox() + "/install");
+  const support::BoundByPermissions bound;
   controller();
   EXPECT_FALSE(fs::exists(installedHelperPath()));
   EXPECT_FALSE(controller().launchHelepr());
