@@ -28,6 +28,7 @@ void stay(tour::Stage& stage, tour::Printer& printer) {
 
 int run(bool once, tour::Printer& printer) {
   tour::Stage stage;
+  bool isComplete = false;
   try {
     tour::Tour tour(stage, printer);
     tour.takeLife();
@@ -37,11 +38,12 @@ int run(bool once, tour::Printer& printer) {
     std::snprintf(summary, sizeof summary, "%d steps, all of them held, in %.1f s",
                   printer.stepCount(), printer.elapsedSeconds());
     printer.heading(summary);
+    isComplete = true;
     if (!once) stay(stage, printer);
     return 0;
   } catch (const tour::Interrupted&) {
     printer.note("\nEnded; nothing is left behind.");
-    return once ? 130 : 0;
+    return isComplete ? 0 : 130;
   } catch (const std::exception& error) {
     printer.failure(error.what());
     return 1;

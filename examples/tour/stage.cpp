@@ -14,6 +14,8 @@
 #include <fstream>
 #include <set>
 
+#include "platform/property_list.h"
+
 namespace tour {
 namespace {
 
@@ -47,6 +49,23 @@ std::string makeFolder() {
   std::string path = (fs::temp_directory_path() / "clientcomm-tour-XXXXXX").string();
   if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("cannot make a private folder");
   return path;
+}
+
+void rewriteInfo(const fs::path& bundle, const std::string& key, const std::string& value) {
+  const std::string path = (bundle / "Contents/Info.plist").string();
+  auto info = platform::dictionaryWithContentsOfFile(path);
+  if (!info) throw std::runtime_error("cannot read " + path);
+  (*info)[key] = value;
+  if (!platform::writeDictionaryToFile(*info, path))
+    throw std::runtime_error("cannot write " + path);
+}
+
+// One helper of an identifier runs for a user, wherever it was installed. The tour's own has an
+// identifier of its own, so that another tour, or the samples themselves, can run beside it.
+void makePrivate(const fs::path& host, const std::string& suffix) {
+  const std::string identifier = "com.example.samplehelper." + suffix;
+  rewriteInfo(host, "Helper Bundle indentifiter", identifier);
+  rewriteInfo(host / "Contents/Resources/SampleHelper.app", "CFBundleIdentifier", identifier);
 }
 
 int exitStatus(int status) {
@@ -94,6 +113,7 @@ HostProcess& Stage::startHost(const std::string& builtBundle) {
   if (!fs::exists(copy)) {
     fs::create_directories(copy.parent_path());
     fs::copy(built, copy, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    makePrivate(copy, fs::path(folder_).filename().string());
   }
   hosts_.push_back(std::make_unique<HostProcess>(copy.string()));
   return *hosts_.back();
