@@ -288,6 +288,25 @@ TEST_F(SampleOutbox, AFileIsCopiedWholeWithItsChecksum) {
   EXPECT_EQ(support::readFile(content_), bytes);
 }
 
+TEST_F(SampleOutbox, ALargeFileIsCopiedInPiecesSoThatNoCallWaitsForItsEnd) {
+  constexpr std::uintmax_t kSize = 5 << 20;
+  support::writeFile(folder("file"), std::string(kSize, 'x'));
+  take(folder("file"));
+  const std::string name = journal_.openDeliveries().at(0).name;
+  const std::string partial = outbox_.folder() + "/.partial-" + name + "/content";
+  std::uintmax_t copied = 0;
+  int pieces = 0;
+  for (; copied < kSize; ++pieces) {
+    ASSERT_TRUE(outbox_.work());
+    const std::uintmax_t now = fs::file_size(partial);
+    EXPECT_GT(now, copied);
+    EXPECT_LE(now - copied, 1U << 20);
+    copied = now;
+  }
+  EXPECT_EQ(pieces, 5);
+  EXPECT_FALSE(fs::exists(outbox_.folder() + "/" + name));
+}
+
 TEST_F(SampleOutbox, AnEmptyFileIsDeliveredAsSuch) {
   support::writeFile(folder("file"), "");
   const json record = deliver(folder("file"));

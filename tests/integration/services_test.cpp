@@ -316,15 +316,6 @@ TEST_F(HelperServices, TheSwitchOfAProductHoldsForRecordsFiledUnderAnotherID) {
   EXPECT_EQ(now["refusedRecords"], 1);
 }
 
-TEST_F(HelperServices, ALargeUploadKeepsNoQueryWaitingForItsEnd) {
-  support::writeFile(sandbox() + "/large.log", std::string(24 << 20, 'x'));
-  TQHPUploadByHelper::share().uploadLog("P100", kVersion, "", sandbox() + "/large.log", "", "");
-  ASSERT_TRUE(TQHPGetDataByHelper::share().clientIDFormHelper());
-  EXPECT_EQ(deliveries("log").size(), 0U);
-  EXPECT_TRUE(waitForState([](const Json& now) { return now["deliveries"][0]["done"] == true; }));
-  EXPECT_EQ(deliveries("log").at(0)["size"], 24 << 20);
-}
-
 TEST_F(HelperServices, ASuitePageOfTheProductsOwnGoesBeforeTheGeneralOne) {
   TQHPUploadByHelper& proxy = TQHPUploadByHelper::share();
   const std::string own = dataFolder() + "/SuiteInfo/P100.json";
