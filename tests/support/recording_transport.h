@@ -63,6 +63,8 @@ class RecordingTransport : public platform::AppleEventTransport {
   }
   /// The text with which calls of `selector` are answered; without one the reply is empty.
   void setReply(const std::string& selector, const std::string& text) { replies_[selector] = text; }
+  /// The process that takes what is sent from now on; another number is another process.
+  void setRecipient(std::uint64_t process) { recipient_ = process; }
   /// Runs `action` in the middle of every send, after it was recorded.
   void whenSending(std::function<void(const RecordedCall&)> action) {
     whenSending_ = std::move(action);
@@ -79,6 +81,7 @@ class RecordingTransport : public platform::AppleEventTransport {
   platform::OSErr send(const platform::AppleEventDescriptor& event,
                        platform::AppleEventDescriptor& reply, platform::AESendMode sendMode,
                        std::int32_t timeOutInTicks) override;
+  std::uint64_t lastRecipient() const override { return recipient_; }
   platform::OSErr startReceiving(Receiver receiver) override;
   void stopReceiving() override { receiver_ = nullptr; }
 
@@ -88,6 +91,7 @@ class RecordingTransport : public platform::AppleEventTransport {
   std::map<std::string, platform::OSErr> statuses_;
   std::map<std::string, std::string> replies_;
   std::function<void(const RecordedCall&)> whenSending_;
+  std::uint64_t recipient_ = 1;
   Receiver receiver_;
 };
 

@@ -290,6 +290,14 @@ TEST_F(HelperCommunicateTest, AStopMakesItNotStartedWhateverItsStatus) {
   EXPECT_FALSE(isStarted());
 }
 
+TEST_F(HelperCommunicateTest, AnotherProcessOfTheHelperHasNotBeenStarted) {
+  startedController();
+  recorder_.setRecipient(2);  // another host has launched it anew
+  EXPECT_EQ(sentBy([this] { EXPECT_EQ(controller().isAliveHelper(), 0); }),
+            (Strings{kIsAlive, kStart, kClientID}));
+  EXPECT_TRUE(isStarted());
+}
+
 TEST_F(HelperCommunicateTest, TheHelpersExitNoticeMakesItNotStarted) {
   startedController();
   const support::Answer answer = recorder_.call("TQHPHelperControl", "helperExitNotify:", {"x"});
