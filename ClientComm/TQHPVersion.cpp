@@ -1,5 +1,8 @@
 #include "ClientComm/TQHPVersion.h"
 
+#include <algorithm>
+#include <cstdint>
+
 #include "platform/text.h"
 
 namespace {
@@ -16,12 +19,38 @@ VersionComponentType typeOf(char32_t character) {
   return isDigit ? VersionComponentType::kDigits : VersionComponentType::kOther;
 }
 
+VersionComponentType typeOfAscii(char byte) {
+  if (byte == '.') return VersionComponentType::kDot;
+  return byte >= '0' && byte <= '9' ? VersionComponentType::kDigits : VersionComponentType::kOther;
+}
+
 VersionComponentType takeType(std::string_view& text) {
   const char byte = text.front();
   if (!isAscii(byte)) return typeOf(platform::takeCharacter(text));
   text.remove_prefix(1);
-  if (byte == '.') return VersionComponentType::kDot;
-  return byte >= '0' && byte <= '9' ? VersionComponentType::kDigits : VersionComponentType::kOther;
+  return typeOfAscii(byte);
+}
+
+// What both begin with decides nothing. What is compared starts behind its last dot, as a dot is a
+// component of its own wherever it stands.
+void skipCommonBeginning(std::string_view& first, std::string_view& second) {
+  const auto end = std::mismatch(first.begin(), first.end(), second.begin(), second.end()).first;
+  const auto common = first.substr(0, static_cast<std::size_t>(end - first.begin()));
+  const std::size_t dot = common.rfind('.');
+  if (dot == std::string_view::npos) return;
+  first.remove_prefix(dot + 1);
+  second.remove_prefix(dot + 1);
+}
+
+// The value of a run of digits; almost always it is short and in ASCII.
+std::int32_t valueOf(std::string_view digits) {
+  constexpr std::size_t kShort = 9;
+  std::int32_t value = 0;
+  for (const char digit : digits) {
+    if (digits.size() > kShort || !isAscii(digit)) return platform::intValue(digits);
+    value = value * 10 + (digit - '0');
+  }
+  return value;
 }
 
 // The order of a character by its first UTF-16 unit: one beyond the first 65,536 begins with a
@@ -54,8 +83,8 @@ int compareComponents(const VersionComponent& a, const VersionComponent& b) {
   }
   if (a.type == kDot) return 0;
   if (a.type == kOther) return compareByUnit(a.text, b.text);
-  const auto valueA = platform::intValue(a.text);
-  const auto valueB = platform::intValue(b.text);
+  const std::int32_t valueA = valueOf(a.text);
+  const std::int32_t valueB = valueOf(b.text);
   return valueA == valueB ? 0 : (valueA < valueB ? -1 : 1);
 }
 
@@ -66,6 +95,11 @@ bool VersionReader::next(VersionComponent& component) {
   const std::string_view start = rest_;
   component.type = takeType(rest_);
   while (component.type != VersionComponentType::kDot && !rest_.empty()) {
+    if (isAscii(rest_.front())) {
+      if (typeOfAscii(rest_.front()) != component.type) break;
+      rest_.remove_prefix(1);
+      continue;
+    }
     std::string_view ahead = rest_;
     if (takeType(ahead) != component.type) break;
     rest_ = ahead;
@@ -75,6 +109,8 @@ bool VersionReader::next(VersionComponent& component) {
 }
 
 int compareVersionStrings(std::string_view first, std::string_view second) {
+  if (first == second) return 0;
+  skipCommonBeginning(first, second);
   VersionReader readerA(first);
   VersionReader readerB(second);
   for (;;) {

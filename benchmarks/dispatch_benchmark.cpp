@@ -98,27 +98,24 @@ std::size_t decodeAndReply(const std::string& bytes, const AppleEventDescriptor&
   return out.size();
 }
 
-void dispatchByLibrary(benchmark::State& state, int count) {
+std::function<void()> dispatchByLibrary(int count) {
   platform::registerClass(Counter::staticClass());
   TQHPAppleEventProcesser::share();
   const std::string bytes =
       flattened(support::callEvent(kClassName, "count" + std::to_string(count), texts(count)));
-  const AppleEventDescriptor address = ownAddress();
-  std::string out;
-  for ([[maybe_unused]] auto iteration : state) {
+  return [bytes, address = ownAddress(), out = std::string()]() mutable {
     benchmark::DoNotOptimize(decodeAndReply(bytes, address, out));
-  }
+  };
 }
 
-void callDirectly(benchmark::State& state, int count) {
+std::function<void()> callDirectly(int count) {
+  const auto counter = std::make_shared<Counter>();
   const std::vector<std::string> arguments = texts(count);
-  Counter counter;
-  std::vector<OptionalString> copies(arguments.size());
-  for ([[maybe_unused]] auto iteration : state) {
+  return [counter, arguments, copies = std::vector<OptionalString>(arguments.size())]() mutable {
     for (std::size_t i = 0; i < arguments.size(); ++i) copies[i].emplace(arguments[i]);
-    benchmark::DoNotOptimize(counter.count(copies));
+    benchmark::DoNotOptimize(counter->count(copies));
     for (auto& copy : copies) copy.reset();
-  }
+  };
 }
 
 /// Two ends of a connection without a bus between them.
@@ -199,10 +196,9 @@ Sample dispatchByBus(int count) {
 void registerDispatchBenchmarks(const Plan& plan) {
   for (const int count : kCounts) {
     const std::string row = "dispatch/" + std::to_string(count);
-    registerLoop(plan, row + "/clientcomm",
-                 [count](benchmark::State& state) { dispatchByLibrary(state, count); });
-    registerLoop(plan, row + "/floor",
-                 [count](benchmark::State& state) { callDirectly(state, count); });
+    const int calls = count < 100 ? 100 : 5;
+    registerShort(plan, row + "/clientcomm", calls, [count] { return dispatchByLibrary(count); });
+    registerShort(plan, row + "/floor", calls, [count] { return callDirectly(count); });
     registerSampled(plan, row + "/alternative", 2000, [count] { return dispatchByBus(count); });
   }
 }

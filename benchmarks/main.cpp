@@ -25,9 +25,16 @@ int runBenchmarks(int argc, char** argv) {
   bench::registerSendBenchmarks(plan);
   bench::registerQueryBenchmarks(plan);
   bench::registerDispatchBenchmarks(plan);
+  bench::registerLargeArgumentBenchmarks(plan);
+  bench::registerManySendersBenchmarks(plan);
+  bench::registerVersionBenchmarks(plan);
+  bench::registerInstallBenchmarks(plan);
+  bench::registerProductBenchmarks(plan);
+  bench::registerProcessListBenchmarks(plan);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
   benchmark::RunSpecifiedBenchmarks();
+  bench::endOtherProcesses();
   return 0;
 }
 

@@ -57,12 +57,11 @@ Sample toHeldStill(Peer& peer, int count, Send send) {
     const std::uint64_t before = peer.handled.value();
     peer.process.signal(SIGSTOP);
     spinFor(microseconds(1000));
-    const auto start = Clock::now();
-    for (int i = 0; i < count; ++i) timed(send);
-    const double seconds = secondsSince(start) / count;
+    std::vector<double> seconds;
+    for (int i = 0; i < count; ++i) seconds.push_back(timed(send));
     peer.process.signal(SIGCONT);
     peer.waitForCalls(before, static_cast<std::uint64_t>(count));
-    return seconds;
+    return median(seconds);
   };
 }
 

@@ -9,28 +9,26 @@
 namespace bench {
 namespace {
 
-constexpr double kShortestLoop = 0.1;  // seconds
-
-void setProcessors(const cpu_set_t& processors) {
-  sched_setaffinity(0, sizeof processors, &processors);
-}
+constexpr int kSamplesOfShort = 500;
 
 int processorCount() { return static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN)); }
 
 }  // namespace
 
-void pinTo(int processor) {
+void pinTo(int processor) { pin(0, processor); }
+
+void pin(pid_t process, int processor) {
   cpu_set_t processors;
   CPU_ZERO(&processors);
   CPU_SET(static_cast<std::size_t>(std::min(processor, processorCount() - 1)), &processors);
-  setProcessors(processors);
+  sched_setaffinity(process, sizeof processors, &processors);
 }
 
 void unpin() {
   cpu_set_t processors;
   CPU_ZERO(&processors);
   for (int i = 0; i < processorCount(); ++i) CPU_SET(static_cast<std::size_t>(i), &processors);
-  setProcessors(processors);
+  sched_setaffinity(0, sizeof processors, &processors);
 }
 
 void spinFor(std::chrono::nanoseconds duration) {
@@ -65,18 +63,15 @@ void registerSampled(const Plan& plan, const std::string& name, int samples,
       ->Unit(benchmark::kNanosecond);
 }
 
-void registerLoop(const Plan& plan, const std::string& name,
-                  const std::function<void(benchmark::State&)>& loop) {
-  auto* const registered = benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) {
-    pinTo(kSenderProcessor);
-    loop(state);
+void registerShort(const Plan& plan, const std::string& name, int count,
+                   const std::function<std::function<void()>()>& makeOperation) {
+  registerSampled(plan, name, kSamplesOfShort, [=] {
+    return [count, operation = makeOperation()] {
+      const auto start = Clock::now();
+      for (int i = 0; i < count; ++i) operation();
+      return secondsSince(start) / count;
+    };
   });
-  registered->Repetitions(plan.repetitions)->Unit(benchmark::kNanosecond);
-  if (plan.isSmoke) {
-    registered->Iterations(3);
-  } else {
-    registered->MinTime(kShortestLoop);
-  }
 }
 
 }  // namespace bench

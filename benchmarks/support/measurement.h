@@ -1,6 +1,7 @@
 #pragma once
 
 #include <benchmark/benchmark.h>
+#include <sys/types.h>
 
 #include <chrono>
 #include <functional>
@@ -18,6 +19,8 @@ inline constexpr int kReceiverProcessor = 1;
 /// Lets the calling process run on `processor` only; on a machine that has no such processor, on
 /// its last one.
 void pinTo(int processor);
+/// The same for another process.
+void pin(pid_t process, int processor);
 /// Lets the calling process, and what it starts, run on every processor.
 void unpin();
 
@@ -41,8 +44,9 @@ using Sample = std::function<double()>;
 void registerSampled(const Plan& plan, const std::string& name, int samples,
                      const std::function<Sample()>& makeSample);
 
-/// Registers a benchmark in the ordinary form, which loops over its state.
-void registerLoop(const Plan& plan, const std::string& name,
-                  const std::function<void(benchmark::State&)>& loop);
+/// Registers a benchmark of something that is too short for a sample of its own: a sample is
+/// `count` of what `makeOperation` gives, and the figure is that of one of them.
+void registerShort(const Plan& plan, const std::string& name, int count,
+                   const std::function<std::function<void()>()>& makeOperation);
 
 }  // namespace bench

@@ -1,4 +1,5 @@
 #include <poll.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -40,8 +41,20 @@ const sockaddr_un& serverAddress() {
   return address;
 }
 
+// The client's packet follows its connection at once: not to sleep for it is the fastest.
+ssize_t receive(int client) {
+  constexpr std::chrono::microseconds kPatience(20);
+  const auto end = Clock::now() + kPatience;
+  do {
+    const ssize_t size = recv(client, packet, sizeof packet, MSG_DONTWAIT);
+    if (size >= 0) return size;
+    sched_yield();
+  } while (Clock::now() < end);
+  return recv(client, packet, sizeof packet, 0);
+}
+
 void serve(int client, const SharedCounter& handled) {
-  const ssize_t size = recv(client, packet, sizeof packet, 0);
+  const ssize_t size = receive(client);
   std::uint32_t replySize = 0;
   if (size >= static_cast<ssize_t>(sizeof replySize)) {
     std::memcpy(&replySize, packet, sizeof replySize);

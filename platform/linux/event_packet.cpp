@@ -31,7 +31,8 @@ struct Header {
   std::uint8_t version;
   std::uint8_t kind;
   std::int16_t status;
-  std::uint64_t bodySize;  ///< 0 for a reply with an error status.
+  std::uint32_t bodySize;  ///< 0 for a reply with an error status.
+  std::uint32_t token;
 };
 static_assert(sizeof(Header) == 16);
 
@@ -155,16 +156,19 @@ ReceiveResult decode(const char* bytes, std::size_t size, ReceivedDescriptors& d
   }
   packet.kind = static_cast<PacketKind>(header.kind);
   packet.status = header.status;
-  std::size_t nextDescriptor = 0;
-  if (packet.kind != PacketKind::kReply && descriptors.count > 0) {
-    packet.executable = std::move(descriptors.all[nextDescriptor++]);
+  packet.token = header.token;
+  // The sender's executable goes first, where it was handed over; the body's file last.
+  const bool isBodyInFile = size == sizeof header && header.bodySize != 0;
+  const std::size_t filesOfBody = isBodyInFile ? 1 : 0;
+  if (packet.kind != PacketKind::kReply && descriptors.count > filesOfBody) {
+    packet.executable = std::move(descriptors.all.front());
   }
   if (packet.kind == PacketKind::kReply && packet.status != noErr) return ReceiveResult::kPacket;
   std::optional<AppleEventDescriptor> body;
-  if (header.bodySize == size - sizeof header) {
+  if (isBodyInFile && descriptors.count > 0) {
+    body = readMemoryFile(descriptors.all[descriptors.count - 1].get(), header.bodySize);
+  } else if (header.bodySize == size - sizeof header) {
     body = unflatten({bytes + sizeof header, size - sizeof header});
-  } else if (size == sizeof header && nextDescriptor < descriptors.count) {
-    body = readMemoryFile(descriptors.all[nextDescriptor].get(), header.bodySize);
   }
   if (!body || body->descriptorType() != typeAppleEvent) return ReceiveResult::kMalformed;
   packet.descriptor = std::move(*body);
@@ -174,11 +178,16 @@ ReceiveResult decode(const char* bytes, std::size_t size, ReceivedDescriptors& d
 }  // namespace
 
 OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDescriptor& descriptor,
-                 int executable) {
+                 int executable, std::uint32_t token) {
   const bool hasBody = kind != PacketKind::kReply || status == noErr;
   const std::size_t bodySize = hasBody ? flattenedSize(descriptor) : 0;
   if (bodySize > kMaximumFlattenedSize) return memFullErr;
-  const Header header{kMagic, kVersion, static_cast<std::uint8_t>(kind), status, bodySize};
+  const Header header{kMagic,
+                      kVersion,
+                      static_cast<std::uint8_t>(kind),
+                      status,
+                      static_cast<std::uint32_t>(bodySize),
+                      token};
   std::array<int, kMaximumDescriptorsPerPacket> descriptors{};
   std::size_t count = 0;
   if (executable >= 0) descriptors[count++] = executable;

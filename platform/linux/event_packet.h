@@ -26,13 +26,15 @@ struct Packet {
   OSErr status = noErr;             ///< Of a reply.
   AppleEventDescriptor descriptor;  ///< The event, or the reply where its status is noErr.
   ScopedFd executable;              ///< The sender's own executable, where it was handed over.
+  std::uint32_t token = 0;          ///< The sender's `processToken`, 0 for none.
 };
 
 /// Sends one packet on the connected socket `socket`; never waits.
 /// @param executable descriptor to hand over with the packet, or -1.
+/// @param token the `processToken` that goes with it, or 0.
 /// @return noErr; memFullErr for a body that is too large; connectionInvalid when the peer is gone.
 OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDescriptor& descriptor,
-                 int executable);
+                 int executable, std::uint32_t token = 0);
 
 enum class ReceiveResult { kPacket, kNothingYet, kClosed, kMalformed };
 

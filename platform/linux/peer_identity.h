@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <optional>
 
 #include "platform/process_manager.h"
@@ -12,9 +13,11 @@ namespace platform {
 /// `ProcessInformationCopyDictionary` can be asked for it.
 ///
 /// What counts is the kernel's word: the executable that the process `pid` runs. Only where that
-/// process has ended already (a caller that sends and exits at once), the executable counts which it
-/// handed over open with its event, `executable` (-1 for none).
+/// process has ended already (a caller that sends and exits at once), the executable counts which
+/// it handed over open with its event, `executable` (-1 for none), or with an earlier event that
+/// bore the same `token` (0 for none), which only that process and those it sent to know.
 /// @return nothing when the executable lies in no application bundle, or cannot be told.
-std::optional<ProcessSerialNumber> serialNumberForPeer(pid_t pid, int executable);
+std::optional<ProcessSerialNumber> serialNumberForPeer(pid_t pid, int executable,
+                                                       std::uint32_t token = 0);
 
 }  // namespace platform

@@ -16,6 +16,7 @@
 
 #include "platform/linux/check_in.h"
 #include "platform/linux/peer_identity.h"
+#include "platform/linux/process_text.h"
 #include "platform/process_manager.h"
 
 namespace platform {
@@ -75,23 +76,6 @@ class ExecutableLink {
   std::size_t length_ = 0;
   std::array<char, PATH_MAX> target_;
 };
-
-bool takeSuffix(std::string_view& text, std::string_view suffix) noexcept {
-  if (!text.ends_with(suffix)) return false;
-  text.remove_suffix(suffix.size());
-  return true;
-}
-
-// Path of the bundle X.app whose executable lies at `path`; empty when it lies in none.
-std::string_view bundleOfExecutable(std::string_view path) noexcept {
-  constexpr std::string_view kExtension = ".app";
-  const auto slash = path.rfind('/');
-  if (!path.starts_with('/') || slash + 1 == path.size()) return {};
-  path = path.substr(0, slash);
-  if (!takeSuffix(path, "/Contents/Linux") && !takeSuffix(path, "/Contents/MacOS")) return {};
-  const std::string_view name = path.substr(path.rfind('/') + 1);
-  return name.size() > kExtension.size() && name.ends_with(kExtension) ? path : std::string_view();
-}
 
 /// Identities of bundles as their Info dictionaries say, each read again only when its file
 /// changed.
@@ -203,18 +187,28 @@ PropertyListDictionary dictionaryOf(const BundleIdentity& identity) {
 class Peers {
  public:
   ProcessSerialNumber serialNumber(pid_t pid, const ExecutableLink& link,
-                                   std::string_view bundlePath) {
+                                   std::string_view bundlePath, std::uint32_t token) {
     const std::lock_guard lock(mutex_);
     const auto now = Clock::now();
     auto entry = peers_.find(std::pair(pid, link.target()));
     if (entry == peers_.end()) {
       BundleIdentity identity = identify(pid, link, bundlePath);
-      entry = insert({pid, std::string(link.target())}, {0, now, std::move(identity)});
+      entry = insert({pid, std::string(link.target())}, {0, 0, now, std::move(identity)});
     } else if (now - entry->second.checkedAt >= kValidity) {
       entry->second.identity = identify(pid, link, bundlePath);
       entry->second.checkedAt = now;
     }
-    return {kPeerBit | entry->second.number, static_cast<std::uint32_t>(pid)};
+    if (token != 0) entry->second.token = token;
+    return serialNumberOf(*entry);
+  }
+
+  /// The number of a peer that has ended, by what it said of itself before.
+  std::optional<ProcessSerialNumber> serialNumberOfEnded(pid_t pid, std::uint32_t token) {
+    const std::lock_guard lock(mutex_);
+    for (const Entry& entry : peers_) {
+      if (entry.first.first == pid && entry.second.token == token) return serialNumberOf(entry);
+    }
+    return std::nullopt;
   }
 
   std::optional<PropertyListDictionary> dictionary(const ProcessSerialNumber& psn) {
@@ -233,6 +227,7 @@ class Peers {
   using KeyView = std::pair<pid_t, std::string_view>;
   struct Peer {
     std::uint32_t number;
+    std::uint32_t token;  ///< 0 where the peer has none.
     Clock::time_point checkedAt;
     BundleIdentity identity;
   };
@@ -255,6 +250,10 @@ class Peers {
   using Map = std::unordered_map<Key, Peer, Hash, Equal>;
   using Entry = Map::value_type;
   static constexpr std::chrono::seconds kValidity{1};
+
+  static ProcessSerialNumber serialNumberOf(const Entry& entry) {
+    return {kPeerBit | entry.second.number, static_cast<std::uint32_t>(entry.first.first)};
+  }
 
   // What was known of the peer before its bundle was removed outweighs what stands there now.
   BundleIdentity identify(pid_t pid, const ExecutableLink& link,
@@ -290,11 +289,14 @@ Peers& peers() {
   return instance;
 }
 
+bool isGone(const ExecutableLink& link) noexcept {
+  return link.error() == ENOENT || link.error() == ESRCH;
+}
+
 // The link that decides which executable a peer runs, or ran.
 ExecutableLink linkOfPeer(pid_t pid, int executable) noexcept {
   const ExecutableLink link = ExecutableLink::ofProcess(pid);
-  const bool hasEnded = link.error() == ENOENT || link.error() == ESRCH;
-  return hasEnded && executable >= 0 ? ExecutableLink::ofDescriptor(executable) : link;
+  return isGone(link) && executable >= 0 ? ExecutableLink::ofDescriptor(executable) : link;
 }
 
 std::uint32_t highLong(std::uint64_t startTime) noexcept {
@@ -327,12 +329,16 @@ std::optional<PropertyListDictionary> ProcessInformationCopyDictionary(
   return dictionaryOf(identity ? *identity : successorIdentity(bundlePath));
 }
 
-std::optional<ProcessSerialNumber> serialNumberForPeer(pid_t pid, int executable) {
+std::optional<ProcessSerialNumber> serialNumberForPeer(pid_t pid, int executable,
+                                                       std::uint32_t token) {
   if (pid <= 0) return std::nullopt;
   const ExecutableLink link = linkOfPeer(pid, executable);
+  if (isGone(link) && executable < 0 && token != 0) {
+    return peers().serialNumberOfEnded(pid, token);
+  }
   const std::string_view bundlePath = bundleOfExecutable(link.target());
   if (link.error() != 0 || bundlePath.empty()) return std::nullopt;
-  return peers().serialNumber(pid, link, bundlePath);
+  return peers().serialNumber(pid, link, bundlePath, token);
 }
 
 }  // namespace platform

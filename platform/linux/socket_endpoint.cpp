@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <glib.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -32,6 +33,10 @@ constexpr std::chrono::milliseconds kVerifyInterval = std::chrono::seconds(1);
 // meanwhile, and without a pause the main loop would spin.
 constexpr std::chrono::milliseconds kAcceptPause{100};
 
+// How long a connection that was accepted just now is given to say something, before it is put with
+// the silent ones.
+constexpr std::chrono::microseconds kFirstPacketPatience{20};
+
 constexpr AEEventID kAnswer = fourCharCode("ansr");
 
 struct EndpointSource {
@@ -59,8 +64,21 @@ gint64 microseconds(std::chrono::steady_clock::time_point time) {
   return std::chrono::duration_cast<std::chrono::microseconds>(time.time_since_epoch()).count();
 }
 
-AppleEventDescriptor addressDescriptor(pid_t pid, int executable) {
-  const auto psn = serialNumberForPeer(pid, executable);
+// A sender sends as soon as it is connected, so that its packet is there or about to be. To go
+// round the main loop for it would cost both of them another wake-up.
+ReceiveResult receiveFirstPacket(int socket, Packet& packet) {
+  const auto end = std::chrono::steady_clock::now() + kFirstPacketPatience;
+  for (;;) {
+    const ReceiveResult result = receivePacket(socket, packet);
+    if (result != ReceiveResult::kNothingYet || std::chrono::steady_clock::now() >= end) {
+      return result;
+    }
+    sched_yield();
+  }
+}
+
+AppleEventDescriptor addressDescriptor(pid_t pid, const Packet& packet) {
+  const auto psn = serialNumberForPeer(pid, packet.executable.get(), packet.token);
   if (!psn) return {};
   return {typeProcessSerialNumber, std::string(reinterpret_cast<const char*>(&*psn), sizeof *psn)};
 }
@@ -196,7 +214,7 @@ void SocketEndpoint::serveSilentPeers() {
     const pid_t pid = peer->pid;
     g_source_remove_unix_fd(source_.get(), peer->tag);
     peer = silentPeers_.erase(peer);
-    if (hasSpoken) serve(socket.get(), pid);
+    if (hasSpoken) serve(socket.get(), pid, false);
     if (!*isAlive) return;
   }
 }
@@ -212,7 +230,7 @@ void SocketEndpoint::serveEarlierOf(pid_t pid) {
     }
     // The handler may run anything; the list is not touched by it, as this source is not entered
     // twice, but the whole endpoint may go.
-    const bool isServed = serve(peer->socket.get(), pid);
+    const bool isServed = serve(peer->socket.get(), pid, false);
     if (!*isAlive) return;
     peer = isServed ? forget(peer) : std::next(peer);
   }
@@ -241,7 +259,7 @@ bool SocketEndpoint::acceptOne() {
   const auto isAlive = isAlive_;
   if (!silentPeers_.empty()) serveEarlierOf(peer.pid);
   if (!*isAlive) return false;
-  const bool isServed = serve(socket.get(), peer.pid);
+  const bool isServed = serve(socket.get(), peer.pid, true);
   if (!*isAlive) return false;
   if (!isServed) keepSilent(std::move(socket), peer.pid);
   return true;
@@ -270,9 +288,10 @@ void SocketEndpoint::resumeAccepting() {
 }
 
 /// @return false when the peer has not said anything yet.
-bool SocketEndpoint::serve(int socket, pid_t pid) {
+bool SocketEndpoint::serve(int socket, pid_t pid, bool isNew) {
   Packet packet;
-  const ReceiveResult result = receivePacket(socket, packet);
+  const ReceiveResult result =
+      isNew ? receiveFirstPacket(socket, packet) : receivePacket(socket, packet);
   if (result == ReceiveResult::kNothingYet) return false;
   if (result == ReceiveResult::kPacket && packet.kind != PacketKind::kReply) {
     handle(socket, pid, std::move(packet));
@@ -282,8 +301,7 @@ bool SocketEndpoint::serve(int socket, pid_t pid) {
 
 void SocketEndpoint::handle(int socket, pid_t pid, Packet packet) {
   // Whatever the message says of its sender is overwritten.
-  packet.descriptor.setAttributeDescriptor(addressDescriptor(pid, packet.executable.get()),
-                                           keyAddressAttr);
+  packet.descriptor.setAttributeDescriptor(addressDescriptor(pid, packet), keyAddressAttr);
   AppleEventDescriptor reply = AppleEventDescriptor::appleEvent(fourCharCode("aevt"), kAnswer, {},
                                                                 packet.descriptor.returnID(),
                                                                 packet.descriptor.transactionID());

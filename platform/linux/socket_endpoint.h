@@ -71,7 +71,7 @@ class SocketEndpoint {
   void resumeAccepting();
   void keepSilent(ScopedFd socket, pid_t pid);
   SilentPeers::iterator forget(SilentPeers::iterator peer);
-  bool serve(int socket, pid_t pid);
+  bool serve(int socket, pid_t pid, bool isNew);
   void handle(int socket, pid_t pid, Packet packet);
   void scheduleWakeUp();
 

@@ -17,6 +17,7 @@
 #include "platform/linux/event_packet.h"
 #include "platform/linux/launch_record.h"
 #include "platform/linux/peer_identity.h"
+#include "platform/linux/process_token.h"
 #include "platform/linux/runtime_folder.h"
 #include "platform/linux/scoped_fd.h"
 #include "platform/linux/socket_path.h"
@@ -32,6 +33,12 @@ using std::chrono::milliseconds;
 constexpr milliseconds kLivenessInterval = std::chrono::seconds(1);
 
 constexpr std::size_t kMaximumFileNames = 256;
+
+constexpr std::size_t kMaximumIntroductions = 256;
+
+// After this the process introduces itself again: a receiver forgets those who called long ago, and
+// another process may have got the receiver's ID by then.
+constexpr std::chrono::minutes kIntroductionValidity{1};
 
 /// The end of a wait; never, where there is no limit.
 class Deadline {
@@ -163,14 +170,35 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
   if (status != noErr) return status;
   const bool wantsReply = sendMode == kAEWaitReply;
   if (wantsReply && connection.peer == getpid()) return sendToSelf(event, reply);
-  // Tells the receiver who called, should this process have ended by then.
-  const ScopedFd executable(::open("/proc/self/exe", O_PATH | O_CLOEXEC));
-  status = sendPacket(connection.socket.get(),
-                      wantsReply ? PacketKind::kEventWantingReply : PacketKind::kEvent, noErr,
-                      event, executable.get());
+  status = sendPacketTo(connection.peer, connection.socket.get(), wantsReply, event);
   if (status == noErr) lastRecipient_ = static_cast<std::uint64_t>(connection.peer);
   if (status != noErr || !wantsReply) return status;
   return awaitReply(connection, deadline, reply);
+}
+
+// A receiver must be able to tell who called, should this process have ended by then: its
+// executable is handed over open. That costs as much as half the rest of a send, so it is done once
+// for each receiver; the events after it bear the token that the receiver has seen with it.
+OSErr SocketTransport::sendPacketTo(pid_t target, int socket, bool wantsReply,
+                                    const AppleEventDescriptor& event) {
+  const PacketKind kind = wantsReply ? PacketKind::kEventWantingReply : PacketKind::kEvent;
+  bool isNew = false;
+  const std::uint32_t token = processToken(isNew);
+  if (isNew) introductions_.clear();
+  if (token != 0 && isIntroducedTo(target)) {
+    return sendPacket(socket, kind, noErr, event, -1, token);
+  }
+  const ScopedFd executable(::open("/proc/self/exe", O_PATH | O_CLOEXEC));
+  const OSErr status = sendPacket(socket, kind, noErr, event, executable.get(), token);
+  if (status != noErr || !executable.isValid()) return status;
+  if (introductions_.size() >= kMaximumIntroductions) introductions_.clear();
+  introductions_[target] = Clock::now();
+  return status;
+}
+
+bool SocketTransport::isIntroducedTo(pid_t target) const {
+  const auto found = introductions_.find(target);
+  return found != introductions_.end() && Clock::now() - found->second < kIntroductionValidity;
 }
 
 // The process's own main loop cannot answer while it waits here.

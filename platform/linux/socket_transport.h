@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -34,6 +36,8 @@ class SocketTransport : public AppleEventTransport {
   void stopReceiving() override;
 
  private:
+  OSErr sendPacketTo(pid_t target, int socket, bool wantsReply, const AppleEventDescriptor& event);
+  bool isIntroducedTo(pid_t target) const;
   OSErr sendToSelf(const AppleEventDescriptor& event, AppleEventDescriptor& reply);
   const std::string& fileNameFor(const std::string& identifier);
 
@@ -42,6 +46,8 @@ class SocketTransport : public AppleEventTransport {
   std::uint64_t lastRecipient_ = 0;
   /// File names of the targets addressed so far, so that not every send computes a digest.
   std::unordered_map<std::string, std::string> fileNames_;
+  /// When each target was last told what this process is.
+  std::unordered_map<pid_t, std::chrono::steady_clock::time_point> introductions_;
 };
 
 }  // namespace platform

@@ -116,6 +116,16 @@ const support::Role sendAndExit("send-and-exit",
                                   _exit(status == platform::noErr ? 0 : 1);
                                 });
 
+// Calls the target, and has a forked copy call it that exits at once, as this one does after it.
+const support::Role sendFromACopyAndExit(
+    "send-from-a-copy-and-exit", [](const std::vector<std::string>& /*arguments*/) -> int {
+      const auto note = [](const char* text) { return send("note:", {text}) == platform::noErr; };
+      const bool isSent = note("first");
+      ChildProcess copy = ChildProcess::fork([&] { return note("copy") ? 0 : 1; });
+      const bool isCopySent = copy.wait() == 0;
+      _exit(isSent && isCopySent && note("last") ? 0 : 1);
+    });
+
 // Notes `arguments[0]` numbered texts at the target.
 const support::Role sendMany("send-many", [](const std::vector<std::string>& arguments) {
   const int count = platform::intValue(arguments.at(0));
@@ -188,6 +198,33 @@ TEST_F(Transport, CallOfAProcessThatSendsAndExitsAtOnceIsCarriedOutUnderItsIdent
   target.signal(SIGCONT);
   EXPECT_EQ(ask("caller", {}), "com.example.caller");
   EXPECT_EQ(ask("notes", {}), "one\ntwo\nthree\n");
+}
+
+TEST_F(Transport, ForkedCopyOfACallerThatExitsAtOnceIsKnownTooAndItsOriginalAfterIt) {
+  const ChildProcess target = launch();
+  const std::string caller =
+      support::makeApplication("Caller", "com.example.caller", "send-from-a-copy-and-exit");
+  EXPECT_EQ(ask("notes", {}), "");
+  target.signal(SIGSTOP);  // so that both are certainly gone before their calls are looked at
+  ChildProcess sender = support::runApplication(caller);
+  EXPECT_EQ(sender.wait(), 0);
+  target.signal(SIGCONT);
+  EXPECT_EQ(ask("caller", {}), "com.example.caller");
+  EXPECT_EQ(ask("notes", {}), "first\ncopy\nlast\n");
+}
+
+TEST_F(Transport, EndedProcessIsNotKnownByATokenThatItHasNotIntroducedItselfWith) {
+  const ChildProcess target = launch();
+  EXPECT_EQ(ask("notes", {}), "");
+  target.signal(SIGSTOP);
+  ChildProcess stranger = ChildProcess::fork([] {
+    const ScopedFd peer = connectTo(kTarget);
+    return platform::sendPacket(peer.get(), platform::PacketKind::kEvent, 0,
+                                callEvent("note:", {"x"}), -1, 0x1234567);
+  });
+  EXPECT_EQ(stranger.wait(), 0);
+  target.signal(SIGCONT);
+  EXPECT_EQ(ask("notes", {}), "");
 }
 
 TEST_F(Transport, ThousandEventsOfOneSenderAreCarriedOutInOrder) {

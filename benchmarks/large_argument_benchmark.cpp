@@ -1,0 +1,122 @@
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+
+#include "benchmarks/benchmarks.h"
+#include "benchmarks/support/measurement.h"
+#include "benchmarks/support/peers.h"
+
+// One large argument, there and back.
+
+namespace bench {
+namespace {
+
+struct Size {
+  const char* name;
+  std::size_t bytes;
+  int samples;
+};
+
+constexpr std::size_t kKiB = 1024;
+
+constexpr Size kSizes[] = {{"1024", kKiB, 500},
+                           {"16384", 16 * kKiB, 500},
+                           {"131072", 128 * kKiB, 300},
+                           {"1048576", 1024 * kKiB, 50},
+                           {"16777216", 16 * 1024 * kKiB, 7}};
+
+void require(bool isDone) {
+  if (isDone) return;
+  std::fputs("a large argument did not come back\n", stderr);
+  std::exit(1);
+}
+
+template <typename Exchange>
+Sample timed(Exchange exchange) {
+  return [exchange] {
+    const auto start = Clock::now();
+    const bool isDone = exchange();
+    const double seconds = secondsSince(start);
+    require(isDone);
+    return seconds;
+  };
+}
+
+bool readAll(int fd, char* bytes, std::size_t size) {
+  while (size > 0) {
+    const ssize_t count = read(fd, bytes, size);
+    if (count <= 0) return false;
+    bytes += count;
+    size -= static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+bool writeAll(int fd, const char* bytes, std::size_t size) {
+  while (size > 0) {
+    const ssize_t count = write(fd, bytes, size);
+    if (count <= 0) return false;
+    bytes += count;
+    size -= static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+/// A process that sends back what it is sent, `size` bytes at a time, over a socket pair.
+class SocketPairEcho {
+ public:
+  explicit SocketPairEcho(std::size_t size) : bytes_(size, 'x') {
+    int ends[2];
+    require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
+    ours_.reset(ends[0]);
+    const platform::ScopedFd theirs(ends[1]);
+    echo_.emplace(support::ChildProcess::fork([&] {
+      pinTo(kReceiverProcessor);
+      ours_.reset();
+      return echo(theirs.get());
+    }));
+  }
+
+  bool exchange() {
+    return writeAll(ours_.get(), bytes_.data(), bytes_.size()) &&
+           readAll(ours_.get(), bytes_.data(), bytes_.size());
+  }
+
+ private:
+  int echo(int fd) {
+    while (readAll(fd, bytes_.data(), bytes_.size()) &&
+           writeAll(fd, bytes_.data(), bytes_.size())) {
+    }
+    return 0;
+  }
+
+  std::vector<char> bytes_;
+  platform::ScopedFd ours_;
+  std::optional<support::ChildProcess> echo_;
+};
+
+}  // namespace
+
+void registerLargeArgumentBenchmarks(const Plan& plan) {
+  for (const Size& size : kSizes) {
+    const std::string row = std::string("large-argument/") + size.name;
+    const std::string text(size.bytes, 'x');
+    registerSampled(plan, row + "/clientcomm", size.samples, [text] {
+      receiver();
+      return timed([text] { return ask(text) == text; });
+    });
+    registerSampled(plan, row + "/floor", size.samples, [bytes = size.bytes] {
+      auto echo = std::make_shared<SocketPairEcho>(bytes);
+      return timed([echo] { return echo->exchange(); });
+    });
+    registerSampled(plan, row + "/alternative", size.samples, [text] {
+      sd_bus& bus = busConnection();
+      return timed([&bus, text] { return askOverBus(bus, text); });
+    });
+  }
+}
+
+}  // namespace bench
