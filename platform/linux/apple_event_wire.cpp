@@ -122,9 +122,10 @@ class Reader {
   }
 
  private:
-  // A count that the remaining bytes cannot hold must not make anybody reserve room for it.
+  // A count that the remaining bytes, or the rest of the event's descriptors, cannot make up must
+  // not make anybody reserve room for it.
   bool takeCount(std::uint32_t& count, std::size_t smallestItem) {
-    return take(count) && count <= rest_.size() / smallestItem;
+    return take(count) && count <= rest_.size() / smallestItem && count <= budget_;
   }
 
   bool readList(std::string_view payload, int depth, AppleEventDescriptor& descriptor) {

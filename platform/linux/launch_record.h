@@ -19,6 +19,10 @@ void noteLaunch(const std::string& identifier, pid_t pid);
 /// has not been reached since.
 bool isStillLaunching(const std::string& identifier) noexcept;
 
+/// Whether the process that was launched last, as the application `identifier`, still runs. It may
+/// be one that nobody takes for that application: a script, or an executable that lies outside it.
+bool isLastLaunchRunning(const std::string& identifier) noexcept;
+
 /// Ends the grace of the application `identifier`: it has been reached.
 void noteReached(const std::string& identifier) noexcept;
 

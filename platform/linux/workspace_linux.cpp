@@ -228,7 +228,8 @@ bool launchUnlessRunning(std::string executable, const std::string& identifier) 
                            kLongestWaitForOtherLaunches);
   const auto runs = lock.isHeld() ? isRunning(identifier) : std::nullopt;
   if (!runs) return false;
-  if (*runs) return true;
+  // A process that is not known as the application would be joined by another with every request.
+  if (*runs || isLastLaunchRunning(identifier)) return true;
   const Outcome outcome = launchDetached(std::move(executable));
   if (outcome.error == 0) noteLaunch(identifier, outcome.pid);
   return outcome.error == 0;

@@ -6,7 +6,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <thread>
+#include <utility>
 
 namespace support {
 namespace {
@@ -52,7 +54,9 @@ void writeFile(const std::string& path, std::string_view text) {
 
 std::string readFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  std::ostringstream text;
+  text << file.rdbuf();
+  return std::move(text).str();
 }
 
 bool runLoopUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit) {

@@ -1,0 +1,552 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "ClientComm/TQHPAppleEventSender.h"
+#include "ClientComm/TQHPHelper.h"
+#include "ClientComm/TQHPHelperCommunicate.h"
+#include "platform/apple_event_manager.h"
+#include "platform/linux/apple_event_wire.h"
+#include "platform/linux/event_packet.h"
+#include "platform/linux/runtime_folder.h"
+#include "platform/linux/scoped_fd.h"
+#include "platform/linux/socket_endpoint.h"
+#include "platform/linux/socket_path.h"
+#include "tests/stress/stress.h"
+#include "tests/support/child_process.h"
+#include "tests/support/product_applications.h"
+#include "tests/support/test_application.h"
+#include "tests/support/test_helper.h"
+#include "tests/support/test_sandbox.h"
+
+// What a hostile program of the same user can send to an endpoint or put in its place, and what a
+// hostile helper bundle can hold. The application goes on, in bounded memory and with bounded
+// descriptors, and serves everybody else.
+
+namespace {
+
+using platform::AppleEventDescriptor;
+using platform::PacketKind;
+using platform::ScopedFd;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using support::ChildProcess;
+namespace fs = std::filesystem;
+
+constexpr char kTarget[] = "com.example.target";
+
+OSErr send(const std::string& selector, const std::vector<std::string>& arguments) {
+  return TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", selector,
+                                                 arguments);
+}
+
+OptionalString ask(const std::string& selector, const std::vector<std::string>& arguments) {
+  OptionalString result;
+  TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", selector, arguments,
+                                          &result);
+  return result;
+}
+
+std::string endpointPath() {
+  return platform::runtimeFolderPath() + "/" + platform::fileNameForIdentifier(kTarget);
+}
+
+ScopedFd connectToTarget() {
+  ScopedFd fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  const platform::SocketPath path(platform::fileNameForIdentifier(kTarget));
+  if (connect(fd.get(), path.address(), platform::SocketPath::size()) != 0) fd.reset();
+  return fd;
+}
+
+/// Sends bytes as they are, with descriptors beside them.
+bool sendRaw(const ScopedFd& socket, std::string_view bytes,
+             const std::vector<int>& descriptors = {}) {
+  iovec part{const_cast<char*>(bytes.data()), bytes.size()};
+  msghdr message{};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  std::vector<char> control(CMSG_SPACE(sizeof(int) * descriptors.size()));
+  if (!descriptors.empty()) {
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    cmsghdr* const header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(sizeof(int) * descriptors.size());
+    std::memcpy(CMSG_DATA(header), descriptors.data(), sizeof(int) * descriptors.size());
+  }
+  return sendmsg(socket.get(), &message, MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
+template <typename Value>
+std::string bytesOf(Value value) {
+  return {reinterpret_cast<const char*>(&value), sizeof value};
+}
+
+std::string bytesOf(platform::DescType type, std::string_view payload, std::uint32_t length) {
+  return bytesOf(type) + bytesOf(length) + std::string(payload);
+}
+
+std::string descriptor(platform::DescType type, std::string_view payload) {
+  return bytesOf(type, payload, static_cast<std::uint32_t>(payload.size()));
+}
+
+/// A packet of the kind "event" whose header says that its body has `bodySize` bytes.
+std::string packet(std::string_view body, std::uint64_t bodySize) {
+  return bytesOf(platform::fourCharCode("TQHP")) + std::string("\1\1\0\0", 4) + bytesOf(bodySize) +
+         std::string(body);
+}
+std::string packet(std::string_view body) { return packet(body, body.size()); }
+
+/// An event with `parameter` as its direct parameter.
+std::string eventWith(const std::string& parameter, std::uint32_t parameterCount = 1) {
+  const std::string payload =
+      bytesOf(platform::fourCharCode("aevt")) + bytesOf(platform::fourCharCode("call")) +
+      bytesOf(std::int16_t{-1}) + bytesOf(std::int32_t{0}) +
+      descriptor(platform::typeApplicationBundleID, kTarget) + bytesOf(std::uint32_t{0}) +
+      bytesOf(parameterCount) + bytesOf(platform::keyDirectObject) + parameter;
+  return descriptor(platform::typeAppleEvent, payload);
+}
+
+std::string listOf(const std::string& items, std::uint32_t count) {
+  return descriptor(platform::typeAEList, bytesOf(count) + items);
+}
+
+/// A memory file; sealed as an event's body has to be, unless `seals` says otherwise.
+ScopedFd memoryFile(std::string_view head, std::uint64_t size,
+                    int seals = F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE) {
+  ScopedFd file(memfd_create("attack", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+  EXPECT_EQ(ftruncate(file.get(), static_cast<off_t>(size)), 0);
+  EXPECT_EQ(pwrite(file.get(), head.data(), head.size(), 0), static_cast<ssize_t>(head.size()));
+  EXPECT_EQ(fcntl(file.get(), F_ADD_SEALS, seals), 0);
+  return file;
+}
+
+AppleEventDescriptor callEvent(const std::string& selector, const std::string& argument) {
+  AppleEventDescriptor event = AppleEventDescriptor::appleEvent(
+      platform::fourCharCode("aevt"), platform::fourCharCode("call"),
+      {platform::typeApplicationBundleID, kTarget}, -1, 0);
+  AppleEventDescriptor list = AppleEventDescriptor::listDescriptor();
+  list.insertDescriptor(AppleEventDescriptor::descriptorWithString(argument), 0);
+  AppleEventDescriptor call = AppleEventDescriptor::listDescriptor();
+  call.insertDescriptor(AppleEventDescriptor::descriptorWithString("Echo"), 0);
+  call.insertDescriptor(AppleEventDescriptor::descriptorWithString(selector), 0);
+  call.insertDescriptor(list, 0);
+  event.setParamDescriptor(call, platform::keyDirectObject);
+  return event;
+}
+
+class Attack : public testing::Test {
+ protected:
+  void SetUp() override {
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 8192);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  }
+
+  ChildProcess launch() {
+    ChildProcess child =
+        support::runApplication(support::makeApplication("Target", kTarget, support::kEchoRole));
+    EXPECT_TRUE(support::waitUntilReachable(kTarget));
+    EXPECT_EQ(ask("say:", {"ready"}), "ready");
+    descriptors_ = stress::descriptorsOf(child.pid());
+    memory_ = stress::statusOf(child.pid(), "VmHWM");
+    return child;
+  }
+
+  /// Nothing that was sent has been carried out, and the target serves as before.
+  void expectUnharmed(const ChildProcess& target, long memoryInKiB = 4 << 10) const {
+    EXPECT_EQ(ask("say:", {"alive"}), "alive");
+    EXPECT_EQ(ask("notes", {}), "");
+    EXPECT_TRUE(support::waitUntil(
+        [&] { return stress::descriptorsOf(target.pid()) <= descriptors_; }, seconds(12)));
+    EXPECT_LE(stress::statusOf(target.pid(), "VmHWM") - memory_, memoryInKiB);
+    EXPECT_EQ(stress::statusOf(target.pid(), "Threads"), 1);
+  }
+
+  int descriptors_ = 0;
+  long memory_ = 0;
+};
+
+TEST_F(Attack, ThousandSilentConnectionsHoldUpNobodyAndAreDropped) {
+  const ChildProcess target = launch();
+  std::vector<ScopedFd> silent;
+  for (int i = 0; i < 1000; ++i) {
+    silent.push_back(connectToTarget());
+    ASSERT_TRUE(silent.back().isValid());
+  }
+  const auto time = stress::timeOf([] { EXPECT_EQ(ask("say:", {"through"}), "through"); });
+  EXPECT_LE(stress::descriptorsOf(target.pid()),
+            descriptors_ + static_cast<int>(platform::kMaximumSilentPeers) + 1);
+  stress::report("a query beside a thousand silent connections: " + std::to_string(time.count()) +
+                 " us");
+  // Those that are left are dropped after the time that a peer may be silent.
+  expectUnharmed(target);
+}
+
+/// Connects from another process, which says nothing until it is ended.
+class SilentCrowd {
+ public:
+  explicit SilentCrowd(std::size_t size)
+      : process_(ChildProcess::fork([size] {
+          std::vector<ScopedFd> connections;
+          while (connections.size() < size) connections.push_back(connectToTarget());
+          support::writeFile(mark(), "");
+          for (;;) ::pause();
+          return 0;
+        })) {
+    EXPECT_TRUE(support::waitUntil([] { return fs::exists(mark()); }));
+    fs::remove(mark());
+  }
+
+ private:
+  static std::string mark() { return support::sandbox() + "/connected"; }
+  ChildProcess process_;
+};
+
+TEST_F(Attack, EventOfAPeerWhosePlaceASilentOneTakesIsStillCarriedOut) {
+  const ChildProcess target = launch();
+  const ScopedFd executable(open("/proc/self/exe", O_PATH | O_CLOEXEC));
+  const ScopedFd slow = connectToTarget();
+  const SilentCrowd crowd(platform::kMaximumSilentPeers - 1);
+  const int known = descriptors_ + static_cast<int>(platform::kMaximumSilentPeers);
+  ASSERT_TRUE(support::waitUntil([&] { return stress::descriptorsOf(target.pid()) == known; }));
+  // While the target is busy the first one speaks, and a further silent one joins the queue.
+  ChildProcess busy = ChildProcess::fork([] { return send("sleep:", {"500"}); });
+  ASSERT_EQ(busy.wait(), 0);
+  stress::pause(milliseconds(100));
+  EXPECT_EQ(platform::sendPacket(slow.get(), PacketKind::kEvent, 0, callEvent("note:", "heard"),
+                                 executable.get()),
+            0);
+  const SilentCrowd another(1);
+  EXPECT_TRUE(support::waitUntil([] { return ask("notes", {}) == "heard\n"; }, seconds(3)));
+}
+
+TEST_F(Attack, EventSentWhileItsSenderIsBeingDroppedIsCarriedOutOrRefused) {
+  const ChildProcess target = launch();
+  const ScopedFd executable(open("/proc/self/exe", O_PATH | O_CLOEXEC));
+  std::string expected;
+  int refused = 0;
+  const int rounds = stress::sizeFor(20, 300);
+  for (int round = 0; round < rounds; ++round) {
+    const ScopedFd slow = connectToTarget();
+    ChildProcess crowd = ChildProcess::fork([] {
+      std::vector<ScopedFd> connections;
+      while (connections.size() < 300) connections.push_back(connectToTarget());
+      return 0;
+    });
+    // Somewhere among those the target drops the first one.
+    stress::pause(stress::randomTime(milliseconds(15)));
+    const std::string text = std::to_string(round);
+    if (platform::sendPacket(slow.get(), PacketKind::kEvent, 0, callEvent("note:", text),
+                             executable.get()) == 0) {
+      expected += text + "\n";
+    } else {
+      ++refused;
+    }
+    EXPECT_EQ(crowd.wait(), 0);
+    EXPECT_EQ(ask("say:", {"y"}), "y");
+  }
+  EXPECT_EQ(ask("notes", {}), expected);
+  stress::report("sent while being dropped: " + std::to_string(rounds) + ", refused " +
+                 std::to_string(refused));
+}
+
+TEST_F(Attack, PeersThatSendOneByteASecondAreDisconnectedAtTheFirst) {
+  const ChildProcess target = launch();
+  for (int i = 0; i < stress::sizeFor(2, 10); ++i) {
+    const ScopedFd peer = connectToTarget();
+    EXPECT_EQ(::send(peer.get(), "T", 1, MSG_NOSIGNAL), 1);
+    EXPECT_EQ(ask("say:", {"meanwhile"}), "meanwhile");
+    EXPECT_EQ(::send(peer.get(), "Q", 1, MSG_NOSIGNAL), -1);
+    stress::pause(seconds(1));
+  }
+  expectUnharmed(target);
+}
+
+TEST_F(Attack, OversizedLengthsAreRefusedWithoutMemoryForThem) {
+  const ChildProcess target = launch();
+  const std::uint64_t sizes[] = {1,
+                                 15,
+                                 1ULL << 20,
+                                 platform::kMaximumFlattenedSize,
+                                 platform::kMaximumFlattenedSize + 1,
+                                 1ULL << 32,
+                                 ~0ULL};
+  for (const std::uint64_t size : sizes) {
+    EXPECT_TRUE(sendRaw(connectToTarget(), packet("", size)));
+    EXPECT_TRUE(sendRaw(connectToTarget(),
+                        packet(eventWith(descriptor(platform::fourCharCode("utxt"), "x")), size)));
+  }
+  for (const std::uint32_t length : {0x7fffffffU, 0x80000000U, 0xfffffff8U, 0xffffffffU, 100U}) {
+    const std::string text = bytesOf(platform::fourCharCode("utf8"), "short", length);
+    EXPECT_TRUE(sendRaw(connectToTarget(), packet(eventWith(text))));
+    EXPECT_TRUE(sendRaw(connectToTarget(), packet(bytesOf(platform::typeAppleEvent, "", length))));
+  }
+  expectUnharmed(target);
+}
+
+TEST_F(Attack, DeepNestingIsRefused) {
+  const ChildProcess target = launch();
+  for (const int depth : {17, 100, 3000}) {
+    std::string nested = descriptor(platform::typeNull, "");
+    for (int i = 0; i < depth; ++i) nested = listOf(nested, 1);
+    EXPECT_TRUE(sendRaw(connectToTarget(), packet(eventWith(nested)))) << depth;
+  }
+  expectUnharmed(target);
+}
+
+TEST_F(Attack, DeepNestingInAMemoryFileIsRefused) {
+  const ChildProcess target = launch();
+  constexpr int kDepth = 1'000'000;
+  std::string heads;
+  const std::uint32_t step = 12;  // type, length and count of each list
+  for (int i = kDepth; i > 0; --i) {
+    heads += bytesOf(platform::typeAEList) + bytesOf(static_cast<std::uint32_t>(i) * step - 8) +
+             bytesOf(std::uint32_t{i == 1 ? 0U : 1U});
+  }
+  const std::string body = eventWith(heads);
+  const ScopedFd file = memoryFile(body, body.size());
+  const ScopedFd executable(open("/proc/self/exe", O_PATH | O_CLOEXEC));
+  EXPECT_TRUE(sendRaw(connectToTarget(), packet("", body.size()), {executable.get(), file.get()}));
+  expectUnharmed(target, 32 << 10);
+}
+
+TEST_F(Attack, CountsThatLieAreRefusedWithoutMemoryForThem) {
+  const ChildProcess target = launch();
+  const std::string item = descriptor(platform::typeNull, "");
+  for (const std::uint32_t count : {2U, 1000U, 0x7fffffffU, 0xffffffffU}) {
+    EXPECT_TRUE(sendRaw(connectToTarget(), packet(eventWith(listOf(item, count)))));
+    EXPECT_TRUE(sendRaw(connectToTarget(), packet(eventWith(item, count))));
+  }
+  EXPECT_TRUE(sendRaw(connectToTarget(), packet(eventWith(listOf(item + item, 1)))));
+  expectUnharmed(target);
+}
+
+// Each list says that it holds as many items as its bytes could, and only the innermost is short.
+TEST_F(Attack, CountsThatLieAtEveryLevelOfALargeEventCostNoMoreThanItsOwnSize) {
+  const ChildProcess target = launch();
+  constexpr std::uint32_t kLevels = 12;
+  const auto total = static_cast<std::uint32_t>(platform::kMaximumFlattenedSize) - 128;
+  std::string heads;
+  for (std::uint32_t level = 0; level < kLevels; ++level) {
+    const std::uint32_t payload = total - level * 12 - 8;
+    heads += bytesOf(platform::typeAEList) + bytesOf(payload) + bytesOf((payload - 4) / 8);
+  }
+  // An event around them, of which only the beginning is written; the rest are zeros.
+  std::string body = eventWith(heads);
+  const std::uint32_t missing = total - static_cast<std::uint32_t>(heads.size());
+  const auto length = static_cast<std::uint32_t>(body.size() - 8) + missing;
+  body.replace(4, 4, bytesOf(length));
+  const ScopedFd file = memoryFile(body, length + 8);
+  const ScopedFd executable(open("/proc/self/exe", O_PATH | O_CLOEXEC));
+  EXPECT_TRUE(sendRaw(connectToTarget(), packet("", length + 8), {executable.get(), file.get()}));
+  EXPECT_EQ(ask("say:", {"alive"}), "alive");
+  const long peak = stress::statusOf(target.pid(), "VmPeak");
+  EXPECT_LE(peak, stress::statusOf(target.pid(), "VmSize") + (256 << 10));
+  expectUnharmed(target, 192 << 10);
+}
+
+TEST_F(Attack, MemoryFilesThatCouldChangeOrLieAboutTheirSizeAreRefused) {
+  const ChildProcess target = launch();
+  const std::string body = eventWith(descriptor(platform::fourCharCode("utf8"), "x"));
+  const ScopedFd executable(open("/proc/self/exe", O_PATH | O_CLOEXEC));
+  const std::string claim = packet("", body.size());
+  const ScopedFd unsealed = memoryFile(body, body.size(), 0);
+  const ScopedFd canShrink = memoryFile(body, body.size(), F_SEAL_WRITE | F_SEAL_GROW);
+  const ScopedFd canBeWritten = memoryFile(body, body.size(), F_SEAL_SHRINK | F_SEAL_GROW);
+  const ScopedFd larger = memoryFile(body, body.size() + 1);
+  const ScopedFd empty = memoryFile("", 0);
+  const std::string plainPath = support::sandbox() + "/plain";
+  support::writeFile(plainPath, body);
+  const ScopedFd plain(open(plainPath.c_str(), O_RDONLY | O_CLOEXEC));
+  const ScopedFd folder(open("/", O_RDONLY | O_CLOEXEC));
+  for (const ScopedFd* file :
+       {&unsealed, &canShrink, &canBeWritten, &larger, &empty, &plain, &folder}) {
+    EXPECT_TRUE(sendRaw(connectToTarget(), claim, {executable.get(), file->get()}));
+  }
+  expectUnharmed(target);
+}
+
+TEST_F(Attack, DescriptorsByTheHundredAndOfTheWrongKindStayNowhere) {
+  const ChildProcess target = launch();
+  const ScopedFd folder(open("/", O_RDONLY | O_CLOEXEC));
+  const ScopedFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const ScopedFd readEnd(ends[0]);
+  const ScopedFd writeEnd(ends[1]);
+  const std::string event = packet(eventWith(descriptor(platform::typeNull, "")));
+  for (const int fd : {folder.get(), socket.get(), readEnd.get()}) {
+    EXPECT_TRUE(sendRaw(connectToTarget(), event, {fd}));
+    EXPECT_TRUE(sendRaw(connectToTarget(), event, std::vector<int>(253, fd)));
+    EXPECT_TRUE(sendRaw(connectToTarget(), "rubbish", std::vector<int>(253, fd)));
+  }
+  expectUnharmed(target);
+}
+
+TEST_F(Attack, PeersThatNeverReadTheirRepliesHoldUpNobody) {
+  const ChildProcess target = launch();
+  const ScopedFd executable(open("/proc/self/exe", O_PATH | O_CLOEXEC));
+  std::vector<ScopedFd> peers;
+  for (int i = 0; i < 500; ++i) {
+    peers.push_back(connectToTarget());
+    EXPECT_EQ(platform::sendPacket(peers.back().get(), PacketKind::kEventWantingReply, 0,
+                                   callEvent("say:", std::string(50'000, 'r')), executable.get()),
+              0);
+  }
+  expectUnharmed(target);
+}
+
+TEST_F(Attack, ReplyOfAHostileApplicationIsRefusedAndTheCallerGoesOn) {
+  ASSERT_TRUE(platform::openRuntimeFolder(true).isValid());
+  ChildProcess hostile = ChildProcess::fork([] {
+    const ScopedFd listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    const platform::SocketPath path(platform::fileNameForIdentifier(kTarget));
+    if (bind(listener.get(), path.address(), platform::SocketPath::size()) != 0) return 1;
+    if (listen(listener.get(), 16) != 0) return 2;
+    const std::string deep = eventWith(listOf(descriptor(platform::typeNull, ""), 0xffffffff));
+    const std::string answers[] = {"", "x", packet(deep), packet("", ~0ULL),
+                                   packet(eventWith(descriptor(platform::typeNull, "")))};
+    for (const std::string& answer : answers) {
+      const ScopedFd peer(accept(listener.get(), nullptr, nullptr));
+      std::vector<char> bytes(1 << 16);
+      if (recv(peer.get(), bytes.data(), bytes.size(), 0) <= 0) return 3;
+      if (!answer.empty() && !sendRaw(peer, answer)) return 4;
+    }
+    return 0;
+  });
+  ASSERT_TRUE(support::waitUntil([] { return fs::exists(fs::symlink_status(endpointPath())); }));
+  for (int i = 0; i < 5; ++i) {
+    OptionalString result = "untouched";
+    OSErr status = platform::procNotFound;
+    while (status == platform::procNotFound) {
+      status = TQHPAppleEventSender::share().sendEvnet(
+          OptionalString(kTarget), "Echo", "say:", std::vector<std::string>{"x"}, &result);
+    }
+    EXPECT_EQ(status, platform::connectionInvalid) << i;
+    EXPECT_EQ(result, std::nullopt) << i;
+  }
+  EXPECT_EQ(hostile.wait(), 0);
+}
+
+// --- What stands in the place of the endpoint. ---
+
+TEST_F(Attack, SymbolicLinkInThePlaceOfTheEndpointIsReplacedAndItsTargetLeftAlone) {
+  ASSERT_TRUE(platform::openRuntimeFolder(true).isValid());
+  const std::string victim = support::sandbox() + "/victim";
+  support::writeFile(victim, "precious");
+  fs::create_symlink(victim, endpointPath());
+  fs::create_symlink(victim, endpointPath() + "." + std::to_string(getpid()));
+  EXPECT_EQ(send("note:", {"x"}), platform::procNotFound);
+  const ChildProcess target = launch();
+  EXPECT_EQ(support::readFile(victim), "precious");
+  EXPECT_TRUE(fs::is_socket(fs::symlink_status(endpointPath())));
+}
+
+TEST_F(Attack, FileOfAnotherUserInThePlaceOfTheEndpointIsReplaced) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can make another user's file";
+  ASSERT_TRUE(platform::openRuntimeFolder(true).isValid());
+  support::writeFile(endpointPath(), "foreign");
+  ASSERT_EQ(chown(endpointPath().c_str(), 65534, 65534), 0);
+  EXPECT_EQ(send("note:", {"x"}), platform::procNotFound);
+  const ChildProcess target = launch();
+  EXPECT_TRUE(fs::is_socket(fs::symlink_status(endpointPath())));
+}
+
+TEST_F(Attack, DirectoryInThePlaceOfTheEndpointIsLeftAloneAndTheEndpointOpensWhenItIsGone) {
+  ASSERT_TRUE(platform::openRuntimeFolder(true).isValid());
+  support::writeFile(endpointPath() + "/inside", "kept");
+  ChildProcess target =
+      support::runApplication(support::makeApplication("Target", kTarget, support::kEchoRole));
+  EXPECT_FALSE(support::waitUntil([] { return send("note:", {"x"}) != platform::procNotFound; },
+                                  milliseconds(500)));
+  EXPECT_EQ(support::readFile(endpointPath() + "/inside"), "kept");
+  fs::remove_all(endpointPath());
+  EXPECT_TRUE(support::waitUntil([] { return send("note:", {"x"}) == 0; }));
+}
+
+TEST_F(Attack, EndpointTakenByAnotherProgramIsTakenBack) {
+  const ChildProcess target = launch();
+  {
+    const ScopedFd usurper(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    fs::remove(endpointPath());
+    const platform::SocketPath path(platform::fileNameForIdentifier(kTarget));
+    ASSERT_EQ(bind(usurper.get(), path.address(), platform::SocketPath::size()), 0);
+    ASSERT_EQ(listen(usurper.get(), 16), 0);
+  }
+  EXPECT_TRUE(support::waitUntil([] { return ask("say:", {"back"}) == "back"; }));
+}
+
+// --- What a helper's bundle holds. ---
+
+TEST_F(Attack, LinksOfAHelperBundleThatLeadOutsideAreCopiedAsLinksAndNeverFollowed) {
+  const std::string resource = support::embedHelper("1.0");
+  const std::string outside = support::sandbox() + "/outside";
+  support::writeFile(outside + "/secret", "secret");
+  const std::string resources = resource + "/Contents/Resources";
+  fs::create_directories(resources);
+  fs::create_symlink(outside + "/secret", resources + "/file");
+  fs::create_directory_symlink(outside, resources + "/folder");
+  fs::create_symlink("../../../../../../outside/secret", resources + "/relative");
+  fs::create_symlink("/proc/self/mem", resources + "/memory");
+  fs::create_symlink("loop", resources + "/loop");
+  TQHPHelper::share();
+  ASSERT_TRUE(support::waitUntil([] { return support::countInJournal("start P100") == 1; }));
+  EXPECT_TRUE(support::haveSameContents(resource, support::installedHelperPath()));
+  // Neither does the removal of that copy, for a newer one, touch what they lead to.
+  const std::string newer = support::makeHost("newer", "1.0.1");
+  ChildProcess host = support::runApplication(newer, {"600000", "20"});
+  EXPECT_TRUE(support::waitUntil([] { return support::countInJournal("up 1.0.1") == 1; }));
+  EXPECT_TRUE(support::haveSameContents(support::helperIn(newer), support::installedHelperPath()));
+  EXPECT_EQ(support::readFile(outside + "/secret"), "secret");
+  EXPECT_EQ(std::distance(fs::directory_iterator(outside), {}), 1);
+}
+
+TEST_F(Attack, PipesAndDevicesInAHelperBundleMakeNoHostWait) {
+  const std::string resource = support::embedHelper("1.0");
+  ASSERT_EQ(mkfifo((resource + "/Contents/pipe").c_str(), 0600), 0);
+  const auto time = stress::timeOf([] { TQHPHelper::share(); });
+  EXPECT_LE(time, seconds(5));
+  EXPECT_EQ(TQHPHelperCommunicate::share().autoRestartHelper(), 1);
+  EXPECT_TRUE(fs::is_empty(support::sandbox() + "/install"));
+}
+
+int processesWithArguments(const std::string& arguments) {
+  int count = 0;
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    if (support::readFile(entry.path() / "cmdline") == arguments) ++count;
+  }
+  return count;
+}
+
+// Such a process is not known as the helper, so that no tick finds the helper running.
+TEST_F(Attack, ExecutableThatLeadsOutsideTheBundleIsNotStartedAgainAndAgain) {
+  const std::string resource = support::embedHelper("1.0");
+  const std::string executable = support::executableOf(resource);
+  const std::string outside = support::sandbox() + "/outside";
+  const std::string length = "600." + std::to_string(getpid());
+  support::writeFile(outside, "#!/bin/sh\nexec sleep " + length + "\n");
+  fs::permissions(outside, fs::perms::owner_all);
+  fs::remove(executable);
+  fs::create_symlink(outside, executable);
+  TQHPHelper::share();
+  for (int tick = 0; tick < 5; ++tick) TQHPHelperCommunicate::share().autoRestartHelper();
+  // An argument of its own, since other tests may run beside this one.
+  const std::string arguments = "sleep" + std::string(1, '\0') + length + std::string(1, '\0');
+  EXPECT_EQ(processesWithArguments(arguments), 1);
+}
+
+}  // namespace

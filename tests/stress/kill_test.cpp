@@ -1,0 +1,195 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ClientComm/TQHPHelper.h"
+#include "ClientComm/TQHPHelperCommunicate.h"
+#include "platform/bundle.h"
+#include "tests/stress/stress.h"
+#include "tests/support/child_process.h"
+#include "tests/support/product_applications.h"
+#include "tests/support/test_application.h"
+#include "tests/support/test_helper.h"
+#include "tests/support/test_sandbox.h"
+
+// Processes that are killed at random moments: the helper in the midst of everything, and hosts in
+// the midst of installing and replacing it.
+
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+using support::ChildProcess;
+using support::countInJournal;
+namespace fs = std::filesystem;
+
+constexpr char kStayLong[] = "600000";
+constexpr char kEndAtOnce[] = "0";
+constexpr char kTickInMilliseconds[] = "20";
+
+/// Files and folders of many sizes, so that copying the bundle takes a while and many steps.
+void addResources(const std::string& bundle, const std::string& version) {
+  const std::string resources = bundle + "/Contents/Resources";
+  for (int i = 0; i < 40; ++i) {
+    const std::string text(static_cast<std::size_t>(i) * 997, static_cast<char>('a' + i % 26));
+    support::writeFile(resources + "/folder" + std::to_string(i % 5) + "/" + std::to_string(i),
+                       version + text);
+  }
+  fs::create_symlink("folder0/0", resources + "/link");
+}
+
+std::string installFolder() { return support::sandbox() + "/" + support::kInstallFolder; }
+
+void endHelpers() {
+  for (const pid_t pid : support::processesOf(support::installedHelperPath())) {
+    support::sendSignal(pid, SIGKILL);
+  }
+  ASSERT_TRUE(support::waitUntil(
+      [] { return support::processesOf(support::installedHelperPath()).empty(); }));
+}
+
+/// Whether the one process of the helper has come up as this version.
+bool runsVersion(const std::string& version) {
+  const pid_t pid = support::helperPid();
+  return pid != 0 && countInJournal(std::to_string(pid) + " up " + version) == 1;
+}
+
+void expectWholeHelper(const std::string& host, int round) {
+  EXPECT_TRUE(support::haveSameContents(support::helperIn(host), support::installedHelperPath()))
+      << "round " << round;
+  EXPECT_EQ(std::distance(fs::directory_iterator(installFolder()), {}), 1)
+      << "something was left beside the helper in round " << round;
+}
+
+class Kills : public testing::Test {
+ protected:
+  /// A host that brings a helper of `version` with many files.
+  static std::string makeLargeHost(const std::string& name, const std::string& version) {
+    std::string host = support::makeHost(name, version);
+    addResources(support::helperIn(host), version);
+    return host;
+  }
+
+  /// Runs a host for a random time up to `longest` and kills it.
+  static void runAndKill(const std::string& host, microseconds longest) {
+    const microseconds life = stress::randomTime(longest);
+    ChildProcess child = ChildProcess::spawn({support::executableOf(host), kStayLong});
+    stress::pause(life);
+    child.signal(SIGKILL);
+    child.wait();
+  }
+
+  /// How long a host takes from its start until the helper that it installed has been started.
+  static microseconds timeToInstall(const std::string& host) {
+    return stress::timeOf([&] {
+      ChildProcess child = ChildProcess::spawn({support::executableOf(host), kEndAtOnce});
+      EXPECT_EQ(child.wait(), 0);
+    });
+  }
+};
+
+/// Uses the helper in every way for a moment; what becomes of the single calls does not matter.
+void useHelper() {
+  auto& controller = TQHPHelperCommunicate::share();
+  controller.isAliveHelper();
+  controller.clientIDFormHelper();
+  controller.showHelper();
+  controller.uploadLogByEmail("a", "b", "c", "d");
+  TQHPHelper::share().regSuiteInfo();
+}
+
+TEST_F(Kills, HelperKilledAtRandomMomentsRunsAndIsStartedByTheNextRestartStep) {
+  support::embedHelper("1.0");
+  TQHPHelper::share();
+  auto& controller = TQHPHelperCommunicate::share();
+  ASSERT_TRUE(support::waitUntil([] { return countInJournal("start P100 1.2.3") == 1; }));
+  const int descriptors = support::openDescriptorCount();
+  const int rounds = stress::sizeFor(20, 200);
+  microseconds longest{};
+  for (int round = 0; round < rounds; ++round) {
+    const pid_t helper = support::helperPid();
+    ASSERT_NE(helper, 0);
+    const microseconds moment = stress::randomTime(milliseconds(20));
+    ChildProcess killer = ChildProcess::fork([&] {
+      stress::pause(moment);
+      return kill(helper, SIGKILL);
+    });
+    const auto end = std::chrono::steady_clock::now() + moment;
+    while (std::chrono::steady_clock::now() < end) useHelper();
+    EXPECT_EQ(killer.wait(), 0);
+    ASSERT_TRUE(support::waitUntil([&] { return support::helperPid() != helper; }));
+    OSErr status = -1;
+    longest = std::max(longest, stress::timeOf([&] { status = controller.autoRestartHelper(); }));
+    EXPECT_EQ(status, 0) << "round " << round;
+    EXPECT_TRUE(support::waitUntil([&] {
+      const pid_t next = support::helperPid();
+      return next != 0 && countInJournal(std::to_string(next) + " start P100 1.2.3") > 0;
+    })) << "round "
+        << round;
+  }
+  EXPECT_EQ(support::openDescriptorCount(), descriptors);
+  EXPECT_EQ(support::threadCount(), 1);
+  stress::report("helper killed " + std::to_string(rounds) + " times; longest restart step " +
+                 std::to_string(longest.count()) + " us");
+}
+
+TEST_F(Kills, HostKilledDuringAnInstallationLeavesTheNextHostAWholeHelper) {
+  const std::string host = makeLargeHost("host", "1.0");
+  const microseconds whole = timeToInstall(host);
+  const int rounds = stress::sizeFor(15, 200);
+  int withoutHelper = 0;
+  for (int round = 0; round < rounds; ++round) {
+    endHelpers();
+    fs::remove_all(installFolder());
+    runAndKill(host, whole);
+    if (!fs::exists(support::installedHelperPath())) ++withoutHelper;
+    ChildProcess next = support::runApplication(host, {kStayLong, kTickInMilliseconds});
+    EXPECT_TRUE(support::waitUntil([] { return runsVersion("1.0"); })) << "round " << round;
+    expectWholeHelper(host, round);
+  }
+  EXPECT_GT(withoutHelper, 0);
+  stress::report("host killed " + std::to_string(rounds) + " times within " +
+                 std::to_string(whole.count()) + " us of installing, " +
+                 std::to_string(withoutHelper) + " times before the helper was in place");
+}
+
+TEST_F(Kills, HostKilledDuringAReplacementLeavesTheNextHostAWholeHelper) {
+  const std::string older = makeLargeHost("older", "1.0");
+  const std::string newer = makeLargeHost("newer", "1.0.1");
+  timeToInstall(older);
+  ASSERT_TRUE(support::waitUntil([] { return runsVersion("1.0"); }));
+  const microseconds whole = timeToInstall(newer);
+  const int rounds = stress::sizeFor(15, 200);
+  int withoutExit = 0;
+  for (int round = 0; round < rounds; ++round) {
+    endHelpers();
+    fs::remove_all(installFolder());
+    timeToInstall(older);
+    ASSERT_TRUE(support::waitUntil([] { return runsVersion("1.0"); }));
+    const pid_t replaced = support::helperPid();
+    runAndKill(newer, whole);
+    ChildProcess next = support::runApplication(newer, {kStayLong, kTickInMilliseconds});
+    const std::string exit = std::to_string(replaced) + " exit";
+    ASSERT_TRUE(support::waitUntil([&] {
+      return runsVersion("1.0.1") ||
+             (countInJournal(std::to_string(replaced) + " start newer") > 0 &&
+              countInJournal(exit) == 0 && support::helperPid() == replaced);
+    })) << "round "
+        << round;
+    // A host that is killed between the removal and the exit command has taken the command along.
+    if (!runsVersion("1.0.1")) ++withoutExit;
+    EXPECT_EQ(support::processesOf(support::installedHelperPath()).size(), 1U);
+    expectWholeHelper(newer, round);
+  }
+  stress::report("host killed " + std::to_string(rounds) + " times within " +
+                 std::to_string(whole.count()) + " us of replacing; the old process ran on " +
+                 std::to_string(withoutExit) + " times");
+}
+
+}  // namespace
