@@ -4,25 +4,21 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
-#include "ClientComm/TQHPAppEventBase.h"
-#include "ClientComm/TQHPAppleEventProcesser.h"
-#include "ClientComm/TQHPAppleEventSender.h"
 #include "ClientComm/TQHPHelper.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPProcessList.h"
 #include "platform/bundle.h"
-#include "platform/text.h"
 #include "platform/user_defaults.h"
 #include "tests/support/child_process.h"
+#include "tests/support/product_applications.h"
 #include "tests/support/test_application.h"
+#include "tests/support/test_helper.h"
 #include "tests/support/test_sandbox.h"
 
 // The life of a helper under real hosts: this process is one of them, its own bundle carries the
@@ -32,168 +28,18 @@ namespace {
 
 using std::chrono::milliseconds;
 using support::ChildProcess;
+using support::countInJournal;
+using support::embedHelper;
+using support::haveSameContents;
+using support::helperIdentifier;
+using support::helperPid;
+using support::installedHelperPath;
+using support::makeHost;
+using support::processesOf;
 namespace fs = std::filesystem;
-
-constexpr char kHelperName[] = "Test Helper";
-constexpr char kHelperID[] = "com.example.testhelper";
-constexpr char kHelperRole[] = "product-helper";
-constexpr char kHostRole[] = "product-host";
-
-std::string journalPath() { return support::sandbox() + "/helper-journal"; }
-std::string installedHelper() { return support::sandbox() + "/install/Test Helper.app"; }
-
-// --- The helper of these tests: writes down every call, with its own process ID. ---
-
-GMainLoop* helperLoop = nullptr;
-
-void note(const std::string& text) {
-  std::ofstream(journalPath(), std::ios::app) << std::to_string(getpid()) + " " + text + "\n"
-                                              << std::flush;
-}
-
-class Control : public TQHPAppEventBase {
- public:
-  static const platform::Class& staticClass() {
-    using platform::method;
-    static const auto* const cls =
-        new platform::Class("TQHPHelperControl", platform::makeShared<Control>,
-                            {method<&Control::start>("start:prodeuctVersion:"),
-                             method<&Control::stop>("stop:prodeuctVersion:"),
-                             method<&Control::isAlive>("isAlive:prodeuctVersion:"),
-                             method<&Control::exitHelper>("exitHelper:productVersion:")});
-    return *cls;
-  }
-  const platform::Class& isa() const override { return staticClass(); }
-
-  void start(const OptionalString& product, const OptionalString& version) {
-    note("start " + *product + " " + *version);
-  }
-  void stop(const OptionalString& product, const OptionalString& /*version*/) {
-    note("stop " + *product);
-  }
-  void isAlive(const OptionalString& /*product*/, const OptionalString& /*version*/) {}
-  void exitHelper(const OptionalString& product, const OptionalString& /*version*/) {
-    note("exit " + *product);
-    g_main_loop_quit(helperLoop);
-  }
-};
-
-class Data : public TQHPAppEventBase {
- public:
-  static const platform::Class& staticClass() {
-    static const auto* const cls =
-        new platform::Class("TQHPGetDataByHelper", platform::makeShared<Data>,
-                            {platform::method<&Data::clientIDFormHelper>("clientIDFormHelper")});
-    return *cls;
-  }
-  const platform::Class& isa() const override { return staticClass(); }
-
-  OptionalString clientIDFormHelper() { return "client-" + std::to_string(getpid()); }
-};
-
-const support::Role helperRole(kHelperRole, [](const std::vector<std::string>& /*arguments*/) {
-  platform::registerClass(Control::staticClass());
-  platform::registerClass(Data::staticClass());
-  TQHPAppleEventProcesser::share();
-  note("up " + platform::Bundle::mainBundle().infoString("CFBundleVersion").value_or("?"));
-  helperLoop = g_main_loop_new(nullptr, FALSE);
-  g_main_loop_run(helperLoop);
-  note("down");
-  return 0;
-});
-
-// --- A further host: runs for the milliseconds that it is given, then ends. ---
-
-const support::Role hostRole(kHostRole, [](const std::vector<std::string>& arguments) {
-  TQHPHelper::share();
-  GMainLoop* const loop = g_main_loop_new(nullptr, FALSE);
-  g_timeout_add(
-      static_cast<guint>(platform::intValue(arguments.at(0))),
-      [](gpointer data) -> gboolean {
-        g_main_loop_quit(static_cast<GMainLoop*>(data));
-        return G_SOURCE_REMOVE;
-      },
-      loop);
-  g_main_loop_run(loop);
-  return 0;
-});
-
-std::vector<std::string> journal() {
-  std::vector<std::string> lines;
-  std::ifstream file(journalPath());
-  for (std::string line; std::getline(file, line);) lines.push_back(line);
-  return lines;
-}
-
-std::size_t countInJournal(const std::string& what) {
-  const auto lines = journal();
-  return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const auto& line) {
-    return line.find(what) != std::string::npos;
-  }));
-}
-
-/// Process IDs of all that run the executable of the bundle at `application`, removed or not.
-std::vector<pid_t> processesOf(const std::string& application) {
-  std::vector<pid_t> found;
-  for (const auto& entry : fs::directory_iterator("/proc")) {
-    std::error_code error;
-    const std::string link = fs::read_symlink(entry.path() / "exe", error).string();
-    if (!error && link.starts_with(support::executableOf(application))) {
-      found.push_back(std::stoi(entry.path().filename().string()));
-    }
-  }
-  return found;
-}
-
-pid_t helperPid() {
-  const auto found = processesOf(installedHelper());
-  return found.size() == 1 ? found.front() : 0;
-}
-
-bool haveSameContents(const std::string& first, const std::string& second) {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::recursive_directory_iterator(first)) {
-    const fs::path other = second / fs::relative(entry.path(), first);
-    if (entry.is_regular_file() && support::readFile(entry.path()) != support::readFile(other)) {
-      return false;
-    }
-    if (!fs::exists(fs::symlink_status(other))) return false;
-  }
-  const auto count = [](const std::string& path) {
-    return std::distance(fs::recursive_directory_iterator(path), {});
-  };
-  return count(first) == count(second);
-}
 
 class LifeCycle : public testing::Test {
  protected:
-  /// Puts a helper of `version` into the bundle at `host`. @return its path there.
-  static std::string embedHelper(const std::string& version,
-                                 const std::string& host = "TestHost.app",
-                                 const platform::PropertyListDictionary& extra = {}) {
-    platform::PropertyListDictionary info = extra;
-    info.insert_or_assign("CFBundleVersion", version);
-    return support::makeApplication(kHelperName, kHelperID, kHelperRole, info,
-                                    host + "/Contents/Resources");
-  }
-
-  /// Makes a further host that brings a helper of `version`.
-  static std::string makeHost(const std::string& name, const std::string& version) {
-    platform::PropertyListDictionary info = support::defaultHostInfo();
-    info.erase("CFBundleName");
-    info.erase("CFBundleExecutable");
-    info.erase("CFBundleIdentifier");
-    info.insert_or_assign("PID", name);
-    const std::string host =
-        support::makeApplication(name, "com.example." + name, kHostRole, info, "hosts");
-    embedHelper(version, "hosts/" + name + ".app");
-    return host;
-  }
-
-  static bool isStarted(std::size_t times = 1) {
-    return support::waitUntil([&] { return countInJournal("start P100 1.2.3") >= times; });
-  }
-
   /// Runs the restart step until the helper runs and has been started once more.
   static bool isRestarted(std::size_t times) {
     return support::waitUntil([&] {
@@ -207,8 +53,8 @@ TEST_F(LifeCycle, FirstUseInstallsLaunchesAndStartsTheHelper) {
   const std::string resource = embedHelper("1.0");
   TQHPHelper::share();
   EXPECT_TRUE(isRestarted(1));
-  EXPECT_TRUE(haveSameContents(resource, installedHelper()));
-  EXPECT_EQ(processesOf(installedHelper()).size(), 1U);
+  EXPECT_TRUE(haveSameContents(resource, installedHelperPath()));
+  EXPECT_EQ(processesOf(installedHelperPath()).size(), 1U);
   EXPECT_TRUE(support::waitUntil(
       [] { return TQHPHelperCommunicate::share().clientIDFormHelper().has_value(); }));
   EXPECT_EQ(TQHPHelperCommunicate::share().clientID(), "client-" + std::to_string(helperPid()));
@@ -235,7 +81,7 @@ TEST_F(LifeCycle, HelperKilledIsRunningAndStartedAgainAfterTheNextTicks) {
   TQHPHelper::share();
   ASSERT_TRUE(isRestarted(1));
   const pid_t killed = helperPid();
-  kill(killed, SIGKILL);
+  support::sendSignal(killed, SIGKILL);
   ASSERT_TRUE(support::waitUntil([&] { return helperPid() != killed; }));
   EXPECT_TRUE(isRestarted(2));
   EXPECT_NE(helperPid(), 0);
@@ -247,13 +93,14 @@ TEST_F(LifeCycle, RunningHelperWhoseBundleWasJustRemovedIsStillFoundUnderItsIden
   TQHPHelper::share();
   ASSERT_TRUE(isRestarted(1));
   const pid_t helper = helperPid();
-  fs::remove_all(installedHelper());
+  fs::remove_all(installedHelperPath());
   auto& processes = TQHPProcessList::share();
-  EXPECT_TRUE(processes.applicationIsRunning(OptionalString(kHelperID), installedHelper()));
+  EXPECT_TRUE(
+      processes.applicationIsRunning(OptionalString(helperIdentifier()), installedHelperPath()));
   const auto info = processes.infoForPID(helper);
   ASSERT_TRUE(info.has_value());
-  EXPECT_EQ(info->at("CFBundleIdentifier").stringValue(), kHelperID);
-  EXPECT_EQ(info->at("BundlePath").stringValue(), installedHelper());
+  EXPECT_EQ(info->at("CFBundleIdentifier").stringValue(), helperIdentifier());
+  EXPECT_EQ(info->at("BundlePath").stringValue(), installedHelperPath());
 }
 
 TEST_F(LifeCycle, NewerHelperReplacesTheInstalledOneAndTheOldProcessIsToldToExit) {
@@ -267,7 +114,7 @@ TEST_F(LifeCycle, NewerHelperReplacesTheInstalledOneAndTheOldProcessIsToldToExit
   EXPECT_TRUE(isRestarted(2));
   EXPECT_TRUE(support::waitUntil([&] { return countInJournal("up 1.0.1") == 1; }));
   EXPECT_NE(helperPid(), old);
-  EXPECT_TRUE(haveSameContents(newer + "/Contents/Resources/Test Helper.app", installedHelper()));
+  EXPECT_TRUE(haveSameContents(support::helperIn(newer), installedHelperPath()));
 }
 
 TEST_F(LifeCycle, OlderHelperOfAnotherHostChangesNothing) {
@@ -280,7 +127,7 @@ TEST_F(LifeCycle, OlderHelperOfAnotherHostChangesNothing) {
   EXPECT_EQ(helperPid(), helper);
   EXPECT_EQ(countInJournal("exit"), 0U);
   EXPECT_EQ(countInJournal("start older"), 1U);
-  EXPECT_EQ(platform::Bundle(installedHelper()).infoString("CFBundleVersion"), "2.0.1");
+  EXPECT_EQ(platform::Bundle(installedHelperPath()).infoString("CFBundleVersion"), "2.0.1");
 }
 
 TEST_F(LifeCycle, TenHostsAtOnceEndWithOneHelperAndOneIntactCopy) {
@@ -297,10 +144,9 @@ TEST_F(LifeCycle, TenHostsAtOnceEndWithOneHelperAndOneIntactCopy) {
         return true;
       },
       std::chrono::seconds(60)));
-  EXPECT_EQ(processesOf(installedHelper()).size(), 1U);
+  EXPECT_EQ(processesOf(installedHelperPath()).size(), 1U);
   EXPECT_EQ(countInJournal("up 1.0"), 1U);
-  EXPECT_TRUE(
-      haveSameContents(paths[0] + "/Contents/Resources/Test Helper.app", installedHelper()));
+  EXPECT_TRUE(haveSameContents(support::helperIn(paths[0]), installedHelperPath()));
   EXPECT_EQ(std::distance(fs::directory_iterator(support::sandbox() + "/install"), {}), 1);
 }
 
@@ -320,7 +166,7 @@ TEST_F(LifeCycle, HelperWithoutExecutableIsStatusOneAndRecoversWhenItIsThere) {
   TQHPHelper::share();
   EXPECT_EQ(TQHPHelperCommunicate::share().autoRestartHelper(), 1);
   EXPECT_EQ(TQHPHelperCommunicate::share().showHelper(), 1);
-  fs::rename(kept, support::executableOf(installedHelper()));
+  fs::rename(kept, support::executableOf(installedHelperPath()));
   EXPECT_TRUE(isRestarted(1));
 }
 
@@ -335,10 +181,10 @@ TEST_F(LifeCycle, InstallDirectoryThatCannotBeWrittenIsStatusOneAndRecoversWhenI
 
 TEST_F(LifeCycle, InstalledCopyWithACorruptInfoPlistIsReplaced) {
   const std::string resource = embedHelper("1.0");
-  support::writeFile(installedHelper() + "/Contents/Info.plist", "<plist><dict><key>");
+  support::writeFile(installedHelperPath() + "/Contents/Info.plist", "<plist><dict><key>");
   TQHPHelper::share();
   EXPECT_TRUE(isRestarted(1));
-  EXPECT_TRUE(haveSameContents(resource, installedHelper()));
+  EXPECT_TRUE(haveSameContents(resource, installedHelperPath()));
 }
 
 TEST_F(LifeCycle, HelperWithACorruptInfoPlistIsStatusOneAndTheHostGoesOn) {
@@ -349,9 +195,9 @@ TEST_F(LifeCycle, HelperWithACorruptInfoPlistIsStatusOneAndTheHostGoesOn) {
   TQHPHelper::share();
   EXPECT_EQ(TQHPHelperCommunicate::share().autoRestartHelper(), 1);
   embedHelper("1.0");
-  fs::remove_all(installedHelper());
+  fs::remove_all(installedHelperPath());
   EXPECT_TRUE(isRestarted(1));
-  EXPECT_EQ(support::readFile(installedHelper() + "/Contents/Info.plist"), good);
+  EXPECT_EQ(support::readFile(installedHelperPath() + "/Contents/Info.plist"), good);
 }
 
 TEST_F(LifeCycle, CorruptPreferencesFileIsKeptAside) {
@@ -394,7 +240,7 @@ TEST_F(LifeCycle, HostHasOneThreadAndItsEndpointAsOnlyFurtherDescriptorAfterEver
   helper.regSuiteInfo();
   helper.productCollectStatus();
   helper.setDataCollectPID("Q");
-  kill(helperPid(), SIGKILL);
+  support::sendSignal(helperPid(), SIGKILL);
   ASSERT_TRUE(isRestarted(2));
   helper.stopHelper();
   support::runLoopUntil([] { return false; }, milliseconds(50));
