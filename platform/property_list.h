@@ -86,7 +86,8 @@ CLIENTCOMM_EXPORT std::string xmlPropertyList(const PropertyListDictionary& dict
 
 /// Writes `dictionary` to `path` as an XML property list. The file is replaced in one step, with
 /// its owner and mode kept; through a symbolic link the target is replaced, not the link.
-/// @return false when it could not be written; the old file is then whole.
+/// @return false when it could not be written, or is too large or nested too deep to be read again;
+///         the old file is then whole.
 CLIENTCOMM_EXPORT bool writeDictionaryToFile(const PropertyListDictionary& dictionary,
                                              const std::string& path);
 

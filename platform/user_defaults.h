@@ -35,7 +35,8 @@ class CLIENTCOMM_EXPORT UserDefaults {
 
   /// Writes what was set, in one step, over the file as it stands now: keys that another process
   /// wrote meanwhile are kept. A corrupt file is kept aside (".corrupt-" and a number), not lost.
-  /// @return false when it could not be written; what was set stays pending then.
+  /// @return false when it could not be written, or is too large or nested too deep to be read
+  ///         again; what was set stays pending then.
   bool synchronize();
 
   /// All values of another application's settings, as its file holds them now; nothing when there

@@ -22,7 +22,8 @@
 namespace platform {
 namespace {
 
-using namespace std::string_view_literals;
+namespace chrono = std::chrono;
+using namespace std::literals;  // of texts and dates
 
 constexpr std::string_view kUidKey = "CF$UID";
 
@@ -83,15 +84,17 @@ bool skipNonElement(std::string_view& text, bool& wasSkipped) {
 // The tag at the front of `text`, from "<" to ">"; empty when its end is missing or in doubt.
 std::string_view frontTag(std::string_view text) {
   const std::string_view tag = text.substr(0, text.find('>') + 1);
-  if (tag.find('<', 1) != std::string_view::npos || tag.find('[') != std::string_view::npos)
+  if (tag.find('<', 1) != std::string_view::npos || tag.find('[') != std::string_view::npos) {
     return {};
+  }
   const bool isQuoteOpen =
       std::count(tag.begin(), tag.end(), '"') % 2 != 0 || tag.find('\'') != std::string_view::npos;
   return isQuoteOpen ? std::string_view() : tag;
 }
 
 bool isXmlNestedWithinLimit(std::string_view text) {
-  constexpr int kMaximumDepth = kMaximumPropertyListNesting + 2;  // the plist element and a leaf's
+  // The plist element, a leaf's, and the dictionary by which a keyed-archive reference is written.
+  constexpr int kMaximumDepth = kMaximumPropertyListNesting + 3;
   int depth = 0;
   for (;;) {
     text.remove_prefix(std::min(text.find('<'), text.size()));
@@ -108,6 +111,20 @@ bool isXmlNestedWithinLimit(std::string_view text) {
     }
     text.remove_prefix(tag.size());
   }
+}
+
+bool isNestedWithinLimit(const PropertyListValue& value, int depth = 0) {
+  if (depth > kMaximumPropertyListNesting) return false;
+  if (const auto* array = value.array()) {
+    return std::all_of(array->begin(), array->end(), [depth](const PropertyListValue& item) {
+      return isNestedWithinLimit(item, depth + 1);
+    });
+  }
+  const auto* dictionary = value.dictionary();
+  return dictionary == nullptr ||
+         std::all_of(dictionary->begin(), dictionary->end(), [depth](const auto& entry) {
+           return isNestedWithinLimit(entry.second, depth + 1);
+         });
 }
 
 std::optional<PropertyListValue> valueOf(plist_t node);
@@ -129,10 +146,11 @@ PropertyListValue integerOf(plist_t node) {
   return isSigned ? PropertyListValue(static_cast<std::int64_t>(value)) : integer(value);
 }
 
+constexpr chrono::sys_days kReferenceDay = 2001y / chrono::January / 1;
+
 double secondsSinceReferenceDate(int year, unsigned month, unsigned day, int secondsOfDay) {
-  using namespace std::chrono;
-  const sys_days date = std::chrono::year(year) / std::chrono::month(month) / std::chrono::day(day);
-  const auto days = (date - sys_days(2001y / January / 1)).count();
+  const chrono::sys_days date = chrono::year(year) / chrono::month(month) / chrono::day(day);
+  const auto days = (date - kReferenceDay).count();
   return static_cast<double>(days) * 86400.0 + secondsOfDay;
 }
 
@@ -200,12 +218,14 @@ std::optional<PropertyListValue> arrayOf(plist_t node) {
 // XML has no element for a keyed-archive reference: it is written as a dictionary of one key.
 std::optional<PropertyListUID> uidWrittenAs(const PropertyListDictionary& dictionary) {
   if (dictionary.size() != 1 || dictionary.begin()->first != kUidKey) return std::nullopt;
-  const auto* value = std::get_if<std::int64_t>(&dictionary.begin()->second.variant());
-  if (value == nullptr || *value < 0) return std::nullopt;
-  return PropertyListUID{static_cast<std::uint64_t>(*value)};
+  const PropertyListValue::Variant& value = dictionary.begin()->second.variant();
+  if (const auto* large = std::get_if<std::uint64_t>(&value)) return PropertyListUID{*large};
+  const auto* number = std::get_if<std::int64_t>(&value);
+  if (number == nullptr || *number < 0) return std::nullopt;
+  return PropertyListUID{static_cast<std::uint64_t>(*number)};
 }
 
-std::optional<PropertyListValue> dictionaryOf(plist_t node) {
+std::optional<PropertyListDictionary> entriesOf(plist_t node) {
   PropertyListDictionary dictionary;
   plist_dict_iter iterator = nullptr;
   plist_dict_new_iter(node, &iterator);
@@ -220,8 +240,22 @@ std::optional<PropertyListValue> dictionaryOf(plist_t node) {
     if (!value) return std::nullopt;
     dictionary.insert_or_assign(key, std::move(*value));
   }
-  if (const auto uid = uidWrittenAs(dictionary)) return PropertyListValue(*uid);
-  return PropertyListValue(std::move(dictionary));
+  return dictionary;
+}
+
+std::optional<PropertyListValue> dictionaryOf(plist_t node) {
+  auto dictionary = entriesOf(node);
+  if (!dictionary) return std::nullopt;
+  if (const auto uid = uidWrittenAs(*dictionary)) return PropertyListValue(*uid);
+  return PropertyListValue(std::move(*dictionary));
+}
+
+// A list's top value is no reference, whatever its only key is called: a settings file stays one.
+std::optional<PropertyListValue> topValueOf(plist_t node) {
+  if (plist_get_node_type(node) != PLIST_DICT) return valueOf(node);
+  auto dictionary = entriesOf(node);
+  if (!dictionary) return std::nullopt;
+  return PropertyListValue(std::move(*dictionary));
 }
 
 std::optional<PropertyListValue> valueOf(plist_t node) {
@@ -257,14 +291,16 @@ std::optional<PropertyListValue> valueOf(plist_t node) {
 }
 
 std::optional<PropertyListValue> propertyListFromXml(std::string_view text) {
-  if (text.find('\0') != std::string_view::npos || !isXmlNestedWithinLimit(text))
+  if (text.find('\0') != std::string_view::npos || !isXmlNestedWithinLimit(text)) {
     return std::nullopt;
+  }
   const ScopedCLocale cLocale;
   plist_t node = nullptr;
   plist_from_xml(text.data(), static_cast<std::uint32_t>(text.size()), &node);
   const ScopedPlist owner(node);
   if (node == nullptr) return std::nullopt;
-  return valueOf(node);
+  auto value = topValueOf(node);
+  return value && isNestedWithinLimit(*value) ? value : std::nullopt;
 }
 
 // --- Reading the binary form. Our own, since libplist's reader ends the process over a key that
@@ -578,17 +614,16 @@ class XmlWriter {
 
 // The XML form has whole seconds and four digits of the year.
 void XmlWriter::append(PropertyListDate value) {
-  using namespace std::chrono;
-  constexpr sys_days kReference = 2001y / January / 1;
-  constexpr auto kFirst = duration_cast<seconds>(sys_days(1y / January / 1) - kReference).count();
-  constexpr auto kEnd = duration_cast<seconds>(sys_days(10000y / January / 1) - kReference).count();
+  constexpr chrono::seconds kFirst = chrono::sys_days(1y / chrono::January / 1) - kReferenceDay;
+  constexpr chrono::seconds kEnd = chrono::sys_days(10000y / chrono::January / 1) - kReferenceDay;
   double total = std::floor(value.secondsSinceReferenceDate);
   if (std::isnan(total)) total = 0;
-  total = std::clamp(total, static_cast<double>(kFirst), static_cast<double>(kEnd - 1));
-  const auto time = kReference + seconds(static_cast<std::int64_t>(total));
-  const auto day = floor<days>(time);
-  const year_month_day date(day);
-  const hh_mm_ss clock(time - day);
+  total =
+      std::clamp(total, static_cast<double>(kFirst.count()), static_cast<double>(kEnd.count() - 1));
+  const auto time = kReferenceDay + chrono::seconds(static_cast<std::int64_t>(total));
+  const auto day = chrono::floor<chrono::days>(time);
+  const chrono::year_month_day date(day);
+  const chrono::hh_mm_ss clock(time - day);
   std::array<char, 40> text;
   std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02dZ",
                 static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
@@ -637,8 +672,19 @@ std::string xmlPropertyList(const PropertyListDictionary& dictionary) {
   return XmlWriter().write(dictionary);
 }
 
+bool writeDictionaryToFile(const PropertyListDictionary& dictionary, const std::string& path,
+                           mode_t modeOfNew) {
+  // A file that cannot be read again would be lost.
+  const bool isReadable = std::all_of(dictionary.begin(), dictionary.end(), [](const auto& entry) {
+    return isNestedWithinLimit(entry.second, 1);
+  });
+  if (!isReadable) return false;
+  const std::string xml = xmlPropertyList(dictionary);
+  return xml.size() <= kMaximumSettingsFileSize && replaceFile(path, xml, modeOfNew) == 0;
+}
+
 bool writeDictionaryToFile(const PropertyListDictionary& dictionary, const std::string& path) {
-  return replaceFile(path, xmlPropertyList(dictionary)) == 0;
+  return writeDictionaryToFile(dictionary, path, 0666);
 }
 
 }  // namespace platform

@@ -56,7 +56,7 @@ class Parser {
   /// The inside of a dictionary, up to the end of the text.
   std::optional<PropertyListValue> stringsTable() {
     PropertyListDictionary dictionary;
-    if (!entries(dictionary, 0) || !rest_.empty()) return std::nullopt;
+    if (!entries(dictionary, 1) || !rest_.empty()) return std::nullopt;
     return PropertyListValue(std::move(dictionary));
   }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +12,10 @@ namespace platform {
 
 /// How deep the values of a property list may be nested; what is nested deeper is malformed.
 inline constexpr int kMaximumPropertyListNesting = 128;
+
+/// As `writeDictionaryToFile`; a file that is new gets `modeOfNew`, less the umask.
+bool writeDictionaryToFile(const PropertyListDictionary& dictionary, const std::string& path,
+                           mode_t modeOfNew);
 
 /// Reads an old-style text property list, or the text of a strings file, which is the inside of a
 /// dictionary. `text` is UTF-8 without byte-order mark; text of nothing but blanks and comments is

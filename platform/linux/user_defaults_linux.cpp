@@ -19,6 +19,7 @@
 #include "platform/linux/atomic_file.h"
 #include "platform/linux/own_executable.h"
 #include "platform/linux/scoped_source.h"
+#include "platform/linux/text_property_list.h"
 #include "platform/user_defaults.h"
 
 namespace platform {
@@ -179,6 +180,15 @@ bool apply(const Changes& changes, PropertyListDictionary& settings) {
   return isChanged;
 }
 
+// Writes where no failure can be told to anybody. Even memory may run out; what was set stays
+// pending then.
+void writeQuietly(UserDefaults& defaults) noexcept {
+  try {
+    defaults.synchronize();
+  } catch (...) {
+  }
+}
+
 // The settings with something to write when the process ends. A process forked from it without a
 // program of its own is not the one to write.
 class ExitWriter {
@@ -189,7 +199,7 @@ class ExitWriter {
     auto& all = members();
     if (std::find(all.begin(), all.end(), &defaults) == all.end()) all.push_back(&defaults);
   }
-  static void remove(UserDefaults& defaults) { std::erase(members(), &defaults); }
+  static void remove(UserDefaults& defaults) noexcept { std::erase(members(), &defaults); }
 
  private:
   static std::vector<UserDefaults*>& members() {
@@ -198,7 +208,7 @@ class ExitWriter {
   }
   static void writeAll() {
     if (process_ != getpid()) return;
-    for (UserDefaults* defaults : members()) defaults->synchronize();
+    for (UserDefaults* defaults : members()) writeQuietly(*defaults);
   }
 
   static inline pid_t process_ = 0;
@@ -227,7 +237,7 @@ struct UserDefaults::State {
     auto settings = settingsToWriteOver(path);
     if (!settings) return false;
     if (!apply(pending, *settings)) return true;
-    return replaceFile(path, xmlPropertyList(*settings), 0600) == 0;
+    return writeDictionaryToFile(*settings, path, 0600);
   }
 
   // Whether the file holds already what was set, so that nothing needs to be made or locked.
@@ -247,7 +257,7 @@ struct UserDefaults::State {
 };
 
 UserDefaults& UserDefaults::standardUserDefaults() {
-  static UserDefaults* const defaults = new UserDefaults(ownDomain());
+  static auto* const defaults = new UserDefaults(ownDomain());
   return *defaults;
 }
 
@@ -256,7 +266,7 @@ UserDefaults::UserDefaults(std::string domain) : state_(std::make_unique<State>(
 }
 
 UserDefaults::~UserDefaults() {
-  synchronize();
+  writeQuietly(*this);
   ExitWriter::remove(*this);
 }
 
@@ -281,8 +291,7 @@ void UserDefaults::setObject(std::optional<PropertyListValue> value, std::string
   if (state_->writeTimer.isValid()) return;
   state_->writeTimer.reset(g_timeout_source_new(kWriteDelayInMilliseconds));
   const auto write = [](gpointer data) noexcept -> gboolean {
-    auto& defaults = *static_cast<UserDefaults*>(data);
-    defaults.synchronize();
+    writeQuietly(*static_cast<UserDefaults*>(data));
     return G_SOURCE_REMOVE;
   };
   g_source_set_callback(state_->writeTimer.get(), write, this, nullptr);

@@ -1,0 +1,78 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include "platform/property_list.h"
+#include "platform/user_defaults.h"
+#include "tests/support/test_sandbox.h"
+
+namespace {
+
+using platform::PropertyListDictionary;
+using platform::PropertyListUID;
+using platform::PropertyListValue;
+using platform::UserDefaults;
+
+constexpr int kDeepest = 128;  // of the values within a property list's top one
+
+// Arrays around `leaf`, which is then nested `depth` deep in a dictionary that holds the outermost.
+PropertyListValue nested(PropertyListValue leaf, int depth) {
+  for (int i = 1; i < depth; ++i) {
+    PropertyListValue::Array array;
+    array.push_back(std::move(leaf));
+    leaf = PropertyListValue(std::move(array));
+  }
+  return leaf;
+}
+
+TEST(SettingsLimits, AValueNestedToTheLimitIsReadAgain) {
+  for (const PropertyListValue& leaf :
+       {PropertyListValue("text"), PropertyListValue(7), PropertyListValue(PropertyListUID{7}),
+        PropertyListValue(PropertyListUID{UINT64_MAX})}) {
+    const PropertyListDictionary dictionary = {{"key", nested(leaf, kDeepest)}};
+    EXPECT_EQ(platform::propertyListFromBytes(platform::xmlPropertyList(dictionary)), dictionary);
+  }
+}
+
+TEST(SettingsLimits, ASettingMayBeCalledAsTheKeyOfAReference) {
+  const PropertyListDictionary dictionary = {{"CF$UID", 7}};
+  EXPECT_EQ(platform::propertyListFromBytes(platform::xmlPropertyList(dictionary)), dictionary);
+}
+
+TEST(SettingsLimits, AStringsTableIsReadAsDeepAsItIsWritten) {
+  const auto read = [](int depth) {
+    return platform::propertyListFromBytes(
+        platform::descriptionInStringsFileFormat({{"key", nested("text", depth)}}));
+  };
+  EXPECT_TRUE(read(kDeepest));
+  EXPECT_FALSE(read(kDeepest + 1));
+}
+
+TEST(SettingsLimits, AFileIsNotWrittenThatCouldNotBeReadAgain) {
+  const std::string path = support::sandbox() + "/list.plist";
+  const PropertyListDictionary before = {{"key", "value"}};
+  ASSERT_TRUE(platform::writeDictionaryToFile(before, path));
+  EXPECT_FALSE(platform::writeDictionaryToFile({{"key", nested("text", kDeepest + 1)}}, path));
+  EXPECT_FALSE(platform::writeDictionaryToFile({{"key", std::string(17 << 20, 'x')}}, path));
+  EXPECT_EQ(platform::dictionaryWithContentsOfFile(path), before);
+  EXPECT_TRUE(platform::writeDictionaryToFile({{"key", nested("text", kDeepest)}}, path));
+  EXPECT_TRUE(platform::dictionaryWithContentsOfFile(path));
+}
+
+TEST(SettingsLimits, ASettingThatCouldNotBeReadAgainDoesNotCostTheOthers) {
+  UserDefaults defaults("com.example.limits");
+  defaults.setObject("value", "key");
+  ASSERT_TRUE(defaults.synchronize());
+  defaults.setObject(nested("text", kDeepest + 1), "deep");
+  EXPECT_FALSE(defaults.synchronize());
+  EXPECT_EQ(UserDefaults("com.example.limits").stringForKey("key"), "value");
+  defaults.setObject(std::nullopt, "deep");
+  defaults.setObject("another", "more");
+  EXPECT_TRUE(defaults.synchronize());
+  EXPECT_EQ(defaults.persistentDomainForName("com.example.limits"),
+            (PropertyListDictionary{{"key", "value"}, {"more", "another"}}));
+}
+
+}  // namespace
