@@ -133,7 +133,8 @@ std::string packetBytes(unsigned options, std::string_view rest, std::size_t fil
   bytes[4] = 1;
   if ((options & kBodyInFile) != 0) bytes.resize(kHeaderSize);
   if ((options & (kMakeBodySize | kBodyInFile)) == 0) return bytes;
-  const std::uint64_t size = (options & kBodyInFile) != 0 ? fileSize : bytes.size() - kHeaderSize;
+  const auto size = static_cast<std::uint32_t>(
+      (options & kBodyInFile) != 0 ? fileSize : bytes.size() - kHeaderSize);
   std::memcpy(bytes.data() + 8, &size, sizeof size);
   return bytes;
 }
@@ -152,15 +153,15 @@ void sendOn(Packet packet, bool isLarge) {
         platform::fourCharCode("larg"));
   }
   const bool handsOver = packet.executable.isValid() && packet.kind != PacketKind::kReply;
-  require(
-      platform::sendPacket(sockets().theirs.get(), packet.kind, packet.status, packet.descriptor,
-                           handsOver ? packet.executable.get() : -1) == platform::noErr,
-      "what was received can be sent on");
+  require(platform::sendPacket(sockets().theirs.get(), packet.kind, packet.status,
+                               packet.descriptor, handsOver ? packet.executable.get() : -1,
+                               packet.token) == platform::noErr,
+          "what was received can be sent on");
   Packet again;
   require(platform::receivePacket(sockets().ours.get(), again) == ReceiveResult::kPacket,
           "what is sent is received");
-  require(again.kind == packet.kind && again.status == packet.status,
-          "the kind and the status arrive");
+  require(again.kind == packet.kind && again.status == packet.status && again.token == packet.token,
+          "the kind, the status and the token arrive");
   require(again.executable.isValid() == handsOver, "the executable's descriptor arrives");
   if (packet.kind == PacketKind::kReply && packet.status != platform::noErr) return;
   require(flattened(again.descriptor) == flattened(packet.descriptor), "the event arrives");
@@ -173,8 +174,8 @@ void receive(unsigned options) {
   require(packet.descriptor.descriptorType() ==
               (hasBody ? platform::typeAppleEvent : platform::typeNull),
           "a packet holds an event, or an error");
-  // A peer that has ended is known by the descriptor alone.
-  platform::serialNumberForPeer(INT_MAX, packet.executable.get());
+  // A peer that has ended is known by the descriptor alone, or by an earlier one.
+  platform::serialNumberForPeer(INT_MAX, packet.executable.get(), packet.token);
   sendOn(std::move(packet), hasBody && (options & kSendLarge) != 0);
 }
 

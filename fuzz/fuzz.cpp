@@ -80,6 +80,12 @@ std::string_view Input::takeLine() {
   return line;
 }
 
+std::string_view Input::take(std::size_t length) {
+  const std::string_view part = rest_.substr(0, length);
+  rest_.remove_prefix(part.size());
+  return part;
+}
+
 std::string_view Input::takeRest() { return std::exchange(rest_, {}); }
 
 }  // namespace fuzz

@@ -29,10 +29,12 @@ class Input {
   Input(const std::uint8_t* data, std::size_t size)
       : rest_(reinterpret_cast<const char*>(data), size) {}
 
+  bool isEmpty() const { return rest_.empty(); }
   std::uint8_t takeByte();
   std::uint32_t takeNumber();  ///< Of four bytes, the lowest first.
   /// A line, without its end.
   std::string_view takeLine();
+  std::string_view take(std::size_t length);
   std::string_view takeRest();
 
  private:

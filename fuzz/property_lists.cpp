@@ -55,13 +55,6 @@ PropertyListValue readFromXml(PropertyListDate value) {
       std::isnan(seconds) ? 0 : std::clamp(seconds, kStartOfYear1, kLastSecondOfYear9999)};
 }
 
-PropertyListValue readFromXml(PropertyListUID value) {
-  if (value.value <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
-    return value;
-  }
-  return PropertyListDictionary{{"CF$UID", value.value}};
-}
-
 PropertyListValue readFromXml(const PropertyListValue::Array& value) {
   PropertyListValue::Array result;
   for (const PropertyListValue& item : value) result.push_back(readFromXml(item));
@@ -74,9 +67,11 @@ PropertyListValue readFromXml(const PropertyListDictionary& value) {
     result.insert_or_assign(textFromXml(key), readFromXml(held));
   }
   if (result.size() == 1 && result.begin()->first == "CF$UID") {
-    const auto* number = std::get_if<std::int64_t>(&result.begin()->second.variant());
-    if (number != nullptr && *number >= 0) {
-      return PropertyListUID{static_cast<std::uint64_t>(*number)};
+    const PropertyListValue::Variant& number = result.begin()->second.variant();
+    if (const auto* large = std::get_if<std::uint64_t>(&number)) return PropertyListUID{*large};
+    const auto* small = std::get_if<std::int64_t>(&number);
+    if (small != nullptr && *small >= 0) {
+      return PropertyListUID{static_cast<std::uint64_t>(*small)};
     }
   }
   return result;

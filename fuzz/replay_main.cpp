@@ -10,6 +10,9 @@
 
 #include "fuzz/fuzz.h"
 
+// Not every fuzzer has something to prepare.
+extern "C" [[gnu::weak]] int LLVMFuzzerInitialize(int* argc, char*** argv);
+
 namespace {
 
 std::vector<std::filesystem::path> filesAt(const std::filesystem::path& path) {
@@ -35,6 +38,7 @@ void replay(const std::filesystem::path& path) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (LLVMFuzzerInitialize != nullptr) LLVMFuzzerInitialize(&argc, &argv);
   std::size_t count = 0;
   for (int i = 1; i < argc; ++i) {
     for (const std::filesystem::path& path : filesAt(argv[i])) {
