@@ -83,7 +83,7 @@ struct Bundle::State {
 };
 
 Bundle& Bundle::mainBundle() {
-  static Bundle* const bundle = new Bundle(bundleEnclosing(ownExecutablePath()));
+  static auto* const bundle = new Bundle(bundleEnclosing(ownExecutablePath()));
   return *bundle;
 }
 

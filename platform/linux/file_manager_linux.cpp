@@ -145,7 +145,7 @@ class TreeRemover {
 
   // Entries leave a directory only when it is writable, whatever their own mode. The one that holds
   // the whole tree is not part of it and stays as it is.
-  bool makeWritable(int directory) {
+  bool makeWritable(int directory) const {
     struct stat status;
     return directory != outside_ && fstat(directory, &status) == 0 &&
            (status.st_mode & S_IRWXU) != S_IRWXU &&
@@ -486,7 +486,7 @@ std::vector<std::string> contentsOfDirectoryAtPath(const std::string& path) {
 
 std::string stringByExpandingTildeInPath(const std::string& path) {
   if (path != "~" && !path.starts_with("~/")) return path;
-  const std::string home(withoutTrailingSlashes(g_get_home_dir()));
+  std::string home(withoutTrailingSlashes(g_get_home_dir()));
   if (path == "~") return home;
   return home == "/" ? path.substr(1) : home + path.substr(1);
 }
