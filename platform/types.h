@@ -15,13 +15,13 @@ using OSErr = std::int16_t;
 using OptionalString = std::optional<std::string>;
 
 // Statuses, with the platform's own names and values.
-inline constexpr OSErr noErr = 0;                          ///< Handed over, or nothing to do.
-inline constexpr OSErr paramErr = -50;                     ///< The request itself is malformed.
-inline constexpr OSErr memFullErr = -108;                  ///< Larger than can be carried.
-inline constexpr OSErr procNotFound = -600;                ///< No running application has that identity.
-inline constexpr OSErr connectionInvalid = -609;           ///< It went away during the exchange.
-inline constexpr OSErr errAEEventNotHandled = -1708;       ///< It has no handler for the event.
-inline constexpr OSErr errAETimeout = -1712;               ///< It did not take or answer in time.
-inline constexpr OSErr errAEEventNotPermitted = -1743;     ///< It belongs to another user.
+inline constexpr OSErr noErr = 0;                     ///< Handed over, or nothing to do.
+inline constexpr OSErr paramErr = -50;                ///< The request itself is malformed.
+inline constexpr OSErr memFullErr = -108;             ///< Larger than can be carried.
+inline constexpr OSErr procNotFound = -600;           ///< No running application has that identity.
+inline constexpr OSErr connectionInvalid = -609;      ///< It went away during the exchange.
+inline constexpr OSErr errAEEventNotHandled = -1708;  ///< It has no handler for the event.
+inline constexpr OSErr errAETimeout = -1712;          ///< It did not take or answer in time.
+inline constexpr OSErr errAEEventNotPermitted = -1743;  ///< It belongs to another user.
 
 }  // namespace platform

@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include "platform/types.h"
+
+#include <gtest/gtest.h>
 
 TEST(Types, NilAndEmptyStringAreDifferentValues) {
   EXPECT_NE(platform::OptionalString(), platform::OptionalString(""));
