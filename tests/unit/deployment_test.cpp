@@ -78,14 +78,15 @@ class DeploymentTest : public testing::Test {
  protected:
   TQHPHelperCommunicate& controller() { return TQHPHelperCommunicate::share(); }
 
-  /// Runs the installation by itself, as a host's start-up does before it launches anything.
-  void extract() {
-    controller();
-    recorder_.forget();
-    controller().extractHelper();
-  }
-
   RecordingTransport& recorder_ = RecordingTransport::install();
+};
+
+/// The installation by itself: the start-up has passed before there was a helper to install.
+class InstallationTest : public DeploymentTest {
+ protected:
+  InstallationTest() { controller(); }
+
+  void extract() { controller().extractHelper(); }
 };
 
 // --- Installing ---
@@ -108,7 +109,7 @@ TEST_F(DeploymentTest, TheInstallDirectoryIsMadeWithThoseAboveIt) {
   EXPECT_EQ(versionOf(directory + "/Test Helper.app"), "1.0");
 }
 
-TEST_F(DeploymentTest, TheInstalledCopyIsTheResourceCopyFileByFile) {
+TEST_F(InstallationTest, TheInstalledCopyIsTheResourceCopyFileByFile) {
   makeHelper(kResourceFolder);
   const std::string resources = "/Contents/Resources";
   support::writeFile(resourceHelperPath() + resources + "/en.lproj/Text.strings", "\"a\" = \"b\";");
@@ -119,7 +120,7 @@ TEST_F(DeploymentTest, TheInstalledCopyIsTheResourceCopyFileByFile) {
   EXPECT_EQ(fs::read_symlink(installedHelperPath() + resources + "/default"), "en.lproj");
 }
 
-TEST_F(DeploymentTest, WithoutAHelperInTheBundleNothingIsInstalled) {
+TEST_F(InstallationTest, WithoutAHelperInTheBundleNothingIsInstalled) {
   extract();
   EXPECT_TRUE(fs::is_empty(support::sandbox() + "/install"));
   EXPECT_FALSE(controller().launchHelepr());
@@ -135,7 +136,7 @@ TEST_F(DeploymentTest, ALaunchInstallsACopyThatIsMissing) {
 
 // --- Refreshing ---
 
-TEST_F(DeploymentTest, AnEqualVersionIsLeftUntouched) {
+TEST_F(InstallationTest, AnEqualVersionIsLeftUntouched) {
   makeHelper(kResourceFolder, "1.0");
   makeHelper(kInstallFolder, "1.0");
   markInstalledCopy();
@@ -144,7 +145,7 @@ TEST_F(DeploymentTest, AnEqualVersionIsLeftUntouched) {
   EXPECT_EQ(recorder_.countOf(kExit), 0);
 }
 
-TEST_F(DeploymentTest, ANewerInstalledVersionIsLeftUntouched) {
+TEST_F(InstallationTest, ANewerInstalledVersionIsLeftUntouched) {
   makeHelper(kResourceFolder, "2.0");
   makeHelper(kInstallFolder, "2.0.1");
   markInstalledCopy();
@@ -153,7 +154,7 @@ TEST_F(DeploymentTest, ANewerInstalledVersionIsLeftUntouched) {
   EXPECT_EQ(installedVersion(), "2.0.1");
 }
 
-TEST_F(DeploymentTest, AnOlderInstalledVersionIsReplacedWhole) {
+TEST_F(InstallationTest, AnOlderInstalledVersionIsReplacedWhole) {
   makeHelper(kResourceFolder, "1.0.1");
   makeHelper(kInstallFolder, "1.0");
   markInstalledCopy();
@@ -163,14 +164,14 @@ TEST_F(DeploymentTest, AnOlderInstalledVersionIsReplacedWhole) {
   EXPECT_EQ(recorder_.countOf(kExit), 0) << "none was running";
 }
 
-TEST_F(DeploymentTest, AnInstalledCopyWithoutAVersionIsReplacedByOneWithANumber) {
+TEST_F(InstallationTest, AnInstalledCopyWithoutAVersionIsReplacedByOneWithANumber) {
   makeHelper(kResourceFolder, "0");
   removeVersionOf(makeHelper(kInstallFolder));
   extract();
   EXPECT_EQ(installedVersion(), "0");
 }
 
-TEST_F(DeploymentTest, AnInstalledCopyWithoutAVersionIsNewerThanOneWithATextVersion) {
+TEST_F(InstallationTest, AnInstalledCopyWithoutAVersionIsNewerThanOneWithATextVersion) {
   makeHelper(kResourceFolder, "beta");
   removeVersionOf(makeHelper(kInstallFolder));
   markInstalledCopy();
@@ -178,7 +179,7 @@ TEST_F(DeploymentTest, AnInstalledCopyWithoutAVersionIsNewerThanOneWithATextVers
   EXPECT_TRUE(isInstalledCopyUntouched());
 }
 
-TEST_F(DeploymentTest, AResourceCopyWithoutAVersionReplacesNone) {
+TEST_F(InstallationTest, AResourceCopyWithoutAVersionReplacesNone) {
   removeVersionOf(makeHelper(kResourceFolder));
   makeHelper(kInstallFolder, "0");
   markInstalledCopy();
@@ -186,7 +187,7 @@ TEST_F(DeploymentTest, AResourceCopyWithoutAVersionReplacesNone) {
   EXPECT_TRUE(isInstalledCopyUntouched());
 }
 
-TEST_F(DeploymentTest, AVersionThatIsNoTextCountsAsAbsent) {
+TEST_F(InstallationTest, AVersionThatIsNoTextCountsAsAbsent) {
   writeInfoOf(makeHelper(kResourceFolder), "CFBundleVersion", 9);
   makeHelper(kInstallFolder, "1.0");
   markInstalledCopy();
@@ -194,7 +195,7 @@ TEST_F(DeploymentTest, AVersionThatIsNoTextCountsAsAbsent) {
   EXPECT_TRUE(isInstalledCopyUntouched());
 }
 
-TEST_F(DeploymentTest, AResourceCopyWithACorruptInfoDictionaryReplacesNone) {
+TEST_F(InstallationTest, AResourceCopyWithACorruptInfoDictionaryReplacesNone) {
   support::writeFile(infoPathOf(makeHelper(kResourceFolder, "2.0")), "<plist><dict><key>CFB");
   makeHelper(kInstallFolder, "1.0");
   markInstalledCopy();
@@ -202,14 +203,14 @@ TEST_F(DeploymentTest, AResourceCopyWithACorruptInfoDictionaryReplacesNone) {
   EXPECT_TRUE(isInstalledCopyUntouched());
 }
 
-TEST_F(DeploymentTest, AnInstalledCopyWithACorruptInfoDictionaryIsReplaced) {
+TEST_F(InstallationTest, AnInstalledCopyWithACorruptInfoDictionaryIsReplaced) {
   makeHelper(kResourceFolder, "1.0");
   support::writeFile(infoPathOf(makeHelper(kInstallFolder, "1.0")), "<plist><dict><key>CFB");
   extract();
   EXPECT_EQ(installedVersion(), "1.0");
 }
 
-TEST_F(DeploymentTest, WhatLiesInThePlaceOfTheInstalledCopyIsReplaced) {
+TEST_F(InstallationTest, WhatLiesInThePlaceOfTheInstalledCopyIsReplaced) {
   makeHelper(kResourceFolder, "1.0");
   support::writeFile(installedHelperPath(), "a file, no bundle");
   extract();
@@ -260,7 +261,7 @@ TEST_F(DeploymentTest, OnceTheOldHelperIsGoneTheRestartStepOpensTheNewCopy) {
   EXPECT_EQ(support::processesOf(installedHelperPath()).size(), 1U);
 }
 
-TEST_F(DeploymentTest, AHelperThatRunsFromElsewhereIsNotToldToExit) {
+TEST_F(InstallationTest, AHelperThatRunsFromElsewhereIsNotToldToExit) {
   makeHelper(kResourceFolder, "1.0.1");
   makeHelper(kInstallFolder, "1.0");
   const support::ChildProcess elsewhere = support::runApplication(resourceHelperPath());
@@ -269,7 +270,7 @@ TEST_F(DeploymentTest, AHelperThatRunsFromElsewhereIsNotToldToExit) {
   EXPECT_EQ(recorder_.countOf(kExit), 0);
 }
 
-TEST_F(DeploymentTest, AnotherApplicationInTheInstalledPlaceIsNotToldToExit) {
+TEST_F(InstallationTest, AnotherApplicationInTheInstalledPlaceIsNotToldToExit) {
   makeHelper(kResourceFolder, "1.0.1");
   writeInfoOf(makeHelper(kInstallFolder, "1.0"), "CFBundleIdentifier", "com.example.other");
   const support::ChildProcess other = support::runApplication(installedHelperPath());
