@@ -121,13 +121,30 @@ void Application::setServerClosed(bool isClosed, const std::string& code,
   }
 }
 
+void Application::noteFailure(const std::string& what) {
+  ++failures_;
+  latestFailure_ = what;
+  g_warning("%s", what.c_str());
+}
+
+// A helper that cannot read its own data still tells everything else.
+json Application::stored() {
+  try {
+    json stored = journal_.contents();
+    stored["usage"] = usage_.collected();
+    return stored;
+  } catch (const std::exception& error) {
+    return {{"unreadable", error.what()}};
+  }
+}
+
 json Application::state() {
   const platform::Bundle& bundle = platform::Bundle::mainBundle();
   json switches = json::object();
   for (const auto& [product, isOn] : preferences_.collectSwitches()) {
     switches[product] = isOn.boolValue();
   }
-  json state = journal_.contents();
+  json state = stored();
   state["pid"] = getpid();
   state["version"] = bundle.infoString(platform::kCFBundleVersionKey).value_or("");
   state["bundlePath"] = bundle.bundlePath();
@@ -138,8 +155,9 @@ json Application::state() {
   state["isServerClosed"] = preferences_.isServerClosed();
   state["products"] = productsAsJson(preferences_.products());
   state["collectStatus"] = switches;
-  state["usage"] = usage_.collected();
   state["refusedRecords"] = refusedRecords_;
+  state["failures"] = failures_;
+  state["latestFailure"] = latestFailure_;
   return state;
 }
 

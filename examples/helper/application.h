@@ -46,6 +46,9 @@ class Application {
   /// Notes that a usage record was not taken, by choice or for want of sense.
   void countRefusedRecord() { ++refusedRecords_; }
 
+  /// Notes that something could not be taken.
+  void noteFailure(const std::string& what);
+
   /// Everything that the helper knows, for people and tests to read.
   nlohmann::json state();
 
@@ -54,6 +57,7 @@ class Application {
   void watchSignals();
   void announceExit();
   void finishPendingCalls();
+  nlohmann::json stored();
 
   std::string dataFolder_;
   Preferences preferences_;
@@ -64,6 +68,8 @@ class Application {
   ScopedFd signals_;
   GMainLoop* loop_;
   std::int64_t refusedRecords_ = 0;
+  std::int64_t failures_ = 0;
+  std::string latestFailure_;
 };
 
 }  // namespace sample

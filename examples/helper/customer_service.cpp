@@ -15,7 +15,8 @@ const platform::Class& CustomerService::wireClass() {
 
 void CustomerService::checkForMessage(const OptionalString& productID,
                                       const OptionalString& version) {
-  Application::shared().journal().noteMessageCheck(text(productID), text(version));
+  take("check for messages",
+       [&] { Application::shared().journal().noteMessageCheck(text(productID), text(version)); });
 }
 
 void CustomerService::request(const OptionalString& productID, const OptionalString& version,
@@ -27,7 +28,7 @@ void CustomerService::request(const OptionalString& productID, const OptionalStr
   delivery.version = text(version);
   delivery.email = text(email);
   delivery.path = text(attachment);
-  Application::shared().outbox().take(delivery);
+  take("customer service", [&] { Application::shared().outbox().take(delivery); });
 }
 
 }  // namespace sample

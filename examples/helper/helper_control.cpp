@@ -22,19 +22,22 @@ void HelperControl::isAlive(const OptionalString& /*productID*/,
                             const OptionalString& /*version*/) {}
 
 void HelperControl::start(const OptionalString& productID, const OptionalString& version) {
-  Application::shared().preferences().addProduct({text(productID), text(version), caller()});
+  take("start", [&] {
+    Application::shared().preferences().addProduct({text(productID), text(version), caller()});
+  });
 }
 
 void HelperControl::stop(const OptionalString& productID, const OptionalString& /*version*/) {
-  Application::shared().preferences().removeProduct(text(productID), caller());
+  take("stop",
+       [&] { Application::shared().preferences().removeProduct(text(productID), caller()); });
 }
 
 void HelperControl::show(const OptionalString& /*productID*/, const OptionalString& /*version*/) {
-  Application::shared().preferences().setShown(true);
+  take("show", [] { Application::shared().preferences().setShown(true); });
 }
 
 void HelperControl::hide(const OptionalString& /*productID*/, const OptionalString& /*version*/) {
-  Application::shared().preferences().setShown(false);
+  take("hide", [] { Application::shared().preferences().setShown(false); });
 }
 
 void HelperControl::exitHelper(const OptionalString& /*productID*/,

@@ -60,10 +60,10 @@ void UpgradeService::upgrade(const OptionalString& productID, const OptionalStri
   const bool isNewer = strverscmp(found.toVersion.c_str(), found.fromVersion.c_str()) > 0;
   if (found.code == "0" && !isNewer) {
     found.outcome = "up to date";
-    Application::shared().journal().noteOffer(found);
+    take("upgrade", [&] { Application::shared().journal().noteOffer(found); });
     return;
   }
-  offer(found);
+  take("upgrade", [&] { offer(found); });
 }
 
 void UpgradeService::offer(const UpgradeOffer& offer) {
@@ -91,10 +91,12 @@ void UpgradeService::offer(const UpgradeOffer& offer) {
 // A host that refuses a second question sends "ignore" without saying for which product.
 void UpgradeService::ready(const OptionalString& /*productID*/, const OptionalString& /*version*/,
                            const OptionalString& ready) {
-  Journal& journal = Application::shared().journal();
-  if (const auto offer = journal.openOffer(caller(), text(ready))) {
-    journal.setOutcome(*offer, outcomeFor(text(ready)));
-  }
+  take("answer to an upgrade", [&] {
+    Journal& journal = Application::shared().journal();
+    if (const auto offer = journal.openOffer(caller(), text(ready))) {
+      journal.setOutcome(*offer, outcomeFor(text(ready)));
+    }
+  });
 }
 
 }  // namespace sample

@@ -60,7 +60,7 @@ void UploadService::takeFile(const char* kind, const OptionalString& productID,
   delivery.path = text(path);
   delivery.title = text(title);
   delivery.description = text(description);
-  Application::shared().outbox().take(delivery);
+  take(kind, [&] { Application::shared().outbox().take(delivery); });
 }
 
 void UploadService::collectData(const OptionalString& productID, const OptionalString& version,
@@ -72,8 +72,10 @@ void UploadService::collectData(const OptionalString& productID, const OptionalS
     Application::shared().countRefusedRecord();
     return;
   }
-  Application::shared().usage().add(
-      caller(), {text(productID), text(version), kind, text(target), text(key), text(value)});
+  take("usage record", [&] {
+    Application::shared().usage().add(
+        caller(), {text(productID), text(version), kind, text(target), text(key), text(value)});
+  });
 }
 
 // Records may be filed under another product ID than the one whose collection the user switches, so
@@ -89,14 +91,15 @@ bool UploadService::isCollectingFor(const std::string& productID) const {
 
 void UploadService::directUploadData(const OptionalString& productID,
                                      const OptionalString& /*version*/) {
-  Application::shared().usage().upload(text(productID));
+  take("direct upload", [&] { Application::shared().usage().upload(text(productID)); });
 }
 
 void UploadService::setCollectStatus(const OptionalString& productID,
                                      const OptionalString& /*version*/,
                                      const OptionalString& status) {
   if (status != "1" && status != "0") return;
-  Application::shared().preferences().setCollecting(text(productID), status == "1");
+  take("collect status",
+       [&] { Application::shared().preferences().setCollecting(text(productID), status == "1"); });
 }
 
 OptionalString UploadService::collectStatus(const OptionalString& productID,

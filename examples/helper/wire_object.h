@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "ClientComm/TQHPAppEventBase.h"
@@ -14,6 +15,10 @@ class WireObject : public TQHPAppEventBase {
  protected:
   /// The bundle identifier of the host whose call is being carried out.
   const std::string& caller() const noexcept { return caller_; }
+
+  /// Carries out `action`, which takes something that a host has handed over. When it fails,
+  /// nothing was taken; the host hears nothing of that, so the helper notes it.
+  static void take(const char* what, const std::function<void()>& action);
 
   /// A missing argument reads as empty text, which is what a host sends for one that it has not.
   static std::string text(const OptionalString& argument) { return argument.value_or(""); }

@@ -137,6 +137,35 @@ TEST_F(HelperLife, CallsThatMakeNoSenseAreAnsweredWithNothingAndHarmNothing) {
   EXPECT_EQ(now["refusedRecords"], 1);
 }
 
+class HelperWithoutAPlace : public SampleHelperFixture {};
+
+TEST_F(HelperWithoutAPlace, AnswersAllTheSameAndNotesWhatItCouldNotTake) {
+  support::writeFile(dataFolder(), "in the way");
+  startHelper();
+  TQHPUploadByHelper& proxy = TQHPUploadByHelper::share();
+  EXPECT_EQ(proxy.collectData("P100", kVersion, 3, "T", "k", ""), 0);
+  EXPECT_EQ(proxy.uploadLog("P100", kVersion, "", "/etc/hostname", "", ""), 0);
+  EXPECT_TRUE(TQHPGetDataByHelper::share().clientIDFormHelper());
+  const Json now = state();
+  EXPECT_EQ(now["failures"], 2);
+  EXPECT_TRUE(now["latestFailure"].get<std::string>().starts_with("log: cannot make"));
+}
+
+// --- The smallest helper ---
+
+TEST(MinimalHelper, CanBeReachedGivesAClientIDAndEndsWhenToldTo) {
+  auto info = support::defaultHostInfo();
+  info["Helper Bundle indentifiter"] = "com.example.minimalhelper";
+  support::writeHostInfo(info);
+  auto helper =
+      support::ChildProcess::spawn({MINIMAL_HELPER_BUNDLE "/Contents/Linux/MinimalHelper"});
+  TQHPHelperControl& control = TQHPHelperControl::share();
+  ASSERT_TRUE(support::waitUntil([&] { return control.isAlive("P100", kVersion) == 0; }));
+  EXPECT_EQ(TQHPGetDataByHelper::share().clientIDFormHelper(), "one-for-all");
+  EXPECT_EQ(control.exitHelper("P100", kVersion), 0);
+  EXPECT_EQ(helper.wait(), 0);
+}
+
 // --- Usage data under SIGKILL ---
 
 class UsageUnderKill : public SampleHelperFixture {
