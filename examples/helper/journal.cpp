@@ -76,7 +76,7 @@ Database& Journal::database() {
 }
 
 void Journal::noteUsageFolder(const std::string& folder) {
-  Transaction transaction(database());
+  Transaction transaction(database(), Durability::kPower);
   Statement(*database_, "INSERT OR IGNORE INTO usage_folders (path) VALUES (?1)")
       .bind(1, folder)
       .run();
