@@ -29,6 +29,10 @@ constexpr int kEventsPerTurn = 16;
 
 constexpr std::chrono::milliseconds kVerifyInterval = std::chrono::seconds(1);
 
+// How often an endpoint that sends nothing looks after its name: a helper may do nothing but wait
+// for calls, and nobody reaches it to have it look.
+constexpr std::chrono::milliseconds kIdleVerifyInterval = std::chrono::seconds(5);
+
 // Pause of accepting when the process is out of descriptors: the listening socket stays readable
 // meanwhile, and without a pause the main loop would spin.
 constexpr std::chrono::milliseconds kAcceptPause{100};
@@ -108,7 +112,13 @@ void SocketEndpoint::attachSource() {
 }
 
 OSErr SocketEndpoint::open() {
+  const OSErr status = takeName();
   lastVerified_ = Clock::now();
+  scheduleWakeUp();
+  return status;
+}
+
+OSErr SocketEndpoint::takeName() {
   const ScopedFd folder = openRuntimeFolder(true);
   if (!folder.isValid()) return errAEEventNotPermitted;
   ScopedFd socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -184,6 +194,7 @@ int SocketEndpoint::dispatch(GSource* source, GSourceFunc /*callback*/, void* /*
 void SocketEndpoint::takeEvents() {
   const auto isAlive = isAlive_;
   if (isPaused_) resumeAccepting();
+  if (Clock::now() - lastVerified_ >= kIdleVerifyInterval) verify();
   serveSilentPeers();
   for (int i = 0; *isAlive && i < kEventsPerTurn; ++i) {
     if (acceptOne()) continue;
@@ -210,11 +221,7 @@ void SocketEndpoint::serveSilentPeers() {
       ++peer;
       continue;
     }
-    const ScopedFd socket = std::move(peer->socket);
-    const pid_t pid = peer->pid;
-    g_source_remove_unix_fd(source_.get(), peer->tag);
-    peer = silentPeers_.erase(peer);
-    if (hasSpoken) serve(socket.get(), pid, false);
+    peer = dismiss(peer);
     if (!*isAlive) return;
   }
 }
@@ -241,8 +248,22 @@ SocketEndpoint::SilentPeers::iterator SocketEndpoint::forget(SilentPeers::iterat
   return silentPeers_.erase(peer);
 }
 
+// What the peer has said up to now counts, since it was told so; what it says from now on is
+// refused on its own side. The endpoint may be gone after this.
+SocketEndpoint::SilentPeers::iterator SocketEndpoint::dismiss(SilentPeers::iterator peer) {
+  const ScopedFd socket = std::move(peer->socket);
+  const pid_t pid = peer->pid;
+  g_source_remove_unix_fd(source_.get(), peer->tag);
+  peer = silentPeers_.erase(peer);
+  shutdown(socket.get(), SHUT_RD);
+  serve(socket.get(), pid, false);
+  return peer;
+}
+
 void SocketEndpoint::keepSilent(ScopedFd socket, pid_t pid) {
-  if (silentPeers_.size() >= kMaximumSilentPeers) forget(silentPeers_.begin());
+  const auto isAlive = isAlive_;
+  if (silentPeers_.size() >= kMaximumSilentPeers) dismiss(silentPeers_.begin());
+  if (!*isAlive) return;
   void* const tag = g_source_add_unix_fd(source_.get(), socket.get(), G_IO_IN);
   silentPeers_.push_back({std::move(socket), pid, Clock::now() + kSilenceLimit, tag});
 }
@@ -262,7 +283,7 @@ bool SocketEndpoint::acceptOne() {
   const bool isServed = serve(socket.get(), peer.pid, true);
   if (!*isAlive) return false;
   if (!isServed) keepSilent(std::move(socket), peer.pid);
-  return true;
+  return *isAlive;
 }
 
 /// @return whether to try again at once.
@@ -270,8 +291,9 @@ bool SocketEndpoint::copeWithAcceptError(int error) {
   if (error == EINTR || error == ECONNABORTED) return true;
   if (error == EAGAIN || error == EWOULDBLOCK) return false;
   if (!silentPeers_.empty()) {
-    forget(silentPeers_.begin());
-    return true;
+    const auto isAlive = isAlive_;
+    dismiss(silentPeers_.begin());
+    return *isAlive;
   }
   pauseAccepting();
   return false;
@@ -314,14 +336,11 @@ void SocketEndpoint::handle(int socket, pid_t pid, Packet packet) {
 }
 
 void SocketEndpoint::scheduleWakeUp() {
-  gint64 time = -1;
-  if (!silentPeers_.empty()) time = microseconds(silentPeers_.front().deadline);
-  if (isPaused_) {
-    const gint64 resume = microseconds(Clock::now() + kAcceptPause);
-    time = time < 0 ? resume : std::min(time, resume);
-  }
-  if (mustReopen_ && !isPaused_) time = 0;
-  g_source_set_ready_time(source_.get(), time);
+  auto time = lastVerified_ + kIdleVerifyInterval;
+  if (!silentPeers_.empty()) time = std::min(time, silentPeers_.front().deadline);
+  if (isPaused_) time = std::min(time, Clock::now() + kAcceptPause);
+  const bool isDue = mustReopen_ && !isPaused_;
+  g_source_set_ready_time(source_.get(), isDue ? 0 : microseconds(time));
 }
 
 }  // namespace platform

@@ -33,13 +33,14 @@ class SocketEndpoint {
   SocketEndpoint(const SocketEndpoint&) = delete;
   SocketEndpoint& operator=(const SocketEndpoint&) = delete;
 
-  /// Takes the name. When that fails, `verify` has it tried again.
+  /// Takes the name. When that fails, it is tried again every few seconds.
   /// @return noErr; errAEEventNotPermitted when the runtime folder is not usable; memFullErr when
   ///         the process is out of descriptors.
   OSErr open();
 
   /// Makes sure, at most once a second, that the name still leads here: the file may have been
-  /// cleared away, or a newer process of the same application may have ended.
+  /// cleared away, or a newer process of the same application may have ended. The main loop does so
+  /// too, less often.
   void verify();
 
   /// Takes the name back, where it still leads here; for the end of the process.
@@ -56,6 +57,7 @@ class SocketEndpoint {
   using SilentPeers = std::list<SilentPeer>;
 
   void attachSource();
+  OSErr takeName();
   OSErr bindTo(const ScopedFd& folder, int socket);
   bool nameLeadsHere() const noexcept;
   bool nameLeadsElsewhere() const;
@@ -70,6 +72,7 @@ class SocketEndpoint {
   void pauseAccepting();
   void resumeAccepting();
   void keepSilent(ScopedFd socket, pid_t pid);
+  SilentPeers::iterator dismiss(SilentPeers::iterator peer);
   SilentPeers::iterator forget(SilentPeers::iterator peer);
   bool serve(int socket, pid_t pid, bool isNew);
   void handle(int socket, pid_t pid, Packet packet);
