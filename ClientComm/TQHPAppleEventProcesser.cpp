@@ -16,19 +16,19 @@ using platform::AppleEventDescriptor;
 constexpr platform::AEEventClass kCallEventClass = platform::fourCharCode("aevt");
 constexpr platform::AEEventID kCallEventID = platform::fourCharCode("call");
 
-OptionalString textAtIndex(const AppleEventDescriptor* list, std::size_t index) {
-  const AppleEventDescriptor* const item =
-      list == nullptr ? nullptr : list->descriptorAtIndex(index);
-  return item == nullptr ? std::nullopt : item->stringValue();
+// Takes the text out of the list, as a call is read only once and its texts may be large.
+OptionalString takeTextAtIndex(AppleEventDescriptor* list, std::size_t index) {
+  AppleEventDescriptor* const item = list == nullptr ? nullptr : list->descriptorAtIndex(index);
+  return item == nullptr ? std::nullopt : std::move(*item).stringValue();
 }
 
-std::vector<OptionalString> argumentsOfCall(const AppleEventDescriptor* call) {
+std::vector<OptionalString> takeArgumentsOfCall(AppleEventDescriptor* call) {
   std::vector<OptionalString> arguments;
-  const AppleEventDescriptor* const list = call == nullptr ? nullptr : call->descriptorAtIndex(3);
+  AppleEventDescriptor* const list = call == nullptr ? nullptr : call->descriptorAtIndex(3);
   if (list == nullptr) return arguments;
   arguments.reserve(list->numberOfItems());
   for (std::size_t k = 1; k <= list->numberOfItems(); ++k) {
-    arguments.push_back(textAtIndex(list, k));
+    arguments.push_back(takeTextAtIndex(list, k));
   }
   return arguments;
 }
@@ -67,8 +67,8 @@ TQHPAppleEventProcesser::~TQHPAppleEventProcesser() {
 
 void TQHPAppleEventProcesser::regist() {
   platform::AppleEventManager::sharedAppleEventManager().setEventHandler(
-      [this](const AppleEventDescriptor& event, AppleEventDescriptor& reply) {
-        process(event, reply);
+      [this](AppleEventDescriptor event, AppleEventDescriptor& reply) {
+        process(std::move(event), reply);
         return platform::noErr;
       },
       kCallEventClass, kCallEventID);
@@ -93,15 +93,13 @@ platform::Object* TQHPAppleEventProcesser::objectForKey(std::string_view classNa
   return found == mapTable_.end() ? nullptr : found->second;
 }
 
-void TQHPAppleEventProcesser::process(const AppleEventDescriptor& event,
-                                      AppleEventDescriptor& reply) {
-  const AppleEventDescriptor* const call =
-      event.paramDescriptorForKeyword(platform::keyDirectObject);
-  const OptionalString result = reflection(textAtIndex(call, 1), textAtIndex(call, 2),
-                                           argumentsOfCall(call), bundleIDOfCaller(event));
+void TQHPAppleEventProcesser::process(AppleEventDescriptor event, AppleEventDescriptor& reply) {
+  AppleEventDescriptor* const call = event.paramDescriptorForKeyword(platform::keyDirectObject);
+  OptionalString result = reflection(takeTextAtIndex(call, 1), takeTextAtIndex(call, 2),
+                                     takeArgumentsOfCall(call), bundleIDOfCaller(event));
   // A nil result is a reply without a direct parameter.
   if (result) {
-    reply.setParamDescriptor(AppleEventDescriptor::descriptorWithString(*result),
+    reply.setParamDescriptor(AppleEventDescriptor::descriptorWithString(*std::move(result)),
                              platform::keyDirectObject);
   }
 }

@@ -43,7 +43,7 @@ class CLIENTCOMM_EXPORT TQHPAppleEventProcesser {
   platform::Object* objectForKey(std::string_view className) const;
 
  private:
-  void process(const platform::AppleEventDescriptor& event, platform::AppleEventDescriptor& reply);
+  void process(platform::AppleEventDescriptor event, platform::AppleEventDescriptor& reply);
   OptionalString reflection(const OptionalString& className, const OptionalString& method,
                             std::span<const OptionalString> parameter,
                             const OptionalString& bundleID);

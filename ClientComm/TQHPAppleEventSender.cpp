@@ -68,9 +68,9 @@ OSErr TQHPAppleEventSender::sendEvnet(const OptionalString& bundleID, std::strin
     const OSErr status =
         platform::AESendMessage(createEvnet(bundleID, className, selectName, args), reply,
                                 platform::kAEWaitReply, platform::kNoTimeOut);
-    const platform::AppleEventDescriptor* const answer =
+    platform::AppleEventDescriptor* const answer =
         reply.paramDescriptorForKeyword(platform::keyDirectObject);
-    if (answer != nullptr && result != nullptr) *result = answer->stringValue();
+    if (answer != nullptr && result != nullptr) *result = std::move(*answer).stringValue();
     return status;
   });
 }

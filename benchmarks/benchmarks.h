@@ -16,6 +16,7 @@ void registerManySendersBenchmarks(const Plan& plan);
 void registerVersionBenchmarks(const Plan& plan);
 void registerInstallBenchmarks(const Plan& plan);
 void registerProductBenchmarks(const Plan& plan);
+void registerFootprintBenchmarks(const Plan& plan);
 void registerProcessListBenchmarks(const Plan& plan);
 
 /// Ends the processes that the last of these has started.

@@ -81,7 +81,9 @@ class CLIENTCOMM_EXPORT AppleEventDescriptor {
 
   /// The text of the descriptor, coerced where its type is another; nil where there is no such
   /// coercion (null, a list of none or several items, an event, raw bytes).
-  OptionalString stringValue() const;
+  OptionalString stringValue() const&;
+  /// The same; takes the text out of the descriptor where no coercion is needed.
+  OptionalString stringValue() &&;
 
   /// The descriptor as one of `type`; nothing where there is no such coercion.
   std::optional<AppleEventDescriptor> coerceToDescriptorType(DescType type) const;
@@ -90,6 +92,7 @@ class CLIENTCOMM_EXPORT AppleEventDescriptor {
   std::size_t numberOfItems() const noexcept { return items_.size(); }
   /// Item `index` (1-based) of a list; null when there is none.
   const AppleEventDescriptor* descriptorAtIndex(std::size_t index) const noexcept;
+  AppleEventDescriptor* descriptorAtIndex(std::size_t index) noexcept;
   /// Puts `item` at `index` (1-based): replaces the item there; an index beyond the last, or 0,
   /// appends. Makes a null descriptor a list; does nothing to any other type.
   void insertDescriptor(AppleEventDescriptor item, std::size_t index);
@@ -105,6 +108,7 @@ class CLIENTCOMM_EXPORT AppleEventDescriptor {
   const AppleEventDescriptor& target() const noexcept;
 
   const AppleEventDescriptor* paramDescriptorForKeyword(AEKeyword keyword) const noexcept;
+  AppleEventDescriptor* paramDescriptorForKeyword(AEKeyword keyword) noexcept;
   const AppleEventDescriptor* attributeDescriptorForKeyword(AEKeyword keyword) const noexcept;
   /// Set a parameter or an attribute, replacing one of the same keyword. Do nothing to a
   /// descriptor that is no event.

@@ -12,10 +12,10 @@
 
 namespace platform {
 
-/// Handles one event: fills in `reply`, which is an event record with nothing in it.
+/// Handles one event, which it takes over: fills in `reply`, an event record with nothing in it.
 /// @return noErr, or the status that a waiting sender receives.
 using AEEventHandler =
-    std::function<OSErr(const AppleEventDescriptor& event, AppleEventDescriptor& reply)>;
+    std::function<OSErr(AppleEventDescriptor event, AppleEventDescriptor& reply)>;
 
 /// The process's table of event handlers, and the carrier that brings it the events.
 class AppleEventManager {
@@ -33,8 +33,7 @@ class AppleEventManager {
 
   /// Hands `event` to its handler.
   /// @return the handler's status; errAEEventNotHandled when there is none, or it threw.
-  OSErr dispatchRawAppleEvent(const AppleEventDescriptor& event,
-                              AppleEventDescriptor& reply) noexcept;
+  OSErr dispatchRawAppleEvent(AppleEventDescriptor event, AppleEventDescriptor& reply) noexcept;
 
   AppleEventTransport& transport() noexcept { return *transport_; }
   /// Puts another carrier in place. The application is open through it, if it was open before.

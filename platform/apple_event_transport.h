@@ -13,9 +13,8 @@ namespace platform {
 /// system; a test or a product can put another in its place.
 class AppleEventTransport {
  public:
-  /// Handles one event that arrived, filling in the reply; must not throw.
-  using Receiver =
-      std::function<OSErr(const AppleEventDescriptor& event, AppleEventDescriptor& reply)>;
+  /// Handles one event that arrived, which it takes over, filling in the reply; must not throw.
+  using Receiver = std::function<OSErr(AppleEventDescriptor event, AppleEventDescriptor& reply)>;
 
   virtual ~AppleEventTransport() = default;
 

@@ -100,7 +100,12 @@ AppleEventDescriptor AppleEventDescriptor::appleEvent(AEEventClass eventClass, A
   return event;
 }
 
-OptionalString AppleEventDescriptor::stringValue() const {
+OptionalString AppleEventDescriptor::stringValue() && {
+  if (isText(type_) || type_ == typeApplicationBundleID) return std::move(data_);
+  return std::as_const(*this).stringValue();
+}
+
+OptionalString AppleEventDescriptor::stringValue() const& {
   if (isText(type_) || type_ == typeApplicationBundleID) return data_;
   if (type_ == typeAEList && items_.size() == 1) return items_.front().stringValue();
   if (type_ == typeSInt32) {
@@ -128,6 +133,10 @@ std::optional<AppleEventDescriptor> AppleEventDescriptor::coerceToDescriptorType
 
 const AppleEventDescriptor* AppleEventDescriptor::descriptorAtIndex(
     std::size_t index) const noexcept {
+  return index >= 1 && index <= items_.size() ? &items_[index - 1] : nullptr;
+}
+
+AppleEventDescriptor* AppleEventDescriptor::descriptorAtIndex(std::size_t index) noexcept {
   return index >= 1 && index <= items_.size() ? &items_[index - 1] : nullptr;
 }
 
@@ -162,6 +171,10 @@ const AppleEventDescriptor& AppleEventDescriptor::target() const noexcept {
 const AppleEventDescriptor* AppleEventDescriptor::paramDescriptorForKeyword(
     AEKeyword keyword) const noexcept {
   return find(parameters(), keyword);
+}
+
+AppleEventDescriptor* AppleEventDescriptor::paramDescriptorForKeyword(AEKeyword keyword) noexcept {
+  return const_cast<AppleEventDescriptor*>(std::as_const(*this).paramDescriptorForKeyword(keyword));
 }
 
 const AppleEventDescriptor* AppleEventDescriptor::attributeDescriptorForKeyword(

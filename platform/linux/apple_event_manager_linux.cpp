@@ -13,10 +13,9 @@ AppleEventManager& AppleEventManager::sharedAppleEventManager() {
 AppleEventManager::AppleEventManager() : transport_(makeSystemTransport()) {}
 
 void AppleEventManager::startReceiving() {
-  transport_->startReceiving(
-      [this](const AppleEventDescriptor& event, AppleEventDescriptor& reply) {
-        return dispatchRawAppleEvent(event, reply);
-      });
+  transport_->startReceiving([this](AppleEventDescriptor event, AppleEventDescriptor& reply) {
+    return dispatchRawAppleEvent(std::move(event), reply);
+  });
 }
 
 void AppleEventManager::setEventHandler(AEEventHandler handler, AEEventClass eventClass,
@@ -31,14 +30,14 @@ void AppleEventManager::removeEventHandler(AEEventClass eventClass, AEEventID ev
   if (wasThere && handlers_.empty()) transport_->stopReceiving();
 }
 
-OSErr AppleEventManager::dispatchRawAppleEvent(const AppleEventDescriptor& event,
+OSErr AppleEventManager::dispatchRawAppleEvent(AppleEventDescriptor event,
                                                AppleEventDescriptor& reply) noexcept {
   try {
     const auto found = handlers_.find({event.eventClass(), event.eventID()});
     if (found == handlers_.end()) return errAEEventNotHandled;
     // A handler may replace or remove itself.
     const AEEventHandler handler = found->second;
-    return handler(event, reply);
+    return handler(std::move(event), reply);
   } catch (const std::bad_alloc&) {
     return memFullErr;
   } catch (...) {

@@ -1,5 +1,7 @@
 #include "platform/linux/apple_event_wire.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -27,13 +29,6 @@ Value littleEndian(Value value) {
   return value;
 }
 
-template <std::integral Value>
-char* put(Value value, char* out) {
-  value = littleEndian(value);
-  std::memcpy(out, &value, sizeof value);
-  return out + sizeof value;
-}
-
 std::size_t keyedSize(const AppleEventDescriptor::KeyedDescriptors& descriptors) noexcept {
   std::size_t size = kCountSize;
   for (const auto& [keyword, descriptor] : descriptors) {
@@ -57,33 +52,113 @@ std::size_t payloadSize(const AppleEventDescriptor& descriptor) noexcept {
   return descriptor.data().size();
 }
 
-char* putKeyed(const AppleEventDescriptor::KeyedDescriptors& descriptors, char* out) noexcept {
-  out = put(static_cast<std::uint32_t>(descriptors.size()), out);
-  for (const auto& [keyword, descriptor] : descriptors) {
-    out = flattenTo(descriptor, put(keyword, out));
+// From this size on, data is not copied where it can stay where it is.
+constexpr std::size_t kLongData = std::size_t{16} << 10;
+
+// How much of the flattened form is long data.
+std::size_t longDataSize(const AppleEventDescriptor& descriptor) noexcept {
+  std::size_t size = descriptor.data().size() >= kLongData ? descriptor.data().size() : 0;
+  for (std::size_t i = 1; i <= descriptor.numberOfItems(); ++i) {
+    size += longDataSize(*descriptor.descriptorAtIndex(i));
   }
-  return out;
+  if (descriptor.descriptorType() != typeAppleEvent) return size;
+  size += longDataSize(descriptor.target());
+  for (const auto& [keyword, value] : descriptor.attributes()) size += longDataSize(value);
+  for (const auto& [keyword, value] : descriptor.parameters()) size += longDataSize(value);
+  return size;
 }
 
-char* putPayload(const AppleEventDescriptor& descriptor, char* out) noexcept {
-  if (descriptor.descriptorType() == typeAEList) {
-    out = put(static_cast<std::uint32_t>(descriptor.numberOfItems()), out);
-    for (std::size_t i = 1; i <= descriptor.numberOfItems(); ++i) {
-      out = flattenTo(*descriptor.descriptorAtIndex(i), out);
+/// Writes the flattened form, all of it in one place, or with the long data left where it is.
+class Writer {
+ public:
+  /// @param pieces receives the pieces of the output; null for one without pieces.
+  /// @param room bytes to leave free at the beginning.
+  Writer(char* out, std::size_t room, std::vector<iovec>* pieces)
+      : out_(out + room), piece_(out), pieces_(pieces) {}
+
+  char* out() const { return out_; }
+
+  void put(const AppleEventDescriptor& descriptor) {
+    put(descriptor.descriptorType());
+    char* const length = out_;
+    out_ += sizeof(std::uint32_t);
+    const std::size_t elsewhere = elsewhere_;
+    putPayload(descriptor);
+    const std::size_t written = static_cast<std::size_t>(out_ - length) - sizeof(std::uint32_t);
+    const auto size = littleEndian(static_cast<std::uint32_t>(written + elsewhere_ - elsewhere));
+    std::memcpy(length, &size, sizeof size);
+  }
+
+  /// Makes a piece of what was written since the last.
+  void endPiece() {
+    if (out_ != piece_) pieces_->push_back({piece_, static_cast<std::size_t>(out_ - piece_)});
+    piece_ = out_;
+  }
+
+ private:
+  template <std::integral Value>
+  void put(Value value) {
+    value = littleEndian(value);
+    std::memcpy(out_, &value, sizeof value);
+    out_ += sizeof value;
+  }
+
+  void putKeyed(const AppleEventDescriptor::KeyedDescriptors& descriptors) {
+    put(static_cast<std::uint32_t>(descriptors.size()));
+    for (const auto& [keyword, descriptor] : descriptors) {
+      put(keyword);
+      put(descriptor);
     }
-    return out;
   }
-  if (descriptor.descriptorType() == typeAppleEvent) {
-    out = put(descriptor.eventClass(), out);
-    out = put(descriptor.eventID(), out);
-    out = put(descriptor.returnID(), out);
-    out = put(descriptor.transactionID(), out);
-    out = flattenTo(descriptor.target(), out);
-    return putKeyed(descriptor.parameters(), putKeyed(descriptor.attributes(), out));
+
+  void putPayload(const AppleEventDescriptor& descriptor) {
+    if (descriptor.descriptorType() == typeAEList) {
+      put(static_cast<std::uint32_t>(descriptor.numberOfItems()));
+      for (std::size_t i = 1; i <= descriptor.numberOfItems(); ++i) {
+        put(*descriptor.descriptorAtIndex(i));
+      }
+    } else if (descriptor.descriptorType() == typeAppleEvent) {
+      put(descriptor.eventClass());
+      put(descriptor.eventID());
+      put(descriptor.returnID());
+      put(descriptor.transactionID());
+      put(descriptor.target());
+      putKeyed(descriptor.attributes());
+      putKeyed(descriptor.parameters());
+    } else {
+      putData(descriptor.data());
+    }
   }
-  const std::string& data = descriptor.data();
-  std::memcpy(out, data.data(), data.size());
-  return out + data.size();
+
+  void putData(const std::string& data) {
+    if (pieces_ == nullptr || data.size() < kLongData) {
+      std::memcpy(out_, data.data(), data.size());
+      out_ += data.size();
+      return;
+    }
+    endPiece();
+    pieces_->push_back({const_cast<char*>(data.data()), data.size()});
+    elsewhere_ += data.size();
+  }
+
+  char* out_;
+  char* piece_;
+  std::vector<iovec>* pieces_;
+  std::size_t elsewhere_ = 0;  ///< Bytes of the output that were left where they are.
+};
+
+// A copy of `bytes`. What is very large is put into large pages, where the system has them for the
+// asking: most of the time of such a copy goes into the making of its pages.
+std::string copyOf(std::string_view bytes) {
+  constexpr std::size_t kLargePage = std::size_t{2} << 20;
+  if (bytes.size() < 2 * kLargePage) return std::string(bytes);
+  std::string copy;
+  copy.reserve(bytes.size());
+  const auto begin = reinterpret_cast<std::uintptr_t>(copy.data());
+  const std::uintptr_t first = (begin + kLargePage - 1) / kLargePage * kLargePage;
+  const std::uintptr_t end = (begin + copy.capacity()) / kLargePage * kLargePage;
+  if (end > first) madvise(copy.data() + (first - begin), end - first, MADV_HUGEPAGE);
+  return copy.append(bytes);
 }
 
 /// Takes values off the front of a flattened descriptor; once something did not fit, everything
@@ -117,7 +192,7 @@ class Reader {
     if (type == typeAEList) return readList(payload, depth, descriptor);
     if (type == typeAppleEvent) return readEvent(payload, depth, descriptor);
     if (type == typeNull && length != 0) return false;
-    descriptor = AppleEventDescriptor(type, std::string(payload));
+    descriptor = AppleEventDescriptor(type, copyOf(payload));
     return true;
   }
 
@@ -195,11 +270,22 @@ std::size_t flattenedSize(const AppleEventDescriptor& descriptor) noexcept {
 }
 
 char* flattenTo(const AppleEventDescriptor& descriptor, char* out) noexcept {
-  char* const payload = out + kDescriptorHeaderSize;
-  char* const end = putPayload(descriptor, payload);
-  out = put(descriptor.descriptorType(), out);
-  put(static_cast<std::uint32_t>(end - payload), out);
-  return end;
+  Writer writer(out, 0, nullptr);
+  writer.put(descriptor);
+  return writer.out();
+}
+
+FlattenedPieces::FlattenedPieces(const AppleEventDescriptor& descriptor, std::size_t size,
+                                 std::size_t room) {
+  const std::size_t longData = size < kLongData ? 0 : longDataSize(descriptor);
+  char* buffer = usual_.data();
+  if (const std::size_t needed = room + size - longData; needed > usual_.size()) {
+    large_ = std::make_unique_for_overwrite<char[]>(needed);
+    buffer = large_.get();
+  }
+  Writer writer(buffer, room, &pieces_);
+  writer.put(descriptor);
+  writer.endPiece();
 }
 
 std::optional<AppleEventDescriptor> unflatten(std::string_view bytes) {

@@ -1,8 +1,13 @@
 #pragma once
 
+#include <sys/uio.h>
+
+#include <array>
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "platform/apple_event.h"
 
@@ -33,6 +38,23 @@ std::size_t flattenedSize(const AppleEventDescriptor& descriptor) noexcept;
 /// Writes the flattened form to `out`, which has room for `flattenedSize` bytes, where that is at
 /// most `kMaximumFlattenedSize`. @return the end of what was written.
 char* flattenTo(const AppleEventDescriptor& descriptor, char* out) noexcept;
+
+/// The flattened form of a descriptor for a call that gathers its output: what is long is not
+/// copied, but stands where it is. Holds while the descriptor lives and does not change.
+class FlattenedPieces {
+ public:
+  /// @param size `flattenedSize` of the descriptor.
+  /// @param room bytes to leave free at the beginning of the first piece.
+  FlattenedPieces(const AppleEventDescriptor& descriptor, std::size_t size, std::size_t room);
+
+  /// The pieces in their order; the first begins with what was left free.
+  std::vector<iovec>& pieces() noexcept { return pieces_; }
+
+ private:
+  std::array<char, 1024> usual_;
+  std::unique_ptr<char[]> large_;
+  std::vector<iovec> pieces_;
+};
 
 /// Reads a flattened descriptor. Nothing unless `bytes` is exactly one whole well-formed descriptor
 /// within the limits above; allocates no more than a small multiple of `bytes`.

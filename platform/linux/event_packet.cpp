@@ -10,8 +10,9 @@
 #include <array>
 #include <bit>
 #include <cerrno>
+#include <climits>
 #include <cstring>
-#include <memory>
+#include <span>
 
 #include "platform/linux/apple_event_wire.h"
 
@@ -36,11 +37,16 @@ struct Header {
 };
 static_assert(sizeof(Header) == 16);
 
+void skip(iovec& piece, std::size_t size) {
+  piece.iov_base = static_cast<char*>(piece.iov_base) + size;
+  piece.iov_len -= size;
+}
+
 /// The pages of a memory file, for as long as they are looked at.
 class Mapping {
  public:
-  Mapping(int fd, std::size_t size, int protection) noexcept
-      : size_(size), address_(mmap(nullptr, size, protection, MAP_SHARED | MAP_POPULATE, fd, 0)) {}
+  Mapping(int fd, std::size_t size) noexcept
+      : size_(size), address_(mmap(nullptr, size, PROT_READ, MAP_SHARED | MAP_POPULATE, fd, 0)) {}
   ~Mapping() {
     if (isValid()) munmap(address_, size_);
   }
@@ -48,22 +54,36 @@ class Mapping {
   Mapping& operator=(const Mapping&) = delete;
 
   bool isValid() const noexcept { return address_ != MAP_FAILED; }
-  char* data() const noexcept { return static_cast<char*>(address_); }
+  const char* data() const noexcept { return static_cast<const char*>(address_); }
 
  private:
   std::size_t size_;
   void* address_;
 };
 
-ScopedFd sealedMemoryFile(const AppleEventDescriptor& descriptor, std::size_t size) {
-  ScopedFd file(memfd_create("ClientComm event", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-  if (!file.isValid() || ftruncate(file.get(), static_cast<off_t>(size)) != 0) return {};
-  {
-    const Mapping mapping(file.get(), size, PROT_READ | PROT_WRITE);
-    if (!mapping.isValid()) return {};
-    flattenTo(descriptor, mapping.data());
+// Writing takes half as long as filling the pages of a mapping, which are cleared first.
+bool writeAll(int file, std::span<iovec> pieces) {
+  while (!pieces.empty()) {
+    const auto count = std::min<std::size_t>(pieces.size(), IOV_MAX);
+    const ssize_t result = writev(file, pieces.data(), static_cast<int>(count));
+    if (result < 0 && errno == EINTR) continue;
+    if (result <= 0) return false;
+    auto written = static_cast<std::size_t>(result);
+    while (!pieces.empty() && written >= pieces.front().iov_len) {
+      written -= pieces.front().iov_len;
+      pieces = pieces.subspan(1);
+    }
+    if (!pieces.empty()) skip(pieces.front(), written);
   }
-  if (fcntl(file.get(), F_ADD_SEALS, kSeals) != 0) return {};
+  return true;
+}
+
+ScopedFd sealedMemoryFile(std::span<iovec> pieces) {
+  ScopedFd file(memfd_create("ClientComm event", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+  if (!file.isValid() || !writeAll(file.get(), pieces) ||
+      fcntl(file.get(), F_ADD_SEALS, kSeals) != 0) {
+    return {};
+  }
   return file;
 }
 
@@ -95,19 +115,29 @@ struct alignas(cmsghdr) DescriptorMessage {
   }
 };
 
-OSErr sendBytes(int socket, const char* bytes, std::size_t size, const int* descriptors,
-                std::size_t count) {
-  iovec part{const_cast<char*>(bytes), size};
+/// @return 0 or an errno value.
+int sendPieces(int socket, std::span<iovec> pieces, std::span<const int> descriptors) {
   msghdr message{};
-  message.msg_iov = &part;
-  message.msg_iovlen = 1;
+  message.msg_iov = pieces.data();
+  message.msg_iovlen = pieces.size();
   DescriptorMessage control;
-  control.attach(message, descriptors, count);
+  control.attach(message, descriptors.data(), descriptors.size());
   ssize_t sent = 0;
   do {
     sent = sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
   } while (sent < 0 && errno == EINTR);
-  return sent == static_cast<ssize_t>(size) ? noErr : statusOfSendError(errno);
+  return sent < 0 ? errno : 0;  // a packet goes as a whole or not at all
+}
+
+/// Sends the header with the body in a memory file.
+OSErr sendWithFile(int socket, Header header, std::span<iovec> body, int executable) {
+  const ScopedFd file = sealedMemoryFile(body);
+  if (!file.isValid()) return memFullErr;
+  const std::array<int, kMaximumDescriptorsPerPacket> descriptors{executable, file.get()};
+  iovec piece{&header, sizeof header};
+  const std::span<const int> all(descriptors);
+  const int error = sendPieces(socket, {&piece, 1}, executable >= 0 ? all : all.subspan(1));
+  return error == 0 ? noErr : statusOfSendError(error);
 }
 
 /// Owns the descriptors that came with a packet, whatever becomes of it.
@@ -140,7 +170,7 @@ std::optional<AppleEventDescriptor> readMemoryFile(int fd, std::uint64_t size) {
   if (fstat(fd, &status) != 0 || static_cast<std::uint64_t>(status.st_size) != size) {
     return std::nullopt;
   }
-  const Mapping mapping(fd, size, PROT_READ);
+  const Mapping mapping(fd, size);
   if (!mapping.isValid()) return std::nullopt;
   return unflatten({mapping.data(), size});
 }
@@ -188,28 +218,21 @@ OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDesc
                       status,
                       static_cast<std::uint32_t>(bodySize),
                       token};
-  std::array<int, kMaximumDescriptorsPerPacket> descriptors{};
-  std::size_t count = 0;
-  if (executable >= 0) descriptors[count++] = executable;
-
-  if (sizeof header + bodySize > kMaximumPacketSize) {
-    const ScopedFd body = sealedMemoryFile(descriptor, bodySize);
-    if (!body.isValid()) return memFullErr;
-    descriptors[count++] = body.get();
-    return sendBytes(socket, reinterpret_cast<const char*>(&header), sizeof header,
-                     descriptors.data(), count);
+  const std::span<const int> descriptors(&executable, executable >= 0 ? 1 : 0);
+  if (!hasBody) {
+    iovec piece{const_cast<Header*>(&header), sizeof header};
+    const int error = sendPieces(socket, {&piece, 1}, descriptors);
+    return error == 0 ? noErr : statusOfSendError(error);
   }
-  constexpr std::size_t kUsualSize = 1024;
-  std::array<char, kUsualSize> usual;
-  std::unique_ptr<char[]> large;
-  char* packet = usual.data();
-  if (sizeof header + bodySize > usual.size()) {
-    large = std::make_unique_for_overwrite<char[]>(sizeof header + bodySize);
-    packet = large.get();
+  FlattenedPieces body(descriptor, bodySize, sizeof header);
+  std::memcpy(body.pieces().front().iov_base, &header, sizeof header);
+  if (sizeof header + bodySize <= kMaximumPacketSize) {
+    const int error = sendPieces(socket, body.pieces(), descriptors);
+    if (error == 0) return noErr;
+    if (error != EMSGSIZE) return statusOfSendError(error);
   }
-  std::memcpy(packet, &header, sizeof header);
-  if (hasBody) flattenTo(descriptor, packet + sizeof header);
-  return sendBytes(socket, packet, sizeof header + bodySize, descriptors.data(), count);
+  skip(body.pieces().front(), sizeof header);
+  return sendWithFile(socket, header, body.pieces(), executable);
 }
 
 ReceiveResult receivePacket(int socket, Packet& packet) {

@@ -16,9 +16,10 @@ namespace platform {
 
 enum class PacketKind : std::uint8_t { kEvent = 1, kEventWantingReply = 2, kReply = 3 };
 
-/// The largest packet; a body that makes it larger goes into a memory file. Well below the
-/// kernel's default send buffer (net.core.wmem_default, 208 KiB).
-inline constexpr std::size_t kMaximumPacketSize = std::size_t{64} << 10;
+/// The largest packet; a body that makes it larger goes into a memory file, and so does a smaller
+/// one where the system's send buffers are not of their usual size (net.core.wmem_default, 208
+/// KiB).
+inline constexpr std::size_t kMaximumPacketSize = std::size_t{160} << 10;
 
 /// A packet as it was received.
 struct Packet {

@@ -328,7 +328,7 @@ void SocketEndpoint::handle(int socket, pid_t pid, Packet packet) {
                                                                 packet.descriptor.returnID(),
                                                                 packet.descriptor.transactionID());
   const AppleEventTransport::Receiver receiver = receiver_;
-  const OSErr status = receiver(packet.descriptor, reply);
+  const OSErr status = receiver(std::move(packet.descriptor), reply);
   if (packet.kind != PacketKind::kEventWantingReply) return;
   if (sendPacket(socket, PacketKind::kReply, status, reply, -1) == memFullErr) {
     sendPacket(socket, PacketKind::kReply, memFullErr, {}, -1);

@@ -190,6 +190,9 @@ OSErr SocketTransport::sendPacketTo(pid_t target, int socket, bool wantsReply,
   }
   const ScopedFd executable(::open("/proc/self/exe", O_PATH | O_CLOEXEC));
   const OSErr status = sendPacket(socket, kind, noErr, event, executable.get(), token);
+  // So many of the user's descriptors may be on their way that the system takes no more. The event
+  // goes without its sender's executable then, which matters only once the sender has ended.
+  if (status == memFullErr) return sendPacket(socket, kind, noErr, event, -1, token);
   if (status != noErr || !executable.isValid()) return status;
   if (introductions_.size() >= kMaximumIntroductions) introductions_.clear();
   introductions_[target] = Clock::now();
@@ -213,7 +216,7 @@ OSErr SocketTransport::sendToSelf(const AppleEventDescriptor& event, AppleEventD
   AppleEventDescriptor answer = AppleEventDescriptor::appleEvent(
       event.eventClass(), fourCharCode("ansr"), {}, event.returnID(), event.transactionID());
   const Receiver receiver = receiver_;
-  const OSErr status = receiver ? receiver(received, answer) : errAEEventNotHandled;
+  const OSErr status = receiver ? receiver(std::move(received), answer) : errAEEventNotHandled;
   if (status == noErr) reply = std::move(answer);
   return status;
 }
