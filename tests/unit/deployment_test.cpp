@@ -290,6 +290,22 @@ TEST_F(DeploymentTest, AFailedRemovalStillEndsTheOldHelperButCopiesNothing) {
   EXPECT_NE(installedVersion(), "1.0.1") << "nothing was copied over it";
 }
 
+TEST_F(InstallationTest, AfterAFailedRemovalNothingIsCopiedEvenWhereThePlaceBecomesFree) {
+  makeHelper(kResourceFolder, "1.0.1");
+  const support::ChildProcess old = support::runInstalledHelper();
+  const std::string install = support::sandbox() + "/install";
+  recorder_.whenSending([&](const support::RecordedCall& call) {
+    EXPECT_EQ(call.selector, kExit);
+    chmod(install.c_str(), 0755);
+    fs::remove_all(installedHelperPath());
+  });
+  const support::SealedFolder sealed(install);
+  const support::BoundByPermissions bound;
+  extract();
+  EXPECT_EQ(recorder_.calls().size(), 1U);
+  EXPECT_FALSE(fs::exists(installedHelperPath()));
+}
+
 TEST_F(DeploymentTest, AnInstallDirectoryThatCannotBeWrittenLeavesTheHelperUninstalled) {
   makeHelper(kResourceFolder);
   const support::SealedFolder sealed(support::sandbox() + "/install");

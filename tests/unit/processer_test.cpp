@@ -28,6 +28,7 @@ constexpr platform::AEKeyword kAddress = 0x61646472;          // 'addr'
 constexpr platform::AEKeyword kDirectParameter = 0x2D2D2D2D;  // '----'
 
 int instancesMade = 0;
+int instancesGone = 0;
 std::vector<std::string> received;
 std::function<OptionalString()> whenAsked;
 
@@ -35,6 +36,7 @@ std::function<OptionalString()> whenAsked;
 class Recorder : public TQHPAppEventBase {
  public:
   Recorder() { ++instancesMade; }
+  ~Recorder() override { ++instancesGone; }
 
   static const platform::Class& staticClass() {
     using platform::method;
@@ -143,6 +145,13 @@ TEST_F(ProcesserTest, AnObjectMadeForACallLivesOnWhenAnotherTakesItsPlace) {
   EXPECT_EQ(call("ask"), "replaced");
   EXPECT_EQ(TQHPAppleEventProcesser::share().objectForKey("Recorder"), &other);
   EXPECT_EQ(call("two::", {"a", "b"}), "a|b");
+}
+
+TEST_F(ProcesserTest, AnObjectMadeForACallLivesOnWhenOneOfAnotherClassIsMade) {
+  call("nothing");
+  recorder_.call("Stranger", "nothing");
+  EXPECT_EQ(instancesMade, 2);
+  EXPECT_EQ(instancesGone, 0);
 }
 
 TEST_F(ProcesserTest, AnUnknownClassYieldsNilAndMakesNothing) {
@@ -280,9 +289,10 @@ TEST_F(ProcesserTest, ACallerWithoutAnAddressIsNotServed) {
 TEST_F(ProcesserTest, ACallerWithAMalformedAddressIsNotServed) {
   EXPECT_EQ(callFrom({}), std::nullopt);
   EXPECT_EQ(callFrom({kSerialNumber, ""}), std::nullopt);
-  EXPECT_EQ(callFrom({kSerialNumber, "1234567"}), std::nullopt);
-  EXPECT_EQ(callFrom({kSerialNumber, "123456789"}), std::nullopt);
-  EXPECT_EQ(callFrom({kText, support::addressOfProcess(getpid()).data()}), std::nullopt);
+  const std::string own = support::addressOfProcess(getpid()).data();
+  EXPECT_EQ(callFrom({kSerialNumber, own.substr(0, 7)}), std::nullopt);
+  EXPECT_EQ(callFrom({kSerialNumber, own + '\0'}), std::nullopt);
+  EXPECT_EQ(callFrom({kText, own}), std::nullopt);
   EXPECT_EQ(callFrom({0x62756e64, "com.example.testhost"}), std::nullopt)
       << "not on the message's own word";
   EXPECT_TRUE(received.empty());
