@@ -1,4 +1,7 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <chrono>
@@ -13,6 +16,8 @@
 
 #include "ClientComm/TQHPAppleEventSender.h"
 #include "platform/bundle.h"
+#include "platform/linux/event_packet.h"
+#include "platform/linux/scoped_fd.h"
 #include "platform/linux/socket_transport.h"
 #include "platform/text.h"
 #include "tests/stress/stress.h"
@@ -201,6 +206,30 @@ TEST_F(Load, EventsOfManyHostsAreCarriedOutOnceEachInTheirSendersOrder) {
   stress::report(std::to_string(senders) + " hosts with " + std::to_string(events) +
                  " events each: " + std::to_string(time.count()) + " ms; longest send " +
                  std::to_string(longest.count()) + " ms");
+}
+
+// Each event that introduces its sender has a descriptor on its way until it is read, and the
+// system lets an ordinary user have only so many.
+TEST_F(Load, EventsAreTakenAlthoughTheUserHasAsManyDescriptorsOnTheirWayAsTheSystemAllows) {
+  const ChildProcess target = launchTarget();
+  target.signal(SIGSTOP);
+  const platform::ScopedFd executable(open("/proc/self/exe", O_PATH | O_CLOEXEC));
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
+  const platform::ScopedFd unread(ends[0]);
+  const platform::ScopedFd full(ends[1]);
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  limit.rlim_cur = 32;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  for (int i = 0; i < 64; ++i) {
+    platform::sendPacket(full.get(), platform::PacketKind::kEvent, 0, {}, executable.get());
+  }
+  const std::string text[] = {"s0 0"};
+  EXPECT_EQ(TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", "note:", text),
+            0);
+  target.signal(SIGCONT);
+  EXPECT_EQ(notesBySender()["s0"], std::vector<int>{0});
 }
 
 TEST_F(Load, HelperThatDoesNotReadBlocksNoHostLongerThanPromisedAndLosesNothingAccepted) {
