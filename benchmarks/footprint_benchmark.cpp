@@ -92,8 +92,8 @@ void measure(benchmark::State& state, int samples) {
   state.counters["pss_kib"] = added(with.proportionalKiB, without.proportionalKiB);
   state.counters["private_kib"] = added(with.privateKiB, without.privateKiB);
   state.counters["start_ms"] = added(with.startSeconds, without.startSeconds) * 1e3;
-  state.counters["threads"] = with.last.threads - without.last.threads;
-  state.counters["descriptors"] = with.last.descriptors - without.last.descriptors;
+  state.counters["threads_added"] = with.last.threads - without.last.threads;
+  state.counters["descriptors_added"] = with.last.descriptors - without.last.descriptors;
 }
 
 }  // namespace

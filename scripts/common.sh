@@ -13,6 +13,10 @@ build_packages=(
   libgtest-dev
 )
 
+# What the benchmarks take in addition: their own library, and what they are compared with.
+# shellcheck disable=SC2034
+bench_packages=(libbenchmark-dev libsystemd-dev dbus-daemon libproc2-dev libapt-pkg-dev binutils)
+
 say() {
   printf '==> %s\n' "$*"
 }

@@ -5,8 +5,8 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <new>
-#include <system_error>
+#include <cstdio>
+#include <cstdlib>
 
 #include "benchmarks/support/measurement.h"
 #include "platform/linux/scoped_fd.h"
@@ -25,7 +25,10 @@ SharedCounter::SharedCounter(const std::string& path) {
   if (file.isValid() && ftruncate(file.get(), kSize) == 0) {
     memory = mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
   }
-  if (memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), path);
+  if (memory == MAP_FAILED) {
+    std::perror(path.c_str());
+    std::exit(1);
+  }
   // A new file is all zeros, which is a counter at 0.
   value_ = static_cast<std::atomic<std::uint64_t>*>(memory);
 }
