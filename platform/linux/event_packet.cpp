@@ -227,7 +227,10 @@ OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDesc
   FlattenedPieces body(descriptor, bodySize, sizeof header);
   std::memcpy(body.pieces().front().iov_base, &header, sizeof header);
   if (sizeof header + bodySize <= kMaximumPacketSize) {
-    const int error = sendPieces(socket, body.pieces(), descriptors);
+    int error = sendPieces(socket, body.pieces(), descriptors);
+    // So many of the user's descriptors are on their way already that the system takes no more. The
+    // event goes without its sender's executable, which matters only once the sender has ended.
+    if (error == ETOOMANYREFS) error = sendPieces(socket, body.pieces(), {});
     if (error == 0) return noErr;
     if (error != EMSGSIZE) return statusOfSendError(error);
   }
