@@ -98,6 +98,31 @@ class ControlDelegate final : public TQHPHelperControlCallBackDelegate {
   void didCheckServerOpen(bool /*isOpen*/, const platform::Error* /*error*/) override {}
 };
 
+// The form in pieces, joined, is the form in one.
+void requireSameInPieces(const AppleEventDescriptor& descriptor) {
+  constexpr std::size_t kRoom = 16;
+  platform::FlattenedPieces pieces(descriptor, platform::flattenedSize(descriptor), kRoom);
+  std::string joined;
+  for (const iovec& piece : pieces.pieces()) {
+    joined.append(static_cast<const char*>(piece.iov_base), piece.iov_len);
+  }
+  require(joined.size() > kRoom && joined.substr(kRoom) == flattened(descriptor),
+          "the form in pieces is that in one");
+}
+
+// With data in it that is long enough to be a piece of its own, before what follows it.
+void requireSameWithLongData(AppleEventDescriptor descriptor) {
+  constexpr std::size_t kLong = std::size_t{20} << 10;
+  const auto longText = AppleEventDescriptor::descriptorWithString(std::string(kLong, 'x'));
+  descriptor.setAttributeDescriptor(longText, platform::fourCharCode("long"));
+  descriptor.insertDescriptor(longText, 1);
+  descriptor.insertDescriptor(longText, 0);
+  requireSameInPieces(descriptor);
+  const auto again = platform::unflatten(flattened(descriptor));
+  // What is there already may be as many attributes as there can be.
+  if (again) require(flattened(*again) == flattened(descriptor), "long data is read as it is");
+}
+
 void requireStable(const AppleEventDescriptor& descriptor, std::string_view bytes) {
   const std::string written = flattened(descriptor);
   require(written.size() <= bytes.size(), "what was read is written in no more room");
@@ -106,6 +131,8 @@ void requireStable(const AppleEventDescriptor& descriptor, std::string_view byte
   const auto again = platform::unflatten(written);
   require(again.has_value(), "what was written can be read");
   require(flattened(*again) == written, "reading and writing again changes nothing");
+  requireSameInPieces(*again);
+  requireSameWithLongData(*again);
   const AppleEventDescriptor copy = *again;
   require(flattened(copy) == written, "a copy is alike");
 }

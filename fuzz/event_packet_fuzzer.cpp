@@ -38,6 +38,7 @@ constexpr unsigned kMakeHeader = 1;    // a header with the right magic and vers
 constexpr unsigned kMakeBodySize = 2;  // ... and with the size of the body behind it
 constexpr unsigned kBodyInFile = 4;    // ... or else of the one in the memory file
 constexpr unsigned kSendLarge = 8;     // sent on with a parameter that does not fit a packet
+constexpr unsigned kSendLong = 16;     // ... or with one that is a piece of the packet of its own
 
 constexpr std::size_t kMostDescriptors = 3;
 
@@ -146,11 +147,13 @@ std::string flattened(const AppleEventDescriptor& descriptor) {
 }
 
 // Sends on what was received: it must arrive as it is.
-void sendOn(Packet packet, bool isLarge) {
-  if (isLarge) {
+void sendOn(Packet packet, std::size_t lengthOfMore) {
+  // As many parameters as there can be leave no room for one more.
+  constexpr std::size_t kMostParameters = 32;
+  if (lengthOfMore > 0 && packet.descriptor.parameters().size() < kMostParameters) {
     packet.descriptor.setParamDescriptor(
-        AppleEventDescriptor::descriptorWithString(std::string(platform::kMaximumPacketSize, 'x')),
-        platform::fourCharCode("larg"));
+        AppleEventDescriptor::descriptorWithString(std::string(lengthOfMore, 'x')),
+        platform::fourCharCode("more"));
   }
   const bool handsOver = packet.executable.isValid() && packet.kind != PacketKind::kReply;
   require(platform::sendPacket(sockets().theirs.get(), packet.kind, packet.status,
@@ -176,7 +179,10 @@ void receive(unsigned options) {
           "a packet holds an event, or an error");
   // A peer that has ended is known by the descriptor alone, or by an earlier one.
   platform::serialNumberForPeer(INT_MAX, packet.executable.get(), packet.token);
-  sendOn(std::move(packet), hasBody && (options & kSendLarge) != 0);
+  std::size_t lengthOfMore = 0;
+  if (hasBody && (options & kSendLong) != 0) lengthOfMore = std::size_t{20} << 10;
+  if (hasBody && (options & kSendLarge) != 0) lengthOfMore = platform::kMaximumPacketSize;
+  sendOn(std::move(packet), lengthOfMore);
 }
 
 }  // namespace
