@@ -41,6 +41,9 @@ constexpr std::chrono::milliseconds kAcceptPause{100};
 // the silent ones.
 constexpr std::chrono::microseconds kFirstPacketPatience{20};
 
+// With more silent peers than this, none is given that time.
+constexpr std::size_t kFewSilentPeers = 4;
+
 constexpr AEEventID kAnswer = fourCharCode("ansr");
 
 struct EndpointSource {
@@ -280,7 +283,9 @@ bool SocketEndpoint::acceptOne() {
   const auto isAlive = isAlive_;
   if (!silentPeers_.empty()) serveEarlierOf(peer.pid);
   if (!*isAlive) return false;
-  const bool isServed = serve(socket.get(), peer.pid, true);
+  // No patience in a crowd of silent peers: on a busy machine it costs a turn of the scheduler
+  // each.
+  const bool isServed = serve(socket.get(), peer.pid, silentPeers_.size() < kFewSilentPeers);
   if (!*isAlive) return false;
   if (!isServed) keepSilent(std::move(socket), peer.pid);
   return *isAlive;
