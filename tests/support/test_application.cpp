@@ -91,7 +91,13 @@ bool runRole(const std::vector<std::string>& arguments, int& exitStatus) {
   // Through a bundle of its own: a test may still write another Info.plist for the main bundle.
   const platform::Bundle own(platform::Bundle::mainBundle().bundlePath());
   const auto name = own.infoString("TestRole");
-  if (!name) return false;
+  if (!name) {
+    std::error_code error;
+    const bool isTest = std::filesystem::equivalent(own.bundlePath(), hostBundlePath(), error);
+    // An application whose bundle is removed before it has read its role must not run the tests.
+    exitStatus = 2;
+    return !isTest;
+  }
   exitStatus = roles().at(*name)(arguments);
   return true;
 }

@@ -33,11 +33,13 @@ std::string installedHelperPath() {
   return sandbox() + "/" + kInstallFolder + "/" + kHelperName + ".app";
 }
 
-ChildProcess runInstalledHelper() {
-  ChildProcess helper = runApplication(makeHelper(kInstallFolder));
+ChildProcess runHelper(const std::string& path) {
+  ChildProcess helper = runApplication(path);
   EXPECT_EQ(helper.readLine(), "open");
   return helper;
 }
+
+ChildProcess runInstalledHelper() { return runHelper(makeHelper(kInstallFolder)); }
 
 std::vector<pid_t> processesOf(const std::string& path) {
   namespace fs = std::filesystem;

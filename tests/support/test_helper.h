@@ -27,7 +27,10 @@ std::string makeHelper(const std::string& folder, const std::string& version = "
 /// Where the installed helper lies.
 std::string installedHelperPath();
 
-/// Makes an installed helper and runs it as a child of the test; it is open to events by then.
+/// Runs the idle helper at `path` as a child of the test; it is open to events by then.
+ChildProcess runHelper(const std::string& path);
+
+/// Makes an installed helper and runs it in the same way.
 ChildProcess runInstalledHelper();
 
 /// The processes that run the executable of the application at `path`.

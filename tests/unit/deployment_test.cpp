@@ -264,7 +264,7 @@ TEST_F(DeploymentTest, OnceTheOldHelperIsGoneTheRestartStepOpensTheNewCopy) {
 TEST_F(InstallationTest, AHelperThatRunsFromElsewhereIsNotToldToExit) {
   makeHelper(kResourceFolder, "1.0.1");
   makeHelper(kInstallFolder, "1.0");
-  const support::ChildProcess elsewhere = support::runApplication(resourceHelperPath());
+  const support::ChildProcess elsewhere = support::runHelper(resourceHelperPath());
   extract();
   EXPECT_EQ(installedVersion(), "1.0.1");
   EXPECT_EQ(recorder_.countOf(kExit), 0);
@@ -273,7 +273,7 @@ TEST_F(InstallationTest, AHelperThatRunsFromElsewhereIsNotToldToExit) {
 TEST_F(InstallationTest, AnotherApplicationInTheInstalledPlaceIsNotToldToExit) {
   makeHelper(kResourceFolder, "1.0.1");
   writeInfoOf(makeHelper(kInstallFolder, "1.0"), "CFBundleIdentifier", "com.example.other");
-  const support::ChildProcess other = support::runApplication(installedHelperPath());
+  const support::ChildProcess other = support::runHelper(installedHelperPath());
   extract();
   EXPECT_EQ(installedVersion(), "1.0.1");
   EXPECT_EQ(recorder_.countOf(kExit), 0);
