@@ -82,6 +82,7 @@ const Role helperRole(kProductHelperRole, [](const std::vector<std::string>& /*a
   note("up " + platform::Bundle::mainBundle().infoString("CFBundleVersion").value_or("?"));
   TQHPAppleEventProcesser::share();
   g_main_loop_run(helperLoop);
+  g_main_loop_unref(helperLoop);
   note("down");
   return 0;
 });
@@ -105,6 +106,7 @@ const Role hostRole(kProductHostRole, [](const std::vector<std::string>& argumen
     g_timeout_add(static_cast<guint>(platform::intValue(arguments[1])), runRestartStep, nullptr);
   }
   g_main_loop_run(loop);
+  g_main_loop_unref(loop);
   return 0;
 });
 
