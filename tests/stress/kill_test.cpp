@@ -123,7 +123,8 @@ TEST_F(Kills, HelperKilledAtRandomMomentsRunsAndIsStartedByTheNextRestartStep) {
     const auto end = std::chrono::steady_clock::now() + moment;
     while (std::chrono::steady_clock::now() < end) useHelper();
     EXPECT_EQ(killer.wait(), 0);
-    // Its sockets may outlive its memory for a moment; until it is gone it is a running application.
+    // Its sockets may outlive its memory for a moment; until it is gone it is a running
+    // application.
     ASSERT_TRUE(support::waitUntil([&] { return kill(helper, 0) != 0; }));
     OSErr status = -1;
     longest = std::max(longest, stress::timeOf([&] { status = controller.autoRestartHelper(); }));
