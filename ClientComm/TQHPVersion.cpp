@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 
 #include "platform/text.h"
 
@@ -20,37 +21,44 @@ VersionComponentType typeOf(char32_t character) {
 }
 
 VersionComponentType typeOfAscii(char byte) {
-  if (byte == '.') return VersionComponentType::kDot;
-  return byte >= '0' && byte <= '9' ? VersionComponentType::kDigits : VersionComponentType::kOther;
+  if (byte >= '0' && byte <= '9') return VersionComponentType::kDigits;
+  return byte == '.' ? VersionComponentType::kDot : VersionComponentType::kOther;
 }
 
-VersionComponentType takeType(std::string_view& text) {
-  const char byte = text.front();
-  if (!isAscii(byte)) return typeOf(platform::takeCharacter(text));
-  text.remove_prefix(1);
-  return typeOfAscii(byte);
+// The type of the character at `position`, which moves behind it.
+VersionComponentType takeType(std::string_view text, std::size_t& position) {
+  if (isAscii(text[position])) return typeOfAscii(text[position++]);
+  std::string_view rest = text.substr(position);
+  const VersionComponentType type = typeOf(platform::takeCharacter(rest));
+  position = text.size() - rest.size();
+  return type;
 }
 
-// What both begin with decides nothing. What is compared starts behind its last dot, as a dot is a
-// component of its own wherever it stands.
-void skipCommonBeginning(std::string_view& first, std::string_view& second) {
-  const auto end = std::mismatch(first.begin(), first.end(), second.begin(), second.end()).first;
-  const auto common = first.substr(0, static_cast<std::size_t>(end - first.begin()));
-  const std::size_t dot = common.rfind('.');
-  if (dot == std::string_view::npos) return;
-  first.remove_prefix(dot + 1);
-  second.remove_prefix(dot + 1);
+// How many bytes of both can be passed over: what both begin with decides nothing, up to the start
+// of the component in which they part.
+std::size_t commonBeginning(std::string_view first, std::string_view second) {
+  const std::size_t shorter = std::min(first.size(), second.size());
+  std::size_t end = 0;
+  while (end < shorter && first[end] == second[end]) ++end;
+  if (end == 0 || first[end - 1] == '.') return end;
+  const VersionComponentType type = typeOfAscii(first[end - 1]);
+  while (end > 0 && isAscii(first[end - 1]) && typeOfAscii(first[end - 1]) == type) --end;
+  if (end == 0 || isAscii(first[end - 1])) return end;
+  // A component with other characters may reach further back; a dot is always one of its own.
+  const std::size_t dot = first.rfind('.', end - 1);
+  return dot == std::string_view::npos ? 0 : dot + 1;
 }
 
-// The value of a run of digits; almost always it is short and in ASCII.
+// What `platform::intValue` gives for a run of digits, which has neither blanks nor a sign.
 std::int32_t valueOf(std::string_view digits) {
-  constexpr std::size_t kShort = 9;
-  std::int32_t value = 0;
+  constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
+  std::int64_t value = 0;
   for (const char digit : digits) {
-    if (digits.size() > kShort || !isAscii(digit)) return platform::intValue(digits);
+    if (!isAscii(digit)) break;
     value = value * 10 + (digit - '0');
+    if (value > kMost) return kMost;
   }
-  return value;
+  return static_cast<std::int32_t>(value);
 }
 
 // The order of a character by its first UTF-16 unit: one beyond the first 65,536 begins with a
@@ -62,6 +70,12 @@ char32_t firstUnit(char32_t character) {
 
 int compareByUnit(std::string_view first, std::string_view second) {
   while (!first.empty() && !second.empty()) {
+    if (isAscii(first.front()) && isAscii(second.front())) {
+      if (first.front() != second.front()) return first.front() < second.front() ? -1 : 1;
+      first.remove_prefix(1);
+      second.remove_prefix(1);
+      continue;
+    }
     const char32_t a = platform::takeCharacter(first);
     const char32_t b = platform::takeCharacter(second);
     if (a == b) continue;
@@ -92,27 +106,22 @@ int compareComponents(const VersionComponent& a, const VersionComponent& b) {
 
 bool VersionReader::next(VersionComponent& component) {
   if (rest_.empty()) return false;
-  const std::string_view start = rest_;
-  component.type = takeType(rest_);
-  while (component.type != VersionComponentType::kDot && !rest_.empty()) {
-    if (isAscii(rest_.front())) {
-      if (typeOfAscii(rest_.front()) != component.type) break;
-      rest_.remove_prefix(1);
-      continue;
-    }
-    std::string_view ahead = rest_;
-    if (takeType(ahead) != component.type) break;
-    rest_ = ahead;
+  std::size_t end = 0;
+  component.type = takeType(rest_, end);
+  while (component.type != VersionComponentType::kDot && end < rest_.size()) {
+    std::size_t next = end;
+    if (takeType(rest_, next) != component.type) break;
+    end = next;
   }
-  component.text = start.substr(0, start.size() - rest_.size());
+  component.text = rest_.substr(0, end);
+  rest_.remove_prefix(end);
   return true;
 }
 
 int compareVersionStrings(std::string_view first, std::string_view second) {
-  if (first == second) return 0;
-  skipCommonBeginning(first, second);
-  VersionReader readerA(first);
-  VersionReader readerB(second);
+  const std::size_t common = commonBeginning(first, second);
+  VersionReader readerA(first.substr(common));
+  VersionReader readerB(second.substr(common));
   for (;;) {
     VersionComponent a;
     VersionComponent b;
