@@ -6,7 +6,6 @@
 #include "ClientComm/TQHPAppEventBase.h"
 #include "platform/apple_event.h"
 #include "platform/apple_event_manager.h"
-#include "platform/bundle.h"
 #include "platform/process_manager.h"
 
 namespace {
@@ -41,11 +40,7 @@ OptionalString bundleIDOfCaller(const AppleEventDescriptor& event) {
   platform::ProcessSerialNumber psn;
   if (!serialNumber || serialNumber->data().size() != sizeof psn) return std::nullopt;
   std::memcpy(&psn, serialNumber->data().data(), sizeof psn);
-  const auto info = platform::ProcessInformationCopyDictionary(
-      psn, platform::kProcessDictionaryIncludeAllInformationMask);
-  if (!info) return std::nullopt;
-  const auto identifier = info->find(platform::kCFBundleIdentifierKey);
-  return identifier == info->end() ? std::nullopt : identifier->second.stringValue();
+  return platform::bundleIdentifierOfProcess(psn);
 }
 
 }  // namespace

@@ -36,4 +36,7 @@ OSErr GetProcessForPID(std::int32_t pid, ProcessSerialNumber& psn);
 std::optional<PropertyListDictionary> ProcessInformationCopyDictionary(
     const ProcessSerialNumber& psn, std::uint32_t infoToReturn);
 
+/// The `kCFBundleIdentifierKey` of what is known of a process, without the rest; nil when unknown.
+OptionalString bundleIdentifierOfProcess(const ProcessSerialNumber& psn);
+
 }  // namespace platform

@@ -213,12 +213,14 @@ class Peers {
 
   std::optional<PropertyListDictionary> dictionary(const ProcessSerialNumber& psn) {
     const std::lock_guard lock(mutex_);
-    const Entry* const entry = ring_[psn.highLongOfPSN % ring_.size()];
-    if (entry == nullptr || entry->second.number != (psn.highLongOfPSN & ~kPeerBit) ||
-        static_cast<std::uint32_t>(entry->first.first) != psn.lowLongOfPSN) {
-      return std::nullopt;
-    }
-    return dictionaryOf(entry->second.identity);
+    const Entry* const entry = entryOf(psn);
+    return entry != nullptr ? std::optional(dictionaryOf(entry->second.identity)) : std::nullopt;
+  }
+
+  OptionalString identifier(const ProcessSerialNumber& psn) {
+    const std::lock_guard lock(mutex_);
+    const Entry* const entry = entryOf(psn);
+    return entry != nullptr ? entry->second.identity.identifier : std::nullopt;
   }
 
  private:
@@ -253,6 +255,14 @@ class Peers {
 
   static ProcessSerialNumber serialNumberOf(const Entry& entry) {
     return {kPeerBit | entry.second.number, static_cast<std::uint32_t>(entry.first.first)};
+  }
+
+  const Entry* entryOf(const ProcessSerialNumber& psn) const {
+    const Entry* const entry = ring_[psn.highLongOfPSN % ring_.size()];
+    const bool isSame = entry != nullptr &&
+                        entry->second.number == (psn.highLongOfPSN & ~kPeerBit) &&
+                        static_cast<std::uint32_t>(entry->first.first) == psn.lowLongOfPSN;
+    return isSame ? entry : nullptr;
   }
 
   // What was known of the peer before its bundle was removed outweighs what stands there now.
@@ -327,6 +337,15 @@ std::optional<PropertyListDictionary> ProcessInformationCopyDictionary(
   if (!startTime || highLong(*startTime) != psn.highLongOfPSN) return std::nullopt;
   const auto identity = ownIdentity(pid, link, bundlePath);
   return dictionaryOf(identity ? *identity : successorIdentity(bundlePath));
+}
+
+OptionalString bundleIdentifierOfProcess(const ProcessSerialNumber& psn) {
+  if ((psn.highLongOfPSN & kPeerBit) != 0) return peers().identifier(psn);
+  const auto info =
+      ProcessInformationCopyDictionary(psn, kProcessDictionaryIncludeAllInformationMask);
+  if (!info) return std::nullopt;
+  const auto identifier = info->find(kCFBundleIdentifierKey);
+  return identifier == info->end() ? std::nullopt : identifier->second.stringValue();
 }
 
 std::optional<ProcessSerialNumber> serialNumberForPeer(pid_t pid, int executable,
