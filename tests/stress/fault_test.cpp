@@ -473,6 +473,7 @@ TEST_P(ClockJumps, SettingsAndBundlesThatChangeAreSeenToChange) {
       support::makeApplication("Target", "com.example.first", support::kEchoRole);
   const std::string info = application + "/Contents/Info.plist";
   ChildProcess target = support::runApplication(application);
+  ASSERT_TRUE(support::waitUntilReachable("com.example.first"));
   auto& processes = TQHPProcessList::share();
   EXPECT_EQ(processes.infoForPID(target.pid())->at("CFBundleIdentifier").stringValue(),
             "com.example.first");

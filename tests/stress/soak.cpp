@@ -340,7 +340,10 @@ class Soak {
     for (const auto& [status, times] : statuses_) {
       std::printf("answers with status %d: %ld of %ld\n", status, times, events_);
     }
-    return !hasGrown("host", firstHost_, host) & !hasGrown("helper", firstHelper_, helper);
+    // Both are looked at, so that both are reported.
+    const bool hostHasGrown = hasGrown("host", firstHost_, host);
+    const bool helperHasGrown = hasGrown("helper", firstHelper_, helper);
+    return !hostHasGrown && !helperHasGrown;
   }
 
   Clock::time_point begin_;

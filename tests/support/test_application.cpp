@@ -93,8 +93,10 @@ bool runRole(const std::vector<std::string>& arguments, int& exitStatus) {
   const auto name = own.infoString("TestRole");
   if (!name) {
     std::error_code error;
-    const bool isTest = std::filesystem::equivalent(own.bundlePath(), hostBundlePath(), error);
-    // An application whose bundle is removed before it has read its role must not run the tests.
+    const bool isTest = !arguments.empty() ||
+                        std::filesystem::equivalent(own.bundlePath(), hostBundlePath(), error);
+    // An application that was launched, and whose bundle is removed before it has read its role,
+    // must not run the tests.
     exitStatus = 2;
     return !isTest;
   }
