@@ -407,6 +407,7 @@ TEST_F(HelperUpgrades, WhatIsNotNewerIsNotOffered) {
   for (const char* feed : {"", R"({"version": "1.2.3"})", R"({"version": "1.2"})"}) {
     if (*feed != '\0') writeFeed(feed);
     EXPECT_EQ(proxy().productUpgrade("P100", kVersion), 0);
+    state();  // answered only after the feed was looked into, which is then written anew
   }
   const Json upgrades = state()["upgrades"];
   ASSERT_EQ(upgrades.size(), 3U);
