@@ -242,7 +242,7 @@ UsageUnderKill::Counts UsageUnderKill::allCounts() {
 }
 
 TEST_F(UsageUnderKill, NoRecordThatWasTakenIsLostAndNoneIsCountedTwice) {
-  for (int round = 0; round < 8; ++round) {
+  while (handedOver_.size() < 1000) {
     startHelper();
     sendUntilKilled(false);
   }
