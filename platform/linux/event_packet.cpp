@@ -92,8 +92,9 @@ OSErr statusOfSendError(int error) {
     case EMSGSIZE:
     case ENOMEM:
     case ENOBUFS:
-    case ETOOMANYREFS:
       return memFullErr;
+    case ETOOMANYREFS:
+      return errAETimeout;
     default:
       return connectionInvalid;
   }
@@ -227,10 +228,7 @@ OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDesc
   FlattenedPieces body(descriptor, bodySize, sizeof header);
   std::memcpy(body.pieces().front().iov_base, &header, sizeof header);
   if (sizeof header + bodySize <= kMaximumPacketSize) {
-    int error = sendPieces(socket, body.pieces(), descriptors);
-    // So many of the user's descriptors are on their way already that the system takes no more. The
-    // event goes without its sender's executable, which matters only once the sender has ended.
-    if (error == ETOOMANYREFS) error = sendPieces(socket, body.pieces(), {});
+    const int error = sendPieces(socket, body.pieces(), descriptors);
     if (error == 0) return noErr;
     if (error != EMSGSIZE) return statusOfSendError(error);
   }

@@ -32,6 +32,9 @@ using std::chrono::milliseconds;
 // its end of the connection open after it has died.
 constexpr milliseconds kLivenessInterval = std::chrono::seconds(1);
 
+// Pause between tries, of what the system does not tell the end of.
+constexpr milliseconds kTryInterval{1};
+
 constexpr std::size_t kMaximumFileNames = 256;
 
 constexpr std::size_t kMaximumIntroductions = 256;
@@ -123,7 +126,6 @@ OSErr connectTo(const std::string& fileName, const Deadline& deadline, Connectio
 /// Connects, and waits for an application that this process has only just launched.
 OSErr reach(const std::string& identifier, const std::string& fileName, const Deadline& deadline,
             Connection& connection) {
-  constexpr milliseconds kTryInterval{1};
   for (;;) {
     const OSErr status = connectTo(fileName, deadline, connection);
     if (status == noErr) noteReached(identifier);
@@ -171,6 +173,10 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
   const bool wantsReply = sendMode == kAEWaitReply;
   if (wantsReply && connection.peer == getpid()) return sendToSelf(event, reply);
   status = sendPacketTo(connection.peer, connection.socket.get(), wantsReply, event);
+  while (status == errAETimeout && deadline.remaining(kTryInterval) != milliseconds(0)) {
+    std::this_thread::sleep_for(kTryInterval);
+    status = sendPacketTo(connection.peer, connection.socket.get(), wantsReply, event);
+  }
   if (status == noErr) lastRecipient_ = static_cast<std::uint64_t>(connection.peer);
   if (status != noErr || !wantsReply) return status;
   return awaitReply(connection, deadline, reply);

@@ -208,28 +208,35 @@ TEST_F(Load, EventsOfManyHostsAreCarriedOutOnceEachInTheirSendersOrder) {
                  std::to_string(longest.count()) + " ms");
 }
 
-// Each event that introduces its sender has a descriptor on its way until it is read, and the
-// system lets an ordinary user have only so many.
-TEST_F(Load, EventsAreTakenAlthoughTheUserHasAsManyDescriptorsOnTheirWayAsTheSystemAllows) {
+// A large event has a descriptor on its way until it is read, and the system lets an ordinary user
+// have only so many.
+TEST_F(Load, EventsWaitWhileTheUserHasAsManyDescriptorsOnTheirWayAsTheSystemAllows) {
   const ChildProcess target = launchTarget();
-  target.signal(SIGSTOP);
+  EXPECT_TRUE(notesBySender().empty());  // it has read what was on its way
   const platform::ScopedFd executable(open("/proc/self/exe", O_PATH | O_CLOEXEC));
   int ends[2];
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
-  const platform::ScopedFd unread(ends[0]);
+  platform::ScopedFd unread(ends[0]);
   const platform::ScopedFd full(ends[1]);
   rlimit limit{};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
   limit.rlim_cur = 32;
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-  for (int i = 0; i < 64; ++i) {
-    platform::sendPacket(full.get(), platform::PacketKind::kEvent, 0, {}, executable.get());
+  const platform::AppleEventDescriptor event =
+      platform::AppleEventDescriptor::appleEvent(0, 0, {}, -1, 0);
+  while (platform::sendPacket(full.get(), platform::PacketKind::kEvent, 0, event,
+                              executable.get()) == platform::noErr) {
   }
-  const std::string text[] = {"s0 0"};
-  EXPECT_EQ(TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", "note:", text),
-            0);
-  target.signal(SIGCONT);
-  EXPECT_EQ(notesBySender()["s0"], std::vector<int>{0});
+  const auto sendLarge = [](const std::string& name) {
+    const std::string texts[] = {name + " " + std::string(2'000'000, '1')};
+    return TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", "note:", texts);
+  };
+  EXPECT_EQ(sendLarge("refused"), platform::errAETimeout);
+  unread.reset();
+  EXPECT_EQ(sendLarge("accepted"), platform::noErr);
+  OptionalString notes;
+  TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", "notes", {}, &notes);
+  EXPECT_EQ(notes, "accepted " + std::string(2'000'000, '1') + "\n");
 }
 
 TEST_F(Load, HelperThatDoesNotReadBlocksNoHostLongerThanPromisedAndLosesNothingAccepted) {
