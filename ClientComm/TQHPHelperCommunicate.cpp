@@ -1,8 +1,10 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <thread>
 #include <utility>
 
 #include "ClientComm/TQHPAppleEventSender.h"
@@ -44,6 +46,10 @@ constexpr int kCustomString = 5;
 // How long one host waits for another that is installing; a helper of several hundred megabytes is
 // copied within it. Whoever gives up leaves it to the next launch.
 constexpr std::chrono::seconds kInstallationLimit{10};
+
+// How long an old helper that is still starting is given until it takes the exit command.
+constexpr std::chrono::seconds kExitCommandLimit{5};
+constexpr std::chrono::milliseconds kExitCommandPause{10};
 
 TQHPHelperCommunicate* sharedController = nullptr;
 
@@ -293,14 +299,28 @@ void TQHPHelperCommunicate::extractHelper() {
     if (!lock.isHeld()) return;
     if (platform::fileExistsAtPath(installed)) {
       if (compareVersion(versionOfBundle(*resource), versionOfBundle(installed)) != 1) return;
-      const auto error = platform::removeItemAtPath(installed);
-      if (TQHPProcessList::share().applicationIsRunning(location.bundleID, installed)) {
-        TQHPHelperControl::share().exitHelper(productID_, productVersion_);
-      }
-      if (error) return;
+      // Its folder goes last. Should this process end before the exit command is sent, the next
+      // host finds a folder without a version there, and does the same again.
+      const auto error = platform::emptyItemAtPath(installed);
+      const auto isRunning = [&] {
+        return TQHPProcessList::share().applicationIsRunning(location.bundleID, installed);
+      };
+      if (isRunning()) tellToExit(isRunning);
+      if (error || platform::removeItemAtPath(installed)) return;
     }
     platform::copyPath(*resource, installed);
   });
+}
+
+// A helper that another host launched a moment ago runs before it takes events. If the command were
+// lost on it, it would run on as the old one beside its new copy.
+void TQHPHelperCommunicate::tellToExit(const std::function<bool()>& isRunning) {
+  const auto limit = std::chrono::steady_clock::now() + kExitCommandLimit;
+  while (TQHPHelperControl::share().exitHelper(productID_, productVersion_) ==
+             platform::procNotFound &&
+         std::chrono::steady_clock::now() < limit && isRunning()) {
+    std::this_thread::sleep_for(kExitCommandPause);
+  }
 }
 
 bool TQHPHelperCommunicate::launchHelepr() {

@@ -18,6 +18,10 @@ class DirectoryLock {
   /// False when the directory could not be opened or the limit passed.
   bool isHeld() const noexcept { return descriptor_ >= 0; }
 
+  /// The open directory, -1 when it is not held. A forked copy of this process that keeps it open
+  /// goes on holding the directory should this process end without letting go.
+  int descriptor() const noexcept { return descriptor_; }
+
  private:
   int descriptor_ = -1;
 };

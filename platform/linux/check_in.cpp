@@ -122,16 +122,33 @@ void removeOwnRecord() noexcept {
   if (folder.isValid()) unlinkat(folder.get(), name.data(), 0);
 }
 
-bool writeOwnRecord(int folder, pid_t pid) {
-  const Bundle& bundle = Bundle::mainBundle();
+// What is known of a bundle, for the process `pid` that runs its executable.
+std::optional<PropertyListDictionary> recordOf(const Bundle& bundle, pid_t pid) {
   const OptionalString identifier = bundle.bundleIdentifier();
   const auto startTime = processStartTime(pid);
-  if (!identifier || !startTime) return false;
+  if (!identifier || !startTime) return std::nullopt;
   PropertyListDictionary record = {{kStartTimeKey, *startTime},
-                                   {kCFBundleIdentifierKey, *identifier},
-                                   {kBundlePathKey, bundle.bundlePath()}};
+                                   {kCFBundleIdentifierKey, *identifier}};
   if (const auto name = bundle.infoString(kCFBundleNameKey)) record[kCFBundleNameKey] = *name;
-  return replaceFile(folder, recordName(pid), xmlPropertyList(record));
+  return record;
+}
+
+bool writeOwnRecord(int folder, pid_t pid) {
+  auto record = recordOf(Bundle::mainBundle(), pid);
+  if (!record) return false;
+  record->insert_or_assign(kBundlePathKey, Bundle::mainBundle().bundlePath());
+  return replaceFile(folder, recordName(pid), xmlPropertyList(*record));
+}
+
+// The path is left out: the kernel knows it as the process will.
+void checkInLaunchedOrThrow(pid_t pid, const Bundle& bundle) {
+  const ScopedFd folder = openRuntimeFolder(false);
+  const auto record = recordOf(bundle, pid);
+  if (!folder.isValid() || !record) return;
+  // Not over a record of the process's own, which says more.
+  const ScopedFd file(openat(folder.get(), recordName(pid).c_str(),
+                             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (file.isValid()) writeAll(file.get(), xmlPropertyList(*record));
 }
 
 void checkInOrThrow() {
@@ -154,6 +171,14 @@ void checkIn() noexcept {
     checkInOrThrow();
   } catch (const std::bad_alloc&) {
     // Without a record the process is known as long as its bundle stands.
+  }
+}
+
+void checkInLaunched(pid_t pid, const Bundle& bundle) noexcept {
+  try {
+    checkInLaunchedOrThrow(pid, bundle);
+  } catch (const std::bad_alloc&) {
+    // The process checks in by itself a moment later.
   }
 }
 

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/bundle.h"
+
 /// What a process says of itself when it opens to events, so that it is still known after its
 /// bundle was removed. It never overrides what the kernel and the bundle on disk say.
 namespace platform {
@@ -22,6 +24,11 @@ struct CheckInRecord {
 /// clears away the records of processes that are gone. Does nothing outside a bundle, or in a
 /// process that has one already.
 void checkIn() noexcept;
+
+/// Writes a first record of the process `pid`, which has just been launched from `bundle`, so that
+/// it is known although the bundle is removed before the process opens to events. Never replaces
+/// one.
+void checkInLaunched(pid_t pid, const Bundle& bundle) noexcept;
 
 /// The record of the process `pid`; nothing when there is none, or it belongs to an earlier process
 /// of that ID.

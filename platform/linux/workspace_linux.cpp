@@ -17,6 +17,7 @@
 #include "platform/bundle.h"
 #include "platform/file_lock.h"
 #include "platform/file_manager.h"
+#include "platform/linux/check_in.h"
 #include "platform/linux/launch_record.h"
 #include "platform/linux/process_ids.h"
 #include "platform/linux/runtime_folder.h"
@@ -42,6 +43,7 @@ struct Launch {
   std::array<char*, 2> arguments;
   ScopedFd nullDevice;
   ScopedFd report;
+  ScopedFd lock;  ///< Not valid for a launch that nobody else has to wait for.
 };
 
 // Moves a descriptor out of the way of the standard streams, which a host may have closed.
@@ -99,9 +101,10 @@ int detachFromHost(const Launch& launch) noexcept {
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (dup2(launch.nullDevice.get(), stream) < 0) return errno;
   }
-  const int report = launch.report.get();
-  closeDescriptors(STDERR_FILENO + 1, report - 1);
-  closeDescriptors(report + 1, INT_MAX);
+  const auto [lower, higher] = std::minmax({launch.report.get(), launch.lock.get()});
+  closeDescriptors(STDERR_FILENO + 1, lower - 1);
+  closeDescriptors(std::max(lower, STDERR_FILENO) + 1, higher - 1);
+  closeDescriptors(higher + 1, INT_MAX);
   return 0;
 }
 
@@ -177,16 +180,23 @@ pid_t forkWithSignalsBlocked(const Launch& launch) noexcept {
   return pid;
 }
 
-/// Starts the program at `executable` as a process of its own; returns when it runs.
-Outcome launchDetached(std::string executable) {
+/// Starts the program at `executable` as a process of its own; returns when it runs. Should the
+/// host be killed meanwhile, the launch goes on, and `lock` is held until the program is in place:
+/// whoever waits for it must not find the program missing and launch another.
+Outcome launchDetached(std::string executable, const DirectoryLock* lock) {
   int report[2];
   if (pipe2(report, O_CLOEXEC) != 0) return {errno, 0};
   const ScopedFd outcome(report[0]);
   Launch launch{executable.c_str(),
                 {executable.data(), nullptr},
                 aboveStandardStreams(ScopedFd(open("/dev/null", O_RDWR | O_CLOEXEC))),
-                aboveStandardStreams(ScopedFd(report[1]))};
+                aboveStandardStreams(ScopedFd(report[1])),
+                {}};
   if (!launch.nullDevice.isValid() || !launch.report.isValid()) return {errno, 0};
+  if (lock != nullptr) {
+    launch.lock.reset(fcntl(lock->descriptor(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    if (!launch.lock.isValid()) return {errno, 0};
+  }
   const pid_t pid = forkWithSignalsBlocked(launch);
   if (pid < 0) return {errno, 0};
   launch.report.reset();
@@ -221,7 +231,8 @@ std::optional<bool> isRunning(const std::string& identifier) {
 }
 
 // Among all processes of this user, one at a time looks and launches.
-bool launchUnlessRunning(std::string executable, const std::string& identifier) {
+bool launchUnlessRunning(std::string executable, const Bundle& bundle,
+                         const std::string& identifier) {
   const ScopedFd folder = openRuntimeFolder(true);
   if (!folder.isValid()) return false;
   const DirectoryLock lock("/proc/self/fd/" + std::to_string(folder.get()) + "/.",
@@ -230,9 +241,11 @@ bool launchUnlessRunning(std::string executable, const std::string& identifier) 
   if (!runs) return false;
   // A process that is not known as the application would be joined by another with every request.
   if (*runs || isLastLaunchRunning(identifier)) return true;
-  const Outcome outcome = launchDetached(std::move(executable));
-  if (outcome.error == 0) noteLaunch(identifier, outcome.pid);
-  return outcome.error == 0;
+  const Outcome outcome = launchDetached(std::move(executable), &lock);
+  if (outcome.error != 0) return false;
+  checkInLaunched(outcome.pid, bundle);
+  noteLaunch(identifier, outcome.pid);
+  return true;
 }
 
 // The launched process starts in the root folder.
@@ -276,8 +289,8 @@ bool Workspace::openFile(const std::string& path) {
   if (executable) executable = absolutePath(*std::move(executable));
   if (!executable) return false;
   const OptionalString identifier = bundle.bundleIdentifier();
-  if (!identifier) return launchDetached(*std::move(executable)).error == 0;
-  return launchUnlessRunning(*std::move(executable), *identifier);
+  if (!identifier) return launchDetached(*std::move(executable), nullptr).error == 0;
+  return launchUnlessRunning(*std::move(executable), bundle, *identifier);
 }
 
 }  // namespace platform

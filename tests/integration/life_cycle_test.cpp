@@ -14,6 +14,7 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPProcessList.h"
 #include "platform/bundle.h"
+#include "platform/file_manager.h"
 #include "platform/user_defaults.h"
 #include "tests/support/child_process.h"
 #include "tests/support/product_applications.h"
@@ -114,6 +115,30 @@ TEST_F(LifeCycle, NewerHelperReplacesTheInstalledOneAndTheOldProcessIsToldToExit
   EXPECT_TRUE(isRestarted(2));
   EXPECT_TRUE(support::waitUntil([&] { return countInJournal("up 1.0.1") == 1; }));
   EXPECT_NE(helperPid(), old);
+  EXPECT_TRUE(haveSameContents(support::helperIn(newer), installedHelperPath()));
+}
+
+TEST_F(LifeCycle, HelperThatIsStillStartingWhenItIsReplacedIsToldToExitToo) {
+  const std::string older = makeHost("older", "1.0");
+  embedHelper("1.0", "hosts/older.app", {{support::kStartDelayKey, "500"}});
+  const std::string newer = makeHost("newer", "1.0.1");
+  const ChildProcess first = support::runApplication(older, {"90000"});
+  ASSERT_TRUE(support::waitUntil([] { return countInJournal("up 1.0") == 1; }));
+  const ChildProcess second = support::runApplication(newer, {"90000", "50"});
+  EXPECT_TRUE(support::waitUntil([] { return countInJournal("exit newer") == 1; }));
+  EXPECT_TRUE(support::waitUntil([] { return countInJournal("up 1.0.1") == 1; }));
+  EXPECT_EQ(processesOf(installedHelperPath()).size(), 1U);
+}
+
+TEST_F(LifeCycle, ReplacementCutShortBeforeTheExitCommandIsTakenUpByTheNextHost) {
+  embedHelper("1.0");
+  TQHPHelper::share();
+  ASSERT_TRUE(isRestarted(1));
+  const std::string newer = makeHost("newer", "1.0.1");
+  ASSERT_FALSE(platform::emptyItemAtPath(installedHelperPath()));
+  const ChildProcess host = support::runApplication(newer, {"90000", "50"});
+  EXPECT_TRUE(support::waitUntil([] { return countInJournal("exit newer") == 1; }));
+  EXPECT_TRUE(support::waitUntil([] { return countInJournal("up 1.0.1") == 1; }));
   EXPECT_TRUE(haveSameContents(support::helperIn(newer), installedHelperPath()));
 }
 

@@ -1,9 +1,14 @@
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,6 +16,8 @@
 #include "ClientComm/TQHPHelper.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "platform/bundle.h"
+#include "platform/file_manager.h"
+#include "platform/workspace.h"
 #include "tests/stress/stress.h"
 #include "tests/support/child_process.h"
 #include "tests/support/product_applications.h"
@@ -168,30 +175,59 @@ TEST_F(Kills, HostKilledDuringAReplacementLeavesTheNextHostAWholeHelper) {
   ASSERT_TRUE(support::waitUntil([] { return runsVersion("1.0"); }));
   const microseconds whole = timeToInstall(newer);
   const int rounds = stress::sizeFor(15, 200);
-  int withoutExit = 0;
   for (int round = 0; round < rounds; ++round) {
     endHelpers();
     fs::remove_all(installFolder());
     timeToInstall(older);
     ASSERT_TRUE(support::waitUntil([] { return runsVersion("1.0"); }));
-    const pid_t replaced = support::helperPid();
     runAndKill(newer, whole);
     ChildProcess next = support::runApplication(newer, {kStayLong, kTickInMilliseconds});
-    const std::string exit = std::to_string(replaced) + " exit";
-    ASSERT_TRUE(support::waitUntil([&] {
-      return runsVersion("1.0.1") ||
-             (countInJournal(std::to_string(replaced) + " start newer") > 0 &&
-              countInJournal(exit) == 0 && support::helperPid() == replaced);
-    })) << "round "
-        << round;
-    // A host that is killed between the removal and the exit command has taken the command along.
-    if (!runsVersion("1.0.1")) ++withoutExit;
+    ASSERT_TRUE(support::waitUntil([] { return runsVersion("1.0.1"); })) << "round " << round;
     EXPECT_EQ(support::processesOf(support::installedHelperPath()).size(), 1U);
     expectWholeHelper(newer, round);
   }
   stress::report("host killed " + std::to_string(rounds) + " times within " +
-                 std::to_string(whole.count()) + " us of replacing; the old process ran on " +
-                 std::to_string(withoutExit) + " times");
+                 std::to_string(whole.count()) + " us of replacing");
+}
+
+/// Waits until of the processes that lost their parents to this one only helpers are left.
+bool haveLaunchesEnded() {
+  return support::waitUntil([] {
+    while (waitpid(-1, nullptr, WNOHANG) > 0) {
+    }
+    std::ifstream list("/proc/self/task/" + std::to_string(gettid()) + "/children");
+    const std::vector<pid_t> children(std::istream_iterator<pid_t>(list), {});
+    const auto helpers = support::processesOf(support::installedHelperPath());
+    return std::all_of(children.begin(), children.end(), [&](pid_t child) {
+      return std::find(helpers.begin(), helpers.end(), child) != helpers.end();
+    });
+  });
+}
+
+TEST_F(Kills, HostKilledInTheMidstOfALaunchIsNotJoinedByASecondHelper) {
+  ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
+  const std::string helper = support::installedHelperPath();
+  ASSERT_FALSE(platform::createDirectoryAtPath(installFolder()));
+  ASSERT_FALSE(platform::copyPath(support::embedHelper("1.0"), helper));
+  const auto launch = [&] { return platform::Workspace::sharedWorkspace().openFile(helper); };
+  const microseconds whole = stress::timeOf([&] { EXPECT_TRUE(launch()); });
+  const int rounds = stress::sizeFor(50, 500);
+  int leftRunning = 0;
+  for (int round = 0; round < rounds; ++round) {
+    endHelpers();
+    ChildProcess host = ChildProcess::fork([&] { return launch() ? 0 : 1; });
+    stress::pause(stress::randomTime(whole));
+    host.signal(SIGKILL);
+    host.wait();
+    if (!support::processesOf(helper).empty()) ++leftRunning;
+    EXPECT_TRUE(launch()) << "round " << round;
+    EXPECT_TRUE(haveLaunchesEnded());
+    EXPECT_EQ(support::processesOf(helper).size(), 1U) << "round " << round;
+  }
+  endHelpers();
+  EXPECT_TRUE(haveLaunchesEnded());
+  stress::report("host killed " + std::to_string(rounds) + " times while it launched the helper, " +
+                 std::to_string(leftRunning) + " times when it ran already");
 }
 
 }  // namespace

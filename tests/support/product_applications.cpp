@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "ClientComm/TQHPAppEventBase.h"
 #include "ClientComm/TQHPAppleEventProcesser.h"
@@ -80,6 +82,8 @@ const Role helperRole(kProductHelperRole, [](const std::vector<std::string>& /*a
   platform::registerClass(Data::staticClass());
   helperLoop = g_main_loop_new(nullptr, FALSE);
   note("up " + platform::Bundle::mainBundle().infoString("CFBundleVersion").value_or("?"));
+  const auto delay = platform::Bundle::mainBundle().infoString(kStartDelayKey);
+  std::this_thread::sleep_for(std::chrono::milliseconds(platform::intValue(delay.value_or("0"))));
   TQHPAppleEventProcesser::share();
   g_main_loop_run(helperLoop);
   g_main_loop_unref(helperLoop);
@@ -122,9 +126,12 @@ bool isSameEntry(const fs::path& first, const fs::path& second) {
 
 }  // namespace
 
-std::string embedHelper(const std::string& version, const std::string& host) {
-  return makeApplication(kHelperName, helperIdentifier(), kProductHelperRole,
-                         {{"CFBundleVersion", version}}, host + "/Contents/Resources");
+std::string embedHelper(const std::string& version, const std::string& host,
+                        const platform::PropertyListDictionary& extra) {
+  platform::PropertyListDictionary info = extra;
+  info.insert_or_assign("CFBundleVersion", version);
+  return makeApplication(kHelperName, helperIdentifier(), kProductHelperRole, info,
+                         host + "/Contents/Resources");
 }
 
 std::string makeHost(const std::string& name, const std::string& version) {

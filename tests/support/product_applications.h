@@ -6,17 +6,24 @@
 #include <string>
 #include <vector>
 
+#include "platform/property_list.h"
+
 /// A helper and hosts for tests of a helper's life under real hosts. The helper writes down every
 /// call in a journal, with its own process ID; the bundles are those of test_helper.h.
 namespace support {
+
+/// Key of a helper's Info dictionary: milliseconds that pass from its start until it takes events.
+inline constexpr char kStartDelayKey[] = "TestStartDelay";
 
 /// A host that stays for the milliseconds of its first argument and then ends; with a second
 /// argument it also runs the restart step every so many milliseconds.
 inline constexpr char kProductHostRole[] = "product-host";
 
 /// Puts a helper of `version` into the bundle `host`, a path relative to the private folder.
+/// `extra` adds to its Info dictionary.
 /// @return the helper's path there.
-std::string embedHelper(const std::string& version, const std::string& host = "TestHost.app");
+std::string embedHelper(const std::string& version, const std::string& host = "TestHost.app",
+                        const platform::PropertyListDictionary& extra = {});
 
 /// Makes a further host, <sandbox>/hosts/`name`.app with PID `name`, that brings a helper of
 /// `version`. @return its path.
