@@ -1,11 +1,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <climits>
-#include <cstdio>
 #include <ctime>
 #include <functional>
 #include <mutex>
@@ -63,8 +64,10 @@ class ExecutableLink {
   }
 
  private:
-  ExecutableLink(const char* before, int number, const char* after) noexcept {
-    std::snprintf(link_.data(), link_.size(), "%s%d%s", before, number, after);
+  ExecutableLink(std::string_view before, int number, std::string_view after) noexcept {
+    char* end = std::copy(before.begin(), before.end(), link_.data());
+    end = std::to_chars(end, link_.data() + link_.size(), number).ptr;
+    *std::copy(after.begin(), after.end(), end) = '\0';
     const ssize_t length = readlink(link_.data(), target_.data(), target_.size() - 1);
     if (length < 0) error_ = errno;
     length_ = length < 0 ? 0 : static_cast<std::size_t>(length);

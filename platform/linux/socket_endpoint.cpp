@@ -74,14 +74,14 @@ gint64 microseconds(std::chrono::steady_clock::time_point time) {
 // A sender sends as soon as it is connected, so that its packet is there or about to be. To go
 // round the main loop for it would cost both of them another wake-up.
 ReceiveResult receiveFirstPacket(int socket, Packet& packet) {
+  ReceiveResult result = receivePacket(socket, packet);
+  if (result != ReceiveResult::kNothingYet) return result;
   const auto end = std::chrono::steady_clock::now() + kFirstPacketPatience;
-  for (;;) {
-    const ReceiveResult result = receivePacket(socket, packet);
-    if (result != ReceiveResult::kNothingYet || std::chrono::steady_clock::now() >= end) {
-      return result;
-    }
+  do {
     sched_yield();
-  }
+    result = receivePacket(socket, packet);
+  } while (result == ReceiveResult::kNothingYet && std::chrono::steady_clock::now() < end);
+  return result;
 }
 
 AppleEventDescriptor addressDescriptor(pid_t pid, const Packet& packet) {
@@ -335,7 +335,7 @@ void SocketEndpoint::handle(int socket, pid_t pid, Packet packet) {
   const AppleEventTransport::Receiver receiver = receiver_;
   const OSErr status = receiver(std::move(packet.descriptor), reply);
   if (packet.kind != PacketKind::kEventWantingReply) return;
-  if (sendPacket(socket, PacketKind::kReply, status, reply, -1) == memFullErr) {
+  if (sendPacket(socket, PacketKind::kReply, status, reply, -1) != noErr) {
     sendPacket(socket, PacketKind::kReply, memFullErr, {}, -1);
   }
 }
