@@ -99,7 +99,7 @@ void measure(benchmark::State& state, int samples) {
 }  // namespace
 
 void registerFootprintBenchmarks(const Plan& plan) {
-  const int samples = plan.atMost(10);
+  const int samples = plan.atMost(5);
   benchmark::RegisterBenchmark("footprint",
                                [samples](benchmark::State& state) {
                                  pinTo(kSenderProcessor);

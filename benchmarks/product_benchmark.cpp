@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <thread>
 
 #include "ClientComm/TQHPAppleEventSender.h"
 #include "ClientComm/TQHPGetDataByHelper.h"
@@ -140,7 +141,7 @@ Sample startWithHelper() {
 
 /// The steps of such a start as counters, in microseconds.
 void registerSteps(const Plan& plan) {
-  const int samples = plan.atMost(20);
+  const int samples = plan.atMost(10);
   benchmark::RegisterBenchmark("share-steps",
                                [samples](benchmark::State& state) {
                                  linesOf(starter());
@@ -183,6 +184,7 @@ Sample firstStart() {
 Sample spawnHelper() {
   linesOf(starter());
   return [] {
+    constexpr std::chrono::microseconds kPause(200);  // leaves the processor to the helper
     endHelper();
     const auto start = Clock::now();
     // In a session of its own, as the library starts it.
@@ -192,7 +194,7 @@ Sample spawnHelper() {
       execl(executable.c_str(), executable.c_str(), nullptr);
       return 1;
     });
-    while (helperProcess() != helper.pid()) spinFor(std::chrono::microseconds(50));
+    while (helperProcess() != helper.pid()) std::this_thread::sleep_for(kPause);
     return secondsSince(start);
   };
 }
@@ -202,10 +204,10 @@ Sample spawnHelper() {
 void registerProductBenchmarks(const Plan& plan) {
   registerSampled(plan, "tick/clientcomm", 2000, tick);
   registerSampled(plan, "tick/floor", 2000, sendAndStat);
-  registerSampled(plan, "share/clientcomm", 20, startWithHelper);
+  registerSampled(plan, "share/clientcomm", 10, startWithHelper);
   registerSteps(plan);
-  registerSampled(plan, "first-start/clientcomm", 10, firstStart);
-  registerSampled(plan, "first-start/floor", 10, spawnHelper);
+  registerSampled(plan, "first-start/clientcomm", 5, firstStart);
+  registerSampled(plan, "first-start/floor", 5, spawnHelper);
 }
 
 }  // namespace bench

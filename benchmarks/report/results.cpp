@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <string_view>
 
 namespace report {
 namespace {
@@ -26,6 +28,18 @@ bool isCounter(const std::string& key, const nlohmann::json& value) {
   return value.is_number() && !known.contains(key);
 }
 
+// Text of the file; Google Benchmark writes the variation of what is always 0 as NaN, which is not
+// JSON.
+std::string textOf(const std::string& path) {
+  constexpr std::string_view kNan = ": NaN";
+  std::ifstream file(path);
+  std::string text(std::istreambuf_iterator<char>(file), {});
+  for (auto at = text.find(kNan); at != std::string::npos; at = text.find(kNan, at)) {
+    text.replace(at, kNan.size(), ": null");
+  }
+  return text;
+}
+
 std::string contextOf(const nlohmann::json& context) {
   std::string loads;
   for (const auto& load : context.at("load_avg")) {
@@ -39,8 +53,7 @@ std::string contextOf(const nlohmann::json& context) {
 }  // namespace
 
 Results::Results(const std::string& path) {
-  std::ifstream file(path);
-  const auto json = nlohmann::json::parse(file);
+  const auto json = nlohmann::json::parse(textOf(path));
   context_ = contextOf(json.at("context"));
   for (const auto& run : json.at("benchmarks")) {
     if (run.at("run_type") != "iteration") continue;
