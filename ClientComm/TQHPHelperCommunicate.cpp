@@ -297,17 +297,25 @@ void TQHPHelperCommunicate::extractHelper() {
     // Hosts that start at the same moment take turns; each judges what the one before it left.
     const platform::DirectoryLock lock(*location.directory, kInstallationLimit);
     if (!lock.isHeld()) return;
-    if (platform::fileExistsAtPath(installed)) {
+    // Stands from the removal until the exit command was sent, so that the next host sends it
+    // should this process end between the two.
+    const std::string mark = platform::stringByAppendingPathComponent(
+        *location.directory, "." + platform::lastPathComponent(installed) + ".removed");
+    const auto isRunning = [&] {
+      return TQHPProcessList::share().applicationIsRunning(location.bundleID, installed);
+    };
+    std::optional<platform::Error> error;
+    const bool isInstalled = platform::fileExistsAtPath(installed);
+    if (isInstalled) {
       if (compareVersion(versionOfBundle(*resource), versionOfBundle(installed)) != 1) return;
-      // Its folder goes last. Should this process end before the exit command is sent, the next
-      // host finds a folder without a version there, and does the same again.
-      const auto error = platform::emptyItemAtPath(installed);
-      const auto isRunning = [&] {
-        return TQHPProcessList::share().applicationIsRunning(location.bundleID, installed);
-      };
-      if (isRunning()) tellToExit(isRunning);
-      if (error || platform::removeItemAtPath(installed)) return;
+      platform::createDirectoryAtPath(mark);
+      error = platform::removeItemAtPath(installed);
     }
+    if (isInstalled || platform::fileExistsAtPath(mark)) {
+      if (isRunning()) tellToExit(isRunning);
+      platform::removeItemAtPath(mark);
+    }
+    if (error) return;
     platform::copyPath(*resource, installed);
   });
 }

@@ -27,10 +27,6 @@ CLIENTCOMM_EXPORT std::optional<Error> createDirectoryAtPath(const std::string& 
 /// @return nothing on success, otherwise the first error; what could be removed is gone then.
 std::optional<Error> removeItemAtPath(const std::string& path);
 
-/// Does the same, except that a directory at `path` itself stays, empty.
-/// @return as for `removeItemAtPath`.
-std::optional<Error> emptyItemAtPath(const std::string& path);
-
 /// Copies the file or the whole tree at `source` to `destination`, keeping modes, times and
 /// symbolic links. Fails with EEXIST when anything exists at `destination`. The copy is built
 /// beside the destination and renamed into place, so that it is never seen half-done; what an

@@ -88,10 +88,6 @@ class DirectoryReader {
 
 class TreeRemover {
  public:
-  enum class Top { kRemoved, kLeftEmpty };
-
-  explicit TreeRemover(Top top = Top::kRemoved) : top_(top) {}
-
   // @return 0, or the first error; the rest is removed all the same.
   int remove(int parent, const char* name) {
     outside_ = parent;
@@ -116,10 +112,8 @@ class TreeRemover {
     if (isTop) removeInfoPlist(directory.fd());
     const int errorsBefore = errorCount_;
     for (int pass = 0; pass < kMaximumPasses; ++pass) {
-      const bool wasEmpty = !removeEntries(directory);
-      const bool isDone =
-          isTop && top_ == Top::kLeftEmpty ? wasEmpty : unlink(parent, name, AT_REMOVEDIR);
-      if (isDone || errorCount_ != errorsBefore) return;
+      removeEntries(directory);
+      if (unlink(parent, name, AT_REMOVEDIR) || errorCount_ != errorsBefore) return;
       directory.rewind();
     }
     note(ENOTEMPTY);
@@ -131,17 +125,13 @@ class TreeRemover {
     if (contents.isValid()) unlink(contents.get(), "Info.plist", 0);
   }
 
-  // @return false when there was nothing to remove.
-  bool removeEntries(DirectoryReader& directory) {
-    bool hadEntries = false;
+  void removeEntries(DirectoryReader& directory) {
     while (const dirent* entry = directory.next()) {
-      hadEntries = true;
       if (entry->d_type == DT_DIR || !unlink(directory.fd(), entry->d_name, 0)) {
         removeDirectory(directory.fd(), entry->d_name, false);
       }
     }
     note(errno);
-    return hadEntries;
   }
 
   ScopedFd open(int parent, const char* name) {
@@ -167,7 +157,6 @@ class TreeRemover {
     if (errorCount_++ == 0) firstError_ = code;
   }
 
-  Top top_;
   int outside_ = AT_FDCWD;
   int firstError_ = 0;
   int errorCount_ = 0;
@@ -475,12 +464,6 @@ std::optional<Error> createDirectoryAtPath(const std::string& path) {
 std::optional<Error> removeItemAtPath(const std::string& path) {
   return errorFrom(
       TreeRemover().remove(AT_FDCWD, std::string(withoutTrailingSlashes(path)).c_str()), path);
-}
-
-std::optional<Error> emptyItemAtPath(const std::string& path) {
-  TreeRemover remover(TreeRemover::Top::kLeftEmpty);
-  return errorFrom(remover.remove(AT_FDCWD, std::string(withoutTrailingSlashes(path)).c_str()),
-                   path);
 }
 
 std::optional<Error> copyPath(const std::string& source, const std::string& destination) {

@@ -8,7 +8,6 @@
 #include <chrono>
 #include <climits>
 #include <ctime>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -193,10 +192,10 @@ class Peers {
                                    std::string_view bundlePath, std::uint32_t token) {
     const std::lock_guard lock(mutex_);
     const auto now = Clock::now();
-    auto entry = peers_.find(std::pair(pid, link.target()));
-    if (entry == peers_.end()) {
-      BundleIdentity identity = identify(pid, link, bundlePath);
-      entry = insert({pid, std::string(link.target())}, {0, 0, now, std::move(identity)});
+    Entry* entry = find(pid, [&](const Peer& peer) { return peer.executable == link.target(); });
+    if (entry == nullptr) {
+      entry =
+          &insert(pid, {0, 0, now, std::string(link.target()), identify(pid, link, bundlePath)});
     } else if (now - entry->second.checkedAt >= kValidity) {
       entry->second.identity = identify(pid, link, bundlePath);
       entry->second.checkedAt = now;
@@ -205,13 +204,20 @@ class Peers {
     return serialNumberOf(*entry);
   }
 
+  /// The number of a peer whose executable was looked at a moment ago, if it is the same still: no
+  /// other program can have come by the token since, least of all one that the process executes.
+  std::optional<ProcessSerialNumber> serialNumberOfKnown(pid_t pid, std::uint32_t token) {
+    const std::lock_guard lock(mutex_);
+    const auto now = Clock::now();
+    return numberOf(find(pid, [&](const Peer& peer) {
+      return peer.token == token && now - peer.checkedAt < kValidity;
+    }));
+  }
+
   /// The number of a peer that has ended, by what it said of itself before.
   std::optional<ProcessSerialNumber> serialNumberOfEnded(pid_t pid, std::uint32_t token) {
     const std::lock_guard lock(mutex_);
-    for (const Entry& entry : peers_) {
-      if (entry.first.first == pid && entry.second.token == token) return serialNumberOf(entry);
-    }
-    return std::nullopt;
+    return numberOf(find(pid, [&](const Peer& peer) { return peer.token == token; }));
   }
 
   std::optional<PropertyListDictionary> dictionary(const ProcessSerialNumber& psn) {
@@ -228,67 +234,64 @@ class Peers {
 
  private:
   using Clock = std::chrono::steady_clock;
-  using Key = std::pair<pid_t, std::string>;
-  using KeyView = std::pair<pid_t, std::string_view>;
   struct Peer {
     std::uint32_t number;
     std::uint32_t token;  ///< 0 where the peer has none.
     Clock::time_point checkedAt;
+    std::string executable;  ///< As the kernel gives its path.
     BundleIdentity identity;
   };
-  struct Hash {
-    using is_transparent = void;
-    std::size_t operator()(const KeyView& key) const noexcept {
-      return std::hash<std::string_view>()(key.second) ^ static_cast<std::size_t>(key.first);
-    }
-    std::size_t operator()(const Key& key) const noexcept {
-      return operator()(KeyView(key.first, key.second));
-    }
-  };
-  struct Equal {
-    using is_transparent = void;
-    template <typename A, typename B>
-    bool operator()(const A& a, const B& b) const noexcept {
-      return a.first == b.first && a.second == b.second;
-    }
-  };
-  using Map = std::unordered_map<Key, Peer, Hash, Equal>;
+  /// By process; one that executes another program is another peer then.
+  using Map = std::unordered_multimap<pid_t, Peer>;
   using Entry = Map::value_type;
   static constexpr std::chrono::seconds kValidity{1};
 
   static ProcessSerialNumber serialNumberOf(const Entry& entry) {
-    return {kPeerBit | entry.second.number, static_cast<std::uint32_t>(entry.first.first)};
+    return {kPeerBit | entry.second.number, static_cast<std::uint32_t>(entry.first)};
+  }
+
+  static std::optional<ProcessSerialNumber> numberOf(const Entry* entry) {
+    return entry != nullptr ? std::optional(serialNumberOf(*entry)) : std::nullopt;
   }
 
   const Entry* entryOf(const ProcessSerialNumber& psn) const {
     const Entry* const entry = ring_[psn.highLongOfPSN % ring_.size()];
     const bool isSame = entry != nullptr &&
                         entry->second.number == (psn.highLongOfPSN & ~kPeerBit) &&
-                        static_cast<std::uint32_t>(entry->first.first) == psn.lowLongOfPSN;
+                        static_cast<std::uint32_t>(entry->first) == psn.lowLongOfPSN;
     return isSame ? entry : nullptr;
   }
 
+  template <typename Condition>
+  Entry* find(pid_t pid, Condition condition) {
+    const auto [begin, end] = peers_.equal_range(pid);
+    const auto found =
+        std::find_if(begin, end, [&](const Entry& entry) { return condition(entry.second); });
+    return found != end ? &*found : nullptr;
+  }
+
   // What was known of the peer before its bundle was removed outweighs what stands there now.
-  BundleIdentity identify(pid_t pid, const ExecutableLink& link,
-                          std::string_view bundlePath) const {
+  BundleIdentity identify(pid_t pid, const ExecutableLink& link, std::string_view bundlePath) {
     if (auto identity = ownIdentity(pid, link, bundlePath)) return *std::move(identity);
-    for (const auto& [key, peer] : peers_) {
-      if (key.first == pid && peer.identity.path == bundlePath && peer.identity.identifier) {
-        return peer.identity;
-      }
-    }
-    return successorIdentity(bundlePath);
+    const Entry* const earlier = find(pid, [&](const Peer& peer) {
+      return peer.identity.path == bundlePath && peer.identity.identifier;
+    });
+    return earlier != nullptr ? earlier->second.identity : successorIdentity(bundlePath);
   }
 
   // The newest takes the place of the oldest.
-  Map::iterator insert(Key key, Peer peer) {
+  Entry& insert(pid_t pid, Peer peer) {
     peer.number = next_++ & ~kPeerBit;
     const Entry*& place = ring_[peer.number % ring_.size()];
-    if (place != nullptr) peers_.erase(Key(place->first));
-    place = nullptr;
-    const auto entry = peers_.emplace(std::move(key), std::move(peer)).first;
-    place = &*entry;
+    if (place != nullptr) erase(*std::exchange(place, nullptr));
+    Entry& entry = *peers_.emplace(pid, std::move(peer));
+    place = &entry;
     return entry;
+  }
+
+  void erase(const Entry& entry) {
+    const auto [begin, end] = peers_.equal_range(entry.first);
+    peers_.erase(std::find_if(begin, end, [&](const Entry& other) { return &other == &entry; }));
   }
 
   std::mutex mutex_;
@@ -354,6 +357,9 @@ OptionalString bundleIdentifierOfProcess(const ProcessSerialNumber& psn) {
 std::optional<ProcessSerialNumber> serialNumberForPeer(pid_t pid, int executable,
                                                        std::uint32_t token) {
   if (pid <= 0) return std::nullopt;
+  if (token != 0) {
+    if (const auto known = peers().serialNumberOfKnown(pid, token)) return known;
+  }
   const ExecutableLink link = linkOfPeer(pid, executable);
   if (isGone(link) && executable < 0 && token != 0) {
     return peers().serialNumberOfEnded(pid, token);

@@ -111,6 +111,9 @@ void SocketEndpoint::attachSource() {
   source_.reset(g_source_new(&functions, sizeof(EndpointSource)));
   reinterpret_cast<EndpointSource*>(source_.get())->endpoint = this;
   g_source_set_name(source_.get(), "ClientComm endpoint");
+  // Otherwise GLib takes the source's descriptors off its poll for each dispatch and puts them back
+  // after it, and wakes itself up for both.
+  g_source_set_can_recurse(source_.get(), TRUE);
   g_source_attach(source_.get(), g_main_context_get_thread_default());
 }
 
@@ -144,7 +147,7 @@ OSErr SocketEndpoint::bindTo(const ScopedFd& folder, int socket) {
   if (!path.isValid() || bind(socket, path.address(), SocketPath::size()) != 0 ||
       fchmodat(folder.get(), ownName.c_str(), S_IRUSR | S_IWUSR, 0) != 0 ||
       fstatat(folder.get(), ownName.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
-      listen(socket, kBacklog) != 0 ||
+      ::listen(socket, kBacklog) != 0 ||
       renameat(folder.get(), ownName.c_str(), folder.get(), name_.c_str()) != 0) {
     unlinkat(folder.get(), ownName.c_str(), 0);
     return errAEEventNotPermitted;
@@ -185,13 +188,35 @@ void SocketEndpoint::verify() {
 int SocketEndpoint::dispatch(GSource* source, GSourceFunc /*callback*/, void* /*data*/) noexcept {
   SocketEndpoint* const endpoint = reinterpret_cast<EndpointSource*>(source)->endpoint;
   const auto isAlive = endpoint->isAlive_;
+  if (endpoint->isServing_) {
+    endpoint->listen(false);
+    return G_SOURCE_CONTINUE;
+  }
+  endpoint->isServing_ = true;
   try {
     endpoint->takeEvents();
-    if (*isAlive) endpoint->scheduleWakeUp();
   } catch (...) {
     // Out of memory: the event is dropped, which its sender sees as a closed connection.
   }
-  return *isAlive ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
+  if (!*isAlive) return G_SOURCE_REMOVE;
+  endpoint->isServing_ = false;
+  if (!endpoint->isListening_) endpoint->listen(true);
+  endpoint->scheduleWakeUp();
+  return G_SOURCE_CONTINUE;
+}
+
+// A handler may run a main loop of its own. Events wait until it returns, each handled whole before
+// the next, and that loop must not be woken by them again and again.
+void SocketEndpoint::listen(bool isListening) {
+  isListening_ = isListening;
+  const auto condition = isListening ? G_IO_IN : static_cast<GIOCondition>(0);
+  if (listenerTag_ != nullptr && !isPaused_) {
+    g_source_modify_unix_fd(source_.get(), listenerTag_, condition);
+  }
+  for (const SilentPeer& peer : silentPeers_) {
+    g_source_modify_unix_fd(source_.get(), peer.tag, condition);
+  }
+  if (!isListening) g_source_set_ready_time(source_.get(), -1);
 }
 
 void SocketEndpoint::takeEvents() {

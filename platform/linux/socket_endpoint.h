@@ -63,6 +63,7 @@ class SocketEndpoint {
   bool nameLeadsElsewhere() const;
 
   static int dispatch(GSource* source, GSourceFunc callback, void* data) noexcept;
+  void listen(bool isListening);
   void takeEvents();
   void reopen();
   void serveSilentPeers();
@@ -85,6 +86,8 @@ class SocketEndpoint {
   ino_t inode_ = 0;
   ScopedSource source_;
   void* listenerTag_ = nullptr;
+  bool isServing_ = false;
+  bool isListening_ = true;
   bool isPaused_ = false;
   bool mustReopen_ = false;
   SilentPeers silentPeers_;

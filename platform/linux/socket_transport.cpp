@@ -32,8 +32,8 @@ using std::chrono::milliseconds;
 // its end of the connection open after it has died.
 constexpr milliseconds kLivenessInterval = std::chrono::seconds(1);
 
-// Pause between tries, of what the system does not tell the end of.
-constexpr milliseconds kTryInterval{1};
+// Pause between tries, of what the system does not tell the end of. A try takes a fortieth of it.
+constexpr std::chrono::microseconds kTryInterval{250};
 
 constexpr std::size_t kMaximumFileNames = 256;
 
@@ -52,6 +52,8 @@ class Deadline {
     if (ticks == kAEDefaultTimeout) limit = sendMode == kAENoReply ? kHandOverLimit : kReplyLimit;
     end_ = Clock::now() + limit;
   }
+
+  bool hasPassed() const { return end_ && Clock::now() >= *end_; }
 
   /// What is left, at most `atMost`; 0 when it has passed.
   milliseconds remaining(milliseconds atMost) const {
@@ -130,7 +132,7 @@ OSErr reach(const std::string& identifier, const std::string& fileName, const De
     const OSErr status = connectTo(fileName, deadline, connection);
     if (status == noErr) noteReached(identifier);
     if (status != procNotFound || !isStillLaunching(identifier)) return status;
-    if (deadline.remaining(kTryInterval) == milliseconds(0)) return status;
+    if (deadline.hasPassed()) return status;
     std::this_thread::sleep_for(kTryInterval);
   }
 }
@@ -173,7 +175,7 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
   const bool wantsReply = sendMode == kAEWaitReply;
   if (wantsReply && connection.peer == getpid()) return sendToSelf(event, reply);
   status = sendPacketTo(connection.peer, connection.socket.get(), wantsReply, event);
-  while (status == errAETimeout && deadline.remaining(kTryInterval) != milliseconds(0)) {
+  while (status == errAETimeout && !deadline.hasPassed()) {
     std::this_thread::sleep_for(kTryInterval);
     status = sendPacketTo(connection.peer, connection.socket.get(), wantsReply, event);
   }

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -108,14 +109,10 @@ int detachFromHost(const Launch& launch) noexcept {
   return 0;
 }
 
-// The end of the process `pid`, its exit status. Where the host reaps every child itself, or has
-// the system do so, there is nothing left to reap and the status is 0.
-int reap(pid_t pid) noexcept {
-  int status = 0;
-  while (waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) return 0;
+// Where the host reaps every child itself, or has the system do so, there is nothing left to reap.
+void reap(pid_t pid) noexcept {
+  while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
   }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : ECHILD;
 }
 
 [[noreturn]] void execute(const Launch& launch, int report) noexcept {
@@ -127,42 +124,55 @@ int reap(pid_t pid) noexcept {
   _exit(127);
 }
 
-// Becomes the application once this process has lost its parent.
-[[noreturn]] void executeAsOrphan(const Launch& launch, int hold, int report) noexcept {
+// Becomes the application once `parent`, which forked this process, has ended: from its first
+// instruction on the application is nobody's child.
+[[noreturn]] void executeAsOrphan(const Launch& launch, pid_t parent, int hold,
+                                  int report) noexcept {
   char byte = 0;
   while (read(hold, &byte, 1) < 0 && errno == EINTR) {
   }
+  // A process that ends closes its descriptors a moment before it leaves its children.
+  while (getppid() == parent) sched_yield();
   writeOutcome(report, {0, getpid()});
   execute(launch, report);
 }
 
-// Executes the program in a grandchild, whose own parent has ended by then: from its first
-// instruction on the application is nobody's child. The pipe `report` closes in the moment in which
-// the new program is in place. Both pipes are made only here, where no other thread of the host can
-// fork a copy of them.
-Outcome executeDetached(const Launch& launch) noexcept {
+// Reports to the host once the new program is in place, in which moment the pipe closes.
+[[noreturn]] void watchApplication(const Launch& launch, int report) noexcept {
+  const Outcome started = readOutcome(report, {ECHILD, 0});
+  writeOutcome(launch.report.get(), started.error != 0 ? started : readOutcome(report, started));
+  _exit(0);
+}
+
+// Forks the process that becomes the application when this one has ended, and another that watches
+// it: the host waits for a word of that one, not for its end. Both pipes are made only here, where
+// no other thread of the host can fork a copy of them. @return 0 or an errno value.
+int forkApplication(const Launch& launch) noexcept {
   int hold[2];
   int report[2];
-  if (pipe2(hold, O_CLOEXEC) != 0 || pipe2(report, O_CLOEXEC) != 0) return {errno, 0};
-  const pid_t parent = _Fork();
-  if (parent < 0) return {errno, 0};
-  if (parent == 0) {
+  if (pipe2(hold, O_CLOEXEC) != 0 || pipe2(report, O_CLOEXEC) != 0) return errno;
+  const pid_t parent = getpid();
+  const pid_t application = _Fork();
+  if (application < 0) return errno;
+  if (application == 0) {
     close(hold[1]);
-    const pid_t application = _Fork();
-    if (application == 0) executeAsOrphan(launch, hold[0], report[1]);
-    _exit(application < 0 ? errno : 0);
+    executeAsOrphan(launch, parent, hold[0], report[1]);
   }
-  close(report[1]);
-  const int error = reap(parent);
-  if (error != 0) return {error, 0};
-  close(hold[1]);
-  const Outcome started = readOutcome(report[0], {ECHILD, 0});
-  return started.error != 0 ? started : readOutcome(report[0], started);
+  const pid_t watcher = _Fork();
+  if (watcher == 0) {
+    close(hold[1]);
+    close(report[1]);
+    watchApplication(launch, report[0]);
+  }
+  const int error = errno;
+  if (watcher < 0) kill(application, SIGKILL);
+  return watcher < 0 ? error : 0;
 }
 
 [[noreturn]] void runIntermediate(const Launch& launch) noexcept {
-  const int error = detachFromHost(launch);
-  writeOutcome(launch.report.get(), error != 0 ? Outcome{error, 0} : executeDetached(launch));
+  int error = detachFromHost(launch);
+  if (error == 0) error = forkApplication(launch);
+  if (error != 0) writeOutcome(launch.report.get(), {error, 0});
   _exit(0);
 }
 

@@ -14,7 +14,6 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPProcessList.h"
 #include "platform/bundle.h"
-#include "platform/file_manager.h"
 #include "platform/user_defaults.h"
 #include "tests/support/child_process.h"
 #include "tests/support/product_applications.h"
@@ -135,11 +134,16 @@ TEST_F(LifeCycle, ReplacementCutShortBeforeTheExitCommandIsTakenUpByTheNextHost)
   TQHPHelper::share();
   ASSERT_TRUE(isRestarted(1));
   const std::string newer = makeHost("newer", "1.0.1");
-  ASSERT_FALSE(platform::emptyItemAtPath(installedHelperPath()));
+  const fs::path installed = installedHelperPath();
+  const fs::path mark =
+      installed.parent_path() / ("." + installed.filename().string() + ".removed");
+  fs::create_directory(mark);
+  fs::remove_all(installed);
   const ChildProcess host = support::runApplication(newer, {"90000", "50"});
   EXPECT_TRUE(support::waitUntil([] { return countInJournal("exit newer") == 1; }));
   EXPECT_TRUE(support::waitUntil([] { return countInJournal("up 1.0.1") == 1; }));
-  EXPECT_TRUE(haveSameContents(support::helperIn(newer), installedHelperPath()));
+  EXPECT_TRUE(haveSameContents(support::helperIn(newer), installed));
+  EXPECT_FALSE(fs::exists(mark));
 }
 
 TEST_F(LifeCycle, OlderHelperOfAnotherHostChangesNothing) {

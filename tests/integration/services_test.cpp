@@ -217,6 +217,7 @@ bool UsageUnderKill::sendSome(bool uploads) {
 void UsageUnderKill::sendUntilKilled(bool uploads) {
   ASSERT_TRUE(sendSome(uploads));
   const pid_t target = helperPid();
+  ASSERT_GT(target, 0);
   const auto delay = std::chrono::microseconds(random_() % 20'000);
   auto killer = support::ChildProcess::fork([target, delay] {
     std::this_thread::sleep_for(delay);

@@ -28,7 +28,6 @@ namespace {
 using platform::contentsOfDirectoryAtPath;
 using platform::copyPath;
 using platform::createDirectoryAtPath;
-using platform::emptyItemAtPath;
 using platform::Error;
 using platform::fileExistsAtPath;
 using platform::lastPathComponent;
@@ -353,22 +352,6 @@ TEST_F(FileManager, RemovesAFileALinkAndATree) {
   EXPECT_EQ(codeOf(removeItemAtPath(at("link/"))), 0) << "a link is removed, not followed";
   EXPECT_EQ(codeOf(removeItemAtPath(bundle + "/")), 0);
   EXPECT_EQ(contentsOfDirectoryAtPath(root_), std::vector<std::string>{"target"});
-  EXPECT_EQ(readFile(at("target/file")), "kept");
-}
-
-TEST_F(FileManager, EmptiesAFolderAndLeavesItButNoFileOrLink) {
-  writeFile(at("file"), "x");
-  writeFile(at("target/file"), "kept");
-  fs::create_symlink("target", at("link"));
-  const std::string bundle = makeBundle("Helper.app");
-  EXPECT_EQ(codeOf(emptyItemAtPath(at("file"))), 0);
-  EXPECT_EQ(codeOf(emptyItemAtPath(at("link"))), 0);
-  EXPECT_EQ(codeOf(emptyItemAtPath(bundle)), 0);
-  EXPECT_EQ(codeOf(emptyItemAtPath(bundle)), 0) << "empty already";
-  EXPECT_EQ(codeOf(emptyItemAtPath(at("missing"))), 0);
-  EXPECT_FALSE(fs::exists(fs::symlink_status(at("file"))));
-  EXPECT_FALSE(fs::exists(fs::symlink_status(at("link"))));
-  EXPECT_TRUE(fs::is_empty(bundle));
   EXPECT_EQ(readFile(at("target/file")), "kept");
 }
 
