@@ -572,6 +572,40 @@ TEST_F(Transport, HandlerMayCloseTheApplicationToEvents) {
   EXPECT_EQ(handled, 1);
 }
 
+TEST_F(Transport, EventsWaitWhileAHandlerRunsAMainLoopOfItsOwnAndDoNotKeepItBusy) {
+  const char kSelf[] = "com.example.testhost";
+  TQHPAppleEventProcesser::share();
+  const ScopedFd silent = connectTo(kSelf);
+  int handled = 0;
+  int depth = 0;
+  int turns = 0;
+  platform::AppleEventManager::sharedAppleEventManager().setEventHandler(
+      [&](const AppleEventDescriptor&, AppleEventDescriptor&) {
+        EXPECT_EQ(++depth, 1);
+        if (++handled == 1) {
+          EXPECT_EQ(send("note:", {"x"}, kSelf), 0);
+          EXPECT_EQ(::send(silent.get(), "x", 1, MSG_NOSIGNAL), 1);
+          bool isOver = false;
+          const auto end = [](gpointer flag) -> gboolean {
+            *static_cast<bool*>(flag) = true;
+            return G_SOURCE_REMOVE;
+          };
+          g_timeout_add(100, end, &isOver);
+          for (; !isOver; ++turns) g_main_context_iteration(nullptr, TRUE);
+        }
+        --depth;
+        return platform::noErr;
+      },
+      platform::fourCharCode("aevt"), platform::fourCharCode("call"));
+  EXPECT_EQ(send("note:", {"x"}, kSelf), 0);
+  EXPECT_TRUE(support::runLoopUntil([&] { return handled == 2; }));
+  EXPECT_LT(turns, 100);
+  EXPECT_TRUE(support::runLoopUntil([&] {
+    char byte = 0;
+    return recv(silent.get(), &byte, 1, MSG_DONTWAIT) == 0;
+  }));
+}
+
 TEST_F(Transport, ApplicationOutOfDescriptorsTakesTheEventsWhenItHasSomeAgain) {
   TQHPAppleEventProcesser::share();
   const platform::SocketPath path(platform::fileNameForIdentifier("com.example.testhost"));
