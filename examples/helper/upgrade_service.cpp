@@ -1,8 +1,8 @@
 #include "examples/helper/upgrade_service.h"
 
-#include <cstring>
 #include <nlohmann/json.hpp>
 
+#include "ClientComm/TQHPHelperCommunicate.h"
 #include "examples/helper/application.h"
 #include "examples/helper/durable_file.h"
 #include "examples/helper/text.h"
@@ -57,7 +57,8 @@ void UpgradeService::upgrade(const OptionalString& productID, const OptionalStri
   const std::string feed =
       Application::shared().dataFolder() + "/Feed/" + fileNameFor(found.productID) + ".json";
   if (platform::fileExistsAtPath(feed)) readFeed(feed, found);
-  const bool isNewer = strverscmp(found.toVersion.c_str(), found.fromVersion.c_str()) > 0;
+  const bool isNewer =
+      TQHPHelperCommunicate::compareVersion(found.toVersion, found.fromVersion) == 1;
   if (found.code == "0" && !isNewer) {
     found.outcome = "up to date";
     take("upgrade", [&] { Application::shared().journal().noteOffer(found); });
