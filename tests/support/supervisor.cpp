@@ -10,9 +10,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <set>
+#include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tests/support/test_application.h"
@@ -62,6 +65,22 @@ void setEnvironment(const std::string& sandbox) {
   for (const std::string_view name : kEnvironmentToDrop) unsetenv(std::string(name).c_str());
 }
 
+/// Runs the test program at `executable`; under a program such as valgrind, where the environment
+/// names one with its arguments.
+[[noreturn]] void runTestProgram(std::string executable, char** argv) {
+  const char* const wrapper = std::getenv("CLIENTCOMM_TEST_WRAPPER");
+  std::istringstream words(wrapper != nullptr ? wrapper : "");
+  std::vector<std::string> command(std::istream_iterator<std::string>(words), {});
+  command.push_back(std::move(executable));
+  std::vector<char*> arguments;
+  for (std::string& word : command) arguments.push_back(word.data());
+  for (++argv; *argv != nullptr; ++argv) arguments.push_back(*argv);
+  arguments.push_back(nullptr);
+  execvp(arguments.front(), arguments.data());
+  std::perror("execvp");
+  _exit(127);
+}
+
 std::set<pid_t> childrenOf(pid_t pid) {
   std::set<pid_t> children;
   for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
@@ -89,9 +108,7 @@ int supervise(char** argv) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     setEnvironment(sandbox);
     writeHostInfo(defaultHostInfo());
-    execv(executable.c_str(), argv);
-    std::perror("execv");
-    _exit(127);
+    runTestProgram(executable, argv);
   }
   int result = 2;
   for (int status = 0;;) {
