@@ -206,6 +206,31 @@ ReceiveResult decode(const char* bytes, std::size_t size, ReceivedDescriptors& d
   return ReceiveResult::kPacket;
 }
 
+ReceiveResult receiveNext(int socket, Packet& packet) {
+  // One buffer for the process: packets are taken one at a time, and it is large for a stack.
+  static auto* const buffer = new std::array<char, kMaximumPacketSize>;
+  DescriptorMessage control;
+  iovec part{buffer->data(), buffer->size()};
+  msghdr message{};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  message.msg_control = control.bytes.data();
+  message.msg_controllen = control.bytes.size();
+  ssize_t size = 0;
+  do {
+    size = recvmsg(socket, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+  } while (size < 0 && errno == EINTR);
+  if (size < 0) {
+    return errno == EAGAIN || errno == EWOULDBLOCK ? ReceiveResult::kNothingYet
+                                                   : ReceiveResult::kClosed;
+  }
+  ReceivedDescriptors descriptors;
+  descriptors.takeFrom(message);
+  if (size == 0) return ReceiveResult::kClosed;
+  if ((message.msg_flags & MSG_TRUNC) != 0) return ReceiveResult::kMalformed;
+  return decode(buffer->data(), static_cast<std::size_t>(size), descriptors, packet);
+}
+
 }  // namespace
 
 OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDescriptor& descriptor,
@@ -237,28 +262,12 @@ OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDesc
 }
 
 ReceiveResult receivePacket(int socket, Packet& packet) {
-  // One buffer for the process: packets are taken one at a time, and it is large for a stack.
-  static auto* const buffer = new std::array<char, kMaximumPacketSize>;
-  DescriptorMessage control;
-  iovec part{buffer->data(), buffer->size()};
-  msghdr message{};
-  message.msg_iov = &part;
-  message.msg_iovlen = 1;
-  message.msg_control = control.bytes.data();
-  message.msg_controllen = control.bytes.size();
-  ssize_t size = 0;
-  do {
-    size = recvmsg(socket, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-  } while (size < 0 && errno == EINTR);
-  if (size < 0) {
-    return errno == EAGAIN || errno == EWOULDBLOCK ? ReceiveResult::kNothingYet
-                                                   : ReceiveResult::kClosed;
-  }
-  ReceivedDescriptors descriptors;
-  descriptors.takeFrom(message);
-  if (size == 0) return ReceiveResult::kClosed;
-  if ((message.msg_flags & MSG_TRUNC) != 0) return ReceiveResult::kMalformed;
-  return decode(buffer->data(), static_cast<std::size_t>(size), descriptors, packet);
+  // The kernel looks for a packet first and for the end of the connection then. Of a peer that
+  // sends and closes between the two it reports the end, and still has the packet: an end counts
+  // only when it is reported again.
+  ReceiveResult result = receiveNext(socket, packet);
+  if (result == ReceiveResult::kClosed) result = receiveNext(socket, packet);
+  return result;
 }
 
 }  // namespace platform

@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -12,6 +13,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ClientComm/TQHPAppleEventSender.h"
@@ -206,6 +208,39 @@ TEST_F(Load, EventsOfManyHostsAreCarriedOutOnceEachInTheirSendersOrder) {
   stress::report(std::to_string(senders) + " hosts with " + std::to_string(events) +
                  " events each: " + std::to_string(time.count()) + " ms; longest send " +
                  std::to_string(longest.count()) + " ms");
+}
+
+// The kernel may report the end of a connection to a reader that comes while the last packet and
+// the end arrive.
+TEST(LoadOfPackets, PacketThatItsSenderSendsAndClosesAfterIsNeverTakenForTheEnd) {
+  const int rounds = stress::sizeFor(100'000, 1'000'000);
+  const platform::AppleEventDescriptor event =
+      platform::AppleEventDescriptor::appleEvent(0, 0, {}, -1, 0);
+  std::atomic<int> handedOver = -1;
+  std::atomic<bool> isOver = false;
+  std::thread sender([&] {
+    while (!isOver) {
+      const platform::ScopedFd socket(handedOver.exchange(-1));
+      if (!socket.isValid()) continue;
+      platform::sendPacket(socket.get(), platform::PacketKind::kEvent, 0, event, -1);
+    }
+  });
+  int lost = 0;
+  for (int round = 0; round < rounds; ++round) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
+    const platform::ScopedFd socket(ends[0]);
+    handedOver = ends[1];
+    platform::Packet packet;
+    platform::ReceiveResult result = platform::ReceiveResult::kNothingYet;
+    while (result == platform::ReceiveResult::kNothingYet) {
+      result = platform::receivePacket(socket.get(), packet);
+    }
+    if (result != platform::ReceiveResult::kPacket) ++lost;
+  }
+  isOver = true;
+  sender.join();
+  EXPECT_EQ(lost, 0);
 }
 
 // A large event has a descriptor on its way until it is read, and the system lets an ordinary user
