@@ -591,7 +591,10 @@ TEST_F(Transport, EventsWaitWhileAHandlerRunsAMainLoopOfItsOwnAndDoNotKeepItBusy
             return G_SOURCE_REMOVE;
           };
           g_timeout_add(100, end, &isOver);
-          for (; !isOver; ++turns) g_main_context_iteration(nullptr, TRUE);
+          while (!isOver) {
+            g_main_context_iteration(nullptr, TRUE);
+            ++turns;
+          }
         }
         --depth;
         return platform::noErr;
