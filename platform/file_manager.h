@@ -7,6 +7,7 @@
 
 #include "platform/error.h"
 #include "platform/export.h"
+#include "platform/path.h"
 
 /// File operations on paths. Paths are bytes and are passed on as they stand.
 namespace platform {
@@ -40,15 +41,5 @@ std::vector<std::string> contentsOfDirectoryAtPath(const std::string& path);
 
 /// `path` with a leading "~" or "~/" replaced by the user's home folder; otherwise unchanged.
 std::string stringByExpandingTildeInPath(const std::string& path);
-
-/// `path` and `component` joined by exactly one "/".
-std::string stringByAppendingPathComponent(std::string_view path, std::string_view component);
-
-/// What follows the last "/" of `path`, trailing slashes not counted.
-std::string lastPathComponent(std::string_view path);
-
-/// What follows the last "." of the last path component; empty when there is none, or when the
-/// name begins with its only ".".
-std::string pathExtension(std::string_view path);
 
 }  // namespace platform

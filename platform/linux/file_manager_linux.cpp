@@ -1,4 +1,3 @@
-#include <dirent.h>
 #include <fcntl.h>
 #include <glib.h>
 #include <sys/stat.h>
@@ -6,82 +5,29 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cerrno>
-#include <charconv>
 #include <climits>
-#include <csignal>
 #include <memory>
 #include <utility>
 
 #include "platform/file_manager.h"
-#include "platform/linux/atomic_file.h"
+#include "platform/linux/directory_reader.h"
+#include "platform/linux/io.h"
+#include "platform/linux/partial_name.h"
 #include "platform/linux/scoped_fd.h"
 
 namespace platform {
 namespace {
-
-constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 std::optional<Error> errorFrom(int code, const std::string& path) {
   if (code == 0) return std::nullopt;
   return Error{kFileErrorDomain, code, {{"FilePath", path}}};
 }
 
-// The result of a system call that gives -1 on failure, as an errno value.
-int statusOf(int result) { return result < 0 ? errno : 0; }
-
-std::string_view withoutTrailingSlashes(std::string_view path) {
-  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-  return path;
-}
-
-struct SplitPath {
-  std::string directory;
-  std::string name;
-};
-
-SplitPath split(std::string_view path) {
-  path = withoutTrailingSlashes(path);
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string_view::npos) return {".", std::string(path)};
-  return {std::string(path.substr(0, std::max<std::size_t>(slash, 1))),
-          std::string(path.substr(slash + 1))};
-}
-
 bool isDirectory(const std::string& path) {
   struct stat status;
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
-
-// The entries of an open directory, without "." and "..".
-class DirectoryReader {
- public:
-  // `errno` tells why a reader is not open, as it does for the descriptor.
-  explicit DirectoryReader(ScopedFd fd) : stream_(fd.isValid() ? fdopendir(fd.get()) : nullptr) {
-    if (stream_) static_cast<void>(fd.release());
-  }
-  bool isOpen() const { return stream_ != nullptr; }
-  int fd() const { return dirfd(stream_.get()); }
-  void rewind() { rewinddir(stream_.get()); }
-
-  // Null at the end, with errno 0, and on failure.
-  const dirent* next() {
-    for (;;) {
-      errno = 0;
-      const dirent* entry = readdir(stream_.get());
-      if (entry == nullptr) return nullptr;
-      const std::string_view name = entry->d_name;
-      if (name != "." && name != "..") return entry;
-    }
-  }
-
- private:
-  struct Close {
-    void operator()(DIR* stream) const { closedir(stream); }
-  };
-  std::unique_ptr<DIR, Close> stream_;
-};
 
 // --- Removal. Nobody's tree but ours is touched: every step goes by a directory's descriptor and
 // follows no link. That an entry is gone already is no error; another may be removing it too. ---
@@ -162,29 +108,6 @@ class TreeRemover {
   int errorCount_ = 0;
 };
 
-// --- Names of what is being built beside its destination. The process's ID in the name tells the
-// next one whether the builder is still at work. ---
-
-std::string partialPrefix(std::string_view name) {
-  constexpr std::size_t kLongestKept = 200;  // leaves room for the rest within NAME_MAX
-  return "." + std::string(name.substr(0, kLongestKept)) + ".partial-";
-}
-
-std::string nextPartialName(std::string_view name) {
-  static std::atomic<unsigned> counter = 0;
-  return partialPrefix(name) + std::to_string(getpid()) + "-" + std::to_string(++counter);
-}
-
-// Whether `entry` is a partial of a process that has ended.
-bool isAbandonedPartial(std::string_view entry, std::string_view prefix) {
-  if (!entry.starts_with(prefix)) return false;
-  entry.remove_prefix(prefix.size());
-  pid_t pid = 0;
-  const auto [end, error] = std::from_chars(entry.data(), entry.data() + entry.size(), pid);
-  if (error != std::errc() || end == entry.data() + entry.size() || *end != '-') return false;
-  return pid > 0 && kill(pid, 0) != 0 && errno == ESRCH;
-}
-
 void removeAbandonedPartials(int parent, std::string_view name) {
   DirectoryReader directory(ScopedFd(openat(parent, ".", kDirectoryFlags)));
   if (!directory.isOpen()) return;
@@ -195,19 +118,6 @@ void removeAbandonedPartials(int parent, std::string_view name) {
 }
 
 // --- Copying. ---
-
-int writeAll(int fd, const char* bytes, std::size_t size) {
-  while (size > 0) {
-    const ssize_t written = write(fd, bytes, size);
-    if (written < 0) {
-      if (errno == EINTR) continue;
-      return errno;
-    }
-    bytes += written;
-    size -= static_cast<std::size_t>(written);
-  }
-  return 0;
-}
 
 // From the present offsets of both to the end of `source`.
 int copyByBuffer(int source, int target) {
@@ -359,88 +269,7 @@ int copyBeside(const std::string& source, int parent, const std::string& name) {
   return code;
 }
 
-// --- Replacing a file. ---
-
-// Where writing to `path` leads in the end, through the symbolic links that may stand there.
-std::string targetOfLinks(std::string path) {
-  constexpr int kMaximumLinks = 40;
-  std::array<char, PATH_MAX> text;
-  for (int i = 0; i < kMaximumLinks; ++i) {
-    const ssize_t length = readlink(path.c_str(), text.data(), text.size());
-    if (length <= 0) break;
-    const std::string_view target(text.data(), static_cast<std::size_t>(length));
-    path = target.starts_with('/') ? std::string(target)
-                                   : stringByAppendingPathComponent(split(path).directory, target);
-  }
-  return path;
-}
-
-// Gives the new file the owner and mode of the old one. Where the group cannot be kept, the new one
-// gets no more than others had.
-int takeOverOwnerAndMode(int fd, const struct stat& old) {
-  struct stat made;
-  if (fstat(fd, &made) != 0) return errno;
-  mode_t mode = old.st_mode & 07777U;
-  if (made.st_uid != old.st_uid) {
-    if (fchown(fd, old.st_uid, old.st_gid) != 0) return errno;
-  } else if (made.st_gid != old.st_gid && fchown(fd, old.st_uid, old.st_gid) != 0) {
-    mode = (mode & 0707U) | ((mode & 07U) << 3U);
-  }
-  return statusOf(fchmod(fd, mode));
-}
-
-int writeAndRename(int parent, const std::string& partial, const std::string& name,
-                   std::string_view bytes, mode_t modeOfNew) {
-  struct stat old;
-  const bool isNew = fstatat(parent, name.c_str(), &old, AT_SYMLINK_NOFOLLOW) != 0;
-  if (isNew && errno != ENOENT) return errno;
-  if (!isNew && !S_ISREG(old.st_mode)) return EINVAL;
-  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-  ScopedFd fd(openat(parent, partial.c_str(), kFlags, isNew ? modeOfNew : 0600));
-  if (!fd.isValid()) return errno;
-  if (!isNew) {
-    if (const int code = takeOverOwnerAndMode(fd.get(), old)) return code;
-  }
-  if (const int code = writeAll(fd.get(), bytes.data(), bytes.size())) return code;
-  if (close(fd.release()) != 0) return errno;
-  return statusOf(renameat(parent, partial.c_str(), parent, name.c_str()));
-}
-
 }  // namespace
-
-int readSettingsFile(const std::string& path, std::string& bytes) {
-  const ScopedFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  struct stat status;
-  if (!fd.isValid() || fstat(fd.get(), &status) != 0) return errno;
-  if (!S_ISREG(status.st_mode)) return EINVAL;
-  if (status.st_size > static_cast<off_t>(kMaximumSettingsFileSize)) return EFBIG;
-  bytes.resize(static_cast<std::size_t>(status.st_size));
-  std::size_t filled = 0;
-  while (filled < bytes.size()) {
-    const ssize_t count = read(fd.get(), bytes.data() + filled, bytes.size() - filled);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return errno;
-    if (count == 0) break;
-    filled += static_cast<std::size_t>(count);
-  }
-  bytes.resize(filled);
-  return 0;
-}
-
-int replaceFile(const std::string& path, std::string_view bytes, mode_t modeOfNew) {
-  const SplitPath target = split(targetOfLinks(path));
-  const ScopedFd parent(open(target.directory.c_str(), kDirectoryFlags));
-  if (!parent.isValid()) return errno;
-  removeAbandonedPartials(parent.get(), target.name);
-  int code = EEXIST;
-  std::string partial;
-  while (code == EEXIST) {  // left by an earlier process that had this one's ID
-    partial = nextPartialName(target.name);
-    code = writeAndRename(parent.get(), partial, target.name, bytes, modeOfNew);
-  }
-  if (code != 0) unlinkat(parent.get(), partial.c_str(), 0);
-  return code;
-}
 
 bool fileExistsAtPath(const std::string& path) noexcept {
   struct stat status;
@@ -452,7 +281,7 @@ std::optional<Error> createDirectoryAtPath(const std::string& path) {
   if (mkdir(wanted.c_str(), 0777) == 0) return std::nullopt;
   int code = errno;
   if (code == ENOENT && !wanted.empty()) {
-    const std::string parent = split(wanted).directory;
+    const std::string parent = splitPath(wanted).directory;
     if (parent == wanted) return errorFrom(code, path);
     if (auto error = createDirectoryAtPath(parent)) return error;
     code = statusOf(mkdir(wanted.c_str(), 0777));
@@ -467,7 +296,7 @@ std::optional<Error> removeItemAtPath(const std::string& path) {
 }
 
 std::optional<Error> copyPath(const std::string& source, const std::string& destination) {
-  const SplitPath target = split(destination);
+  const SplitPath target = splitPath(destination);
   if (target.name.empty()) return errorFrom(EEXIST, destination);
   const ScopedFd parent(open(target.directory.c_str(), kDirectoryFlags));
   if (!parent.isValid()) return errorFrom(errno, destination);
@@ -489,25 +318,6 @@ std::string stringByExpandingTildeInPath(const std::string& path) {
   std::string home(withoutTrailingSlashes(g_get_home_dir()));
   if (path == "~") return home;
   return home == "/" ? path.substr(1) : home + path.substr(1);
-}
-
-std::string stringByAppendingPathComponent(std::string_view path, std::string_view component) {
-  while (component.starts_with('/')) component.remove_prefix(1);
-  path = withoutTrailingSlashes(path);
-  std::string joined(path);
-  if (!path.empty() && !component.empty() && path != "/") joined += '/';
-  return joined.append(component);
-}
-
-std::string lastPathComponent(std::string_view path) {
-  path = withoutTrailingSlashes(path);
-  return std::string(path.substr(path.rfind('/') + 1));
-}
-
-std::string pathExtension(std::string_view path) {
-  const std::string name = lastPathComponent(path);
-  const std::size_t dot = name.rfind('.');
-  return dot == std::string::npos || dot == 0 ? std::string() : name.substr(dot + 1);
 }
 
 }  // namespace platform

@@ -1,0 +1,31 @@
+#include "platform/linux/partial_name.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+
+namespace platform {
+
+std::string partialPrefix(std::string_view name) {
+  constexpr std::size_t kLongestKept = 200;  // leaves room for the rest within NAME_MAX
+  return "." + std::string(name.substr(0, kLongestKept)) + ".partial-";
+}
+
+std::string nextPartialName(std::string_view name) {
+  static std::atomic<unsigned> counter = 0;
+  return partialPrefix(name) + std::to_string(getpid()) + "-" + std::to_string(++counter);
+}
+
+bool isAbandonedPartial(std::string_view entry, std::string_view prefix) {
+  if (!entry.starts_with(prefix)) return false;
+  entry.remove_prefix(prefix.size());
+  pid_t pid = 0;
+  const auto [end, error] = std::from_chars(entry.data(), entry.data() + entry.size(), pid);
+  if (error != std::errc() || end == entry.data() + entry.size() || *end != '-') return false;
+  return pid > 0 && kill(pid, 0) != 0 && errno == ESRCH;
+}
+
+}  // namespace platform
