@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -155,7 +154,6 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   void didCheckServerOpen(bool isOpen, const platform::Error* error) override;
 
  private:
-  void tellToExit(const std::function<bool()>& isRunning);
   TQHPHelperCommunicate() = default;
   void init();
 
