@@ -6,7 +6,7 @@ set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/ClientComm")
 
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/platform"
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/clientcomm
-  FILES_MATCHING PATTERN "*.h" PATTERN linux EXCLUDE)
+  FILES_MATCHING PATTERN "*.h" PATTERN linux EXCLUDE PATTERN portable EXCLUDE)
 
 configure_package_config_file(
   "${CMAKE_CURRENT_LIST_DIR}/ClientCommConfig.cmake.in" "${PROJECT_BINARY_DIR}/ClientCommConfig.cmake"

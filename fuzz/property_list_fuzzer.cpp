@@ -9,8 +9,7 @@
 
 #include "fuzz/fuzz.h"
 #include "fuzz/property_lists.h"
-#include "platform/linux/atomic_file.h"
-#include "platform/linux/text_property_list.h"
+#include "platform/portable/property_list/value.h"
 #include "platform/property_list.h"
 
 namespace {

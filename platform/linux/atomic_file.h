@@ -2,14 +2,12 @@
 
 #include <sys/types.h>
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 
-namespace platform {
+#include "platform/portable/property_list/value.h"
 
-/// Largest settings, property-list or strings file that is read; the real ones have a few KiB.
-inline constexpr std::size_t kMaximumSettingsFileSize = std::size_t{16} << 20U;
+namespace platform {
 
 /// Reads the regular file at `path` whole.
 /// @return 0, or the system's error; EFBIG when it is larger than `kMaximumSettingsFileSize`,

@@ -18,8 +18,8 @@
 #include "platform/file_manager.h"
 #include "platform/linux/atomic_file.h"
 #include "platform/linux/own_executable.h"
+#include "platform/linux/property_list_file.h"
 #include "platform/linux/scoped_source.h"
-#include "platform/linux/text_property_list.h"
 #include "platform/user_defaults.h"
 
 namespace platform {

@@ -1,32 +1,19 @@
-#include "platform/linux/text_property_list.h"
+#include "platform/portable/property_list/text_reader.h"
 
 #include <glib.h>
 
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstdint>
+#include <cstddef>
+#include <string>
 #include <utility>
 
-#include "platform/linux/atomic_file.h"
-#include "platform/text.h"
+#include "platform/portable/property_list/unicode.h"
+#include "platform/portable/property_list/value.h"
 
 namespace platform {
 namespace {
-
-constexpr char32_t kReplacementCharacter = 0xFFFD;
-
-constexpr bool isHighSurrogate(char32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-constexpr bool isLowSurrogate(char32_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
-constexpr char32_t joinedSurrogates(char32_t high, char32_t low) {
-  return 0x10000 + ((high - 0xD800) << 10U) + (low - 0xDC00);
-}
-
-void appendUtf8(std::string& text, char32_t character) {
-  std::array<char, 6> bytes;
-  const int length = g_unichar_to_utf8(character, bytes.data());
-  text.append(bytes.data(), static_cast<std::size_t>(length));
-}
 
 // The upper half of the 8-bit character set in which the format's octal escapes are written.
 constexpr std::array<char16_t, 128> kOctalEscapeCharacters = {
@@ -221,137 +208,12 @@ class Parser {
   std::string_view rest_;
 };
 
-class TextWriter {
- public:
-  std::string write(const PropertyListDictionary& dictionary) {
-    for (const auto& [key, value] : dictionary) entry(key, value);
-    return std::move(out_);
-  }
-
- private:
-  void entry(const std::string& key, const PropertyListValue& value) {
-    append(key);
-    out_ += " = ";
-    appendValue(value);
-    out_ += ";\n";
-  }
-
-  // The format knows no truth values, numbers and dates; they become strings that read alike.
-  void append(bool value) { append(std::string(value ? "1" : "0")); }
-  void append(std::int64_t value) { append(std::to_string(value)); }
-  void append(std::uint64_t value) { append(std::to_string(value)); }
-  void append(double value) {
-    std::array<char, 40> digits;
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
-    append(std::string(digits.data(), end));
-  }
-  void append(PropertyListDate value) { append(value.secondsSinceReferenceDate); }
-  void append(PropertyListUID value) { append(value.value); }
-  void append(const std::string& text) {
-    out_ += '"';
-    for (const char c : text) appendEscaped(c);
-    out_ += '"';
-  }
-  void append(const PropertyListValue::Data& data) {
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    out_ += '<';
-    for (const std::byte byte : data) {
-      out_ += kDigits[std::to_integer<std::size_t>(byte >> 4)];
-      out_ += kDigits[std::to_integer<std::size_t>(byte & std::byte{0x0F})];
-    }
-    out_ += '>';
-  }
-  void append(const PropertyListValue::Array& array) {
-    out_ += "(";
-    for (const PropertyListValue& value : array) {
-      appendValue(value);
-      out_ += ", ";
-    }
-    out_ += ")";
-  }
-  void append(const PropertyListDictionary& dictionary) {
-    out_ += "{\n";
-    for (const auto& [key, value] : dictionary) entry(key, value);
-    out_ += "}";
-  }
-  void appendValue(const PropertyListValue& value) {
-    std::visit([this](const auto& held) { append(held); }, value.variant());
-  }
-
-  void appendEscaped(char c) {
-    switch (c) {
-      case '"':
-      case '\\':
-        out_ += '\\';
-        out_ += c;
-        break;
-      case '\n':
-        out_ += "\\n";
-        break;
-      case '\r':
-        out_ += "\\r";
-        break;
-      case '\0':
-        out_ += "\\000";
-        break;
-      default:
-        out_ += c;
-    }
-  }
-
-  std::string out_;
-};
-
 }  // namespace
 
 std::optional<PropertyListValue> propertyListFromText(std::string_view text) {
   if (!g_utf8_validate_len(text.data(), text.size(), nullptr)) return std::nullopt;
   if (auto value = Parser(text).loneValue()) return value;
   return Parser(text).stringsTable();
-}
-
-std::optional<std::string> utf8FromUtf16(std::string_view bytes, bool isBigEndian) {
-  if (bytes.size() % 2 != 0) return std::nullopt;
-  std::string text;
-  text.reserve(bytes.size());
-  char32_t high = 0;
-  for (std::size_t i = 0; i < bytes.size(); i += 2) {
-    const char32_t first = static_cast<unsigned char>(bytes[i]);
-    const char32_t second = static_cast<unsigned char>(bytes[i + 1]);
-    const char32_t unit = isBigEndian ? (first << 8U | second) : (second << 8U | first);
-    if (isLowSurrogate(unit) != (high != 0)) return std::nullopt;
-    if (isHighSurrogate(unit)) {
-      high = unit;
-      continue;
-    }
-    appendUtf8(text, high == 0 ? unit : joinedSurrogates(high, unit));
-    high = 0;
-  }
-  if (high != 0) return std::nullopt;
-  return text;
-}
-
-std::string descriptionInStringsFileFormat(const PropertyListDictionary& dictionary) {
-  return TextWriter().write(dictionary);
-}
-
-bool writeTextToFileAsUTF16(std::string_view text, const std::string& path) {
-  std::string bytes = "\xFF\xFE";
-  bytes.reserve(2 + 2 * text.size());
-  const auto append = [&bytes](char32_t unit) {
-    bytes += static_cast<char>(unit & 0xFFU);
-    bytes += static_cast<char>(unit >> 8U);
-  };
-  while (!text.empty()) {
-    const char32_t character = takeCharacter(text);
-    if (character > 0xFFFF) {
-      append(0xD800 + ((character - 0x10000) >> 10U));
-      append(0xDC00 + ((character - 0x10000) & 0x3FFU));
-    } else {
-      append(character);
-    }
-  }
-  return replaceFile(path, bytes) == 0;
 }
 
 }  // namespace platform

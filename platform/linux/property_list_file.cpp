@@ -1,0 +1,40 @@
+#include "platform/linux/property_list_file.h"
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "platform/linux/atomic_file.h"
+#include "platform/portable/property_list/unicode.h"
+#include "platform/portable/property_list/value.h"
+
+namespace platform {
+
+std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::string& path) {
+  std::string bytes;
+  if (readSettingsFile(path, bytes) != 0) return std::nullopt;
+  auto value = propertyListFromBytes(bytes);
+  if (!value || value->dictionary() == nullptr) return std::nullopt;
+  return std::move(*value->dictionary());
+}
+
+bool writeDictionaryToFile(const PropertyListDictionary& dictionary, const std::string& path,
+                           mode_t modeOfNew) {
+  // A file that cannot be read again would be lost.
+  const bool isReadable = std::all_of(dictionary.begin(), dictionary.end(), [](const auto& entry) {
+    return isNestedWithinLimit(entry.second, 1);
+  });
+  if (!isReadable) return false;
+  const std::string xml = xmlPropertyList(dictionary);
+  return xml.size() <= kMaximumSettingsFileSize && replaceFile(path, xml, modeOfNew) == 0;
+}
+
+bool writeDictionaryToFile(const PropertyListDictionary& dictionary, const std::string& path) {
+  return writeDictionaryToFile(dictionary, path, 0666);
+}
+
+bool writeTextToFileAsUTF16(std::string_view text, const std::string& path) {
+  return replaceFile(path, utf16FromUtf8(text)) == 0;
+}
+
+}  // namespace platform

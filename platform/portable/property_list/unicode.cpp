@@ -1,0 +1,58 @@
+#include "platform/portable/property_list/unicode.h"
+
+#include <glib.h>
+
+#include <array>
+#include <cstddef>
+
+#include "platform/text.h"
+
+namespace platform {
+
+void appendUtf8(std::string& text, char32_t character) {
+  std::array<char, 6> bytes;
+  const int length = g_unichar_to_utf8(character, bytes.data());
+  text.append(bytes.data(), static_cast<std::size_t>(length));
+}
+
+std::optional<std::string> utf8FromUtf16(std::string_view bytes, bool isBigEndian) {
+  if (bytes.size() % 2 != 0) return std::nullopt;
+  std::string text;
+  text.reserve(bytes.size());
+  char32_t high = 0;
+  for (std::size_t i = 0; i < bytes.size(); i += 2) {
+    const char32_t first = static_cast<unsigned char>(bytes[i]);
+    const char32_t second = static_cast<unsigned char>(bytes[i + 1]);
+    const char32_t unit = isBigEndian ? (first << 8U | second) : (second << 8U | first);
+    if (isLowSurrogate(unit) != (high != 0)) return std::nullopt;
+    if (isHighSurrogate(unit)) {
+      high = unit;
+      continue;
+    }
+    appendUtf8(text, high == 0 ? unit : joinedSurrogates(high, unit));
+    high = 0;
+  }
+  if (high != 0) return std::nullopt;
+  return text;
+}
+
+std::string utf16FromUtf8(std::string_view text) {
+  std::string bytes = "\xFF\xFE";
+  bytes.reserve(2 + 2 * text.size());
+  const auto append = [&bytes](char32_t unit) {
+    bytes += static_cast<char>(unit & 0xFFU);
+    bytes += static_cast<char>(unit >> 8U);
+  };
+  while (!text.empty()) {
+    const char32_t character = takeCharacter(text);
+    if (character > 0xFFFF) {
+      append(0xD800 + ((character - 0x10000) >> 10U));
+      append(0xDC00 + ((character - 0x10000) & 0x3FFU));
+    } else {
+      append(character);
+    }
+  }
+  return bytes;
+}
+
+}  // namespace platform

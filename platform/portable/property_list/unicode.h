@@ -1,0 +1,25 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+inline constexpr char32_t kReplacementCharacter = 0xFFFD;
+
+constexpr bool isHighSurrogate(char32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
+constexpr bool isLowSurrogate(char32_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+constexpr char32_t joinedSurrogates(char32_t high, char32_t low) {
+  return 0x10000 + ((high - 0xD800) << 10U) + (low - 0xDC00);
+}
+
+void appendUtf8(std::string& text, char32_t character);
+
+/// The UTF-8 form of UTF-16 `bytes` (without byte-order mark). Nothing when it is ill-formed.
+std::optional<std::string> utf8FromUtf16(std::string_view bytes, bool isBigEndian);
+
+/// The UTF-16 form of UTF-8 `text`, little-endian with byte-order mark.
+std::string utf16FromUtf8(std::string_view text);
+
+}  // namespace platform
