@@ -5,6 +5,7 @@
 #include <string>
 #include <thread>
 
+#include "ClientComm/TQHPAppleEventSender.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPHelperControl.h"
 #include "ClientComm/TQHPProcessList.h"

@@ -3,7 +3,7 @@
 #include <functional>
 #include <utility>
 
-#include "platform/types.h"
+#include "ClientComm/TQHPTypes.h"
 
 namespace clientcomm {
 
