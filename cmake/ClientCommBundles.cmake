@@ -72,12 +72,13 @@ function(clientcomm_add_application target)
   _clientcomm_copy_resources(${target} ${arg_RESOURCES})
 endfunction()
 
-# clientcomm_embed_helper(<host> <helper> [INSTALL_LOCATION <folder>])
+# clientcomm_embed_helper(<host> <helper> INSTALL_LOCATION <folder>)
 #
 # Puts the whole bundle of the application <helper> among the resources of the application <host>,
 # and names it in the host's Info dictionary, by the keys under which the library looks for it.
-# INSTALL_LOCATION is the folder that the host installs the helper in; it may begin with "~".
-# Both applications are made by clientcomm_add_application, <helper> before this call.
+# INSTALL_LOCATION is the folder that the host installs the helper in: an absolute path, or one that
+# begins with "~". Both applications are made by clientcomm_add_application, <helper> before this
+# call, and have identifiers of their own.
 function(clientcomm_embed_helper host helper)
   cmake_parse_arguments(PARSE_ARGV 2 arg "" "INSTALL_LOCATION" "")
   if(DEFINED arg_UNPARSED_ARGUMENTS)
@@ -94,12 +95,14 @@ function(clientcomm_embed_helper host helper)
     endif()
   endforeach()
 
-  get_target_property(identifier ${helper} CLIENTCOMM_BUNDLE_IDENTIFIER)
+  if(NOT "${arg_INSTALL_LOCATION}" MATCHES "^[/~]")
+    message(FATAL_ERROR "clientcomm_embed_helper(${host} ${helper}): INSTALL_LOCATION is missing, "
+                        "or is no absolute path and does not begin with ~")
+  endif()
+  _clientcomm_helper_identifier(identifier ${host} ${helper})
   _clientcomm_set_info(${host} "Helper Bundle indentifiter" string "${identifier}")
   _clientcomm_set_info(${host} "Helepr App name" string "${name}")
-  if(DEFINED arg_INSTALL_LOCATION)
-    _clientcomm_set_info(${host} "Helper loaction path" string "${arg_INSTALL_LOCATION}")
-  endif()
+  _clientcomm_set_info(${host} "Helper loaction path" string "${arg_INSTALL_LOCATION}")
 
   get_target_property(host_bundle ${host} CLIENTCOMM_BUNDLE_DIR)
   get_target_property(helper_bundle ${helper} CLIENTCOMM_BUNDLE_DIR)
@@ -116,16 +119,35 @@ function(clientcomm_embed_helper host helper)
   _clientcomm_add_bundle_files(${host} ${host}_bundle_helper "${embedded}/Contents/Info.plist")
 endfunction()
 
+# Sets <variable> to the identifier of <helper>. Calls are addressed by identifier: without one the
+# helper cannot be reached, and with that of its host the host would call itself.
+function(_clientcomm_helper_identifier variable host helper)
+  get_target_property(host_identifier ${host} CLIENTCOMM_BUNDLE_IDENTIFIER)
+  get_target_property(identifier ${helper} CLIENTCOMM_BUNDLE_IDENTIFIER)
+  if("${identifier}" MATCHES "^[ \t]*$|-NOTFOUND$")
+    message(FATAL_ERROR "clientcomm_embed_helper(${host} ${helper}): ${helper} has no identifier")
+  endif()
+  if("${identifier}" STREQUAL "${host_identifier}")
+    message(FATAL_ERROR "clientcomm_embed_helper(${host} ${helper}): host and helper have the same "
+                        "identifier, ${identifier}")
+  endif()
+  set(${variable} "${identifier}" PARENT_SCOPE)
+endfunction()
+
 macro(_clientcomm_check_application_arguments target)
   if(DEFINED arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR
       "clientcomm_add_application(${target}): unknown arguments: ${arg_UNPARSED_ARGUMENTS}")
   endif()
   foreach(required IN ITEMS NAME IDENTIFIER VERSION SOURCES)
-    if("${arg_${required}}" STREQUAL "")
+    if("${arg_${required}}" MATCHES "^[ \t]*$")
       message(FATAL_ERROR "clientcomm_add_application(${target}): ${required} is missing")
     endif()
   endforeach()
+  if("${arg_IDENTIFIER}" MATCHES "[ \t]")
+    message(FATAL_ERROR "clientcomm_add_application(${target}): "
+                        "the identifier \"${arg_IDENTIFIER}\" contains a blank")
+  endif()
   if("${arg_NAME}" MATCHES "[/;<>#]" OR "${arg_EXECUTABLE}" MATCHES "[/;<>#]")
     message(FATAL_ERROR
       "clientcomm_add_application(${target}): a name must not contain any of / ; < > #")
@@ -171,11 +193,15 @@ function(_clientcomm_set_info target key type value)
     "  <key>${key}</key>\n  ${element}\n")
 endfunction()
 
-# Adds one entry to the Info dictionary, given as "key=value".
+# Adds one entry to the Info dictionary, given as "key=value". The library looks keys up letter for
+# letter: "PID = P100" would set a key that ends in a blank, which is never read.
 function(_clientcomm_set_info_assignment target type assignment)
   string(FIND "${assignment}" "=" position)
-  if(position LESS 1)
+  if(position LESS 1 OR "${assignment}" MATCHES "^[ \t]*=")
     message(FATAL_ERROR "${target}: \"${assignment}\" is not of the form key=value")
+  endif()
+  if("${assignment}" MATCHES "^[ \t]|^[^=]*[ \t]=|^[^=]*=[ \t]")
+    message(FATAL_ERROR "${target}: \"${assignment}\" has a blank before the key or beside the \"=\"")
   endif()
   string(SUBSTRING "${assignment}" 0 ${position} key)
   math(EXPR position "${position} + 1")
