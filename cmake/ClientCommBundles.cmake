@@ -95,7 +95,7 @@ function(clientcomm_embed_helper host helper)
     endif()
   endforeach()
 
-  if(NOT "${arg_INSTALL_LOCATION}" MATCHES "^[/~]")
+  if(NOT "${arg_INSTALL_LOCATION}" MATCHES "^(/|~/|~$)")
     message(FATAL_ERROR "clientcomm_embed_helper(${host} ${helper}): INSTALL_LOCATION is missing, "
                         "or is no absolute path and does not begin with ~")
   endif()

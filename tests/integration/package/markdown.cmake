@@ -1,0 +1,70 @@
+# Takes the snippets out of Markdown pages. The opening line of a fence says which file a snippet is:
+#
+#   ```cpp file=host.cpp
+#
+# Fences of one name on a page are the parts of one file, in this order. Code without a name would
+# never be built, so that C++ and CMake must have one; other fences may do without.
+cmake_policy(VERSION 3.25)
+
+# Writes the snippets of <page> below <folder>; sets `snippets` to their names.
+function(extract_snippets page folder)
+  file(READ "${page}" text)
+  if("\n${text}" MATCHES "\n[ \t]+```")
+    message(FATAL_ERROR "${page}: an indented fence is not looked at")
+  endif()
+  set(snippets "")
+  _next_fence(text)
+  while(fence_found)
+    _file_of_fence("${page}" "${fence_info}")
+    if(NOT name STREQUAL "")
+      if(NOT name IN_LIST snippets)
+        list(APPEND snippets "${name}")
+        file(WRITE "${folder}/${name}" "")
+      endif()
+      file(APPEND "${folder}/${name}" "${fence_body}")
+    endif()
+    _next_fence(text)
+  endwhile()
+  set(snippets "${snippets}" PARENT_SCOPE)
+endfunction()
+
+# Takes the next fence off the text in <variable>; sets `fence_found`, `fence_info`, `fence_body`.
+function(_next_fence variable)
+  set(text "\n${${variable}}")
+  string(FIND "${text}" "\n```" begin)
+  if(begin EQUAL -1)
+    set(fence_found FALSE PARENT_SCOPE)
+    return()
+  endif()
+  math(EXPR begin "${begin} + 4")
+  string(SUBSTRING "${text}" ${begin} -1 text)
+  string(FIND "${text}" "\n" end)
+  string(SUBSTRING "${text}" 0 ${end} info)
+  string(SUBSTRING "${text}" ${end} -1 text)
+  string(FIND "${text}" "\n```" end)
+  if(end EQUAL -1)
+    message(FATAL_ERROR "the fence \"${info}\" is not closed")
+  endif()
+  string(SUBSTRING "${text}" 0 ${end} body)
+  math(EXPR end "${end} + 5")
+  string(SUBSTRING "${text}" ${end} -1 text)
+  string(REGEX REPLACE "^\n" "" body "${body}")
+  set(fence_found TRUE PARENT_SCOPE)
+  set(fence_info "${info}" PARENT_SCOPE)
+  set(fence_body "${body}\n" PARENT_SCOPE)
+  set(${variable} "${text}" PARENT_SCOPE)
+endfunction()
+
+# Sets `name` to the file that the fence's opening line names; to nothing where it names none.
+function(_file_of_fence page info)
+  set(file "")
+  if(info MATCHES " file=([A-Za-z0-9_.-]+)$")
+    set(file "${CMAKE_MATCH_1}")
+  elseif(info MATCHES "^ *(cpp|c\\+\\+|cc|cxx|C\\+\\+|c|cmake|CMake)( |$)")
+    message(FATAL_ERROR "${page}: a fence \"${info}\" is never built; name its file: "
+                        "\"${CMAKE_MATCH_1} file=<name>\"")
+  elseif(info MATCHES "=")
+    message(FATAL_ERROR "${page}: the opening line of the fence \"${info}\" is not understood")
+  endif()
+  set(name "${file}" PARENT_SCOPE)
+endfunction()

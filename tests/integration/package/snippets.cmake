@@ -1,0 +1,36 @@
+# The code that README and the pages of docs/ print is complete: it builds against the package as it
+# stands there. Tests of their own run what README and docs/building.md say to run.
+include("${CMAKE_CURRENT_LIST_DIR}/support.cmake")
+include("${CMAKE_CURRENT_LIST_DIR}/markdown.cmake")
+
+# What a page must show at least, by the name of its folder.
+set(wanted_README host.cpp helper.cpp CMakeLists.txt quick-start.sh)
+set(wanted_building CMakeLists.txt by-hand.sh host.plist helper.plist)
+set(wanted_writing-a-helper main.cpp CMakeLists.txt call_back.cpp)
+
+set(pages "${WORK}/pages")
+file(REMOVE_RECURSE "${WORK}")
+file(GLOB files "${SOURCE}/README.md" "${SOURCE}/docs/*.md")
+foreach(file IN LISTS files)
+  cmake_path(GET file STEM page)
+  extract_snippets("${file}" "${pages}/${page}")
+  foreach(name IN LISTS wanted_${page})
+    if(NOT name IN_LIST snippets)
+      message(FATAL_ERROR "${file} has no snippet called ${name}; it has: ${snippets}")
+    endif()
+  endforeach()
+endforeach()
+
+# The first helper of the guide and the one among the examples are the same.
+run("${CMAKE_COMMAND}" -E compare_files
+    "${pages}/writing-a-helper/main.cpp" "${SOURCE}/examples/minimal/main.cpp")
+
+# README's project is built by the test of its first steps; here its sources make the applications
+# that docs/building.md lays out.
+file(COPY "${pages}/README/host.cpp" "${pages}/README/helper.cpp" DESTINATION "${pages}/building")
+file(REMOVE_RECURSE "${pages}/README")
+file(WRITE "${pages}/building/notes.txt" "Notes.")
+file(WRITE "${pages}/building/resources/en.lproj/InfoPlist.strings" "\"CFBundleName\" = \"Host\";\n")
+
+configure("${CMAKE_CURRENT_LIST_DIR}/snippets" "${WORK}/build" "-DPAGES=${pages}")
+run("${CMAKE_COMMAND}" --build "${WORK}/build")
