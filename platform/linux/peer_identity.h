@@ -9,6 +9,10 @@
 
 namespace platform {
 
+/// Serial numbers of running processes have the lower bits of the start time in their high half;
+/// those of remembered peers have this bit set there and a running number.
+inline constexpr std::uint32_t kPeerBit = 0x80000000;
+
 /// The serial number of the process at the other end of a connection, remembered so that
 /// `ProcessInformationCopyDictionary` can be asked for it.
 ///
@@ -21,5 +25,11 @@ namespace platform {
 /// @return nothing when the executable lies in no application bundle, or cannot be told.
 std::optional<ProcessSerialNumber> serialNumberForPeer(pid_t pid, int executable,
                                                        std::uint32_t token = 0);
+
+/// What is known of a remembered peer, as `ProcessInformationCopyDictionary` says it.
+std::optional<PropertyListDictionary> dictionaryOfPeer(const ProcessSerialNumber& psn);
+
+/// The bundle identifier of a remembered peer.
+OptionalString identifierOfPeer(const ProcessSerialNumber& psn);
 
 }  // namespace platform

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/linux/executable_link.h"
+#include "platform/property_list.h"
+#include "platform/types.h"
+
+namespace platform {
+
+/// What is known of the bundle that a process runs from.
+struct BundleIdentity {
+  std::string path;
+  OptionalString identifier;
+  OptionalString name;
+};
+
+/// The identity that the process `pid` was started with, as far as that is still told: by the
+/// bundle while it stands, else by the process itself.
+std::optional<BundleIdentity> ownIdentity(pid_t pid, const ExecutableLink& link,
+                                          std::string_view bundlePath);
+
+/// The identity that a process whose own is lost most likely has: that of what has been put in the
+/// place of its bundle.
+BundleIdentity successorIdentity(std::string_view bundlePath);
+
+PropertyListDictionary dictionaryOf(const BundleIdentity& identity);
+
+}  // namespace platform

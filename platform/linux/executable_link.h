@@ -1,0 +1,35 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <array>
+#include <climits>
+#include <cstddef>
+#include <string_view>
+
+namespace platform {
+
+/// A link under /proc and the path that it gives, read without an allocation.
+class ExecutableLink {
+ public:
+  static ExecutableLink ofProcess(pid_t pid) noexcept { return {"/proc/", pid, "/exe"}; }
+  /// Fails with EINVAL where the descriptor is not one of a plain file.
+  static ExecutableLink ofDescriptor(int descriptor) noexcept;
+
+  /// 0, or the errno value of the reading.
+  int error() const noexcept { return error_; }
+  /// The path as the kernel gives it, with its mark where the file was removed.
+  std::string_view target() const noexcept { return {target_.data(), length_}; }
+  /// Whether the file was removed; one whose own name looks like the kernel's mark was not.
+  bool isRemoved() const noexcept;
+
+ private:
+  ExecutableLink(std::string_view before, int number, std::string_view after) noexcept;
+
+  std::array<char, 32> link_;
+  int error_ = 0;
+  std::size_t length_ = 0;
+  std::array<char, PATH_MAX> target_;
+};
+
+}  // namespace platform
