@@ -189,7 +189,7 @@ TEST_F(Attack, ThousandSilentConnectionsHoldUpNobodyAndAreDropped) {
   }
   const auto time = stress::timeOf([] { EXPECT_EQ(ask("say:", {"through"}), "through"); });
   EXPECT_LE(stress::descriptorsOf(target.pid()),
-            descriptors_ + static_cast<int>(platform::kMaximumSilentPeers) + 1);
+            descriptors_ + static_cast<int>(platform::kMaximumIdleConnections) + 1);
   stress::report("a query beside a thousand silent connections: " + std::to_string(time.count()) +
                  " us");
   // Those that are left are dropped after the time that a peer may be silent.
@@ -220,10 +220,10 @@ TEST_F(Attack, EventOfAPeerWhosePlaceASilentOneTakesIsStillCarriedOut) {
   const ChildProcess target = launch();
   const ScopedFd executable(open("/proc/self/exe", O_PATH | O_CLOEXEC));
   const ScopedFd slow = connectToTarget();
-  const SilentCrowd crowd(platform::kMaximumSilentPeers - 1);
+  const SilentCrowd crowd(platform::kMaximumIdleConnections - 1);
   const auto isFull = [&] {
     return stress::descriptorsOf(target.pid()) >=
-           descriptors_ - 1 + static_cast<int>(platform::kMaximumSilentPeers);
+           descriptors_ - 1 + static_cast<int>(platform::kMaximumIdleConnections);
   };
   ASSERT_TRUE(support::waitUntil(isFull));
   // While the target is busy the first one speaks, and a further silent one joins the queue.
