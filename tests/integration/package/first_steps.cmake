@@ -1,4 +1,5 @@
-# The commands of a page, as printed, make a host that runs its helper.
+# The commands of a page, as printed, make a host that runs its helper, and those of
+# docs/troubleshooting.md show both.
 include("${CMAKE_CURRENT_LIST_DIR}/support.cmake")
 include("${CMAKE_CURRENT_LIST_DIR}/markdown.cmake")
 
@@ -8,6 +9,7 @@ if(PAGE STREQUAL "building")
   file(REMOVE "${WORK}/project/CMakeLists.txt")
   extract_snippets("${SOURCE}/docs/building.md" "${WORK}/project")
 endif()
+extract_snippets("${SOURCE}/docs/troubleshooting.md" "${WORK}/project")
 
 # In place of what a reader fills in, or has elsewhere: the build folder, the installation, and the
 # compiler that built it.
@@ -20,4 +22,4 @@ file(WRITE "${WORK}/project/${SCRIPT}" "${script}")
 set(ENV{CXX} "${COMPILER}")
 set(ENV{CXXFLAGS} "${FLAGS}")
 set(ENV{CMAKE_GENERATOR} "${GENERATOR}")
-run(bash "${CMAKE_CURRENT_LIST_DIR}/run_host.sh" "${WORK}" "${SCRIPT}")
+run(bash "${CMAKE_CURRENT_LIST_DIR}/run_host.sh" "${WORK}" "${SCRIPT}" look.sh)
