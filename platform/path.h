@@ -6,7 +6,9 @@
 /// The text of paths; nothing here looks at the file system. Paths are bytes.
 namespace platform {
 
-/// `path` and `component` joined by exactly one "/".
+/// `path` and `component` joined by one "/". Repeated slashes anywhere in either become one, and
+/// none is left at the end, so that two spellings of a path join to the same text. "." and ".."
+/// stay as they are.
 std::string stringByAppendingPathComponent(std::string_view path, std::string_view component);
 
 /// What follows the last "/" of `path`, trailing slashes not counted.

@@ -18,11 +18,19 @@ SplitPath splitPath(std::string_view path) {
 }
 
 std::string stringByAppendingPathComponent(std::string_view path, std::string_view component) {
+  std::string joined;
+  joined.reserve(path.size() + 1 + component.size());
+  const auto append = [&joined](std::string_view part) {
+    for (const char c : part) {
+      if (c != '/' || !joined.ends_with('/')) joined += c;
+    }
+  };
+  append(path);
   while (component.starts_with('/')) component.remove_prefix(1);
-  path = withoutTrailingSlashes(path);
-  std::string joined(path);
-  if (!path.empty() && !component.empty() && path != "/") joined += '/';
-  return joined.append(component);
+  if (!path.empty() && !component.empty()) append("/");
+  append(component);
+  joined.resize(withoutTrailingSlashes(joined).size());
+  return joined;
 }
 
 std::string lastPathComponent(std::string_view path) {

@@ -241,6 +241,19 @@ TEST_F(DeploymentTest, TheOldHelperIsRemovedThenToldToExitThenReplaced) {
   EXPECT_EQ(installedVersion(), "1.0.1");
 }
 
+TEST_F(DeploymentTest, TheOldHelperIsToldToExitHoweverTheInstallDirectoryIsSpelt) {
+  writeHostInfoWith(
+      {{"Helepr App name", support::kHelperName}, {"Helper loaction path", "~/lib///family//"}});
+  makeHelper(kResourceFolder, "1.0.1");
+  const std::string installed = makeHelper("home/lib/family", "1.0");
+  const support::ChildProcess old = support::runHelper(installed);
+  controller();
+  EXPECT_EQ(recorder_.countOf(kExit), 1);
+  EXPECT_EQ(versionOf(installed), "1.0.1");
+  EXPECT_EQ(support::processesOf(installed), std::vector<pid_t>{old.pid()})
+      << "it counts as running for the launch too";
+}
+
 TEST_F(DeploymentTest, AnOldHelperThatStillRunsAfterARefreshCountsAsRunning) {
   makeHelper(kResourceFolder, "1.0.1");
   const support::ChildProcess old = support::runInstalledHelper();

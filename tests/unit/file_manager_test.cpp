@@ -528,6 +528,17 @@ TEST(FilePath, JoinsWithExactlyOneSlash) {
   EXPECT_EQ(stringByAppendingPathComponent("/a", ""), "/a");
 }
 
+TEST(FilePath, JoinsWithoutRepeatedOrTrailingSlashes) {
+  EXPECT_EQ(stringByAppendingPathComponent("/a//b", "c"), "/a/b/c");
+  EXPECT_EQ(stringByAppendingPathComponent("//a///b/", "c//d//"), "/a/b/c/d");
+  EXPECT_EQ(stringByAppendingPathComponent("/a//", ""), "/a");
+  EXPECT_EQ(stringByAppendingPathComponent("a//b", ""), "a/b");
+  EXPECT_EQ(stringByAppendingPathComponent("//", "//"), "/");
+  EXPECT_EQ(stringByAppendingPathComponent("", "b//"), "b");
+  EXPECT_EQ(stringByAppendingPathComponent("", ""), "");
+  EXPECT_EQ(stringByAppendingPathComponent("/a/./..", "b"), "/a/./../b");
+}
+
 TEST(FilePath, GivesTheLastComponent) {
   const std::pair<const char*, const char*> cases[] = {
       {"/a/b.app", "b.app"}, {"/a/b.app/", "b.app"}, {"b", "b"}, {"/", ""}, {"", ""},
