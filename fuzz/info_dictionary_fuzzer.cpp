@@ -97,13 +97,17 @@ void requireInfo(const Bundle& bundle, const PropertyListDictionary& info,
   }
 }
 
+bool isThere(const std::string& localization) {
+  return std::find(kLocalizations.begin(), kLocalizations.end(), localization) !=
+         kLocalizations.end();
+}
+
 std::vector<std::string> requireLocalizations(const Bundle& bundle) {
   const std::vector<std::string> localizations = bundle.preferredLocalizations();
   require(!localizations.empty(), "there is always a localisation");
   for (const std::string& name : localizations) {
-    const bool isThere =
-        std::find(kLocalizations.begin(), kLocalizations.end(), name) != kLocalizations.end();
-    require(isThere || localizations.size() == 1, "a localisation is there, or the last resort");
+    require(isThere(name) || localizations.size() == 1,
+            "a localisation is there, or the last resort");
   }
   return localizations;
 }
@@ -141,7 +145,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (info && fuzz::measureOf(*info).count > 20'000) return 0;
   const Bundle bundle(bundlePath());
   const std::vector<std::string> localizations = requireLocalizations(bundle);
-  const auto localized = platform::dictionaryWithContentsOfFile(stringsPath(localizations.front()));
+  std::optional<PropertyListDictionary> localized;
+  if (isThere(localizations.front())) {
+    localized = platform::dictionaryWithContentsOfFile(stringsPath(localizations.front()));
+  }
   requireInfo(bundle, info.value_or(PropertyListDictionary()),
               localized.value_or(PropertyListDictionary()));
   requireExecutable(bundle);

@@ -45,8 +45,9 @@ class CLIENTCOMM_EXPORT Bundle {
   /// The Info dictionary's string for `key`, not localised; nil when absent or not a string.
   OptionalString infoString(std::string_view key) const;
 
-  /// The localised look-up: the value of `key` in the current localisation's InfoPlist.strings,
-  /// else in the Info dictionary. Reads the files as they stand now, not the kept dictionary.
+  /// The localised look-up: the value of `key` in the resource InfoPlist.strings, found as
+  /// `pathForResource` finds any, else in the Info dictionary. Reads the files as they stand now,
+  /// not the kept dictionary.
   std::optional<PropertyListValue> objectForInfoDictionaryKey(std::string_view key) const;
 
   OptionalString bundleIdentifier() const;
@@ -57,8 +58,10 @@ class CLIENTCOMM_EXPORT Bundle {
   /// Contents/Resources of an application bundle, else the folder itself.
   std::string resourcePath() const;
 
-  /// Full path of the resource `name`.`type`: beside the others first, then in the folder of each
-  /// preferred localisation. `type` may be empty. nil when there is none.
+  /// Full path of the resource `name`.`type`: of the first that exists in the resources' folder
+  /// itself, the folder of each preferred localisation (for each language, that of the user's
+  /// region before that of the language alone), the folder of the development region. `type` may
+  /// be empty. nil when there is none.
   OptionalString pathForResource(std::string_view name, std::string_view type) const;
 
   /// Full paths of all entries of `directory` (relative to the bundle's path) with the extension
@@ -72,6 +75,8 @@ class CLIENTCOMM_EXPORT Bundle {
   std::vector<std::string> preferredLocalizations() const;
 
  private:
+  std::string developmentRegion() const;
+
   struct State;
   std::unique_ptr<State> state_;
 };

@@ -50,6 +50,17 @@ std::optional<PropertyListValue> valueIn(const std::optional<PropertyListDiction
   return found->second;
 }
 
+// The names of the localisation folders in `resources`, without their extension.
+std::vector<std::string> localizationsIn(const std::string& resources) {
+  std::vector<std::string> names;
+  for (std::string& name : contentsOfDirectoryAtPath(resources)) {
+    if (pathExtension(name) != kLocalizationExtension) continue;
+    name.resize(name.size() - kLocalizationExtension.size() - 1);
+    names.push_back(std::move(name));
+  }
+  return names;
+}
+
 std::string localizationFolder(const std::string& localization) {
   return localization + "." + std::string(kLocalizationExtension);
 }
@@ -112,11 +123,9 @@ OptionalString Bundle::infoString(std::string_view key) const {
 }
 
 std::optional<PropertyListValue> Bundle::objectForInfoDictionaryKey(std::string_view key) const {
-  const std::string folder = stringByAppendingPathComponent(
-      resourcePath(), localizationFolder(preferredLocalizations().front()));
-  const auto strings =
-      dictionaryWithContentsOfFile(stringByAppendingPathComponent(folder, "InfoPlist.strings"));
-  if (auto localized = valueIn(strings, key)) return localized;
+  if (const auto strings = pathForResource("InfoPlist", "strings")) {
+    if (auto localized = valueIn(dictionaryWithContentsOfFile(*strings), key)) return localized;
+  }
   return valueIn(state_->readInfo(), key);
 }
 
@@ -151,10 +160,14 @@ OptionalString Bundle::pathForResource(std::string_view name, std::string_view t
   const std::string resources = resourcePath();
   std::string path = stringByAppendingPathComponent(resources, file);
   if (fileExistsAtPath(path)) return path;
-  for (const std::string& localization : preferredLocalizations()) {
-    path = stringByAppendingPathComponent(
-        stringByAppendingPathComponent(resources, localizationFolder(localization)), file);
-    if (fileExistsAtPath(path)) return path;
+  const std::vector<std::string> folders = localizationsIn(resources);
+  const std::vector<std::string> languages[] = {userLanguages(), {developmentRegion()}};
+  for (const auto& wanted : languages) {
+    for (const std::string& localization : matchingLocalizations(folders, wanted)) {
+      path = stringByAppendingPathComponent(
+          stringByAppendingPathComponent(resources, localizationFolder(localization)), file);
+      if (fileExistsAtPath(path)) return path;
+    }
   }
   return std::nullopt;
 }
@@ -170,19 +183,18 @@ std::vector<std::string> Bundle::pathsForResourcesOfType(std::string_view type,
 }
 
 std::vector<std::string> Bundle::preferredLocalizations() const {
-  std::vector<std::string> folders;
-  for (std::string& name : contentsOfDirectoryAtPath(resourcePath())) {
-    if (pathExtension(name) != kLocalizationExtension) continue;
-    name.resize(name.size() - kLocalizationExtension.size() - 1);
-    folders.push_back(std::move(name));
-  }
+  const std::vector<std::string> folders = localizationsIn(resourcePath());
   std::vector<std::string> matches = matchingLocalizations(folders, userLanguages());
   if (!matches.empty()) return matches;
-  OptionalString region = infoString(kCFBundleDevelopmentRegionKey);
-  if (!region || region->empty()) region = kLastResortLocalization;
-  matches = matchingLocalizations(folders, {*region});
-  matches.resize(1, *region);
+  const std::string region = developmentRegion();
+  matches = matchingLocalizations(folders, {region});
+  matches.resize(1, region);
   return matches;
+}
+
+std::string Bundle::developmentRegion() const {
+  OptionalString region = infoString(kCFBundleDevelopmentRegionKey);
+  return region && !region->empty() ? *std::move(region) : kLastResortLocalization;
 }
 
 }  // namespace platform

@@ -113,6 +113,29 @@ std::optional<int> closeness(const LanguageTag& localization, const LanguageTag&
   return (localization.region.empty() ? 2 : 0) + scriptPoints;
 }
 
+std::string_view languagePart(std::string_view name) {
+  return name.substr(0, std::min(name.find_first_of("-_@"), name.size()));
+}
+
+// Orders the folders that serve one language: the smallest is the best.
+struct Rank {
+  int distance;
+  bool isNamedOtherwise;  ///< Not by the language's own name.
+  bool isOlderName;
+  std::string folder;
+
+  auto operator<=>(const Rank&) const = default;
+};
+
+std::optional<Rank> rankOf(const std::string& folder, const std::string& language) {
+  const auto points = closeness(parsed(folder), parsed(language));
+  if (!points) return std::nullopt;
+  const std::string name = lowerCased(folder);
+  const std::string_view code = languagePart(name);
+  return Rank{-*points, code != languagePart(lowerCased(language)),
+              newerName(name) != name || newerName(code) != code, folder};
+}
+
 void appendLanguage(std::vector<std::string>& languages, std::string_view locale) {
   const std::size_t codeset = std::min(locale.find('.'), locale.size());
   const std::size_t modifier = std::min(locale.find('@'), locale.size());
@@ -151,16 +174,13 @@ std::vector<std::string> matchingLocalizations(const std::vector<std::string>& f
                                                const std::vector<std::string>& languages) {
   std::vector<std::string> matches;
   for (const std::string& language : languages) {
-    const LanguageTag wanted = parsed(language);
-    std::vector<std::pair<int, std::string>> candidates;
+    std::vector<Rank> candidates;
     for (const std::string& folder : folders) {
       if (std::find(matches.begin(), matches.end(), folder) != matches.end()) continue;
-      if (const auto points = closeness(parsed(folder), wanted)) {
-        candidates.emplace_back(-*points, folder);
-      }
+      if (auto rank = rankOf(folder, language)) candidates.push_back(*std::move(rank));
     }
     std::sort(candidates.begin(), candidates.end());
-    for (auto& [points, folder] : candidates) matches.push_back(std::move(folder));
+    for (Rank& candidate : candidates) matches.push_back(std::move(candidate.folder));
   }
   return matches;
 }

@@ -96,17 +96,29 @@ TEST_F(BundleTest, LooksUpLocalizedValuesInTheFilesAsTheyStand) {
   EXPECT_EQ(bundle.objectForInfoDictionaryKey("TipsEnable"), std::nullopt);
 }
 
-TEST_F(BundleTest, PrefersTheCurrentLocalizationsStringsAlone) {
-  setenv("LANG", "de_DE.UTF-8", 1);
-  writeInfo({{"Name", "plain"}, {"CFBundleDevelopmentRegion", "en"}});
-  writeFile(at("Contents/Resources/en.lproj/InfoPlist.strings"), "\"Name\" = \"English\";");
-  writeFile(at("Contents/Resources/de.lproj/Localizable.strings"), "\"Name\" = \"another table\";");
-  EXPECT_EQ(Bundle(path_).objectForInfoDictionaryKey("Name"), PropertyListValue("plain"))
-      << "neither another localisation's nor another table's";
-  writeFile(at("Contents/Resources/de.lproj/InfoPlist.strings"), "\"Name\" = \"Deutsch\"");
-  EXPECT_EQ(Bundle(path_).objectForInfoDictionaryKey("Name"), PropertyListValue("Deutsch"));
-  writeFile(at("Contents/Resources/de.lproj/InfoPlist.strings"), "\"Name\" = \"broken");
-  EXPECT_EQ(Bundle(path_).objectForInfoDictionaryKey("Name"), PropertyListValue("plain"));
+TEST_F(BundleTest, ReadsLocalizedValuesFromTheFirstInfoPlistStringsAlone) {
+  setenv("LANGUAGE", "fr_CA:de", 1);
+  writeInfo({{"Name", "plain"}, {"Other", "plain"}, {"CFBundleDevelopmentRegion", "en"}});
+  const Bundle bundle(path_);
+  const auto name = [&bundle] { return bundle.objectForInfoDictionaryKey("Name"); };
+  writeFile(at("Contents/Resources/fr.lproj/Localizable.strings"), "\"Name\" = \"elsewhere\";");
+  writeFile(at("Contents/Resources/ja.lproj/InfoPlist.strings"), "\"Name\" = \"Nihongo\";");
+  EXPECT_EQ(name(), PropertyListValue("plain")) << "neither another table nor another language";
+  const std::pair<const char*, const char*> tables[] = {{"en.lproj/", "English"},
+                                                        {"de.lproj/", "Deutsch"},
+                                                        {"fr.lproj/", "Français"},
+                                                        {"fr_CA.lproj/", "Français canadien"},
+                                                        {"", "global"}};
+  for (const auto& [folder, value] : tables) {
+    writeFile(at("Contents/Resources/" + std::string(folder) + "InfoPlist.strings"),
+              "\"Name\" = \"" + std::string(value) + "\";");
+    EXPECT_EQ(name(), PropertyListValue(value)) << folder;
+  }
+  writeFile(at("Contents/Resources/de.lproj/InfoPlist.strings"), "\"Other\" = \"Deutsch\";");
+  EXPECT_EQ(bundle.objectForInfoDictionaryKey("Other"), PropertyListValue("plain"))
+      << "the tables after the first are not read";
+  writeFile(at("Contents/Resources/InfoPlist.strings"), "<plist>");
+  EXPECT_EQ(name(), PropertyListValue("plain"));
 }
 
 TEST_F(BundleTest, FindsItsExecutableInEitherFolder) {
@@ -155,6 +167,27 @@ TEST_F(BundleTest, FindsResourcesBesideTheOthersFirst) {
   EXPECT_EQ(bundle.pathForResource("Help", "html"), at("Contents/Resources/fr.lproj/Help.html"));
   writeFile(at("Contents/Resources/Help.html"), "");
   EXPECT_EQ(bundle.pathForResource("Help", "html"), at("Contents/Resources/Help.html"));
+}
+
+TEST_F(BundleTest, FindsResourcesOfTheDevelopmentRegionLast) {
+  setenv("LANGUAGE", "de", 1);
+  writeInfo({{"CFBundleDevelopmentRegion", "sv"}});
+  const Bundle bundle(path_);
+  for (const char* language : {"de", "English", "ja"}) {
+    writeFile(at("Contents/Resources/" + std::string(language) + ".lproj/x"), "");
+  }
+  writeFile(at("Contents/Resources/ja.lproj/Help.html"), "");
+  EXPECT_EQ(bundle.pathForResource("Help", "html"), std::nullopt);
+  writeFile(at("Contents/Resources/Swedish.lproj/Help.html"), "");
+  EXPECT_EQ(bundle.pathForResource("Help", "html"),
+            at("Contents/Resources/Swedish.lproj/Help.html"));
+  writeFile(at("Contents/Resources/de.lproj/Help.html"), "");
+  EXPECT_EQ(bundle.pathForResource("Help", "html"), at("Contents/Resources/de.lproj/Help.html"));
+  writeInfo({});
+  writeFile(at("Contents/Resources/English.lproj/Notes.html"), "");
+  EXPECT_EQ(Bundle(path_).pathForResource("Notes", "html"),
+            at("Contents/Resources/English.lproj/Notes.html"))
+      << "English where the bundle names no region";
 }
 
 TEST_F(BundleTest, FindsABundleAmongItsResources) {

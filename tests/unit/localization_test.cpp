@@ -92,6 +92,18 @@ TEST(Localizations, AreTheClosestFirst) {
   EXPECT_EQ(matchingLocalizations({"en_GB", "en"}, {"en"}), (Names{"en", "en_GB"}));
 }
 
+TEST(Localizations, PreferTheFolderNamedAsTheLanguageToASynonym) {
+  EXPECT_EQ(matchingLocalizations({"English", "en"}, {"en"}), (Names{"en", "English"}));
+  EXPECT_EQ(matchingLocalizations({"English", "en"}, {"en_US"}), (Names{"en", "English"}));
+  EXPECT_EQ(matchingLocalizations({"English", "en"}, {"English"}), (Names{"English", "en"}));
+  EXPECT_EQ(matchingLocalizations({"Norwegian", "nb", "no"}, {"no_NO"}),
+            (Names{"no", "nb", "Norwegian"}));
+  EXPECT_EQ(matchingLocalizations({"he", "iw"}, {"iw_IL"}), (Names{"iw", "he"}));
+  EXPECT_EQ(matchingLocalizations({"en", "English", "en_US"}, {"en_US"}),
+            (Names{"en_US", "en", "English"}))
+      << "the region counts first";
+}
+
 TEST(Localizations, AreMatchedWhateverTheCaseAndTheSeparator) {
   EXPECT_EQ(matchingLocalizations({"PT-br"}, {"pt_BR"}), Names{"PT-br"});
   EXPECT_EQ(matchingLocalizations({"zh_hans"}, {"zh-Hans"}), Names{"zh_hans"});

@@ -88,6 +88,17 @@ TEST_F(SettingsFilesTest, AStartWritesTheDefaultsOfSwitchesThatAreAbsent) {
   EXPECT_EQ(inInfo("EnableAD"), PropertyListValue(false)) << "off unless switched on";
 }
 
+TEST_F(SettingsFilesTest, AStartReadsTheSwitchesOfTheFirstLanguageThatHasAnInfoPlistTable) {
+  setenv("LANGUAGE", "de:fr:en", 1);
+  writeInfoWith({{"TipsEnable", true}, {"EnableAD", false}});
+  support::writeFile(tablePath("de", "Localizable"), "\"other\" = \"text\";\n");
+  support::writeFile(tablePath("fr", "InfoPlist"), "\"TipsEnable\" = \"0\";\n");
+  support::writeFile(englishTable(), "\"TipsEnable\" = \"1\";\n\"EnableAD\" = \"1\";\n");
+  controller().startHelper();
+  EXPECT_EQ(inInfo("TipsEnable"), PropertyListValue(false));
+  EXPECT_EQ(inInfo("EnableAD"), PropertyListValue(false));
+}
+
 TEST_F(SettingsFilesTest, AStartLeavesSwitchesThatAreThereAsTheyAre) {
   writeInfoWith({{"TipsEnable", false}, {"EnableAD", true}});
   const FileState before = stateOf(infoPath());
@@ -584,6 +595,16 @@ TEST_F(StringTableSearchTest, AnOlderNameOfALanguagesFolderIsFound) {
   support::writeFile(tablePath("English", "InfoPlist"), "\"TipsEnable\" = \"1\";\n");
   setenv("LANG", "en_US.UTF-8", 1);
   EXPECT_EQ(table(), tablePath("English", "InfoPlist"));
+}
+
+TEST_F(StringTableSearchTest, TheTableIsSearchedInTheFirstLanguageAlone) {
+  setenv("LANGUAGE", "de:en", 1);
+  fs::create_directories(contentsPath() + "/Resources/de.lproj");
+  support::writeFile(englishTable(), "\"TipsEnable\" = \"1\";\n");
+  const FileState before = stateOf(englishTable());
+  EXPECT_EQ(table(), tablePath("de", "InfoPlist"));
+  controller().setTipsEnable(false);
+  EXPECT_EQ(stateOf(englishTable()), before);
 }
 
 // --- A switch that was set, and the starts after it ---
