@@ -410,7 +410,7 @@ OptionalString TQHPHelperCommunicate::collectDataPID() {
 
 void TQHPHelperCommunicate::initDataCollectionPath(const OptionalString& basePath) {
   guarded([&] {
-    if (!basePath) return;
+    if (!basePath || !basePath->starts_with('/')) return;
     const std::string log = platform::stringByAppendingPathComponent(*basePath, "Log");
     if (!platform::fileExistsAtPath(log)) platform::createDirectoryAtPath(log);
     const std::string data = platform::stringByAppendingPathComponent(log, "Data");

@@ -124,7 +124,9 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   void setCollectDataPID(const OptionalString& productID);
   /// The product ID under which usage records are filed; the first-start ID where none was set.
   OptionalString collectDataPID();
-  /// Makes Log/Data under `basePath` and records it in the user defaults, unless it exists.
+  /// Makes Log/Data under `basePath` and records it in the user defaults, unless it exists. A
+  /// `basePath` that does not begin with "/" is refused: nothing is made or recorded, since the
+  /// helper has another current folder.
   void initDataCollectionPath(const OptionalString& basePath);
 
   // --- Suite information and network-error page; block until the helper answers ---

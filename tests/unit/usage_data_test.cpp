@@ -238,6 +238,17 @@ TEST_F(DataCollectionPathTest, IsRecordedAlsoWhereItCannotBeMade) {
   EXPECT_FALSE(fs::exists(data_));
 }
 
+TEST_F(DataCollectionPathTest, ARelativeBaseIsRefused) {
+  fs::create_directories(base_);
+  fs::current_path(base_);
+  for (const char* base : {"", ".", "here", "./here", "../here", "~", "~/here"}) {
+    controller_.initDataCollectionPath(base);
+    EXPECT_EQ(recordedPath(), std::nullopt) << base;
+  }
+  EXPECT_TRUE(fs::is_empty(base_));
+  fs::current_path("/");
+}
+
 TEST_F(DataCollectionPathTest, ANilBaseIsNothingToMake) {
   controller_.initDataCollectionPath(std::nullopt);
   EXPECT_EQ(recordedPath(), std::nullopt);
