@@ -40,7 +40,7 @@ class CLIENTCOMM_EXPORT UserDefaults {
   bool synchronize();
 
   /// All values of another application's settings, as its file holds them now; nothing when there
-  /// is no such file, or it is malformed. Costs one stat when the file has not changed.
+  /// is no such file, or it is malformed. Costs one stat when the file has not changed for 2 s.
   std::optional<PropertyListDictionary> persistentDomainForName(const std::string& domain);
 
  private:

@@ -1,14 +1,12 @@
 #include "platform/linux/bundle_identities.h"
 
-#include <sys/stat.h>
-
-#include <ctime>
 #include <mutex>
 #include <unordered_map>
 #include <utility>
 
 #include "platform/bundle.h"
 #include "platform/linux/check_in.h"
+#include "platform/linux/file_signature.h"
 #include "platform/process_manager.h"
 
 namespace platform {
@@ -22,54 +20,34 @@ class BundleIdentities {
   /// missing or malformed.
   std::optional<BundleIdentity> identityAt(const std::string& path) {
     const std::string file = path + "/Contents/Info.plist";
-    struct stat status = {};
-    if (stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+    const auto signature = FileSignature::ofFile(file);
+    if (!signature || !signature->isRegularFile()) return std::nullopt;
     const std::lock_guard lock(mutex_);
     if (const auto known = entries_.find(path); known != entries_.end()) {
-      if (known->second.isSettled && isSame(known->second.status, status)) {
-        return known->second.identity;
-      }
+      const FileSignature& old = known->second.signature;
+      if (old.isSettled() && old == *signature) return known->second.identity;
     } else if (entries_.size() >= kCapacity) {
       entries_.clear();
     }
-    return (entries_[path] = read(path, file, status)).identity;
+    return entries_.insert_or_assign(path, Entry{*signature, read(path, file)})
+        .first->second.identity;
   }
 
  private:
   struct Entry {
-    struct stat status;
-    bool isSettled;
+    FileSignature signature;
     std::optional<BundleIdentity> identity;
   };
   static constexpr std::size_t kCapacity = 128;
 
-  static bool isSame(const timespec& a, const timespec& b) noexcept {
-    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
-  }
-  static bool isSame(const struct stat& a, const struct stat& b) noexcept {
-    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
-           isSame(a.st_mtim, b.st_mtim) && isSame(a.st_ctim, b.st_ctim);
-  }
-
-  // A file that changed just now can change again without a new time stamp: the file system's clock
-  // ticks a hundred times a second at least, on some file systems once in two seconds.
-  static bool isSettled(const struct stat& status) noexcept {
-    constexpr time_t kSlowestTick = 2;
-    timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return now.tv_sec - status.st_ctim.tv_sec > kSlowestTick;
-  }
-
-  static Entry read(const std::string& path, const std::string& file, const struct stat& status) {
-    Entry entry{status, isSettled(status), std::nullopt};
-    if (const auto info = dictionaryWithContentsOfFile(file)) {
-      const auto text = [&info](const char* key) {
-        const auto value = info->find(key);
-        return value != info->end() ? value->second.stringValue() : std::nullopt;
-      };
-      entry.identity = BundleIdentity{path, text(kCFBundleIdentifierKey), text(kCFBundleNameKey)};
-    }
-    return entry;
+  static std::optional<BundleIdentity> read(const std::string& path, const std::string& file) {
+    const auto info = dictionaryWithContentsOfFile(file);
+    if (!info) return std::nullopt;
+    const auto text = [&info](const char* key) {
+      const auto value = info->find(key);
+      return value != info->end() ? value->second.stringValue() : std::nullopt;
+    };
+    return BundleIdentity{path, text(kCFBundleIdentifierKey), text(kCFBundleNameKey)};
   }
 
   std::mutex mutex_;

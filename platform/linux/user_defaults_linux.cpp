@@ -1,7 +1,5 @@
 #include <fcntl.h>
 #include <glib.h>
-#include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +15,7 @@
 #include "platform/file_lock.h"
 #include "platform/file_manager.h"
 #include "platform/linux/atomic_file.h"
+#include "platform/linux/file_signature.h"
 #include "platform/linux/own_executable.h"
 #include "platform/linux/property_list_file.h"
 #include "platform/linux/scoped_source.h"
@@ -67,42 +66,6 @@ std::string ownDomain() {
   return lastPathComponent(ownExecutablePath());
 }
 
-// What tells one state of a file from another without reading it.
-struct Signature {
-  dev_t device = 0;
-  ino_t inode = 0;
-  off_t size = -1;
-  timespec modified = {};
-  timespec changed = {};
-
-  explicit Signature(const struct stat& status)
-      : device(status.st_dev),
-        inode(status.st_ino),
-        size(status.st_size),
-        modified(status.st_mtim),
-        changed(status.st_ctim) {}
-
-  bool operator==(const Signature& other) const {
-    return device == other.device && inode == other.inode && size == other.size &&
-           isSame(modified, other.modified) && isSame(changed, other.changed);
-  }
-
-  // File times go by the kernel's tick: a file that has changed just now may change once more
-  // without showing it.
-  bool isSettled() const {
-    timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);
-    const auto age =
-        (now.tv_sec - changed.tv_sec) * 1'000 + (now.tv_nsec - changed.tv_nsec) / 1'000'000;
-    return age > 50;
-  }
-
- private:
-  static bool isSame(const timespec& a, const timespec& b) {
-    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
-  }
-};
-
 // The values of one settings file, read again only when the file has changed.
 class CachedFile {
  public:
@@ -110,23 +73,18 @@ class CachedFile {
 
   /// Nothing when there is no such file, or it is malformed.
   const std::optional<PropertyListDictionary>& contents() {
-    struct stat status;
-    if (stat(path_.c_str(), &status) != 0) {
-      signature_.reset();
-      contents_.reset();
+    const auto current = FileSignature::ofFile(path_);
+    if (current && signature_ && signature_->isSettled() && *current == *signature_) {
       return contents_;
     }
-    const Signature current(status);
-    if (signature_ == current) return contents_;
-    contents_ = dictionaryWithContentsOfFile(path_);
-    signature_.reset();
-    if (current.isSettled()) signature_ = current;
+    signature_ = current;
+    contents_ = current ? dictionaryWithContentsOfFile(path_) : std::nullopt;
     return contents_;
   }
 
  private:
   std::string path_;
-  std::optional<Signature> signature_;
+  std::optional<FileSignature> signature_;
   std::optional<PropertyListDictionary> contents_;
 };
 

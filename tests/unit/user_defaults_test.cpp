@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "platform/file_manager.h"
+#include "platform/linux/file_signature.h"
 #include "platform/linux/scoped_fd.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_sandbox.h"
@@ -343,9 +344,8 @@ TEST_F(UserDefaultsTest, OfAnotherApplicationAreNotReadAgainWhileTheFileIsUnchan
   constexpr const char* kHelper = "com.example.testhelper";
   store({{"a", 1}}, kHelper);
   UserDefaults defaults(kDomain);
-  const auto old = fs::last_write_time(pathOf(kHelper));
   ASSERT_TRUE(support::waitUntil(
-      [&] { return fs::file_time_type::clock::now() - old > std::chrono::milliseconds(200); }));
+      [&] { return platform::FileSignature::ofFile(pathOf(kHelper))->isSettled(); }));
   EXPECT_TRUE(defaults.persistentDomainForName(kHelper));
   const platform::ScopedFd watch(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
   ASSERT_GE(inotify_add_watch(watch.get(), pathOf(kHelper).c_str(), IN_OPEN), 0);
