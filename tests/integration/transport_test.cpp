@@ -27,6 +27,7 @@
 #include "platform/linux/socket_path.h"
 #include "platform/text.h"
 #include "tests/support/child_process.h"
+#include "tests/support/raw_packets.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
 
@@ -38,6 +39,7 @@ using platform::AppleEventDescriptor;
 using platform::ScopedFd;
 using std::chrono::milliseconds;
 using support::ChildProcess;
+namespace raw = support::raw;
 namespace fs = std::filesystem;
 
 constexpr char kTarget[] = "com.example.target";
@@ -268,33 +270,47 @@ TEST_F(Transport, SilentPeersDoNotHoldUpAnotherSendersEvents) {
   EXPECT_TRUE(ask("notes", {}).value_or("").ends_with("99\n"));
 }
 
+/// A packet that has the target note `text`.
+std::string notePacket(raw::Header header, std::string_view text) {
+  return raw::packet(
+      header, raw::event(kTarget, platform::fourCharCode("call"),
+                         {{platform::keyDirectObject, raw::callList("Echo", "note:", text)}}));
+}
+
 TEST_F(Transport, PeerThatSendsRubbishIsDisconnectedAndCostsNoEvent) {
   const ChildProcess target = launch();
-  const std::string packets[] = {std::string(1, 'x'), std::string(16, '\0'),
+  raw::Header wrongMagic;
+  wrongMagic.magic = platform::fourCharCode("PHQT");
+  raw::Header wrongVersion;
+  wrongVersion.version = 0;
+  raw::Header wrongKind;
+  wrongKind.kind = 4;
+  const std::string packets[] = {std::string(1, 'x'),
+                                 std::string(16, '\0'),
                                  std::string(60000, '\xff'),
-                                 std::string("PHQT\1\1\0\0\0\0\0\0\0\0\0\x10", 16)};
+                                 notePacket(wrongMagic, "wrong magic"),
+                                 notePacket(wrongVersion, "wrong version"),
+                                 notePacket(wrongKind, "wrong kind")};
   for (const std::string& packet : packets) {
     const ScopedFd peer = connectTo(kTarget);
-    ASSERT_EQ(::send(peer.get(), packet.data(), packet.size(), MSG_NOSIGNAL),
-              static_cast<ssize_t>(packet.size()));
+    ASSERT_TRUE(raw::send(peer.get(), packet));
     EXPECT_EQ(ask("say:", {"alive"}), "alive");
     EXPECT_TRUE(isClosedByPeer(peer));
   }
+  ASSERT_TRUE(raw::send(connectTo(kTarget).get(), notePacket({}, "control")));
+  EXPECT_EQ(ask("notes", {}), "control\n");
 }
 
 TEST_F(Transport, HalfAnEventIsDisconnectedAndCostsNoEvent) {
   const ChildProcess target = launch();
-  const AppleEventDescriptor event = callEvent("note:", {"half"});
-  std::string packet(platform::flattenedSize(event), '\0');
-  platform::flattenTo(event, packet.data());
-  const std::string header("PHQT\1\1\0\0", 8);
-  std::string length(8, '\0');
-  length[0] = static_cast<char>(packet.size());
-  packet = (header + length + packet).substr(0, 100);
-  const ScopedFd peer = connectTo(kTarget);
-  ASSERT_GT(::send(peer.get(), packet.data(), packet.size(), MSG_NOSIGNAL), 0);
-  EXPECT_TRUE(isClosedByPeer(peer));
-  EXPECT_EQ(ask("notes", {}), "");
+  const std::string whole = notePacket({}, "half");
+  for (const std::size_t length : {whole.size() - 1, whole.size() / 2, std::size_t{16}}) {
+    const ScopedFd peer = connectTo(kTarget);
+    ASSERT_TRUE(raw::send(peer.get(), whole.substr(0, length)));
+    EXPECT_TRUE(isClosedByPeer(peer));
+  }
+  ASSERT_TRUE(raw::send(connectTo(kTarget).get(), notePacket({}, "control")));
+  EXPECT_EQ(ask("notes", {}), "control\n");
 }
 
 TEST_F(Transport, SilentPeerThatSpeaksInTheEndIsServed) {

@@ -1,0 +1,120 @@
+#include "tests/support/raw_packets.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "platform/linux/runtime_folder.h"
+#include "platform/linux/socket_path.h"
+
+namespace support::raw {
+namespace {
+
+using platform::ScopedFd;
+
+std::string littleEndian(std::uint64_t value, std::size_t size) {
+  std::string bytes;
+  for (std::size_t i = 0; i < size; ++i) bytes += static_cast<char>(value >> (8 * i) & 0xFFU);
+  return bytes;
+}
+
+}  // namespace
+
+std::string bytesOf(std::uint16_t value) { return littleEndian(value, sizeof value); }
+std::string bytesOf(std::uint32_t value) { return littleEndian(value, sizeof value); }
+
+std::string packet(const Header& header) {
+  return bytesOf(header.magic) + littleEndian(header.version, 1) + littleEndian(header.kind, 1) +
+         bytesOf(static_cast<std::uint16_t>(header.status)) + bytesOf(header.bodySize) +
+         bytesOf(header.token);
+}
+
+std::string packet(Header header, std::string_view body) {
+  header.bodySize = static_cast<std::uint32_t>(body.size());
+  return packet(header) + std::string(body);
+}
+
+std::string descriptor(platform::DescType type, std::string_view payload, std::uint32_t length) {
+  return bytesOf(type) + bytesOf(length) + std::string(payload);
+}
+
+std::string descriptor(platform::DescType type, std::string_view payload) {
+  return descriptor(type, payload, static_cast<std::uint32_t>(payload.size()));
+}
+
+std::string text(std::string_view text) { return descriptor(platform::typeUnicodeText, text); }
+
+std::string list(std::uint32_t count, std::string_view items) {
+  return descriptor(platform::typeAEList, bytesOf(count) + std::string(items));
+}
+
+std::string nestedLists(int depth) {
+  std::string nested = descriptor(platform::typeNull, "");
+  for (int i = 0; i < depth; ++i) nested = list(1, nested);
+  return nested;
+}
+
+std::string callList(std::string_view className, std::string_view selector,
+                     std::string_view argument) {
+  return list(3, text(className) + text(selector) + list(1, text(argument)));
+}
+
+std::string event(std::string_view target, platform::AEEventID id,
+                  const std::vector<Parameter>& parameters, std::uint32_t count) {
+  std::string payload = bytesOf(platform::fourCharCode("aevt")) + bytesOf(id) +
+                        bytesOf(std::uint16_t{0xFFFF}) + bytesOf(std::uint32_t{0}) +
+                        descriptor(platform::typeApplicationBundleID, target) +
+                        bytesOf(std::uint32_t{0}) + bytesOf(count);
+  for (const Parameter& parameter : parameters) {
+    payload += bytesOf(parameter.keyword) + parameter.flattened;
+  }
+  return descriptor(platform::typeAppleEvent, payload);
+}
+
+std::string event(std::string_view target, platform::AEEventID id,
+                  const std::vector<Parameter>& parameters) {
+  return event(target, id, parameters, static_cast<std::uint32_t>(parameters.size()));
+}
+
+ScopedFd connectTo(const std::string& identifier) {
+  ScopedFd fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  const platform::SocketPath path(platform::fileNameForIdentifier(identifier));
+  if (connect(fd.get(), path.address(), platform::SocketPath::size()) != 0) fd.reset();
+  return fd;
+}
+
+bool send(int socket, std::string_view bytes, const std::vector<int>& descriptors) {
+  iovec part{const_cast<char*>(bytes.data()), bytes.size()};
+  msghdr message{};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  std::vector<char> control(CMSG_SPACE(sizeof(int) * descriptors.size()));
+  if (!descriptors.empty()) {
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    cmsghdr* const header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(sizeof(int) * descriptors.size());
+    std::memcpy(CMSG_DATA(header), descriptors.data(), sizeof(int) * descriptors.size());
+  }
+  return sendmsg(socket, &message, MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
+ScopedFd memoryFile(std::string_view head, std::size_t size, int seals) {
+  ScopedFd file(memfd_create("raw packet", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+  EXPECT_EQ(ftruncate(file.get(), static_cast<off_t>(size)), 0);
+  EXPECT_EQ(pwrite(file.get(), head.data(), head.size(), 0), static_cast<ssize_t>(head.size()));
+  EXPECT_EQ(fcntl(file.get(), F_ADD_SEALS, seals), 0);
+  return file;
+}
+
+ScopedFd memoryFile(std::string_view head, std::size_t size) {
+  return memoryFile(head, size, F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE);
+}
+
+}  // namespace support::raw
