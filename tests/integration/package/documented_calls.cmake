@@ -1,0 +1,32 @@
+# docs/writing-a-helper.md, README and the sample helper name the same calls, letter for letter.
+include("${CMAKE_CURRENT_LIST_DIR}/support.cmake")
+
+set(selector "[a-z][A-Za-z]*:([A-Za-z]*:)*")
+file(READ "${SOURCE}/docs/writing-a-helper.md" guide)
+file(READ "${SOURCE}/README.md" readme)
+file(GLOB files "${SOURCE}/examples/helper/*.cpp")
+list(FILTER files EXCLUDE REGEX "/console\\.cpp$") # only for tests and tours
+set(sample "")
+foreach(file IN LISTS files)
+  file(READ "${file}" text)
+  string(APPEND sample "${text}")
+endforeach()
+
+function(expect_all_in pattern from before after in what)
+  string(REGEX MATCHALL "${pattern}" matches "${from}")
+  list(LENGTH matches count)
+  if(count LESS 20)
+    message(FATAL_ERROR "only ${count} selectors were found, ${what}")
+  endif()
+  foreach(match IN LISTS matches)
+    string(REGEX MATCH "[A-Za-z][A-Za-z:]*" name "${match}")
+    string(FIND "${in}" "${before}${name}${after}" position)
+    if(position EQUAL -1)
+      message(FATAL_ERROR "\"${name}\" is ${what}")
+    endif()
+  endforeach()
+endfunction()
+
+expect_all_in("`${selector}`" "${guide}" "\"" "\"" "${sample}" "in the guide, not in the sample")
+expect_all_in(">\\(\"[A-Za-z:]+\"\\)" "${sample}" "`" "`" "${guide}" "in the sample, not in the guide")
+expect_all_in("`${selector}`" "${readme}" "`" "`" "${guide}" "in README, not in the guide")
