@@ -18,8 +18,14 @@ inline constexpr const char kFileErrorDomain[] = "FileErrorDomain";
 /// Whether anything exists at `path`; a symbolic link counts by its target.
 CLIENTCOMM_EXPORT bool fileExistsAtPath(const std::string& path) noexcept;
 
+/// Whether this process creates anything at `path`. A process of the superuser creates nothing
+/// under a directory of another user, whom it would lock out; a setuid process, nothing behind a
+/// link.
+bool mayCreateItemAtPath(const std::string& path) noexcept;
+
 /// Makes the directory at `path` and, where missing, those above it, with default permissions.
-/// @return nothing on success (also when the directory exists), otherwise the error.
+/// @return nothing on success (also when the directory exists), otherwise the error: EPERM where
+///         `mayCreateItemAtPath` says no.
 CLIENTCOMM_EXPORT std::optional<Error> createDirectoryAtPath(const std::string& path);
 
 /// Removes the file or the whole tree at `path`; a link is removed, not followed. Of a bundle the

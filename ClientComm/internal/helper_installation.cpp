@@ -62,6 +62,8 @@ OptionalString versionOfBundle(const std::string& path) {
 void HelperInstallation::extract() const {
   const HelperLocation location = helperLocation();
   if (!location.name || !location.directory) return;
+  // Not for another user: a helper that root installs is one that its owner cannot replace.
+  if (!platform::mayCreateItemAtPath(*location.directory)) return;
   if (!platform::fileExistsAtPath(*location.directory)) {
     platform::createDirectoryAtPath(*location.directory);
   }

@@ -12,6 +12,7 @@
 #include "platform/linux/io.h"
 #include "platform/linux/partial_name.h"
 #include "platform/linux/scoped_fd.h"
+#include "platform/linux/user_folders.h"
 #include "platform/path.h"
 
 namespace platform {
@@ -94,6 +95,7 @@ int readSettingsFile(const std::string& path, std::string& bytes) {
 }
 
 int replaceFile(const std::string& path, std::string_view bytes, mode_t modeOfNew) {
+  if (!mayReplaceAt(path)) return ELOOP;
   const SplitPath target = splitPath(targetOfLinks(path));
   const ScopedFd parent(open(target.directory.c_str(), kDirectoryFlags));
   if (!parent.isValid()) return errno;

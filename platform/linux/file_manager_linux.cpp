@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <glib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include "platform/linux/scoped_fd.h"
 #include "platform/linux/tree_copier.h"
 #include "platform/linux/tree_remover.h"
+#include "platform/linux/user_folders.h"
 
 namespace platform {
 namespace {
@@ -64,8 +64,11 @@ bool fileExistsAtPath(const std::string& path) noexcept {
   return stat(path.c_str(), &status) == 0;
 }
 
+bool mayCreateItemAtPath(const std::string& path) noexcept { return mayCreateAt(path); }
+
 std::optional<Error> createDirectoryAtPath(const std::string& path) {
   const std::string wanted(withoutTrailingSlashes(path));
+  if (!fileExistsAtPath(wanted) && !mayCreateAt(wanted)) return errorFrom(EPERM, path);
   if (mkdir(wanted.c_str(), 0777) == 0) return std::nullopt;
   int code = errno;
   if (code == ENOENT && !wanted.empty()) {
@@ -85,6 +88,7 @@ std::optional<Error> removeItemAtPath(const std::string& path) {
 std::optional<Error> copyPath(const std::string& source, const std::string& destination) {
   const SplitPath target = splitPath(destination);
   if (target.name.empty()) return errorFrom(EEXIST, destination);
+  if (!mayCreateAt(target.directory)) return errorFrom(EPERM, destination);
   const ScopedFd parent(open(target.directory.c_str(), kDirectoryFlags));
   if (!parent.isValid()) return errorFrom(errno, destination);
   removeAbandonedPartials(parent.get(), target.name);
@@ -102,7 +106,7 @@ std::vector<std::string> contentsOfDirectoryAtPath(const std::string& path) {
 
 std::string stringByExpandingTildeInPath(const std::string& path) {
   if (path != "~" && !path.starts_with("~/")) return path;
-  std::string home(withoutTrailingSlashes(g_get_home_dir()));
+  const std::string home(withoutTrailingSlashes(homeDirectory()));
   if (path == "~") return home;
   return home == "/" ? path.substr(1) : home + path.substr(1);
 }

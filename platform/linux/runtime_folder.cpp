@@ -8,6 +8,9 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "platform/linux/user_folders.h"
+#include "platform/path.h"
+
 namespace platform {
 namespace {
 
@@ -15,6 +18,10 @@ constexpr mode_t kPrivateMode = 0700;
 
 // Makes the folder and, on a system without a session manager, the directories above it.
 bool makeFolder(const std::string& path) noexcept {
+  if (!mayCreateAt(path)) {
+    errno = EPERM;
+    return false;
+  }
   if (mkdir(path.c_str(), kPrivateMode) == 0 || errno == EEXIST) return true;
   return errno == ENOENT && g_mkdir_with_parents(path.c_str(), kPrivateMode) == 0;
 }
@@ -40,7 +47,7 @@ bool isPrivate(int folder) noexcept {
 
 const std::string& runtimeFolderPath() {
   static const std::string* const path =
-      new std::string(std::string(g_get_user_runtime_dir()) + "/ClientComm");
+      new std::string(stringByAppendingPathComponent(runtimeDirectory(), "ClientComm"));
   return *path;
 }
 

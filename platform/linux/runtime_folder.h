@@ -8,13 +8,13 @@
 /// The private folder in which the applications of one user find each other.
 namespace platform {
 
-/// Path of the folder "ClientComm" under the user's runtime directory.
+/// Path of the folder "ClientComm" under `runtimeDirectory`.
 const std::string& runtimeFolderPath();
 
 /// Opens the folder (O_PATH), after making it where it is missing and `create` is set. It must be a
 /// real directory of this user; one that is open to others is closed to them first.
 /// @return an invalid descriptor with errno set: ENOENT when missing, ENOTDIR or ELOOP when
-///         something else stands there, EPERM when it belongs to another user.
+///         something else is there, EPERM when it belongs to another user, or may not be made.
 ScopedFd openRuntimeFolder(bool create) noexcept;
 
 /// The file name that stands for a bundle identifier of any length and content in the folder:

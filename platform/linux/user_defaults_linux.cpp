@@ -19,6 +19,7 @@
 #include "platform/linux/own_executable.h"
 #include "platform/linux/property_list_file.h"
 #include "platform/linux/scoped_source.h"
+#include "platform/linux/user_folders.h"
 #include "platform/user_defaults.h"
 
 namespace platform {
@@ -28,7 +29,7 @@ constexpr guint kWriteDelayInMilliseconds = 500;
 constexpr std::chrono::seconds kLockLimit{2};
 
 std::string preferencesFolder() {
-  return stringByAppendingPathComponent(g_get_user_config_dir(), "Preferences");
+  return stringByAppendingPathComponent(configDirectory(), "Preferences");
 }
 
 // The file name of a domain, without extension. A name that is no plain file name is encoded, so
@@ -188,7 +189,7 @@ struct UserDefaults::State {
 
   bool writePending() const {
     const std::string folder = preferencesFolder();
-    if (g_mkdir_with_parents(folder.c_str(), 0700) != 0) return false;
+    if (!mayCreateAt(folder) || g_mkdir_with_parents(folder.c_str(), 0700) != 0) return false;
     const DirectoryLock lock(folder, kLockLimit);
     if (!lock.isHeld()) return false;
     const std::string path = pathOfDomain(domain);
