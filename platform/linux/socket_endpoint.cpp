@@ -16,8 +16,14 @@
 namespace platform {
 namespace {
 
-// Events handled in one turn of the main loop, so that the host's own sources get theirs too.
-constexpr int kEventsPerTurn = 16;
+// After drawing, before idle work. GTK resizes at G_PRIORITY_HIGH_IDLE + 10 and draws at + 20, its
+// text views lay lines out at + 25, and Clutter draws at + 50; G_PRIORITY_DEFAULT_IDLE is + 100. At
+// the default priority, busy senders would leave a window no frame.
+constexpr int kCallPriority = G_PRIORITY_HIGH_IDLE + 60;
+
+// How long events are taken in one turn of the main loop before other sources have theirs: a
+// quarter of a frame at 60 Hz.
+constexpr std::chrono::milliseconds kTurnLimit{4};
 
 constexpr std::chrono::milliseconds kVerifyInterval = std::chrono::seconds(1);
 
@@ -85,6 +91,7 @@ void SocketEndpoint::attachSource() {
   source_.reset(g_source_new(&functions, sizeof(EndpointSource)));
   reinterpret_cast<EndpointSource*>(source_.get())->endpoint = this;
   g_source_set_name(source_.get(), "ClientComm endpoint");
+  g_source_set_priority(source_.get(), kCallPriority);
   // Otherwise GLib takes the source's descriptors off its poll for each dispatch and puts them back
   // after it, and wakes itself up for both.
   g_source_set_can_recurse(source_.get(), TRUE);
@@ -150,10 +157,10 @@ void SocketEndpoint::listen(bool isListening) {
 void SocketEndpoint::takeEvents() {
   const auto isAlive = isAlive_;
   if (isPaused_) resumeAccepting();
-  if (Clock::now() - lastVerified_ >= kIdleVerifyInterval) verify();
-  serveIdle();
-  for (int i = 0; *isAlive && i < kEventsPerTurn; ++i) {
-    if (acceptOne()) continue;
+  auto now = Clock::now();
+  if (now - lastVerified_ >= kIdleVerifyInterval) verify();
+  for (const auto end = now + kTurnLimit; *isAlive && now < end; now = Clock::now()) {
+    if (serveIdle(now) || (*isAlive && acceptOne())) continue;
     if (*isAlive && mustReopen_ && !isPaused_) reopen();
     return;
   }
@@ -167,14 +174,11 @@ void SocketEndpoint::reopen() {
   open();
 }
 
-void SocketEndpoint::serveIdle() {
-  const auto isAlive = isAlive_;
-  const auto now = Clock::now();
-  while (*isAlive) {
-    auto connection = idle_.takeDue(now);
-    if (!connection) return;
-    dismiss(*std::move(connection));
-  }
+/// @return whether one of the idle connections was due.
+bool SocketEndpoint::serveIdle(Clock::time_point now) {
+  auto connection = idle_.takeDue(now);
+  if (connection) dismiss(*std::move(connection));
+  return connection.has_value();
 }
 
 // A sender whose connection was idle when it was accepted, and which has sent since, may be

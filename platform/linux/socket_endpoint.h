@@ -17,7 +17,9 @@
 namespace platform {
 
 /// The application's own end: a listening socket under the application's name, and a source in the
-/// thread's default main context that takes events off it, one at a time, and never waits.
+/// thread's default main context that takes events off it, one at a time, and never waits. The
+/// source has a priority after drawing and before idle work, and a limited time for each turn of
+/// the main loop.
 class SocketEndpoint {
  public:
   SocketEndpoint(const std::string& identifier, AppleEventTransport::Receiver receiver);
@@ -45,7 +47,7 @@ class SocketEndpoint {
   void listen(bool isListening);
   void takeEvents();
   void reopen();
-  void serveIdle();
+  bool serveIdle(Clock::time_point now);
   void serveEarlierOf(pid_t pid);
   bool acceptOne();
   bool handleAcceptError(int error);
