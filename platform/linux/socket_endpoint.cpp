@@ -66,10 +66,10 @@ ReceiveResult receiveFirstPacket(int socket, Packet& packet) {
   return result;
 }
 
-AppleEventDescriptor addressDescriptor(pid_t pid, const Packet& packet) {
-  const auto psn = serialNumberForPeer(pid, packet.executable.get(), packet.token);
-  if (!psn) return {};
-  return {typeProcessSerialNumber, std::string(reinterpret_cast<const char*>(&*psn), sizeof *psn)};
+AppleEventDescriptor addressDescriptor(const PeerIdentity& sender) {
+  if (sender.kind != PeerKind::kApplication) return {};
+  const ProcessSerialNumber& psn = sender.psn;
+  return {typeProcessSerialNumber, std::string(reinterpret_cast<const char*>(&psn), sizeof psn)};
 }
 
 }  // namespace
@@ -260,8 +260,13 @@ bool SocketEndpoint::serve(int socket, pid_t pid, bool isNew) {
 }
 
 void SocketEndpoint::handle(int socket, pid_t pid, Packet packet) {
+  const PeerIdentity sender = identityOfPeer(pid, socket, packet.executable.get(), packet.token);
+  if (sender.kind == PeerKind::kUnknown && packet.kind == PacketKind::kEventWantingReply) {
+    sendPacket(socket, PacketKind::kReply, errAEEventNotPermitted, {}, -1);
+    return;
+  }
   // Whatever the message says of its sender is overwritten.
-  packet.descriptor.setAttributeDescriptor(addressDescriptor(pid, packet), keyAddressAttr);
+  packet.descriptor.setAttributeDescriptor(addressDescriptor(sender), keyAddressAttr);
   AppleEventDescriptor reply = AppleEventDescriptor::appleEvent(fourCharCode("aevt"), kAnswer, {},
                                                                 packet.descriptor.returnID(),
                                                                 packet.descriptor.transactionID());
