@@ -17,6 +17,7 @@
 #include "platform/linux/event_packet.h"
 #include "platform/linux/launch_record.h"
 #include "platform/linux/peer_identity.h"
+#include "platform/linux/peer_process.h"
 #include "platform/linux/process_token.h"
 #include "platform/linux/runtime_folder.h"
 #include "platform/linux/scoped_fd.h"
@@ -39,9 +40,12 @@ constexpr std::size_t kMaximumFileNames = 256;
 
 constexpr std::size_t kMaximumIntroductions = 256;
 
-// After this the process introduces itself again: a receiver forgets those who called long ago, and
-// another process may have got the receiver's ID by then.
-constexpr std::chrono::minutes kIntroductionValidity{1};
+// After this the process introduces itself again. So few others can introduce themselves to the
+// receiver meanwhile that it still remembers this process, even one that remembers 256 only.
+constexpr std::chrono::seconds kIntroductionValidity{1};
+
+// How long the process counts on being remembered where it cannot introduce itself again.
+constexpr std::chrono::minutes kLongestIntroduction{1};
 
 /// The end of a wait; never, where there is no limit.
 class Deadline {
@@ -66,8 +70,6 @@ class Deadline {
   std::optional<Clock::time_point> end_;
 };
 
-bool processExists(pid_t pid) { return pid <= 0 || kill(pid, 0) == 0 || errno != ESRCH; }
-
 OSErr statusOfConnectError(int error) {
   switch (error) {
     case EACCES:
@@ -81,6 +83,11 @@ OSErr statusOfConnectError(int error) {
     default:
       return procNotFound;
   }
+}
+
+OSErr statusOfOpenError(int error) {
+  const bool isShort = error == EMFILE || error == ENFILE || error == ENOMEM;
+  return isShort ? memFullErr : errAEEventNotPermitted;
 }
 
 /// Waits for room in the target's queue and connects. @return 0 or an errno value.
@@ -99,7 +106,12 @@ int connectWhenThereIsRoom(int socket, const SocketPath& path, const Deadline& d
 /// A connection to a target, with the process that answers at the other end.
 struct Connection {
   ScopedFd socket;
-  pid_t peer = 0;
+  pid_t peer = 0;  ///< 0 where it is in a process-ID namespace that is not seen from here.
+
+  bool peerExists() const {
+    if (peer > 0) return kill(peer, 0) == 0 || errno != ESRCH;
+    return !PeerProcess(peer, socket.get()).hasExited();
+  }
 };
 
 OSErr connectTo(const std::string& fileName, const Deadline& deadline, Connection& connection) {
@@ -120,9 +132,8 @@ OSErr connectTo(const std::string& fileName, const Deadline& deadline, Connectio
   }
   if (peer.uid != geteuid()) return errAEEventNotPermitted;
   // A child that the application forked may hold its socket open after it has ended.
-  if (!processExists(peer.pid)) return procNotFound;
   connection.peer = peer.pid;
-  return noErr;
+  return connection.peerExists() ? noErr : procNotFound;
 }
 
 /// Connects, and waits for an application that this process has only just launched.
@@ -144,7 +155,7 @@ OSErr awaitReply(const Connection& connection, const Deadline& deadline,
     if (wait == milliseconds(0)) return errAETimeout;
     pollfd entry{connection.socket.get(), POLLIN, 0};
     if (poll(&entry, 1, static_cast<int>(wait.count())) <= 0) {
-      if (!processExists(connection.peer)) return connectionInvalid;
+      if (!connection.peerExists()) return connectionInvalid;
       continue;
     }
     Packet packet;
@@ -184,32 +195,42 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
   return awaitReply(connection, deadline, reply);
 }
 
-// A receiver must be able to tell who called, should this process have ended by then: its
-// executable is handed over open. That costs as much as half the rest of a send, so it is done once
-// for each receiver; the events after it bear the token that the receiver has seen with it.
+// A receiver must be able to tell who called, should this process have exited by then, or not be
+// seen by the receiver: its executable is handed over open. That adds half to the cost of a send,
+// so it is done once a second for each receiver; the events after it bear the token that the
+// receiver has seen with it.
 OSErr SocketTransport::sendPacketTo(pid_t target, int socket, bool wantsReply,
                                     const AppleEventDescriptor& event) {
   const PacketKind kind = wantsReply ? PacketKind::kEventWantingReply : PacketKind::kEvent;
   bool isNew = false;
   const std::uint32_t token = processToken(isNew);
   if (isNew) introductions_.clear();
-  if (token != 0 && isIntroducedTo(target)) {
+  if (token != 0 && isIntroducedTo(target, kIntroductionValidity)) {
     return sendPacket(socket, kind, noErr, event, -1, token);
   }
   const ScopedFd executable(::open("/proc/self/exe", O_PATH | O_CLOEXEC));
+  // Without it the event may be thrown away, which no status would tell.
+  if (!executable.isValid()) return statusOfOpenError(errno);
   const OSErr status = sendPacket(socket, kind, noErr, event, executable.get(), token);
-  // So many of the user's descriptors may be on their way that the system takes no more. The event
-  // goes without its sender's executable then, which matters only once the sender has ended.
-  if (status == memFullErr) return sendPacket(socket, kind, noErr, event, -1, token);
-  if (status != noErr || !executable.isValid()) return status;
-  if (introductions_.size() >= kMaximumIntroductions) introductions_.clear();
-  introductions_[target] = Clock::now();
+  // So many of the user's descriptors may be on their way that the system takes no more.
+  if (status == errAETimeout && token != 0 && isIntroducedTo(target, kLongestIntroduction)) {
+    return sendPacket(socket, kind, noErr, event, -1, token);
+  }
+  if (status == noErr) noteIntroduction(target);
   return status;
 }
 
-bool SocketTransport::isIntroducedTo(pid_t target) const {
+// Receivers in process-ID namespaces that are not seen from here all have the ID 0, so that none of
+// them is known to remember this process.
+void SocketTransport::noteIntroduction(pid_t target) {
+  if (target <= 0) return;
+  if (introductions_.size() >= kMaximumIntroductions) introductions_.clear();
+  introductions_[target] = Clock::now();
+}
+
+bool SocketTransport::isIntroducedTo(pid_t target, std::chrono::seconds validity) const {
   const auto found = introductions_.find(target);
-  return found != introductions_.end() && Clock::now() - found->second < kIntroductionValidity;
+  return found != introductions_.end() && Clock::now() - found->second < validity;
 }
 
 // The process's own main loop cannot answer while it waits here.

@@ -37,7 +37,8 @@ class SocketTransport : public AppleEventTransport {
 
  private:
   OSErr sendPacketTo(pid_t target, int socket, bool wantsReply, const AppleEventDescriptor& event);
-  bool isIntroducedTo(pid_t target) const;
+  void noteIntroduction(pid_t target);
+  bool isIntroducedTo(pid_t target, std::chrono::seconds validity) const;
   OSErr sendToSelf(const AppleEventDescriptor& event, AppleEventDescriptor& reply);
   const std::string& fileNameFor(const std::string& identifier);
 
@@ -46,7 +47,7 @@ class SocketTransport : public AppleEventTransport {
   std::uint64_t lastRecipient_ = 0;
   /// File names of the targets addressed so far, so that not every send computes a digest.
   std::unordered_map<std::string, std::string> fileNames_;
-  /// When each target was last told what this process is.
+  /// When this process last handed its executable to each target.
   std::unordered_map<pid_t, std::chrono::steady_clock::time_point> introductions_;
 };
 
