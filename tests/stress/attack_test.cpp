@@ -257,6 +257,12 @@ TEST_F(Attack, OversizedLengthsAreRefusedWithoutMemoryForThem) {
        {0x7fffffffU, 0x80000000U, 0xfffffff8U, 0xffffffffU, 100U, 6U, 4U}) {
     const std::string wrong = raw::descriptor(platform::typeUTF8Text, "short", length);
     EXPECT_TRUE(sendRaw(notePacket("wrong length of a text", {extra(wrong)}))) << length;
+    // More follows, which a reader that goes by the length would look for far behind it.
+    const std::string first = raw::event(
+        kTarget, kCallID,
+        {extra(wrong),
+         {platform::keyDirectObject, raw::callList("Echo", "note:", "wrong length before")}});
+    EXPECT_TRUE(sendRaw(raw::packet({}, first))) << length;
     std::string event = noteEvent("wrong length of the event");
     event.replace(4, 4, raw::bytesOf(length));
     EXPECT_TRUE(sendRaw(raw::packet({}, event))) << length;
@@ -309,6 +315,19 @@ TEST_F(Attack, CountsThatLieAreRefusedWithoutMemoryForThem) {
     EXPECT_TRUE(sendRaw(raw::packet({}, event))) << count;
   }
   expectUnharmed(target, "control\n");
+}
+
+TEST_F(Attack, CountsThatLieInASmallEventReserveNoMemory) {
+  const ChildProcess target = launch();
+  const long before = stress::statusOf(target.pid(), "VmPeak");
+  // As many as one event may hold, in a list of a few bytes.
+  const auto count = static_cast<std::uint32_t>(platform::kMaximumDescriptors) / 2;
+  std::string lists = raw::text("item");
+  for (int level = 0; level < kDeepestLists; ++level) lists = raw::list(count, lists);
+  EXPECT_TRUE(sendRaw(notePacket("control", {extra(raw::list(1, raw::text("item")))})));
+  EXPECT_TRUE(sendRaw(notePacket("wrong counts", {extra(lists)})));
+  expectUnharmed(target, "control\n");
+  EXPECT_LE(stress::statusOf(target.pid(), "VmPeak") - before, 4 << 10);
 }
 
 // Each list says that it holds as many items as its bytes could, and only the innermost is short.
