@@ -176,37 +176,37 @@ std::optional<AppleEventDescriptor> readMemoryFile(int fd, std::uint64_t size) {
   return unflatten({mapping.data(), size});
 }
 
-ReceiveResult decode(const char* bytes, std::size_t size, ReceivedDescriptors& descriptors,
-                     Packet& packet) {
+ReceiveResult readEnvelope(std::string_view bytes, ReceivedDescriptors& descriptors,
+                           Envelope& envelope) {
   Header header{};
-  if (size < sizeof header) return ReceiveResult::kMalformed;
-  std::memcpy(&header, bytes, sizeof header);
+  if (bytes.size() < sizeof header) return ReceiveResult::kMalformed;
+  std::memcpy(&header, bytes.data(), sizeof header);
   if (header.magic != kMagic || header.version != kVersion || header.kind < 1 || header.kind > 3 ||
       header.bodySize > kMaximumFlattenedSize) {
     return ReceiveResult::kMalformed;
   }
-  packet.kind = static_cast<PacketKind>(header.kind);
-  packet.status = header.status;
-  packet.token = header.token;
+  envelope.kind = static_cast<PacketKind>(header.kind);
+  envelope.status = header.status;
+  envelope.token = header.token;
+  envelope.bodySize = header.bodySize;
+  envelope.shortBody = bytes.substr(sizeof header);
   // The sender's executable goes first, where it was handed over; the body's file last.
-  const bool isBodyInFile = size == sizeof header && header.bodySize != 0;
+  const bool isBodyInFile = envelope.shortBody.empty() && header.bodySize != 0;
   const std::size_t filesOfBody = isBodyInFile ? 1 : 0;
-  if (packet.kind != PacketKind::kReply && descriptors.count > filesOfBody) {
-    packet.executable = std::move(descriptors.all.front());
-  }
-  if (packet.kind == PacketKind::kReply && packet.status != noErr) return ReceiveResult::kPacket;
-  std::optional<AppleEventDescriptor> body;
   if (isBodyInFile && descriptors.count > 0) {
-    body = readMemoryFile(descriptors.all[descriptors.count - 1].get(), header.bodySize);
-  } else if (header.bodySize == size - sizeof header) {
-    body = unflatten({bytes + sizeof header, size - sizeof header});
+    envelope.longBody = std::move(descriptors.all[descriptors.count - 1]);
   }
-  if (!body || body->descriptorType() != typeAppleEvent) return ReceiveResult::kMalformed;
-  packet.descriptor = std::move(*body);
-  return ReceiveResult::kPacket;
+  if (envelope.kind != PacketKind::kReply && descriptors.count > filesOfBody) {
+    envelope.executable = std::move(descriptors.all.front());
+  }
+  if (envelope.kind == PacketKind::kReply && envelope.status != noErr) {
+    return ReceiveResult::kPacket;
+  }
+  const bool isWhole = envelope.longBody.isValid() || header.bodySize == envelope.shortBody.size();
+  return isWhole ? ReceiveResult::kPacket : ReceiveResult::kMalformed;
 }
 
-ReceiveResult receiveNext(int socket, Packet& packet) {
+ReceiveResult receiveNext(int socket, Envelope& envelope) {
   // One buffer for the process: packets are taken one at a time, and it is large for a stack.
   static auto* const buffer = new std::array<char, kMaximumPacketSize>;
   DescriptorMessage control;
@@ -228,7 +228,7 @@ ReceiveResult receiveNext(int socket, Packet& packet) {
   descriptors.takeFrom(message);
   if (size == 0) return ReceiveResult::kClosed;
   if ((message.msg_flags & MSG_TRUNC) != 0) return ReceiveResult::kMalformed;
-  return decode(buffer->data(), static_cast<std::size_t>(size), descriptors, packet);
+  return readEnvelope({buffer->data(), static_cast<std::size_t>(size)}, descriptors, envelope);
 }
 
 }  // namespace
@@ -261,12 +261,35 @@ OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDesc
   return sendWithFile(socket, header, body.pieces(), executable);
 }
 
-ReceiveResult receivePacket(int socket, Packet& packet) {
+ReceiveResult receiveEnvelope(int socket, Envelope& envelope) {
   // The kernel looks for a packet first and for the end of the connection then. Of a peer that
   // sends and closes between the two it reports the end, and still has the packet: an end counts
   // only when it is reported again.
-  ReceiveResult result = receiveNext(socket, packet);
-  if (result == ReceiveResult::kClosed) result = receiveNext(socket, packet);
+  ReceiveResult result = receiveNext(socket, envelope);
+  if (result == ReceiveResult::kClosed) result = receiveNext(socket, envelope);
+  return result;
+}
+
+std::optional<AppleEventDescriptor> decodeBody(const Envelope& envelope) {
+  auto body = envelope.longBody.isValid()
+                  ? readMemoryFile(envelope.longBody.get(), envelope.bodySize)
+                  : unflatten(envelope.shortBody);
+  if (!body || body->descriptorType() != typeAppleEvent) return std::nullopt;
+  return body;
+}
+
+ReceiveResult receivePacket(int socket, Packet& packet) {
+  Envelope envelope;
+  const ReceiveResult result = receiveEnvelope(socket, envelope);
+  if (result != ReceiveResult::kPacket) return result;
+  packet.kind = envelope.kind;
+  packet.status = envelope.status;
+  packet.executable = std::move(envelope.executable);
+  packet.token = envelope.token;
+  if (packet.kind == PacketKind::kReply && packet.status != noErr) return result;
+  auto body = decodeBody(envelope);
+  if (!body) return ReceiveResult::kMalformed;
+  packet.descriptor = std::move(*body);
   return result;
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/apple_event.h"
 #include "platform/linux/scoped_fd.h"
@@ -39,9 +40,27 @@ struct Packet {
 OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDescriptor& descriptor,
                  int executable, std::uint32_t token = 0);
 
+/// A packet whose body has not been looked at: its receiver decides first whether it serves the
+/// sender.
+struct Envelope {
+  PacketKind kind = PacketKind::kEvent;
+  OSErr status = noErr;        ///< Of a reply.
+  ScopedFd executable;         ///< The sender's own executable, where it was handed over.
+  std::uint32_t token = 0;     ///< The sender's `processToken`, 0 for none.
+  std::size_t bodySize = 0;    ///< As the sender says.
+  std::string_view shortBody;  ///< A body in the packet; gone with the next one that is received.
+  ScopedFd longBody;           ///< The memory file of a body that is not in the packet.
+};
+
 enum class ReceiveResult { kPacket, kNothingYet, kClosed, kMalformed };
 
-/// Takes one packet off the socket, without waiting.
+/// Takes one packet off the socket, without waiting and without reading its body.
+ReceiveResult receiveEnvelope(int socket, Envelope& envelope);
+
+/// The event or reply that the envelope holds; nothing where it is malformed.
+std::optional<AppleEventDescriptor> decodeBody(const Envelope& envelope);
+
+/// Takes one packet off the socket, without waiting, and decodes its body.
 ReceiveResult receivePacket(int socket, Packet& packet);
 
 }  // namespace platform

@@ -7,7 +7,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <cstdint>
+#include <optional>
 #include <utility>
 
 #include "platform/linux/check_in.h"
@@ -55,21 +56,31 @@ gint64 microseconds(std::chrono::steady_clock::time_point time) {
 
 // A sender sends as soon as it is connected, so that its packet is there or about to be. To go
 // round the main loop for it would cost both of them another wake-up.
-ReceiveResult receiveFirstPacket(int socket, Packet& packet) {
-  ReceiveResult result = receivePacket(socket, packet);
+ReceiveResult receiveFirstEnvelope(int socket, Envelope& envelope) {
+  ReceiveResult result = receiveEnvelope(socket, envelope);
   if (result != ReceiveResult::kNothingYet) return result;
   const auto end = std::chrono::steady_clock::now() + kFirstPacketWait;
   do {
     sched_yield();
-    result = receivePacket(socket, packet);
+    result = receiveEnvelope(socket, envelope);
   } while (result == ReceiveResult::kNothingYet && std::chrono::steady_clock::now() < end);
   return result;
 }
 
-AppleEventDescriptor addressDescriptor(const PeerIdentity& sender) {
-  if (sender.kind != PeerKind::kApplication) return {};
-  const ProcessSerialNumber& psn = sender.psn;
-  return {typeProcessSerialNumber, std::string(reinterpret_cast<const char*>(&psn), sizeof psn)};
+// Calls are served by the bundle identifier of their caller.
+bool isServed(const PeerIdentity& caller) {
+  return caller.kind == PeerKind::kApplication && bundleIdentifierOfProcess(caller.psn);
+}
+
+AppleEventDescriptor answerTo(std::int16_t returnID, std::int32_t transactionID) {
+  return AppleEventDescriptor::appleEvent(fourCharCode("aevt"), kAnswer, {}, returnID,
+                                          transactionID);
+}
+
+void sendReply(int socket, OSErr status, const AppleEventDescriptor& reply) {
+  if (sendPacket(socket, PacketKind::kReply, status, reply, -1) != noErr) {
+    sendPacket(socket, PacketKind::kReply, memFullErr, {}, -1);
+  }
 }
 
 }  // namespace
@@ -160,10 +171,19 @@ void SocketEndpoint::takeEvents() {
   auto now = Clock::now();
   if (now - lastVerified_ >= kIdleVerifyInterval) verify();
   for (const auto end = now + kTurnLimit; *isAlive && now < end; now = Clock::now()) {
-    if (serveIdle(now) || (*isAlive && acceptOne())) continue;
+    if (serveNext(now)) continue;
     if (*isAlive && mustReopen_ && !isPaused_) reopen();
     return;
   }
+}
+
+/// @return whether to look for another event at once.
+bool SocketEndpoint::serveNext(Clock::time_point now) {
+  const auto isAlive = isAlive_;
+  if (serveAccepted(now) || (*isAlive && acceptOne())) return true;
+  if (!*isAlive || postponed_.isEmpty()) return false;
+  servePostponed(postponed_.takeFirst(), Budget::kIgnored);
+  return true;
 }
 
 void SocketEndpoint::reopen() {
@@ -174,8 +194,12 @@ void SocketEndpoint::reopen() {
   open();
 }
 
-/// @return whether one of the idle connections was due.
-bool SocketEndpoint::serveIdle(Clock::time_point now) {
+/// @return whether one of the connections that were accepted before was due.
+bool SocketEndpoint::serveAccepted(Clock::time_point now) {
+  if (auto event = postponed_.takeAffordable(now)) {
+    servePostponed(*std::move(event), Budget::kApplies);
+    return true;
+  }
   auto connection = idle_.takeDue(now);
   if (connection) dismiss(*std::move(connection));
   return connection.has_value();
@@ -186,9 +210,9 @@ bool SocketEndpoint::serveIdle(Clock::time_point now) {
 void SocketEndpoint::serveEarlierOf(pid_t pid) {
   const auto isAlive = isAlive_;
   while (*isAlive) {
-    const auto connection = idle_.takeReadableOf(pid);
+    auto connection = idle_.takeReadableOf(pid);
     if (!connection) return;
-    serve(connection->socket.get(), pid, false);
+    serve(*connection, FirstWait::kNone);
   }
 }
 
@@ -196,7 +220,7 @@ void SocketEndpoint::serveEarlierOf(pid_t pid) {
 // refused on its own side. The endpoint may be gone after this.
 void SocketEndpoint::dismiss(PeerConnection connection) {
   shutdown(connection.socket.get(), SHUT_RD);
-  serve(connection.socket.get(), connection.pid, false);
+  serve(connection, FirstWait::kNone);
 }
 
 void SocketEndpoint::keepIdle(PeerConnection connection) {
@@ -208,19 +232,22 @@ void SocketEndpoint::keepIdle(PeerConnection connection) {
 /// @return whether another connection may be waiting.
 bool SocketEndpoint::acceptOne() {
   if (!listener_.isValid() || isPaused_) return false;
-  ScopedFd socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
-  if (!socket.isValid()) return handleAcceptError(errno);
+  PeerConnection connection{ScopedFd(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC)), 0};
+  const int socket = connection.socket.get();
+  if (socket < 0) return handleAcceptError(errno);
   ucred peer{};
   socklen_t size = sizeof peer;
-  if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return true;
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return true;
   if (peer.uid != geteuid()) return true;
+  connection.pid = peer.pid;
   const auto isAlive = isAlive_;
   serveEarlierOf(peer.pid);
   if (!*isAlive) return false;
   // Skip the wait when many connections are idle; each wait costs a context switch.
-  const bool isServed = serve(socket.get(), peer.pid, idle_.size() < kFewIdleConnections);
+  const bool isServed =
+      serve(connection, idle_.size() < kFewIdleConnections ? FirstWait::kShort : FirstWait::kNone);
   if (!*isAlive) return false;
-  if (!isServed) keepIdle({std::move(socket), peer.pid});
+  if (!isServed) keepIdle(std::move(connection));
   return *isAlive;
 }
 
@@ -228,8 +255,12 @@ bool SocketEndpoint::acceptOne() {
 bool SocketEndpoint::handleAcceptError(int error) {
   if (error == EINTR || error == ECONNABORTED) return true;
   if (error == EAGAIN || error == EWOULDBLOCK) return false;
+  const auto isAlive = isAlive_;
+  if (!postponed_.isEmpty()) {
+    servePostponed(postponed_.takeFirst(), Budget::kIgnored);
+    return *isAlive;
+  }
   if (!idle_.isEmpty()) {
-    const auto isAlive = isAlive_;
     dismiss(idle_.takeOldest());
     return *isAlive;
   }
@@ -247,34 +278,79 @@ void SocketEndpoint::resumeAccepting() {
   if (listenerTag_ != nullptr) g_source_modify_unix_fd(source_.get(), listenerTag_, G_IO_IN);
 }
 
-/// @return false when the peer has not said anything yet.
-bool SocketEndpoint::serve(int socket, pid_t pid, bool isNew) {
-  Packet packet;
-  const ReceiveResult result =
-      isNew ? receiveFirstPacket(socket, packet) : receivePacket(socket, packet);
+/// Serves the event on `connection`, or postpones it and takes the connection over.
+/// @return false when nothing has been received on it yet.
+bool SocketEndpoint::serve(PeerConnection& connection, FirstWait wait) {
+  if (!postponed_.isEmpty() && postponed_.contains(connection.pid)) {
+    postpone({std::move(connection), std::nullopt, {}});
+    return true;
+  }
+  return serveUnread(connection, wait, Budget::kApplies);
+}
+
+bool SocketEndpoint::serveUnread(PeerConnection& connection, FirstWait wait, Budget budget) {
+  const int socket = connection.socket.get();
+  Envelope envelope;
+  const ReceiveResult result = wait == FirstWait::kShort ? receiveFirstEnvelope(socket, envelope)
+                                                         : receiveEnvelope(socket, envelope);
   if (result == ReceiveResult::kNothingYet) return false;
-  if (result == ReceiveResult::kPacket && packet.kind != PacketKind::kReply) {
-    handle(socket, pid, std::move(packet));
+  if (result != ReceiveResult::kPacket || envelope.kind == PacketKind::kReply) return true;
+  const PeerIdentity caller =
+      identityOfPeer(connection.pid, socket, envelope.executable.get(), envelope.token);
+  if (!isServed(caller)) {
+    refuse(socket, envelope, caller.kind);
+  } else if (!envelope.longBody.isValid() || budget == Budget::kIgnored ||
+             postponed_.canAfford(connection.pid, envelope.bodySize, Clock::now())) {
+    handle(connection, envelope, caller.psn);
+  } else {
+    postpone({std::move(connection), std::move(envelope), caller.psn});
   }
   return true;
 }
 
-void SocketEndpoint::handle(int socket, pid_t pid, Packet packet) {
-  const PeerIdentity sender = identityOfPeer(pid, socket, packet.executable.get(), packet.token);
-  if (sender.kind == PeerKind::kUnknown && packet.kind == PacketKind::kEventWantingReply) {
-    sendPacket(socket, PacketKind::kReply, errAEEventNotPermitted, {}, -1);
+void SocketEndpoint::postpone(PostponedEvent event) {
+  const auto isAlive = isAlive_;
+  if (postponed_.isFull()) servePostponed(postponed_.takeFirst(), Budget::kIgnored);
+  if (*isAlive) postponed_.add(std::move(event));
+}
+
+void SocketEndpoint::servePostponed(PostponedEvent event, Budget budget) {
+  if (event.envelope) {
+    handle(event.connection, *event.envelope, event.sender);
     return;
   }
-  // Whatever the message says of its sender is overwritten.
-  packet.descriptor.setAttributeDescriptor(addressDescriptor(sender), keyAddressAttr);
-  AppleEventDescriptor reply = AppleEventDescriptor::appleEvent(fourCharCode("aevt"), kAnswer, {},
-                                                                packet.descriptor.returnID(),
-                                                                packet.descriptor.transactionID());
+  const auto isAlive = isAlive_;
+  if (!serveUnread(event.connection, FirstWait::kNone, budget) && *isAlive) {
+    keepIdle(std::move(event.connection));
+  }
+}
+
+// The handler of calls serves no caller without identity: its result is nil. So the body of such an
+// event, which may be large, is not decoded.
+void SocketEndpoint::refuse(int socket, const Envelope& envelope, PeerKind caller) {
+  constexpr std::int16_t kNoReturnID = -1;
+  if (envelope.kind != PacketKind::kEventWantingReply) return;
+  const OSErr status = caller == PeerKind::kUnknown ? errAEEventNotPermitted : noErr;
+  sendReply(socket, status, answerTo(kNoReturnID, 0));
+}
+
+void SocketEndpoint::handle(const PeerConnection& connection, const Envelope& envelope,
+                            const ProcessSerialNumber& caller) {
+  auto event = decodeBody(envelope);
+  if (!event) return;
+  // The sender's address in the message is overwritten.
+  event->setAttributeDescriptor(
+      {typeProcessSerialNumber, std::string(reinterpret_cast<const char*>(&caller), sizeof caller)},
+      keyAddressAttr);
+  AppleEventDescriptor reply = answerTo(event->returnID(), event->transactionID());
   const AppleEventTransport::Receiver receiver = receiver_;
-  const OSErr status = receiver(std::move(packet.descriptor), reply);
-  if (packet.kind != PacketKind::kEventWantingReply) return;
-  if (sendPacket(socket, PacketKind::kReply, status, reply, -1) != noErr) {
-    sendPacket(socket, PacketKind::kReply, memFullErr, {}, -1);
+  const auto isAlive = isAlive_;
+  const OSErr status = receiver(*std::move(event), reply);
+  if (*isAlive && envelope.longBody.isValid()) {
+    postponed_.charge(connection.pid, envelope.bodySize, Clock::now());
+  }
+  if (envelope.kind == PacketKind::kEventWantingReply) {
+    sendReply(connection.socket.get(), status, reply);
   }
 }
 
@@ -282,7 +358,7 @@ void SocketEndpoint::scheduleWakeUp() {
   auto time = lastVerified_ + kIdleVerifyInterval;
   if (!idle_.isEmpty()) time = std::min(time, idle_.firstDeadline());
   if (isPaused_) time = std::min(time, Clock::now() + kAcceptPause);
-  const bool isDue = mustReopen_ && !isPaused_;
+  const bool isDue = (mustReopen_ && !isPaused_) || !postponed_.isEmpty();
   g_source_set_ready_time(source_.get(), isDue ? 0 : microseconds(time));
 }
 

@@ -485,7 +485,86 @@ TEST_F(Attack, ReplyOfAHostileApplicationIsRefusedAndTheCallerGoesOn) {
   EXPECT_EQ(application.wait(), 0);
 }
 
-// --- What stands in the place of the endpoint. ---
+// --- Large events. ---
+
+/// The body of a call whose argument makes it nearly as large as an event may be.
+std::string largestCall(std::string_view selector) {
+  const std::string argument(platform::kMaximumFlattenedSize - 1024, 'x');
+  return raw::event(kTarget, kCallID,
+                    {{platform::keyDirectObject, raw::callList("Echo", selector, argument)}});
+}
+
+/// The packet of an event, or of another kind, whose body is in a memory file.
+std::string packetForFile(std::size_t bodySize, std::uint8_t kind = 1) {
+  raw::Header header;
+  header.kind = kind;
+  header.bodySize = static_cast<std::uint32_t>(bodySize);
+  return raw::packet(header);
+}
+
+TEST_F(Attack, BodyOfACallerWithoutIdentityIsNotDecoded) {
+  const ChildProcess target = launch();
+  const std::string program = support::sandbox() + "/no-bundle";
+  fs::copy_file("/bin/sleep", program);
+  const std::string body = largestCall("note:");
+  const ScopedFd file = raw::memoryFile(body, body.size());
+  // Connected by the outsider, so that the credentials are its own.
+  const ScopedFd query(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  target.signal(SIGSTOP);  // so that the events are looked at when the other program runs
+  const ChildProcess outsider = ChildProcess::fork([&] {
+    for (int i = 0; i < 20; ++i) {
+      if (!sendRaw(packetForFile(body.size()), {file.get()})) return 1;
+    }
+    const platform::SocketPath path(platform::fileNameForIdentifier(kTarget));
+    if (connect(query.get(), path.address(), platform::SocketPath::size()) != 0 ||
+        !raw::send(query.get(), packetForFile(body.size(), 2), {file.get()})) {
+      return 1;
+    }
+    return execl(program.c_str(), program.c_str(), "60", nullptr);
+  });
+  const std::string link = "/proc/" + std::to_string(outsider.pid()) + "/exe";
+  ASSERT_TRUE(support::waitUntil([&] { return fs::read_symlink(link) == program; }));
+  target.signal(SIGCONT);
+  // The outcome is that of a call that the target does not serve.
+  platform::Packet reply;
+  platform::ReceiveResult result = platform::ReceiveResult::kNothingYet;
+  EXPECT_TRUE(support::waitUntil([&] {
+    result = platform::receivePacket(query.get(), reply);
+    return result != platform::ReceiveResult::kNothingYet;
+  }));
+  EXPECT_EQ(result, platform::ReceiveResult::kPacket);
+  EXPECT_EQ(reply.kind, PacketKind::kReply);
+  EXPECT_EQ(reply.status, platform::noErr);
+  EXPECT_EQ(reply.descriptor.paramDescriptorForKeyword(platform::keyDirectObject), nullptr);
+  expectUnharmed(target);
+}
+
+TEST_F(Attack, CallerWithManyLargeEventsHoldsUpNoOtherCaller) {
+  const ChildProcess target = launch();
+  const std::string body = largestCall("none:");
+  const ScopedFd file = raw::memoryFile(body, body.size());
+  const std::string mark = support::sandbox() + "/sent";
+  target.signal(SIGSTOP);  // so that all is in the queue at once
+  const ChildProcess flooder = ChildProcess::fork([&] {
+    for (int i = 0; i < 20; ++i) {
+      if (!sendRaw(packetForFile(body.size()), {file.get()})) return 1;
+    }
+    if (!sendRaw(notePacket("flooder"))) return 1;
+    support::writeFile(mark, "");
+    for (;;) ::pause();
+    return 0;
+  });
+  ASSERT_TRUE(support::waitUntil([&] { return fs::exists(mark); }));
+  EXPECT_EQ(send("note:", {"other"}), platform::noErr);
+  target.signal(SIGCONT);
+  // The flooder's events stay in order, and all are carried out.
+  EXPECT_TRUE(support::waitUntil(
+      [] { return ask("notes", {}).value_or("").find("flooder") != std::string::npos; },
+      seconds(60)));
+  EXPECT_EQ(ask("notes", {}), "other\nflooder\n");
+}
+
+// --- In the place of the endpoint. ---
 
 TEST_F(Attack, SymbolicLinkInThePlaceOfTheEndpointIsReplacedAndItsTargetLeftAlone) {
   ASSERT_TRUE(platform::openRuntimeFolder(true).isValid());
