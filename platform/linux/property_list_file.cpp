@@ -34,7 +34,8 @@ bool writeDictionaryToFile(const PropertyListDictionary& dictionary, const std::
 }
 
 bool writeTextToFileAsUTF16(std::string_view text, const std::string& path) {
-  return replaceFile(path, utf16FromUtf8(text)) == 0;
+  const std::string bytes = utf16FromUtf8(text);
+  return bytes.size() <= kMaximumSettingsFileSize && replaceFile(path, bytes) == 0;
 }
 
 }  // namespace platform

@@ -53,10 +53,34 @@ TEST(StringsFile, ReadsAKeyAloneAsItsOwnValue) {
             dictionary({{"a", "a"}, {"b", "b"}, {"c", "d"}}));
 }
 
-TEST(StringsFile, ToleratesAMissingFinalSemicolon) {
-  EXPECT_EQ(propertyListFromBytes("\"a\" = \"b\"; \"c\" = \"d\""),
-            dictionary({{"a", "b"}, {"c", "d"}}));
-  EXPECT_EQ(propertyListFromBytes("{ a = b; c = d }"), dictionary({{"a", "b"}, {"c", "d"}}));
+TEST(StringsFile, IsMalformedWithoutItsLastSemicolon) {
+  EXPECT_EQ(propertyListFromBytes("\"a\" = \"b\"; \"c\" = \"d\""), std::nullopt);
+  EXPECT_EQ(propertyListFromBytes("\"a\" = \"b\"; \"c\""), std::nullopt);
+  EXPECT_EQ(propertyListFromBytes("\"a\" = \"b\" /* open"), std::nullopt);
+  EXPECT_EQ(propertyListFromBytes("{ a = b; c = d }"), std::nullopt);
+}
+
+TEST(StringsFile, KeepsTheEntriesBeforeWhatCutsItOff) {
+  const auto expected = dictionary({{"a", "b"}, {"c", "d"}});
+  const std::string entries = "\"a\" = \"b\"; c = d;";
+  for (const char* end : {"/* open", "\n /*", "// line", "\"", "\"key", "'key", "\"key\\",
+                          "\"key\\\"", "}", " }\n// comment\n", "} /* open"}) {
+    EXPECT_EQ(propertyListFromBytes(entries + end), expected) << end;
+    EXPECT_EQ(propertyListFromBytes(utf16(entries + end, false)), expected) << end;
+  }
+}
+
+TEST(StringsFile, IsMalformedWhereAnEntryIsCutOff) {
+  for (const char* end : {"\"key\" = \"value", "key = /* open", "key /* open", "} key = value;",
+                          "}}", "= value;", ")", "\"key\" = {", "\"key\" = (a"}) {
+    EXPECT_EQ(propertyListFromBytes(std::string("\"a\" = \"b\"; ") + end), std::nullopt) << end;
+  }
+}
+
+TEST(StringsFile, IsStrictAtTheEndWhereItIsAPropertyListProper) {
+  for (const char* end : {"/* open", "\"", "}"}) {
+    EXPECT_EQ(propertyListFromBytes(std::string("{ a = b; } ") + end), std::nullopt) << end;
+  }
 }
 
 TEST(StringsFile, ReadsEscapes) {
@@ -100,17 +124,33 @@ TEST(StringsFile, MayBeAPropertyListOfAnyKind) {
 }
 
 TEST(StringsFile, OfNothingButBlanksAndCommentsIsAnEmptyTable) {
-  for (const char* text : {"", " \n\t", "/* only a comment */", "// one more\n", "\xEF\xBB\xBF"}) {
+  for (const char* text :
+       {" \n\t", "/* only a comment */", "// one more\n", "\xEF\xBB\xBF", "\xFF\xFE", "/* open"}) {
     EXPECT_EQ(propertyListFromBytes(text), dictionary({})) << text;
   }
 }
 
 TEST(StringsFile, IsRefusedWhenMalformed) {
-  for (const char* text :
-       {"\"a\" = \"b", "\"a\" = ;", "\"a\" = \"b\" \"c\" = \"d\";", "\"a\" \"b\";", "= b;",
-        "/* open", "\"a\" = \"b\"; }", "\"a\" = \"b\\", "{ a = b;", "( a, b", "<0g>", "<012>",
-        "<01", "\"a\" = (b;);", "\"a\" = {b = c;;};", "a = b; c", "\"\xFF\" = \"b\";", "\x01",
-        "key = v\xC3\xA9;"}) {
+  for (const char* text : {"",
+                           "\"a",
+                           "}",
+                           "\"a\" = \"b",
+                           "\"a\" = ;",
+                           "\"a\" = \"b\" \"c\" = \"d\";",
+                           "\"a\" \"b\";",
+                           "= b;",
+                           "\"a\" = \"b\\",
+                           "{ a = b;",
+                           "( a, b",
+                           "<0g>",
+                           "<012>",
+                           "<01",
+                           "\"a\" = (b;);",
+                           "\"a\" = {b = c;;};",
+                           "a = b; c",
+                           "\"\xFF\" = \"b\";",
+                           "\x01",
+                           "key = v\xC3\xA9;"}) {
     EXPECT_EQ(propertyListFromBytes(text), std::nullopt) << text;
   }
 }
@@ -151,6 +191,28 @@ TEST(StringsFile, IsWrittenAsItIsRead) {
       {"table", PropertyListDictionary{{"x", "y"}, {"z", PropertyListDictionary{}}}}};
   const std::string text = descriptionInStringsFileFormat(table);
   EXPECT_EQ(propertyListFromBytes(text), PropertyListValue(table)) << text;
+}
+
+TEST(StringsFile, KeepsWhateverItsStringsHoldInUtf16) {
+  PropertyListDictionary table = {{"\xFF\xC3", "/home/\xFF/\xED\xA0\x80\xEF\xBF\xBF"},
+                                  {"\xF0\x9F\x98\x80\xF0", std::string("\0\x01\x1F"
+                                                                       "7\xEF\xBF\xBD",
+                                                                       7)}};
+  for (int c = 0; c < 256; ++c) {
+    table.emplace("key " + std::string(1, static_cast<char>(c)),
+                  std::string(2, static_cast<char>(c)));
+  }
+  const std::string path = support::sandbox() + "/Bytes.strings";
+  ASSERT_TRUE(writeTextToFileAsUTF16(descriptionInStringsFileFormat(table), path));
+  EXPECT_EQ(dictionaryWithContentsOfFile(path), table);
+  EXPECT_EQ(valueOf("\"\\UDCFF\\UDC80\""), PropertyListValue("\xFF\x80"));
+}
+
+TEST(StringsFile, IsNotWrittenTooLargeToBeReadAgain) {
+  const std::string path = support::sandbox() + "/Large.strings";
+  ASSERT_TRUE(writeTextToFileAsUTF16("\"a\" = \"b\";", path));
+  EXPECT_FALSE(writeTextToFileAsUTF16(std::string(std::size_t{9} << 20U, ' '), path));
+  EXPECT_EQ(dictionaryWithContentsOfFile(path), (PropertyListDictionary{{"a", "b"}}));
 }
 
 TEST(StringsFile, IsWrittenAsOneLineForEachEntry) {

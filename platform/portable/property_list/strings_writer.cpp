@@ -7,7 +7,9 @@
 #include <utility>
 #include <variant>
 
+#include "platform/portable/property_list/unicode.h"
 #include "platform/property_list.h"
+#include "platform/text.h"
 
 namespace platform {
 namespace {
@@ -40,7 +42,7 @@ class TextWriter {
   void append(PropertyListUID value) { append(value.value); }
   void append(const std::string& text) {
     out_ += '"';
-    for (const char c : text) appendEscaped(c);
+    for (std::string_view rest = text; !rest.empty();) appendCharacter(rest);
     out_ += '"';
   }
   void append(const PropertyListValue::Data& data) {
@@ -69,25 +71,32 @@ class TextWriter {
     std::visit([this](const auto& held) { append(held); }, value.variant());
   }
 
-  void appendEscaped(char c) {
-    switch (c) {
-      case '"':
-      case '\\':
-        out_ += '\\';
-        out_ += c;
-        break;
-      case '\n':
-        out_ += "\\n";
-        break;
-      case '\r':
-        out_ += "\\r";
-        break;
-      case '\0':
-        out_ += "\\000";
-        break;
-      default:
-        out_ += c;
+  // Takes one character off `text`. A byte that is no UTF-8 is escaped as a low surrogate, which no
+  // text holds alone.
+  void appendCharacter(std::string_view& text) {
+    const std::string_view before = text;
+    const char32_t character = takeCharacter(text);
+    const std::string_view taken = before.substr(0, before.size() - text.size());
+    if (character == kReplacementCharacter && taken.size() == 1) {
+      appendNumber("\\U", kFirstByteSurrogate + static_cast<unsigned char>(taken[0]), 16);
+    } else if (character == '\n') {
+      out_ += "\\n";
+    } else if (character == '\r') {
+      out_ += "\\r";
+    } else if (character < 0x20 && character != '\t') {
+      appendNumber(character < 8 ? "\\00" : "\\0", character, 8);
+    } else {
+      if (character == '"' || character == '\\') out_ += '\\';
+      out_ += taken;
     }
+  }
+
+  void appendNumber(std::string_view prefix, char32_t number, int base) {
+    std::array<char, 8> digits;
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(),
+                                   static_cast<unsigned>(number), base)
+                         .ptr;
+    out_.append(prefix).append(digits.data(), end);
   }
 
   std::string out_;

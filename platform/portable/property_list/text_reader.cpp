@@ -1,7 +1,5 @@
 #include "platform/portable/property_list/text_reader.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -29,6 +27,17 @@ constexpr std::array<char16_t, 128> kOctalEscapeCharacters = {
     0x00F2, 0x00F3, 0x00F4, 0x00F5, 0x00F6, 0x00E6, 0x00F9, 0x00FA, 0x00FB, 0x0131, 0x00FC, 0x00FD,
     0x0142, 0x00F8, 0x0153, 0x00DF, 0x00FE, 0x00FF, 0xFFFD, 0xFFFD};
 
+constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+constexpr bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+// The value of a hexadecimal digit; -1 for any other character.
+constexpr int hexadecimalValue(char c) {
+  if (isDigit(c)) return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+}
+
 class Parser {
  public:
   explicit Parser(std::string_view text) : rest_(text) {}
@@ -40,10 +49,15 @@ class Parser {
     return result;
   }
 
-  /// The inside of a dictionary, up to the end of the text.
+  /// The inside of a dictionary, up to the end of the text or to what cuts it off there.
   std::optional<PropertyListValue> stringsTable() {
     PropertyListDictionary dictionary;
-    if (!entries(dictionary, 1) || !rest_.empty()) return std::nullopt;
+    while (skipBlanks() && !rest_.empty()) {
+      Parser before = *this;
+      if (entry(dictionary, 1)) continue;
+      if (dictionary.empty() || !before.isCutOff()) return std::nullopt;
+      break;
+    }
     return PropertyListValue(std::move(dictionary));
   }
 
@@ -64,6 +78,13 @@ class Parser {
     }
   }
 
+  // Whether there is no entry here but a brace with nothing behind it, or a key without end.
+  bool isCutOff() {
+    if (take('}')) return !skipBlanks() || rest_.empty();
+    const bool isQuoted = rest_.starts_with('"') || rest_.starts_with('\'');
+    return isQuoted && !string();
+  }
+
   bool take(char c) {
     if (!skipBlanks() || !rest_.starts_with(c)) return false;
     rest_.remove_prefix(1);
@@ -72,11 +93,7 @@ class Parser {
 
   std::optional<PropertyListValue> value(int depth) {
     if (depth > kMaximumPropertyListNesting) return std::nullopt;
-    if (take('{')) {
-      PropertyListDictionary dictionary;
-      if (!entries(dictionary, depth + 1) || !take('}')) return std::nullopt;
-      return PropertyListValue(std::move(dictionary));
-    }
+    if (take('{')) return dictionary(depth + 1);
     if (take('(')) return array(depth + 1);
     if (take('<')) return data();
     auto text = string();
@@ -97,25 +114,27 @@ class Parser {
     return PropertyListValue(std::move(items));
   }
 
-  // Entries up to a closing brace or the end. "key;" is short for "key = key;", and the last
-  // entry's semicolon may be missing.
-  bool entries(PropertyListDictionary& dictionary, int depth) {
-    for (;;) {
-      if (!skipBlanks()) return false;
-      if (rest_.empty() || rest_.front() == '}') return true;
-      auto key = string();
-      if (!key) return false;
-      if (take('=')) {
-        auto held = value(depth);
-        if (!held || !skipBlanks()) return false;
-        dictionary.insert_or_assign(std::move(*key), std::move(*held));
-        if (!take(';') && !rest_.empty() && rest_.front() != '}') return false;
-      } else {
-        if (!take(';')) return false;
-        PropertyListValue held(*key);
-        dictionary.insert_or_assign(std::move(*key), std::move(held));
-      }
+  std::optional<PropertyListValue> dictionary(int depth) {
+    PropertyListDictionary entries;
+    while (!take('}')) {
+      if (!entry(entries, depth)) return std::nullopt;
     }
+    return PropertyListValue(std::move(entries));
+  }
+
+  // "key = value;", or "key;", which is short for "key = key;".
+  bool entry(PropertyListDictionary& dictionary, int depth) {
+    auto key = string();
+    if (!key) return false;
+    PropertyListValue held(*key);
+    if (take('=')) {
+      auto given = value(depth);
+      if (!given) return false;
+      held = std::move(*given);
+    }
+    if (!take(';')) return false;
+    dictionary.insert_or_assign(std::move(*key), std::move(held));
+    return true;
   }
 
   std::optional<PropertyListValue> data() {
@@ -123,7 +142,7 @@ class Parser {
     int high = -1;
     while (!take('>')) {
       if (rest_.empty()) return std::nullopt;
-      const int digit = g_ascii_xdigit_value(rest_.front());
+      const int digit = hexadecimalValue(rest_.front());
       if (digit < 0) return std::nullopt;
       rest_.remove_prefix(1);
       if (high >= 0) bytes.push_back(static_cast<std::byte>(high * 16 + digit));
@@ -137,7 +156,8 @@ class Parser {
     if (take('"')) return quoted('"');
     if (take('\'')) return quoted('\'');
     const auto isWordCharacter = [](char c) {
-      return g_ascii_isalnum(c) || std::string_view("_$/:.-").find(c) != std::string_view::npos;
+      return isLetter(c) || isDigit(c) ||
+             std::string_view("_$/:.-").find(c) != std::string_view::npos;
     };
     const auto end = std::find_if_not(rest_.begin(), rest_.end(), isWordCharacter);
     const auto length = static_cast<std::size_t>(end - rest_.begin());
@@ -172,8 +192,13 @@ class Parser {
       return;
     }
     rest_.remove_prefix(1);
-    if (c == 'U' && !rest_.empty() && g_ascii_isxdigit(rest_.front())) {
-      appendUtf8(text, escapedCharacter());
+    if (c == 'U' && !rest_.empty() && hexadecimalValue(rest_.front()) >= 0) {
+      const char32_t character = escapedCharacter();
+      if (isByteSurrogate(character)) {
+        text += static_cast<char>(character - kFirstByteSurrogate);
+      } else {
+        appendUtf8(text, character);
+      }
       return;
     }
     constexpr std::string_view kLetters = "abfnrtv";
@@ -192,7 +217,8 @@ class Parser {
       if (isLowSurrogate(second)) return joinedSurrogates(unit, second);
       rest_ = before;
     }
-    return isHighSurrogate(unit) || isLowSurrogate(unit) ? kReplacementCharacter : unit;
+    const bool isHalf = isHighSurrogate(unit) || (isLowSurrogate(unit) && !isByteSurrogate(unit));
+    return isHalf ? kReplacementCharacter : unit;
   }
 
   // Takes the digits of `base` at the front, at most `limit` of them; 0 when there are none.
@@ -211,7 +237,7 @@ class Parser {
 }  // namespace
 
 std::optional<PropertyListValue> propertyListFromText(std::string_view text) {
-  if (!g_utf8_validate_len(text.data(), text.size(), nullptr)) return std::nullopt;
+  if (!isUtf8(text)) return std::nullopt;
   if (auto value = Parser(text).loneValue()) return value;
   return Parser(text).stringsTable();
 }

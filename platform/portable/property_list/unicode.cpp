@@ -1,7 +1,5 @@
 #include "platform/portable/property_list/unicode.h"
 
-#include <glib.h>
-
 #include <array>
 #include <cstddef>
 
@@ -10,9 +8,23 @@
 namespace platform {
 
 void appendUtf8(std::string& text, char32_t character) {
-  std::array<char, 6> bytes;
-  const int length = g_unichar_to_utf8(character, bytes.data());
-  text.append(bytes.data(), static_cast<std::size_t>(length));
+  if (character < 0x80) {
+    text += static_cast<char>(character);
+    return;
+  }
+  const unsigned more = character < 0x800 ? 1U : character < 0x10000 ? 2U : 3U;
+  constexpr std::array<unsigned, 4> kLeads = {0, 0xC0, 0xE0, 0xF0};
+  text += static_cast<char>(kLeads[more] | character >> (6 * more));
+  for (unsigned i = more; i-- > 0;)
+    text += static_cast<char>(0x80U | (character >> (6 * i) & 0x3FU));
+}
+
+bool isUtf8(std::string_view text) {
+  while (!text.empty()) {
+    const std::size_t size = text.size();
+    if (takeCharacter(text) == kReplacementCharacter && size - text.size() == 1) return false;
+  }
+  return true;
 }
 
 std::optional<std::string> utf8FromUtf16(std::string_view bytes, bool isBigEndian) {
