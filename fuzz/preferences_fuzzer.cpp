@@ -143,7 +143,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(isSame(defaults.objectForKey(key), value), "what is set is there at once");
   require(defaults.synchronize(), "settings can be written");
   requireWritten(before, key, value);
-  const bool wasCorrupt = hasFile && !before;
+  const bool wasCorrupt = hasFile && !before && !file.empty();
   require(std::filesystem::exists(asidePath()) == wasCorrupt, "only a corrupt file is kept aside");
   if (wasCorrupt) require(readFile(asidePath()) == file, "a corrupt file is kept as it was");
   return 0;

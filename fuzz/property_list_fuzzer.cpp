@@ -9,7 +9,9 @@
 
 #include "fuzz/fuzz.h"
 #include "fuzz/property_lists.h"
+#include "platform/portable/property_list/unicode.h"
 #include "platform/portable/property_list/value.h"
+#include "platform/portable/property_list/xml_text.h"
 #include "platform/property_list.h"
 
 namespace {
@@ -21,17 +23,18 @@ using platform::PropertyListValue;
 void requireReadBackFromXml(const PropertyListDictionary& dictionary) {
   const std::string xml = platform::xmlPropertyList(dictionary);
   if (xml.size() > platform::kMaximumSettingsFileSize) return;
+  require(platform::isXmlText(xml), "what is written as XML holds what XML can hold");
   const auto again = platform::propertyListFromBytes(xml);
   require(again.has_value(), "what is written as XML can be read");
   require(fuzz::asReadFromXml(*again) == fuzz::asReadFromXml(dictionary), "XML keeps every value");
 }
 
 void requireReadBackFromStringsFile(const PropertyListDictionary& dictionary) {
+  if (dictionary.empty()) return;  // has no text, and no text is no list
   const std::string text = platform::descriptionInStringsFileFormat(dictionary);
   const auto again = platform::propertyListFromBytes(text);
-  // A string whose bytes are no UTF-8 has no form in a strings file.
-  require(again.has_value() == fuzz::isUtf8(text), "what is written as strings file can be read");
-  if (!again) return;
+  require(platform::isUtf8(text), "a strings file is UTF-8, and so has a form in UTF-16");
+  require(again.has_value(), "what is written as strings file can be read");
   require(again->dictionary() != nullptr && again->dictionary()->size() == dictionary.size(),
           "a strings file has all entries");
   require(platform::descriptionInStringsFileFormat(*again->dictionary()) == text,

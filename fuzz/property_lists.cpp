@@ -1,7 +1,5 @@
 #include "fuzz/property_lists.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -33,20 +31,6 @@ PropertyListValue readFromXml(std::uint64_t value) {
 
 PropertyListValue readFromXml(double value) { return std::isnan(value) ? 0.0 : value; }
 
-std::string textFromXml(const std::string& text) {
-  std::string result;
-  for (const char c : text) {
-    if (c == '\0') {
-      result += "\xEF\xBF\xBD";
-    } else {
-      result += c;
-    }
-  }
-  return result;
-}
-
-PropertyListValue readFromXml(const std::string& value) { return textFromXml(value); }
-
 PropertyListValue readFromXml(PropertyListDate value) {
   constexpr double kStartOfYear1 = -63113904000.0;
   constexpr double kLastSecondOfYear9999 = 252423993599.0;
@@ -64,7 +48,7 @@ PropertyListValue readFromXml(const PropertyListValue::Array& value) {
 PropertyListValue readFromXml(const PropertyListDictionary& value) {
   PropertyListDictionary result;
   for (const auto& [key, held] : value) {
-    result.insert_or_assign(textFromXml(key), readFromXml(held));
+    result.insert_or_assign(key, readFromXml(held));
   }
   if (result.size() == 1 && result.begin()->first == "CF$UID") {
     const PropertyListValue::Variant& number = result.begin()->second.variant();
@@ -98,10 +82,6 @@ Measure measureOf(const PropertyListValue& value) {
   Measure result;
   measure(value, 1, result);
   return result;
-}
-
-bool isUtf8(std::string_view text) {
-  return g_utf8_validate_len(text.data(), text.size(), nullptr) != 0;
 }
 
 PropertyListValue asReadFromXml(const PropertyListValue& value) { return readFromXml(value); }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <string_view>
 
 #include "platform/property_list.h"
 
@@ -14,10 +13,8 @@ struct Measure {
 };
 Measure measureOf(const platform::PropertyListValue& value);
 
-bool isUtf8(std::string_view text);
-
-/// What is left of `value` when it is written as XML and read: all but what XML has no form for (a
-/// NUL, parts of a second, years of more than four digits); a dictionary that looks like a
+/// What is left of `value` when it is written as XML and read: all but what XML has no form for
+/// (parts of a second, years of more than four digits); a dictionary that looks like a
 /// keyed-archive reference becomes one, and a NaN, which never equals itself, becomes 0.
 platform::PropertyListValue asReadFromXml(const platform::PropertyListValue& value);
 

@@ -73,7 +73,12 @@ class CLIENTCOMM_EXPORT PropertyListValue {
 using PropertyListDictionary = PropertyListValue::Dictionary;
 
 /// Reads a property list (XML, binary or old-style text) or a strings file (UTF-16 with byte-order
-/// mark, or UTF-8) from memory. Nothing when `bytes` is none of these.
+/// mark, or UTF-8) from memory. Nothing when `bytes` is none of these: no byte at all is no list,
+/// and a list of which any part is malformed is refused whole, so that no rewrite loses that part.
+///
+/// XML has the encoding that its byte-order mark or else its declaration says. Only a strings file
+/// may be cut off at its end: the entries before a comment or a key that is not closed, or before a
+/// closing brace too many, are read. A missing semicolon, the last one included, is malformed.
 CLIENTCOMM_EXPORT std::optional<PropertyListValue> propertyListFromBytes(std::string_view bytes);
 
 /// Reads the file at `path` as above. Nothing when it is missing, unreadable, malformed, or its
@@ -81,7 +86,10 @@ CLIENTCOMM_EXPORT std::optional<PropertyListValue> propertyListFromBytes(std::st
 CLIENTCOMM_EXPORT std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(
     const std::string& path);
 
-/// The XML property list of `dictionary`; every type of value is kept.
+/// The XML property list of `dictionary`, in UTF-8; every type of value is kept. Any string can be
+/// written: one that XML cannot hold (not UTF-8, or with control characters) is written as data
+/// after the processing instruction "<?clientcomm string?>", and such a key percent-encoded after
+/// "<?clientcomm percent-encoded?>". `propertyListFromBytes` reads both as the strings they were.
 CLIENTCOMM_EXPORT std::string xmlPropertyList(const PropertyListDictionary& dictionary);
 
 /// Writes `dictionary` to `path` as an XML property list. The file is replaced in one step, with
@@ -91,12 +99,15 @@ CLIENTCOMM_EXPORT std::string xmlPropertyList(const PropertyListDictionary& dict
 CLIENTCOMM_EXPORT bool writeDictionaryToFile(const PropertyListDictionary& dictionary,
                                              const std::string& path);
 
-/// The strings-file text of `dictionary` ("key" = "value"; lines), UTF-8. Values that are not
-/// strings are written as old-style property lists.
+/// The strings-file text of `dictionary` ("key" = "value"; lines), UTF-8. Arrays, dictionaries and
+/// data are written as old-style property lists, other values as strings that read alike. In a
+/// string a byte that is not UTF-8 becomes an escape that `propertyListFromBytes` reads as that
+/// byte.
 std::string descriptionInStringsFileFormat(const PropertyListDictionary& dictionary);
 
 /// Writes UTF-8 `text` to `path` in UTF-16 with byte-order mark, replacing the file as
 /// `writeDictionaryToFile` does.
+/// @return false when it could not be written, or is too large to be read again.
 bool writeTextToFileAsUTF16(std::string_view text, const std::string& path);
 
 }  // namespace platform

@@ -8,7 +8,7 @@ project_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # shellcheck disable=SC2034  # for the scripts that source this file
 build_packages=(
   g++ cmake ninja-build pkg-config
-  libglib2.0-dev libplist-dev        # the library
+  libglib2.0-dev libexpat1-dev       # the library
   libsqlite3-dev nlohmann-json3-dev  # the sample applications
   libgtest-dev
 )

@@ -110,7 +110,7 @@ bool keepAside(const std::string& path) {
 std::optional<PropertyListDictionary> settingsToWriteOver(const std::string& path) {
   std::string bytes;
   const int status = readSettingsFile(path, bytes);
-  if (status == ENOENT) return PropertyListDictionary();
+  if (status == ENOENT || (status == 0 && bytes.empty())) return PropertyListDictionary();
   if (status != 0 && status != EFBIG) return std::nullopt;
   auto value = status == 0 ? propertyListFromBytes(bytes) : std::nullopt;
   if (value && value->dictionary() != nullptr) return std::move(*value->dictionary());

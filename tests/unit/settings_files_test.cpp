@@ -1,16 +1,13 @@
 #include <gtest/gtest.h>
-#include <plist/plist.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <bit>
+#include <charconv>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
-#include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ClientComm/TQHPHelperCommunicate.h"
@@ -220,87 +217,7 @@ TEST_F(SettingsFilesTest, AFailedWriteIsIgnoredAndLeavesTheFilesWhole) {
   EXPECT_EQ(stateOf(englishTable()), table);
 }
 
-// --- What a rewrite of the property list keeps, by another reader than the writer ---
-
-using PlistNode = std::unique_ptr<void, void (*)(plist_t)>;
-
-PlistNode parse(const std::string& bytes) {
-  plist_t node = nullptr;
-  plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &node);
-  return {node, &plist_free};
-}
-
-std::string describe(plist_t node);
-
-std::string describeDictionary(plist_t node) {
-  std::vector<std::string> entries;
-  plist_dict_iter rawIterator = nullptr;
-  plist_dict_new_iter(node, &rawIterator);
-  const std::unique_ptr<void, void (*)(void*)> iterator(rawIterator, &std::free);
-  for (;;) {
-    char* rawKey = nullptr;
-    plist_t value = nullptr;
-    plist_dict_next_item(node, iterator.get(), &rawKey, &value);
-    if (value == nullptr) break;
-    const std::unique_ptr<char, void (*)(void*)> key(rawKey, &std::free);
-    entries.push_back(std::string(key.get()) + "=" + describe(value));
-  }
-  std::sort(entries.begin(), entries.end());
-  std::string text = "{";
-  for (const std::string& entry : entries) text += entry + ";\n";
-  return text + "}";
-}
-
-std::string describeArray(plist_t node) {
-  std::string text = "[";
-  for (std::uint32_t i = 0; i < plist_array_get_size(node); ++i) {
-    text += describe(plist_array_get_item(node, i)) + ",";
-  }
-  return text + "]";
-}
-
-std::string describeScalar(plist_t node) {
-  std::uint64_t length = 0;
-  std::uint64_t number = 0;
-  std::uint8_t flag = 0;
-  double real = 0;
-  std::int32_t seconds = 0;
-  std::int32_t microseconds = 0;
-  switch (plist_get_node_type(node)) {
-    case PLIST_STRING:
-      return "string " + std::string(plist_get_string_ptr(node, &length));
-    case PLIST_DATA: {
-      const char* const bytes = plist_get_data_ptr(node, &length);
-      return "data " + std::string(bytes, length);
-    }
-    case PLIST_UINT:
-      plist_get_uint_val(node, &number);
-      return "integer " + std::to_string(number);
-    case PLIST_BOOLEAN:
-      plist_get_bool_val(node, &flag);
-      return flag != 0 ? "true" : "false";
-    case PLIST_REAL:
-      plist_get_real_val(node, &real);
-      return "real " + std::to_string(std::bit_cast<std::uint64_t>(real));
-    case PLIST_DATE:
-      plist_get_date_val(node, &seconds, &microseconds);
-      return "date " + std::to_string(seconds) + "." + std::to_string(microseconds);
-    default:
-      return "other";
-  }
-}
-
-/// The value as text that is equal for equal values alone, whatever the order of keys.
-std::string describe(plist_t node) {
-  switch (plist_get_node_type(node)) {
-    case PLIST_DICT:
-      return describeDictionary(node);
-    case PLIST_ARRAY:
-      return describeArray(node);
-    default:
-      return describeScalar(node);
-  }
-}
+// --- What a rewrite of the property list keeps ---
 
 constexpr char kEveryTypeOfValue[] = R"(<?xml version="1.0" encoding="UTF-8"?>
 <plist version="1.0">
@@ -335,19 +252,44 @@ second line	tab  </string>
 </plist>
 )";
 
-/// The Info.plist as libplist describes it, without the switch itself.
-std::string describeInfoWithoutSwitch() {
-  const PlistNode node = parse(support::readFile(infoPath()));
-  plist_dict_remove_item(node.get(), "TipsEnable");
-  return describe(node.get());
+/// The same values as a binary property list, in hexadecimal; another program wrote it.
+constexpr std::string_view kEveryTypeOfValueInBinary =
+    "62706c6973743030df10150102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f2021222324"
+    "25262728292a5f1012434642756e646c654964656e74696669657254546578745a456d707479207465787467771f50"
+    "7d002000e90020d83dde0053596573524e6f545a65726f584e6567617469766558536d616c6c657374574c61726765"
+    "7374564265796f6e64545265616c5a536d616c6c207265616c5a57686f6c65207265616c5444617465584f6c642064"
+    "61746554446174615a456d70747920646174615a456d707479206c6973745f1010456d7074792064696374696f6e61"
+    "7279564e65737465645f1014636f6d2e6578616d706c652e74657374686f73745f102120203c613e20262022622220"
+    "2763270a7365636f6e64206c696e6509746162202050665024002000fc0020d83dde000908100013ffffffffffffff"
+    "fb138000000000000000137fffffffffffffff140000000000000000ffffffffffffffff233fb999999999999a2380"
+    "100000000000002340080000000000003341b6e026ff00000033c1cd94194e000000460001020304ff40a0d0a22b31"
+    "d12c2d5161a42e2f1a3010015131a0a132a13333000000000000000000080035004a004f005a0069006d0070007500"
+    "7e0087008f0096009b00a600b100b600bf00c400cf00da00ed00f4010b012f0130013d013e013f0141014a0153015c"
+    "016d0176017f01880191019a01a101a201a301a401a701aa01ac01b101b301b501b601b801ba000000000000020100"
+    "00000000000034000000000000000000000000000001c3";
+
+std::string bytesOfHexadecimal(std::string_view digits) {
+  std::string bytes;
+  for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
+    unsigned byte = 0;
+    std::from_chars(digits.data() + i, digits.data() + i + 2, byte, 16);
+    bytes += static_cast<char>(byte);
+  }
+  return bytes;
+}
+
+PropertyListDictionary withoutTips(PropertyListDictionary dictionary) {
+  dictionary.erase("TipsEnable");
+  return dictionary;
 }
 
 TEST_F(SettingsFilesTest, ARewriteKeepsEveryOtherValueOfEveryType) {
   support::writeFile(infoPath(), kEveryTypeOfValue);
-  const std::string before = describeInfoWithoutSwitch();
+  const PropertyListDictionary before = read(infoPath());
+  ASSERT_EQ(before.size(), 21U);
   controller().saveTipsEnableToPlistFile(false);
   EXPECT_EQ(inInfo("TipsEnable"), PropertyListValue(false));
-  EXPECT_EQ(describeInfoWithoutSwitch(), before);
+  EXPECT_EQ(withoutTips(read(infoPath())), before);
 }
 
 TEST_F(SettingsFilesTest, ARewriteKeepsTheSignOfLargeIntegers) {
@@ -362,15 +304,49 @@ TEST_F(SettingsFilesTest, ARewriteKeepsTheSignOfLargeIntegers) {
 }
 
 TEST_F(SettingsFilesTest, ABinaryPropertyListKeepsEveryOtherValueToo) {
-  const PlistNode node = parse(kEveryTypeOfValue);
-  char* rawBytes = nullptr;
-  std::uint32_t length = 0;
-  plist_to_bin(node.get(), &rawBytes, &length);
-  const std::unique_ptr<char, void (*)(char*)> bytes(rawBytes, &plist_to_bin_free);
-  support::writeFile(infoPath(), {bytes.get(), length});
+  support::writeFile(infoPath(), kEveryTypeOfValue);
+  const PropertyListDictionary expected = read(infoPath());
+  support::writeFile(infoPath(), bytesOfHexadecimal(kEveryTypeOfValueInBinary));
+  EXPECT_EQ(read(infoPath()), expected);
   controller().saveTipsEnableToPlistFile(false);
   EXPECT_EQ(inInfo("TipsEnable"), PropertyListValue(false));
-  EXPECT_EQ(describeInfoWithoutSwitch(), describe(node.get()));
+  EXPECT_EQ(withoutTips(read(infoPath())), expected);
+}
+
+TEST_F(SettingsFilesTest, ARewriteOfAListInAnotherEncodingIsUtf8) {
+  support::writeFile(infoPath(),
+                     "<?xml version='1.0' encoding='ISO-8859-1'?><plist version='1.0'><dict>"
+                     "<key>Gr\xF6\xDF"
+                     "e</key><string>\xFC</string></dict></plist>");
+  controller().saveTipsEnableToPlistFile(false);
+  const std::string xml = support::readFile(infoPath());
+  EXPECT_TRUE(xml.starts_with("<?xml version=\"1.0\" encoding=\"UTF-8\"?>")) << xml;
+  EXPECT_NE(xml.find("<key>Gr\xC3\xB6\xC3\x9F"
+                     "e</key>\n\t<string>\xC3\xBC</string>"),
+            std::string::npos)
+      << xml;
+  EXPECT_EQ(inInfo("TipsEnable"), PropertyListValue(false));
+}
+
+TEST_F(SettingsFilesTest, AListThatAStrictReaderRefusesIsLeftAlone) {
+  const std::string start =
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?><plist version=\"1.0\"><dict>";
+  for (const std::string& body :
+       {start + "<key>n</key><integer>12abc</integer></dict></plist>",
+        start + "<key>n</key><integer>18446744073709551616</integer></dict></plist>",
+        start + "<key>d</key><date>2001-02-30T00:00:00Z</date></dict></plist>",
+        start + "<key>b</key><data>A!A=</data></dict></plist>",
+        start + "<key>k</key></dict></plist>", start + "</dict></plist>rest",
+        start + "<key>k</key><string>\xFC</string></dict></plist>", std::string()}) {
+    support::writeFile(infoPath(), body);
+    const FileState before = stateOf(infoPath());
+    controller().saveTipsEnableToPlistFile(false);
+    EXPECT_EQ(stateOf(infoPath()), before);
+    support::writeFile(englishTable(), body);
+    const FileState table = stateOf(englishTable());
+    controller().saveTipsEnableTostringsFile(false);
+    EXPECT_EQ(stateOf(englishTable()), table);
+  }
 }
 
 TEST_F(SettingsFilesTest, RepeatedRewritesChangeNothingElse) {

@@ -1,5 +1,6 @@
 #include "platform/portable/property_list/binary_reader.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -141,7 +142,7 @@ class BinaryReader {
         return PropertyListValue::Data(data, data + object.length);
       }
       case kAscii:
-        return PropertyListValue(std::string(bytes_.substr(object.content, object.length)));
+        return ascii(bytes_.substr(object.content, object.length));
       case kUtf16: {
         auto text = utf8FromUtf16(bytes_.substr(object.content, object.length), true);
         if (!text) return std::nullopt;
@@ -150,6 +151,12 @@ class BinaryReader {
       default:
         return scalar(object);
     }
+  }
+
+  static std::optional<PropertyListValue> ascii(std::string_view text) {
+    const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+    if (!std::all_of(text.begin(), text.end(), isAscii)) return std::nullopt;
+    return PropertyListValue(std::string(text));
   }
 
   std::optional<PropertyListValue> scalar(const Object& object) const {

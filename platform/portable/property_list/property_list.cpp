@@ -11,26 +11,47 @@ namespace {
 
 using namespace std::literals;  // of texts
 
-std::optional<PropertyListValue> propertyListFromUtf8(std::string_view text) {
+// Not every "<": an old-style list of data begins with one too.
+bool beginsXml(std::string_view text) {
+  for (const std::string_view beginning : {"<?"sv, "<!"sv, "<plist"sv, "<dict"sv, "<array"sv}) {
+    if (text.starts_with(beginning)) return true;
+  }
+  return false;
+}
+
+std::optional<PropertyListValue> propertyListIn(std::string_view text, XmlEncoding encoding) {
   const std::size_t start = text.find_first_not_of(" \t\r\n");
   const std::string_view body = start == std::string_view::npos ? ""sv : text.substr(start);
-  if (body.starts_with("<?") || body.starts_with("<!") || body.starts_with("<plist")) {
-    return propertyListFromXml(body);
+  return beginsXml(body) ? propertyListFromXml(body, encoding) : propertyListFromText(text);
+}
+
+enum class ByteOrder { kLittleEndian, kBigEndian };
+
+// A byte-order mark, and the "<?" of XML without one, show UTF-16.
+std::optional<ByteOrder> utf16ByteOrder(std::string_view bytes) {
+  if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("<\0?\0"sv)) {
+    return ByteOrder::kLittleEndian;
   }
-  return propertyListFromText(text);
+  if (bytes.starts_with("\xFE\xFF") || bytes.starts_with("\0<\0?"sv)) return ByteOrder::kBigEndian;
+  return std::nullopt;
 }
 
 }  // namespace
 
 std::optional<PropertyListValue> propertyListFromBytes(std::string_view bytes) {
-  if (bytes.size() > kMaximumSettingsFileSize) return std::nullopt;
+  constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
+  if (bytes.empty() || bytes.size() > kMaximumSettingsFileSize) return std::nullopt;
   if (bytes.starts_with("bplist0")) return propertyListFromBinary(bytes);
-  if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF")) {
-    const auto text = utf8FromUtf16(bytes.substr(2), bytes.starts_with("\xFE"));
-    return text ? propertyListFromUtf8(*text) : std::nullopt;
+  std::optional<std::string> text;
+  if (const auto order = utf16ByteOrder(bytes)) {
+    text = utf8FromUtf16(bytes, *order == ByteOrder::kBigEndian);
+    if (!text) return std::nullopt;
+    bytes = *text;
   }
-  if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
-  return propertyListFromUtf8(bytes);
+  // What the bytes show overrules what the XML declares.
+  const bool hasMark = bytes.starts_with(kUtf8Mark);
+  if (hasMark) bytes.remove_prefix(kUtf8Mark.size());
+  return propertyListIn(bytes, hasMark || text ? XmlEncoding::kUtf8 : XmlEncoding::kDeclared);
 }
 
 }  // namespace platform

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -16,6 +17,10 @@ inline constexpr std::size_t kMaximumSettingsFileSize = std::size_t{16} << 20U;
 
 /// The key of the dictionary of one entry as which XML holds a keyed-archive reference.
 inline constexpr std::string_view kUidKey = "CF$UID";
+
+/// The day from which a property list counts its dates.
+inline constexpr std::chrono::sys_days kReferenceDay =
+    std::chrono::year(2001) / std::chrono::January / 1;
 
 /// Whether `value`, which is itself nested `depth` deep, can be read again once written.
 bool isNestedWithinLimit(const PropertyListValue& value, int depth = 0);

@@ -1,19 +1,19 @@
-#include <glib.h>
-
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <chrono>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <variant>
 
+#include "platform/portable/property_list/base64.h"
 #include "platform/portable/property_list/value.h"
+#include "platform/portable/property_list/xml_text.h"
 #include "platform/property_list.h"
 
 namespace platform {
@@ -21,8 +21,6 @@ namespace {
 
 namespace chrono = std::chrono;
 using namespace std::literals;  // of dates
-
-constexpr chrono::sys_days kReferenceDay = 2001y / chrono::January / 1;
 
 class XmlWriter {
  public:
@@ -42,16 +40,18 @@ class XmlWriter {
   void append(std::int64_t value) { element("integer", std::to_string(value)); }
   void append(std::uint64_t value) { element("integer", std::to_string(value)); }
   void append(double value) {
+    if (std::isnan(value)) return element("real", "nan");
     std::array<char, 40> digits;
     const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
     element("real", {digits.data(), static_cast<std::size_t>(end - digits.data())});
   }
-  void append(const std::string& value) { element("string", value); }
-  void append(const PropertyListValue::Data& value) {
-    const std::unique_ptr<char, decltype(&g_free)> text(
-        g_base64_encode(reinterpret_cast<const guchar*>(value.data()), value.size()), &g_free);
-    element("data", text.get());
+  void append(const std::string& value) {
+    if (isXmlText(value)) return element("string", value);
+    note(kStringNote);
+    const auto* const bytes = reinterpret_cast<const std::byte*>(value.data());
+    append(PropertyListValue::Data(bytes, bytes + value.size()));
   }
+  void append(const PropertyListValue::Data& value) { element("data", base64FromData(value)); }
   void append(PropertyListDate value);
   void append(PropertyListUID value) {
     append(PropertyListDictionary{{std::string(kUidKey), value.value}});
@@ -69,24 +69,31 @@ class XmlWriter {
     line("<dict>");
     ++depth_;
     for (const auto& [key, value] : dictionary) {
-      element("key", key);
+      appendKey(key);
       appendValue(value);
     }
     --depth_;
     line("</dict>");
   }
+  void appendKey(const std::string& key) {
+    if (isXmlText(key)) return element("key", key);
+    note(kPercentEncodedNote);
+    element("key", percentEncoded(key));
+  }
   void appendValue(const PropertyListValue& value) {
     std::visit([this](const auto& held) { append(held); }, value.variant());
   }
 
+  // Says how to read the next element.
+  void note(std::string_view text) {
+    line(std::string("<?").append(kXmlNoteTarget).append(" ").append(text).append("?>"));
+  }
   void line(std::string_view text) { out_.append(depth_, '\t').append(text).push_back('\n'); }
   void element(std::string_view name, std::string_view content) {
     out_.append(depth_, '\t').append("<").append(name).append(">");
     appendEscaped(content);
     out_.append("</").append(name).append(">\n");
   }
-  // A string is bytes: those that are not UTF-8 (a path may hold them) go out as they stand. A NUL
-  // has no form in XML.
   void appendEscaped(std::string_view text) {
     for (const char c : text) {
       switch (c) {
@@ -101,9 +108,6 @@ class XmlWriter {
           break;
         case '\r':
           out_ += "&#13;";
-          break;
-        case '\0':
-          out_ += "\xEF\xBF\xBD";
           break;
         default:
           out_ += c;
