@@ -10,6 +10,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <new>
 #include <string_view>
 
@@ -27,6 +28,14 @@ constexpr char kStartTimeKey[] = "StartTime";
 constexpr std::string_view kPrefix = "process.";
 constexpr std::string_view kDraftSuffix = ".new";
 constexpr std::size_t kLongestRecord = std::size_t{256} * 1024;
+
+// The process ID that is all of `text`; 0 when it is none.
+pid_t processIDIn(std::string_view text) noexcept {
+  pid_t pid = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), pid);
+  const bool isWhole = result.ec == std::errc() && result.ptr == text.data() + text.size();
+  return isWhole && pid > 0 ? pid : 0;
+}
 
 // The process that wrote a record and must remove it; a forked copy of it must not.
 std::atomic<pid_t> writer = 0;
@@ -101,15 +110,28 @@ std::optional<CheckInRecord> readRecord(int folder, const std::string& name) {
   return bytes ? checkInRecordFromBytes(*bytes) : std::nullopt;
 }
 
-void clearStaleRecords(int folder) {
+bool isStaleRecord(int folder, const std::string& name, pid_t pid) {
+  const auto startTime = processStartTime(pid);
+  const auto record = startTime ? readRecord(folder, name) : std::nullopt;
+  return !record || record->startTime != *startTime;
+}
+
+// A file on its way to its name stays there only when its process is killed in between. Another
+// process may have the same ID by now, so an old file is stale as well.
+bool isStaleTemporary(int folder, const std::string& name, pid_t pid) {
+  constexpr std::time_t kLongestInTheMaking = 60;  // s; it takes less than a millisecond
+  struct stat status = {};
+  if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  return !processStartTime(pid) || std::time(nullptr) - status.st_mtim.tv_sec > kLongestInTheMaking;
+}
+
+void clearStaleFiles(int folder) {
   for (const std::string& name : contentsOfDirectoryAtPath(pathOfDescriptor(folder))) {
-    const pid_t pid = processOfRecordName(name);
-    if (pid == 0) continue;
-    const auto startTime = processStartTime(pid);
-    // The draft of a live process is in the making.
-    if (startTime && name.ends_with(kDraftSuffix)) continue;
-    const auto record = startTime ? readRecord(folder, name) : std::nullopt;
-    if (!record || record->startTime != *startTime) unlinkat(folder, name.c_str(), 0);
+    const pid_t maker = processOfTemporaryName(name);
+    const pid_t pid = maker != 0 ? 0 : processOfRecordName(name);
+    const bool isStale = maker != 0 ? isStaleTemporary(folder, name, maker)
+                                    : pid != 0 && isStaleRecord(folder, name, pid);
+    if (isStale) unlinkat(folder, name.c_str(), 0);
   }
 }
 
@@ -156,7 +178,7 @@ void checkInOrThrow() {
   if (writer == pid || !Bundle::mainBundle().bundleIdentifier()) return;
   const ScopedFd folder = openRuntimeFolder(true);
   if (!folder.isValid()) return;
-  clearStaleRecords(folder.get());
+  clearStaleFiles(folder.get());
   if (!writeOwnRecord(folder.get(), pid)) return;
   // A forked copy inherits the handler that its parent registered.
   static const int registered = std::atexit([] { removeOwnRecord(); });
@@ -203,10 +225,16 @@ pid_t processOfRecordName(std::string_view name) noexcept {
   if (!name.starts_with(kPrefix)) return 0;
   name.remove_prefix(kPrefix.size());
   if (name.ends_with(kDraftSuffix)) name.remove_suffix(kDraftSuffix.size());
-  pid_t pid = 0;
-  const auto result = std::from_chars(name.data(), name.data() + name.size(), pid);
-  const bool isWhole = result.ec == std::errc() && result.ptr == name.data() + name.size();
-  return isWhole && pid > 0 ? pid : 0;
+  return processIDIn(name);
+}
+
+pid_t processOfTemporaryName(std::string_view name) noexcept {
+  if (name.ends_with(kDraftSuffix)) return processOfRecordName(name);
+  if (name.size() <= kFileNameLength || name[kFileNameLength] != '.' ||
+      name.find_first_not_of("0123456789abcdef") != kFileNameLength) {
+    return 0;
+  }
+  return processIDIn(name.substr(kFileNameLength + 1));
 }
 
 std::optional<std::uint64_t> processStartTime(pid_t pid) noexcept {

@@ -21,8 +21,9 @@ struct CheckInRecord {
 };
 
 /// Writes the record of this process into the runtime folder, removed when the process exits;
-/// clears away the records of processes that are gone. Does nothing outside a bundle, or in a
-/// process that has one already.
+/// clears away the records of processes that are gone, and the unfinished records and sockets of
+/// those that were killed meanwhile. Does nothing outside a bundle, or in a process that has one
+/// already.
 void checkIn() noexcept;
 
 /// Writes a first record of the process `pid`, which has just been launched from `bundle`, so that
@@ -40,6 +41,10 @@ std::optional<CheckInRecord> checkInRecordFromBytes(std::string_view bytes);
 /// The process that the file called `name` in the runtime folder is the record of, or the draft of
 /// one; 0 when it is neither.
 pid_t processOfRecordName(std::string_view name) noexcept;
+
+/// The process that made the file called `name` in the runtime folder on its way to another name:
+/// an endpoint's socket, or the draft of a record; 0 when it is neither.
+pid_t processOfTemporaryName(std::string_view name) noexcept;
 
 /// When the process `pid` was started, in clock ticks after boot; nothing when there is none.
 std::optional<std::uint64_t> processStartTime(pid_t pid) noexcept;

@@ -63,10 +63,9 @@ ScopedFd openRuntimeFolder(bool create) noexcept {
 }
 
 std::string fileNameForIdentifier(std::string_view identifier) {
-  constexpr std::size_t kLength = 32;
   gchar* const digest = g_compute_checksum_for_data(
       G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(identifier.data()), identifier.size());
-  std::string name(digest, kLength);
+  std::string name(digest, kFileNameLength);
   g_free(digest);
   return name;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -17,8 +18,10 @@ const std::string& runtimeFolderPath();
 ///         something else is there, EPERM when it belongs to another user, or may not be made.
 ScopedFd openRuntimeFolder(bool create) noexcept;
 
-/// The file name that stands for a bundle identifier of any length and content in the folder:
-/// 32 lower-case hexadecimal digits, the front half of its SHA-256.
+inline constexpr std::size_t kFileNameLength = 32;
+
+/// The file name for a bundle identifier of any length and content in the folder: `kFileNameLength`
+/// lower-case hexadecimal digits, the front half of its SHA-256.
 std::string fileNameForIdentifier(std::string_view identifier);
 
 }  // namespace platform

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -13,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/linux/runtime_folder.h"
 #include "platform/property_list.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_application.h"
@@ -104,6 +106,46 @@ TEST(CheckIn, WritesWhatTheProcessIsForItsUserAlone) {
   struct stat status = {};
   ASSERT_EQ(stat(recordPath(process.pid()).c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777U, 0600U);
+}
+
+// --- What a process that is killed on the way leaves. ---
+
+std::string digest() { return platform::fileNameForIdentifier("com.example.killed"); }
+
+// The ID of a process that has been reaped.
+pid_t deadProcess() {
+  ChildProcess process = ChildProcess::fork([] { return 0; });
+  const pid_t pid = process.pid();
+  process.wait();
+  return pid;
+}
+
+TEST(CheckIn, SocketsAndDraftsOfKilledProcessesAreCleared) {
+  const std::string dead = std::to_string(deadProcess());
+  const std::string alive = std::to_string(getpid());
+  const std::string kept[] = {digest(), digest() + "." + alive, digest() + ".x",
+                              digest().substr(1) + "." + dead, "process." + alive + ".new"};
+  const std::string stale[] = {digest() + "." + dead, "process." + dead + ".new"};
+  for (const auto& name : kept) support::writeFile(folderPath() + "/" + name, "");
+  for (const auto& name : stale) support::writeFile(folderPath() + "/" + name, "");
+  chmod(folderPath().c_str(), 0700);
+  const ChildProcess process = startClerk(makeClerk());
+  for (const auto& name : kept) EXPECT_TRUE(fs::exists(folderPath() + "/" + name)) << name;
+  for (const auto& name : stale) EXPECT_FALSE(fs::exists(folderPath() + "/" + name)) << name;
+}
+
+// Another process may have got the ID of the one that was killed.
+TEST(CheckIn, OldSocketsAndDraftsAreClearedWhicheverProcessHasTheirIDNow) {
+  const std::string alive = std::to_string(getpid());
+  for (const std::string& name : {digest() + "." + alive, "process." + alive + ".new"}) {
+    const fs::path path = folderPath() + "/" + name;
+    support::writeFile(path, "");
+    fs::last_write_time(path, fs::file_time_type::clock::now() - std::chrono::minutes(2));
+  }
+  chmod(folderPath().c_str(), 0700);
+  const ChildProcess process = startClerk(makeClerk());
+  const std::string record = "process." + std::to_string(process.pid());
+  EXPECT_EQ(namesInFolder(), std::vector<std::string>{record});
 }
 
 TEST(CheckIn, RecordIsReadBackByOthers) {
