@@ -1,18 +1,14 @@
 #include "platform/linux/socket_endpoint.h"
 
 #include <glib.h>
-#include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdint>
-#include <optional>
 #include <utility>
 
 #include "platform/linux/check_in.h"
-#include "platform/linux/peer_identity.h"
 
 namespace platform {
 namespace {
@@ -36,14 +32,6 @@ constexpr std::chrono::milliseconds kIdleVerifyInterval = std::chrono::seconds(5
 // meanwhile, and without a pause the main loop would spin.
 constexpr std::chrono::milliseconds kAcceptPause{100};
 
-// How long a new connection may stay silent before it counts as idle.
-constexpr std::chrono::microseconds kFirstPacketWait{20};
-
-// With this many idle connections or more, a new one counts as idle at once.
-constexpr std::size_t kFewIdleConnections = 4;
-
-constexpr AEEventID kAnswer = fourCharCode("ansr");
-
 struct EndpointSource {
   GSource base;
   SocketEndpoint* endpoint;
@@ -54,40 +42,11 @@ gint64 microseconds(std::chrono::steady_clock::time_point time) {
   return std::chrono::duration_cast<std::chrono::microseconds>(time.time_since_epoch()).count();
 }
 
-// A sender sends as soon as it is connected, so that its packet is there or about to be. To go
-// round the main loop for it would cost both of them another wake-up.
-ReceiveResult receiveFirstEnvelope(int socket, Envelope& envelope) {
-  ReceiveResult result = receiveEnvelope(socket, envelope);
-  if (result != ReceiveResult::kNothingYet) return result;
-  const auto end = std::chrono::steady_clock::now() + kFirstPacketWait;
-  do {
-    sched_yield();
-    result = receiveEnvelope(socket, envelope);
-  } while (result == ReceiveResult::kNothingYet && std::chrono::steady_clock::now() < end);
-  return result;
-}
-
-// Calls are served by the bundle identifier of their caller.
-bool isServed(const PeerIdentity& caller) {
-  return caller.kind == PeerKind::kApplication && bundleIdentifierOfProcess(caller.psn);
-}
-
-AppleEventDescriptor answerTo(std::int16_t returnID, std::int32_t transactionID) {
-  return AppleEventDescriptor::appleEvent(fourCharCode("aevt"), kAnswer, {}, returnID,
-                                          transactionID);
-}
-
-void sendReply(int socket, OSErr status, const AppleEventDescriptor& reply) {
-  if (sendPacket(socket, PacketKind::kReply, status, reply, -1) != noErr) {
-    sendPacket(socket, PacketKind::kReply, memFullErr, {}, -1);
-  }
-}
-
 }  // namespace
 
 SocketEndpoint::SocketEndpoint(const std::string& identifier,
                                AppleEventTransport::Receiver receiver)
-    : name_(identifier), receiver_(std::move(receiver)) {
+    : name_(identifier), server_(source_, std::move(receiver)) {
   attachSource();
 }
 
@@ -161,7 +120,7 @@ void SocketEndpoint::listen(bool isListening) {
   if (listenerTag_ != nullptr && !isPaused_) {
     g_source_modify_unix_fd(source_.get(), listenerTag_, condition);
   }
-  idle_.poll(condition);
+  server_.poll(condition);
   if (!isListening) g_source_set_ready_time(source_.get(), -1);
 }
 
@@ -180,10 +139,8 @@ void SocketEndpoint::takeEvents() {
 /// @return whether to look for another event at once.
 bool SocketEndpoint::serveNext(Clock::time_point now) {
   const auto isAlive = isAlive_;
-  if (serveAccepted(now) || (*isAlive && acceptOne())) return true;
-  if (!*isAlive || postponed_.isEmpty()) return false;
-  servePostponed(postponed_.takeFirst(), Budget::kIgnored);
-  return true;
+  return server_.serveDue(now) || (*isAlive && acceptOne()) ||
+         (*isAlive && server_.serveFirstPostponed());
 }
 
 void SocketEndpoint::reopen() {
@@ -192,41 +149,6 @@ void SocketEndpoint::reopen() {
   listenerTag_ = nullptr;
   listener_.reset();
   open();
-}
-
-/// @return whether one of the connections that were accepted before was due.
-bool SocketEndpoint::serveAccepted(Clock::time_point now) {
-  if (auto event = postponed_.takeAffordable(now)) {
-    servePostponed(*std::move(event), Budget::kApplies);
-    return true;
-  }
-  auto connection = idle_.takeDue(now);
-  if (connection) dismiss(*std::move(connection));
-  return connection.has_value();
-}
-
-// A sender whose connection was idle when it was accepted, and which has sent since, may be
-// connected again with a later event already. The earlier one goes first.
-void SocketEndpoint::serveEarlierOf(pid_t pid) {
-  const auto isAlive = isAlive_;
-  while (*isAlive) {
-    auto connection = idle_.takeReadableOf(pid);
-    if (!connection) return;
-    serve(*connection, FirstWait::kNone);
-  }
-}
-
-// What the peer has sent up to now counts, since it was told so; what it sends from now on is
-// refused on its own side. The endpoint may be gone after this.
-void SocketEndpoint::dismiss(PeerConnection connection) {
-  shutdown(connection.socket.get(), SHUT_RD);
-  serve(connection, FirstWait::kNone);
-}
-
-void SocketEndpoint::keepIdle(PeerConnection connection) {
-  const auto isAlive = isAlive_;
-  if (idle_.isFull()) dismiss(idle_.takeOldest());
-  if (*isAlive) idle_.add(std::move(connection));
 }
 
 /// @return whether another connection may be waiting.
@@ -241,13 +163,7 @@ bool SocketEndpoint::acceptOne() {
   if (peer.uid != geteuid()) return true;
   connection.pid = peer.pid;
   const auto isAlive = isAlive_;
-  serveEarlierOf(peer.pid);
-  if (!*isAlive) return false;
-  // Skip the wait when many connections are idle; each wait costs a context switch.
-  const bool isServed =
-      serve(connection, idle_.size() < kFewIdleConnections ? FirstWait::kShort : FirstWait::kNone);
-  if (!*isAlive) return false;
-  if (!isServed) keepIdle(std::move(connection));
+  server_.take(std::move(connection));
   return *isAlive;
 }
 
@@ -256,14 +172,7 @@ bool SocketEndpoint::handleAcceptError(int error) {
   if (error == EINTR || error == ECONNABORTED) return true;
   if (error == EAGAIN || error == EWOULDBLOCK) return false;
   const auto isAlive = isAlive_;
-  if (!postponed_.isEmpty()) {
-    servePostponed(postponed_.takeFirst(), Budget::kIgnored);
-    return *isAlive;
-  }
-  if (!idle_.isEmpty()) {
-    dismiss(idle_.takeOldest());
-    return *isAlive;
-  }
+  if (server_.giveUpOne()) return *isAlive;
   pauseAccepting();
   return false;
 }
@@ -278,87 +187,11 @@ void SocketEndpoint::resumeAccepting() {
   if (listenerTag_ != nullptr) g_source_modify_unix_fd(source_.get(), listenerTag_, G_IO_IN);
 }
 
-/// Serves the event on `connection`, or postpones it and takes the connection over.
-/// @return false when nothing has been received on it yet.
-bool SocketEndpoint::serve(PeerConnection& connection, FirstWait wait) {
-  if (!postponed_.isEmpty() && postponed_.contains(connection.pid)) {
-    postpone({std::move(connection), std::nullopt, {}});
-    return true;
-  }
-  return serveUnread(connection, wait, Budget::kApplies);
-}
-
-bool SocketEndpoint::serveUnread(PeerConnection& connection, FirstWait wait, Budget budget) {
-  const int socket = connection.socket.get();
-  Envelope envelope;
-  const ReceiveResult result = wait == FirstWait::kShort ? receiveFirstEnvelope(socket, envelope)
-                                                         : receiveEnvelope(socket, envelope);
-  if (result == ReceiveResult::kNothingYet) return false;
-  if (result != ReceiveResult::kPacket || envelope.kind == PacketKind::kReply) return true;
-  const PeerIdentity caller =
-      identityOfPeer(connection.pid, socket, envelope.executable.get(), envelope.token);
-  if (!isServed(caller)) {
-    refuse(socket, envelope, caller.kind);
-  } else if (!envelope.longBody.isValid() || budget == Budget::kIgnored ||
-             postponed_.canAfford(connection.pid, envelope.bodySize, Clock::now())) {
-    handle(connection, envelope, caller.psn);
-  } else {
-    postpone({std::move(connection), std::move(envelope), caller.psn});
-  }
-  return true;
-}
-
-void SocketEndpoint::postpone(PostponedEvent event) {
-  const auto isAlive = isAlive_;
-  if (postponed_.isFull()) servePostponed(postponed_.takeFirst(), Budget::kIgnored);
-  if (*isAlive) postponed_.add(std::move(event));
-}
-
-void SocketEndpoint::servePostponed(PostponedEvent event, Budget budget) {
-  if (event.envelope) {
-    handle(event.connection, *event.envelope, event.sender);
-    return;
-  }
-  const auto isAlive = isAlive_;
-  if (!serveUnread(event.connection, FirstWait::kNone, budget) && *isAlive) {
-    keepIdle(std::move(event.connection));
-  }
-}
-
-// The handler of calls serves no caller without identity: its result is nil. So the body of such an
-// event, which may be large, is not decoded.
-void SocketEndpoint::refuse(int socket, const Envelope& envelope, PeerKind caller) {
-  constexpr std::int16_t kNoReturnID = -1;
-  if (envelope.kind != PacketKind::kEventWantingReply) return;
-  const OSErr status = caller == PeerKind::kUnknown ? errAEEventNotPermitted : noErr;
-  sendReply(socket, status, answerTo(kNoReturnID, 0));
-}
-
-void SocketEndpoint::handle(const PeerConnection& connection, const Envelope& envelope,
-                            const ProcessSerialNumber& caller) {
-  auto event = decodeBody(envelope);
-  if (!event) return;
-  // The sender's address in the message is overwritten.
-  event->setAttributeDescriptor(
-      {typeProcessSerialNumber, std::string(reinterpret_cast<const char*>(&caller), sizeof caller)},
-      keyAddressAttr);
-  AppleEventDescriptor reply = answerTo(event->returnID(), event->transactionID());
-  const AppleEventTransport::Receiver receiver = receiver_;
-  const auto isAlive = isAlive_;
-  const OSErr status = receiver(*std::move(event), reply);
-  if (*isAlive && envelope.longBody.isValid()) {
-    postponed_.charge(connection.pid, envelope.bodySize, Clock::now());
-  }
-  if (envelope.kind == PacketKind::kEventWantingReply) {
-    sendReply(connection.socket.get(), status, reply);
-  }
-}
-
 void SocketEndpoint::scheduleWakeUp() {
   auto time = lastVerified_ + kIdleVerifyInterval;
-  if (!idle_.isEmpty()) time = std::min(time, idle_.firstDeadline());
+  if (const auto deadline = server_.firstDeadline()) time = std::min(time, *deadline);
   if (isPaused_) time = std::min(time, Clock::now() + kAcceptPause);
-  const bool isDue = (mustReopen_ && !isPaused_) || !postponed_.isEmpty();
+  const bool isDue = (mustReopen_ && !isPaused_) || server_.hasPostponed();
   g_source_set_ready_time(source_.get(), isDue ? 0 : microseconds(time));
 }
 

@@ -8,10 +8,7 @@
 
 #include "platform/apple_event_transport.h"
 #include "platform/linux/endpoint_name.h"
-#include "platform/linux/event_packet.h"
-#include "platform/linux/idle_connections.h"
-#include "platform/linux/peer_identity.h"
-#include "platform/linux/postponed_events.h"
+#include "platform/linux/event_server.h"
 #include "platform/linux/scoped_fd.h"
 #include "platform/linux/scoped_source.h"
 #include "platform/types.h"
@@ -41,10 +38,6 @@ class SocketEndpoint {
 
  private:
   using Clock = std::chrono::steady_clock;
-  /// Whether to wait a moment for the first packet of a connection.
-  enum class FirstWait { kNone, kShort };
-  /// Whether an event waits while its caller has used up its budget.
-  enum class Budget { kApplies, kIgnored };
 
   void attachSource();
   OSErr takeName();
@@ -54,25 +47,13 @@ class SocketEndpoint {
   void takeEvents();
   void reopen();
   bool serveNext(Clock::time_point now);
-  bool serveAccepted(Clock::time_point now);
-  void serveEarlierOf(pid_t pid);
   bool acceptOne();
   bool handleAcceptError(int error);
   void pauseAccepting();
   void resumeAccepting();
-  void keepIdle(PeerConnection connection);
-  void dismiss(PeerConnection connection);
-  bool serve(PeerConnection& connection, FirstWait wait);
-  bool serveUnread(PeerConnection& connection, FirstWait wait, Budget budget);
-  void postpone(PostponedEvent event);
-  void servePostponed(PostponedEvent event, Budget budget);
-  static void refuse(int socket, const Envelope& envelope, PeerKind caller);
-  void handle(const PeerConnection& connection, const Envelope& envelope,
-              const ProcessSerialNumber& caller);
   void scheduleWakeUp();
 
   EndpointName name_;
-  AppleEventTransport::Receiver receiver_;
   ScopedFd listener_;
   ScopedSource source_;
   void* listenerTag_ = nullptr;
@@ -80,8 +61,7 @@ class SocketEndpoint {
   bool isListening_ = true;
   bool isPaused_ = false;
   bool mustReopen_ = false;
-  IdleConnections idle_{source_};
-  PostponedEvents postponed_;
+  EventServer server_;
   Clock::time_point lastVerified_;
   /// False once the endpoint is gone; a handler may close it while it is being served.
   std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
