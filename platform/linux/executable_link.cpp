@@ -1,11 +1,13 @@
 #include "platform/linux/executable_link.h"
 
-#include <sys/stat.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+
+#include "platform/linux/local_file.h"
 
 namespace platform {
 namespace {
@@ -16,19 +18,21 @@ constexpr std::string_view kDeletedSuffix = " (deleted)";
 
 ExecutableLink ExecutableLink::ofDescriptor(int descriptor) noexcept {
   ExecutableLink link("/proc/self/fd/", descriptor, "");
-  struct stat linked = {};
-  if (link.error_ == 0 && (fstat(descriptor, &linked) != 0 || !S_ISREG(linked.st_mode))) {
-    link.error_ = EINVAL;
-  }
+  if (link.error_ != 0) return link;
+  const auto status = statusWithoutWaiting(descriptor, "");
+  if (!status || !S_ISREG(status->stx_mode)) link.error_ = EINVAL;
   return link;
 }
 
-bool ExecutableLink::isRemoved() const noexcept {
+bool ExecutableLink::isRemoved() const {
   if (!target().ends_with(kDeletedSuffix)) return false;
-  struct stat named = {};
-  struct stat linked = {};
-  return stat(target_.data(), &named) != 0 || stat(link_.data(), &linked) != 0 ||
-         named.st_dev != linked.st_dev || named.st_ino != linked.st_ino;
+  const LocalFile file = openLocalFile(target());
+  if (file.access != LocalAccess::kOpen) return true;
+  const auto named = statusWithoutWaiting(file.file.get(), "");
+  const auto linked = statusWithoutWaiting(AT_FDCWD, link_.data());
+  return !named || !linked || named->stx_ino != linked->stx_ino ||
+         named->stx_dev_major != linked->stx_dev_major ||
+         named->stx_dev_minor != linked->stx_dev_minor;
 }
 
 ExecutableLink::ExecutableLink(std::string_view before, int number,

@@ -20,8 +20,9 @@ class ExecutableLink {
   int error() const noexcept { return error_; }
   /// The path as the kernel gives it, with its mark where the file was removed.
   std::string_view target() const noexcept { return {target_.data(), length_}; }
-  /// Whether the file was removed; one whose own name looks like the kernel's mark was not.
-  bool isRemoved() const noexcept;
+  /// Whether the file was removed; one whose own name looks like the kernel's mark was not, unless
+  /// it is on a file system that may not answer.
+  bool isRemoved() const;
 
  private:
   ExecutableLink(std::string_view before, int number, std::string_view after) noexcept;

@@ -27,6 +27,14 @@ std::optional<FileSignature> FileSignature::ofFile(const std::string& path) {
   return FileSignature(status, now);
 }
 
+std::optional<FileSignature> FileSignature::ofDescriptor(int file) {
+  timespec now = {};
+  clock_gettime(CLOCK_REALTIME, &now);
+  struct stat status = {};
+  if (fstat(file, &status) != 0) return std::nullopt;
+  return FileSignature(status, now);
+}
+
 FileSignature::FileSignature(const struct stat& status, const timespec& now)
     : device_(status.st_dev),
       inode_(status.st_ino),

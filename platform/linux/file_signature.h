@@ -21,6 +21,9 @@ class FileSignature {
   /// The signature of the file at `path`, links followed; nothing when it cannot be looked at.
   static std::optional<FileSignature> ofFile(const std::string& path);
 
+  /// The same of an open file.
+  static std::optional<FileSignature> ofDescriptor(int file);
+
   /// `now` is the wall clock's time at which `status` was taken.
   FileSignature(const struct stat& status, const timespec& now);
 
