@@ -69,7 +69,7 @@ class Counter : public TQHPAppEventBase {
 };
 
 std::string flattened(const AppleEventDescriptor& descriptor) {
-  std::string bytes(platform::flattenedSize(descriptor), '\0');
+  std::string bytes(platform::flattenedSize(descriptor).value(), '\0');
   platform::flattenTo(descriptor, bytes.data());
   return bytes;
 }
@@ -93,7 +93,7 @@ std::size_t decodeAndReply(const std::string& bytes, const AppleEventDescriptor&
       platform::fourCharCode("aevt"), platform::fourCharCode("ansr"), {}, event->returnID(),
       event->transactionID());
   platform::AppleEventManager::sharedAppleEventManager().dispatchRawAppleEvent(*event, reply);
-  out.resize(platform::flattenedSize(reply));
+  out.resize(platform::flattenedSize(reply).value());
   platform::flattenTo(reply, out.data());
   return out.size();
 }

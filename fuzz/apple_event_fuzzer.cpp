@@ -20,6 +20,7 @@
 #include "platform/apple_event_manager.h"
 #include "platform/linux/apple_event_wire.h"
 #include "platform/linux/peer_identity.h"
+#include "platform/portable/event_limits.h"
 #include "platform/process_manager.h"
 #include "platform/runtime.h"
 
@@ -36,7 +37,9 @@ constexpr platform::AEEventID kCall = platform::fourCharCode("call");
 constexpr platform::AEEventID kAnswer = platform::fourCharCode("ansr");
 
 std::string flattened(const AppleEventDescriptor& descriptor) {
-  std::string bytes(platform::flattenedSize(descriptor), '\0');
+  const auto size = platform::flattenedSize(descriptor);
+  require(size.has_value(), "what a receiver takes can be sent");
+  std::string bytes(*size, '\0');
   require(platform::flattenTo(descriptor, bytes.data()) == bytes.data() + bytes.size(),
           "what is written is as long as it was said to be");
   return bytes;
@@ -101,7 +104,9 @@ class ControlDelegate final : public TQHPHelperControlCallBackDelegate {
 // The form in pieces, joined, is the form in one.
 void requireSameInPieces(const AppleEventDescriptor& descriptor) {
   constexpr std::size_t kRoom = 16;
-  platform::FlattenedPieces pieces(descriptor, platform::flattenedSize(descriptor), kRoom);
+  const auto size = platform::flattenedSize(descriptor);
+  require(size.has_value(), "what a receiver takes can be sent");
+  platform::FlattenedPieces pieces(descriptor, *size, kRoom);
   std::string joined;
   for (const iovec& piece : pieces.pieces()) {
     joined.append(static_cast<const char*>(piece.iov_base), piece.iov_len);
@@ -117,10 +122,14 @@ void requireSameWithLongData(AppleEventDescriptor descriptor) {
   descriptor.setAttributeDescriptor(longText, platform::fourCharCode("long"));
   descriptor.insertDescriptor(longText, 1);
   descriptor.insertDescriptor(longText, 0);
+  // What is there already may be as many attributes as there can be.
+  if (!platform::flattenedSize(descriptor)) {
+    require(descriptor.attributes().size() > platform::kMaximumKeywords, "only a limit refuses");
+    return;
+  }
   requireSameInPieces(descriptor);
   const auto again = platform::unflatten(flattened(descriptor));
-  // What is there already may be as many attributes as there can be.
-  if (again) require(flattened(*again) == flattened(descriptor), "long data is read as it is");
+  require(again && flattened(*again) == flattened(descriptor), "long data is read as it is");
 }
 
 void requireStable(const AppleEventDescriptor& descriptor, std::string_view bytes) {

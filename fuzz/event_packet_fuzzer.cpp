@@ -23,6 +23,7 @@
 #include "platform/linux/event_packet.h"
 #include "platform/linux/peer_identity.h"
 #include "platform/linux/scoped_fd.h"
+#include "platform/portable/event_limits.h"
 
 namespace {
 
@@ -141,7 +142,7 @@ std::string packetBytes(unsigned options, std::string_view rest, std::size_t fil
 }
 
 std::string flattened(const AppleEventDescriptor& descriptor) {
-  std::string bytes(platform::flattenedSize(descriptor), '\0');
+  std::string bytes(platform::flattenedSize(descriptor).value(), '\0');
   platform::flattenTo(descriptor, bytes.data());
   return bytes;
 }

@@ -87,7 +87,7 @@ std::size_t callPacketSize(const std::string& selector, const std::vector<std::s
       event.returnID(), event.transactionID());
   addressed.setParamDescriptor(*event.paramDescriptorForKeyword(platform::keyDirectObject),
                                platform::keyDirectObject);
-  return kPacketHeaderSize + platform::flattenedSize(addressed);
+  return kPacketHeaderSize + platform::flattenedSize(addressed).value();
 }
 
 std::size_t replyPacketSize(const std::string& text) {
@@ -96,7 +96,7 @@ std::size_t replyPacketSize(const std::string& text) {
       platform::fourCharCode("aevt"), platform::fourCharCode("ansr"), {}, -1, 0);
   reply.setParamDescriptor(AppleEventDescriptor::descriptorWithString(text),
                            platform::keyDirectObject);
-  return kPacketHeaderSize + platform::flattenedSize(reply);
+  return kPacketHeaderSize + platform::flattenedSize(reply).value();
 }
 
 }  // namespace bench

@@ -11,6 +11,8 @@
 #include <string>
 #include <utility>
 
+#include "platform/portable/event_limits.h"
+
 namespace platform {
 namespace {
 
@@ -29,28 +31,52 @@ Value littleEndian(Value value) {
   return value;
 }
 
-std::size_t keyedSize(const AppleEventDescriptor::KeyedDescriptors& descriptors) noexcept {
-  std::size_t size = kCountSize;
-  for (const auto& [keyword, descriptor] : descriptors) {
-    size += kKeywordSize + flattenedSize(descriptor);
+/// Adds up a flattened descriptor, as far as the first limit that it exceeds.
+class Measure {
+ public:
+  /// @return false beyond a limit.
+  bool add(const AppleEventDescriptor& descriptor, int depth) noexcept {
+    if (depth > kMaximumNesting || count_ == kMaximumDescriptors) return false;
+    ++count_;
+    if (!add(kDescriptorHeaderSize)) return false;
+    if (descriptor.descriptorType() == typeAEList) return addList(descriptor, depth);
+    if (descriptor.descriptorType() == typeAppleEvent) return addEvent(descriptor, depth);
+    return add(descriptor.data().size());
   }
-  return size;
-}
 
-std::size_t payloadSize(const AppleEventDescriptor& descriptor) noexcept {
-  if (descriptor.descriptorType() == typeAEList) {
-    std::size_t size = kCountSize;
-    for (std::size_t i = 1; i <= descriptor.numberOfItems(); ++i) {
-      size += flattenedSize(*descriptor.descriptorAtIndex(i));
+  std::size_t size() const noexcept { return size_; }
+
+ private:
+  bool add(std::size_t bytes) noexcept {
+    if (bytes > kMaximumFlattenedSize - size_) return false;
+    size_ += bytes;
+    return true;
+  }
+
+  bool addList(const AppleEventDescriptor& list, int depth) noexcept {
+    if (!add(kCountSize)) return false;
+    const std::size_t count = list.numberOfItems();
+    for (std::size_t i = 1; i <= count; ++i) {
+      if (!add(*list.descriptorAtIndex(i), depth + 1)) return false;
     }
-    return size;
+    return true;
   }
-  if (descriptor.descriptorType() == typeAppleEvent) {
-    return kEventHeaderSize + flattenedSize(descriptor.target()) +
-           keyedSize(descriptor.attributes()) + keyedSize(descriptor.parameters());
+
+  bool addEvent(const AppleEventDescriptor& event, int depth) noexcept {
+    return add(kEventHeaderSize) && add(event.target(), depth + 1) &&
+           addKeyed(event.attributes(), depth) && addKeyed(event.parameters(), depth);
   }
-  return descriptor.data().size();
-}
+
+  bool addKeyed(const AppleEventDescriptor::KeyedDescriptors& descriptors, int depth) noexcept {
+    if (descriptors.size() > kMaximumKeywords) return false;
+    if (!add(kCountSize + descriptors.size() * kKeywordSize)) return false;
+    return std::ranges::all_of(descriptors,
+                               [&](const auto& keyed) { return add(keyed.second, depth + 1); });
+  }
+
+  std::size_t size_ = 0;
+  std::size_t count_ = 0;
+};
 
 // From this size on, data is not copied where it can stay where it is.
 constexpr std::size_t kLongData = std::size_t{16} << 10;
@@ -256,17 +282,15 @@ class Reader {
            reader.isAtEnd();
   }
 
-  // Setting by keyword looks through those set before, so their number is bounded.
-  static constexpr std::uint32_t kMaximumKeywords = 64;
-
   std::string_view rest_;
   std::size_t& budget_;
 };
 
 }  // namespace
 
-std::size_t flattenedSize(const AppleEventDescriptor& descriptor) noexcept {
-  return kDescriptorHeaderSize + payloadSize(descriptor);
+std::optional<std::size_t> flattenedSize(const AppleEventDescriptor& descriptor) noexcept {
+  Measure measure;
+  return measure.add(descriptor, 1) ? std::optional(measure.size()) : std::nullopt;
 }
 
 char* flattenTo(const AppleEventDescriptor& descriptor, char* out) noexcept {

@@ -22,21 +22,12 @@
 /// Integers are little-endian. The payload of every other type is its bytes as they stand.
 namespace platform {
 
-/// The largest flattened event that is carried; ample for a 16 MiB argument.
-inline constexpr std::size_t kMaximumFlattenedSize = std::size_t{64} << 20;
+/// Bytes of the flattened form; nothing for a descriptor that exceeds a limit of event_limits.h,
+/// which `unflatten` would refuse.
+std::optional<std::size_t> flattenedSize(const AppleEventDescriptor& descriptor) noexcept;
 
-/// How deep lists and events may nest; a call event needs four levels.
-inline constexpr int kMaximumNesting = 16;
-
-/// How many descriptors one event may hold in all, so that a peer cannot have memory filled with
-/// empty ones.
-inline constexpr std::size_t kMaximumDescriptors = std::size_t{1} << 18;
-
-/// Bytes that `flattenTo` writes for `descriptor`.
-std::size_t flattenedSize(const AppleEventDescriptor& descriptor) noexcept;
-
-/// Writes the flattened form to `out`, which has room for `flattenedSize` bytes, where that is at
-/// most `kMaximumFlattenedSize`. @return the end of what was written.
+/// Writes the flattened form to `out`, which has room for its `flattenedSize`.
+/// @return the end of what was written.
 char* flattenTo(const AppleEventDescriptor& descriptor, char* out) noexcept;
 
 /// The flattened form of a descriptor for a call that gathers its output: what is long is not
@@ -57,7 +48,7 @@ class FlattenedPieces {
 };
 
 /// Reads a flattened descriptor. Nothing unless `bytes` is exactly one whole well-formed descriptor
-/// within the limits above; allocates no more than a small multiple of `bytes`.
+/// within the limits of event_limits.h; allocates no more than a small multiple of `bytes`.
 std::optional<AppleEventDescriptor> unflatten(std::string_view bytes);
 
 }  // namespace platform

@@ -15,6 +15,7 @@
 #include <span>
 
 #include "platform/linux/apple_event_wire.h"
+#include "platform/portable/event_limits.h"
 
 namespace platform {
 namespace {
@@ -236,8 +237,15 @@ ReceiveResult receiveNext(int socket, Envelope& envelope) {
 OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDescriptor& descriptor,
                  int executable, std::uint32_t token) {
   const bool hasBody = kind != PacketKind::kReply || status == noErr;
-  const std::size_t bodySize = hasBody ? flattenedSize(descriptor) : 0;
-  if (bodySize > kMaximumFlattenedSize) return memFullErr;
+  if (hasBody && descriptor.descriptorType() != typeAppleEvent) return paramErr;
+  const auto bodySize = hasBody ? flattenedSize(descriptor) : std::size_t{0};
+  if (!bodySize) return memFullErr;
+  return sendPacketOfSize(*bodySize, socket, kind, status, descriptor, executable, token);
+}
+
+OSErr sendPacketOfSize(std::size_t bodySize, int socket, PacketKind kind, OSErr status,
+                       const AppleEventDescriptor& descriptor, int executable,
+                       std::uint32_t token) {
   const Header header{kMagic,
                       kVersion,
                       static_cast<std::uint8_t>(kind),
@@ -245,7 +253,7 @@ OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDesc
                       static_cast<std::uint32_t>(bodySize),
                       token};
   const std::span<const int> descriptors(&executable, executable >= 0 ? 1 : 0);
-  if (!hasBody) {
+  if (bodySize == 0) {
     iovec piece{const_cast<Header*>(&header), sizeof header};
     const int error = sendPieces(socket, {&piece, 1}, descriptors);
     return error == 0 ? noErr : statusOfSendError(error);

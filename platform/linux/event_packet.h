@@ -17,11 +17,6 @@ namespace platform {
 
 enum class PacketKind : std::uint8_t { kEvent = 1, kEventWantingReply = 2, kReply = 3 };
 
-/// The largest packet; a body that makes it larger goes into a memory file, and so does a smaller
-/// one where the system's send buffers are not of their usual size (net.core.wmem_default, 208
-/// KiB).
-inline constexpr std::size_t kMaximumPacketSize = std::size_t{160} << 10;
-
 /// A packet as it was received.
 struct Packet {
   PacketKind kind = PacketKind::kEvent;
@@ -34,11 +29,16 @@ struct Packet {
 /// Sends one packet on the connected socket `socket`; never waits.
 /// @param executable descriptor to hand over with the packet, or -1.
 /// @param token the `processToken` that goes with it, or 0.
-/// @return noErr; memFullErr for a body that is too large; errAETimeout while so many of the user's
-///         descriptors are on their way that the system takes no more; connectionInvalid when the
-///         peer is gone.
+/// @return noErr; memFullErr for a body beyond a limit of event_limits.h; paramErr for a body that is
+///         no event; errAETimeout while so many of the user's descriptors are on their way that the
+///         system takes no more; connectionInvalid when the peer is gone.
 OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDescriptor& descriptor,
                  int executable, std::uint32_t token = 0);
+
+/// The same for an event, or a reply with a body, whose `flattenedSize` is `bodySize`; 0 for a
+/// reply without a body.
+OSErr sendPacketOfSize(std::size_t bodySize, int socket, PacketKind kind, OSErr status,
+                       const AppleEventDescriptor& descriptor, int executable, std::uint32_t token);
 
 /// A packet whose body has not been looked at: its receiver decides first whether it serves the
 /// sender.

@@ -42,9 +42,9 @@ AppleEventDescriptor answerTo(std::int16_t returnID, std::int32_t transactionID)
 }
 
 void sendReply(int socket, OSErr status, const AppleEventDescriptor& reply) {
-  if (sendPacket(socket, PacketKind::kReply, status, reply, -1) != noErr) {
-    sendPacket(socket, PacketKind::kReply, memFullErr, {}, -1);
-  }
+  const OSErr sent = sendPacket(socket, PacketKind::kReply, status, reply, -1);
+  // The sender learns why there is no reply.
+  if (sent != noErr) sendPacket(socket, PacketKind::kReply, sent, {}, -1);
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "platform/bundle.h"
+#include "platform/linux/apple_event_wire.h"
 #include "platform/linux/event_packet.h"
 #include "platform/linux/launch_record.h"
 #include "platform/linux/peer_identity.h"
@@ -177,6 +178,8 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
   const AppleEventDescriptor& target = event.target();
   if (target.descriptorType() != typeApplicationBundleID) return paramErr;
   if (target.data().empty()) return procNotFound;
+  const auto size = flattenedSize(event);
+  if (!size) return memFullErr;
 
   const Deadline deadline(sendMode, timeOutInTicks);
   Connection connection;
@@ -185,10 +188,10 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
   if (status != noErr) return status;
   const bool wantsReply = sendMode == kAEWaitReply;
   if (wantsReply && connection.peer == getpid()) return sendToSelf(event, reply);
-  status = sendPacketTo(connection.peer, connection.socket.get(), wantsReply, event);
+  status = sendPacketTo(connection.peer, connection.socket.get(), wantsReply, event, *size);
   while (status == errAETimeout && !deadline.hasPassed()) {
     std::this_thread::sleep_for(kTryInterval);
-    status = sendPacketTo(connection.peer, connection.socket.get(), wantsReply, event);
+    status = sendPacketTo(connection.peer, connection.socket.get(), wantsReply, event, *size);
   }
   if (status == noErr) lastRecipient_ = static_cast<std::uint64_t>(connection.peer);
   if (status != noErr || !wantsReply) return status;
@@ -200,21 +203,21 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
 // so it is done once a second for each receiver; the events after it bear the token that the
 // receiver has seen with it.
 OSErr SocketTransport::sendPacketTo(pid_t target, int socket, bool wantsReply,
-                                    const AppleEventDescriptor& event) {
+                                    const AppleEventDescriptor& event, std::size_t size) {
   const PacketKind kind = wantsReply ? PacketKind::kEventWantingReply : PacketKind::kEvent;
   bool isNew = false;
   const std::uint32_t token = processToken(isNew);
   if (isNew) introductions_.clear();
   if (token != 0 && isIntroducedTo(target, kIntroductionValidity)) {
-    return sendPacket(socket, kind, noErr, event, -1, token);
+    return sendPacketOfSize(size, socket, kind, noErr, event, -1, token);
   }
   const ScopedFd executable(::open("/proc/self/exe", O_PATH | O_CLOEXEC));
   // Without it the event may be thrown away, which no status would tell.
   if (!executable.isValid()) return statusOfOpenError(errno);
-  const OSErr status = sendPacket(socket, kind, noErr, event, executable.get(), token);
+  const OSErr status = sendPacketOfSize(size, socket, kind, noErr, event, executable.get(), token);
   // So many of the user's descriptors may be on their way that the system takes no more.
   if (status == errAETimeout && token != 0 && isIntroducedTo(target, kLongestIntroduction)) {
-    return sendPacket(socket, kind, noErr, event, -1, token);
+    return sendPacketOfSize(size, socket, kind, noErr, event, -1, token);
   }
   if (status == noErr) noteIntroduction(target);
   return status;
@@ -246,8 +249,10 @@ OSErr SocketTransport::sendToSelf(const AppleEventDescriptor& event, AppleEventD
       event.eventClass(), fourCharCode("ansr"), {}, event.returnID(), event.transactionID());
   const Receiver receiver = receiver_;
   const OSErr status = receiver ? receiver(std::move(received), answer) : errAEEventNotHandled;
-  if (status == noErr) reply = std::move(answer);
-  return status;
+  if (status != noErr) return status;
+  if (!flattenedSize(answer)) return memFullErr;
+  reply = std::move(answer);
+  return noErr;
 }
 
 OSErr SocketTransport::startReceiving(Receiver receiver) {

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -36,7 +37,8 @@ class SocketTransport : public AppleEventTransport {
   void stopReceiving() override;
 
  private:
-  OSErr sendPacketTo(pid_t target, int socket, bool wantsReply, const AppleEventDescriptor& event);
+  OSErr sendPacketTo(pid_t target, int socket, bool wantsReply, const AppleEventDescriptor& event,
+                     std::size_t size);
   void noteIntroduction(pid_t target);
   bool isIntroducedTo(pid_t target, std::chrono::seconds validity) const;
   OSErr sendToSelf(const AppleEventDescriptor& event, AppleEventDescriptor& reply);

@@ -9,10 +9,13 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ClientComm/TQHPAppEventBase.h"
@@ -25,6 +28,7 @@
 #include "platform/linux/runtime_folder.h"
 #include "platform/linux/scoped_fd.h"
 #include "platform/linux/socket_path.h"
+#include "platform/portable/event_limits.h"
 #include "platform/text.h"
 #include "tests/support/child_process.h"
 #include "tests/support/raw_packets.h"
@@ -106,6 +110,14 @@ class Transport : public testing::Test {
     EXPECT_TRUE(support::waitUntilReachable(identifier));
     return child;
   }
+
+  /// An application that answers by itself, without classes; see `answer`.
+  ChildProcess launchAnswerer() {
+    ChildProcess child =
+        support::runApplication(support::makeApplication("Target", kTarget, "answerer"));
+    EXPECT_TRUE(support::waitUntilReachable(kTarget));
+    return child;
+  }
 };
 
 // Sends the calls that its arguments name to the target and exits at once, without any clean-up.
@@ -134,6 +146,32 @@ const support::Role sendMany("send-many", [](const std::vector<std::string>& arg
   for (int i = 0; i < count; ++i) {
     if (send("note:", {arguments.at(1) + std::to_string(i)}) != platform::noErr) return 1;
   }
+  return 0;
+});
+
+// The number of the call's arguments, or what its selector asks for.
+OSErr answer(AppleEventDescriptor event, AppleEventDescriptor& reply) {
+  const auto* const call = event.paramDescriptorForKeyword(platform::keyDirectObject);
+  const OptionalString selector = call->descriptorAtIndex(2)->stringValue();
+  AppleEventDescriptor result = AppleEventDescriptor::descriptorWithString(
+      std::to_string(call->descriptorAtIndex(3)->numberOfItems()));
+  if (selector == "a large reply") {
+    result = AppleEventDescriptor::descriptorWithString(
+        std::string(platform::kMaximumFlattenedSize, 'x'));
+  } else if (selector == "a reply of many") {
+    result = AppleEventDescriptor::listDescriptor();
+    for (std::size_t i = 0; i < platform::kMaximumDescriptors; ++i) result.insertDescriptor({}, 0);
+  } else if (selector == "a reply that is no event") {
+    reply = {};
+  }
+  reply.setParamDescriptor(std::move(result), platform::keyDirectObject);
+  return platform::noErr;
+}
+
+const support::Role answerer("answerer", [](const std::vector<std::string>& /*arguments*/) {
+  platform::AppleEventManager::sharedAppleEventManager().setEventHandler(
+      answer, platform::fourCharCode("aevt"), platform::fourCharCode("call"));
+  g_main_loop_run(g_main_loop_new(nullptr, FALSE));
   return 0;
 });
 
@@ -438,6 +476,72 @@ TEST_F(Transport, EventThatCannotBeCarriedIsRefusedWithAStatus) {
   const ChildProcess target = launch();
   EXPECT_EQ(send("note:", {std::string(std::size_t{65} << 20, 'x')}), -108);
   EXPECT_EQ(ask("notes", {}), "");
+}
+
+// Six descriptors are the event's own: itself, its target, and the call with its three items.
+constexpr std::size_t kMostArguments = platform::kMaximumDescriptors - 6;
+
+TEST_F(Transport, AsManyArgumentsAsAReceiverTakesArriveAndOneMoreIsRefused) {
+  const ChildProcess target = launchAnswerer();
+  OSErr status = -1;
+  EXPECT_EQ(ask("count", std::vector<std::string>(kMostArguments), &status),
+            std::to_string(kMostArguments));
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(ask("count", std::vector<std::string>(kMostArguments + 1), &status), std::nullopt);
+  EXPECT_EQ(status, -108);
+  EXPECT_EQ(send("count", std::vector<std::string>(kMostArguments + 1)), -108);
+}
+
+TEST_F(Transport, EventThatCannotBeCarriedIsRefusedBeforeItsTargetIsLookedFor) {
+  EXPECT_EQ(send("note:", std::vector<std::string>(kMostArguments + 1), "com.example.nobody"),
+            -108);
+  EXPECT_EQ(send("note:", {std::string(std::size_t{65} << 20, 'x')}, "com.example.nobody"), -108);
+}
+
+TEST_F(Transport, EventThatNestsTooDeepOrHasTooManyKeywordsIsRefused) {
+  const ChildProcess target = launch();
+  AppleEventDescriptor reply;
+  AppleEventDescriptor nested;
+  for (int i = 0; i < platform::kMaximumNesting; ++i) {
+    AppleEventDescriptor outer = AppleEventDescriptor::listDescriptor();
+    outer.insertDescriptor(std::move(nested), 0);
+    nested = std::move(outer);
+  }
+  AppleEventDescriptor deep = callEvent("note:", {"deep"});
+  deep.setParamDescriptor(std::move(nested), platform::fourCharCode("deep"));
+  EXPECT_EQ(platform::AESendMessage(deep, reply, platform::kAENoReply, -1), -108);
+  AppleEventDescriptor wide = callEvent("note:", {"wide"});
+  for (platform::AEKeyword key = 0; key < platform::kMaximumKeywords; ++key) {
+    wide.setParamDescriptor({}, key);
+  }
+  EXPECT_EQ(platform::AESendMessage(wide, reply, platform::kAENoReply, -1), -108);
+  EXPECT_EQ(ask("notes", {}), "");
+}
+
+TEST_F(Transport, ReplyThatCannotBeCarriedIsAnsweredWithAStatus) {
+  const ChildProcess target = launchAnswerer();
+  OSErr status = 0;
+  EXPECT_EQ(ask("a large reply", {}, &status), std::nullopt);
+  EXPECT_EQ(status, -108);
+  EXPECT_EQ(ask("a reply of many", {}, &status), std::nullopt);
+  EXPECT_EQ(status, -108);
+  EXPECT_EQ(ask("a reply that is no event", {}, &status), std::nullopt);
+  EXPECT_EQ(status, -50);
+  EXPECT_EQ(ask("count", {}, &status), "0");
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(Transport, LimitsHoldForAProcessThatCallsItselfToo) {
+  const char kSelf[] = "com.example.testhost";
+  platform::AppleEventManager::sharedAppleEventManager().setEventHandler(
+      answer, platform::fourCharCode("aevt"), platform::fourCharCode("call"));
+  OSErr status = -1;
+  EXPECT_EQ(ask("count", {"a"}, &status, kSelf), "1");
+  EXPECT_EQ(status, 0);
+  ask("count", std::vector<std::string>(kMostArguments + 1), &status, kSelf);
+  EXPECT_EQ(status, -108);
+  EXPECT_EQ(ask("a reply of many", {}, &status, kSelf), std::nullopt);
+  EXPECT_EQ(status, -108);
 }
 
 TEST_F(Transport, EventWithoutHandlerIsAnsweredWithAStatus) {

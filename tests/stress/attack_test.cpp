@@ -22,6 +22,7 @@
 #include "platform/linux/runtime_folder.h"
 #include "platform/linux/scoped_fd.h"
 #include "platform/linux/socket_path.h"
+#include "platform/portable/event_limits.h"
 #include "tests/stress/stress.h"
 #include "tests/support/child_process.h"
 #include "tests/support/product_applications.h"
