@@ -181,13 +181,14 @@ void EventServer::handle(const PeerConnection& connection, const Envelope& envel
   AppleEventDescriptor reply = answerTo(event->returnID(), event->transactionID());
   const AppleEventTransport::Receiver receiver = receiver_;
   const auto isAlive = isAlive_;
+  const bool wantsReply = envelope.kind == PacketKind::kEventWantingReply;
+  waitingPeer_ = wantsReply ? connection.pid : 0;
   const OSErr status = receiver(*std::move(event), reply);
+  if (*isAlive) waitingPeer_ = 0;
   if (*isAlive && envelope.longBody.isValid()) {
     postponed_.charge(connection.pid, envelope.bodySize, Clock::now());
   }
-  if (envelope.kind == PacketKind::kEventWantingReply) {
-    sendReply(connection.socket.get(), status, reply);
-  }
+  if (wantsReply) sendReply(connection.socket.get(), status, reply);
 }
 
 }  // namespace platform

@@ -47,6 +47,9 @@ class EventServer {
   /// Has the source poll for `condition` on the idle connections.
   void poll(GIOCondition condition) { idle_.poll(condition); }
 
+  /// The process that waits for the reply to the event being handled; 0 when none does.
+  pid_t waitingPeer() const noexcept { return waitingPeer_; }
+
   bool hasPostponed() const noexcept { return !postponed_.isEmpty(); }
   /// When the oldest idle connection is due; nothing when there is none.
   std::optional<Clock::time_point> firstDeadline() const;
@@ -71,6 +74,7 @@ class EventServer {
   AppleEventTransport::Receiver receiver_;
   IdleConnections idle_;
   PostponedEvents postponed_;
+  pid_t waitingPeer_ = 0;
   /// False once the server is gone; a handler may close the endpoint while it is being served.
   std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
 };

@@ -36,6 +36,9 @@ class SocketEndpoint {
   /// too, less often.
   void verify();
 
+  /// The process that waits for the reply to the event being handled; 0 when none does.
+  pid_t waitingPeer() const noexcept { return server_.waitingPeer(); }
+
  private:
   using Clock = std::chrono::steady_clock;
 

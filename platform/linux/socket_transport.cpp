@@ -188,6 +188,8 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
   if (status != noErr) return status;
   const bool wantsReply = sendMode == kAEWaitReply;
   if (wantsReply && connection.peer == getpid()) return sendToSelf(event, reply);
+  // A peer that waits for this process's answer cannot give one.
+  if (wantsReply && endpoint_ && endpoint_->waitingPeer() == connection.peer) return errAETimeout;
   status = sendPacketTo(connection.peer, connection.socket.get(), wantsReply, event, *size);
   while (status == errAETimeout && !deadline.hasPassed()) {
     std::this_thread::sleep_for(kTryInterval);

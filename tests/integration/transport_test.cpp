@@ -23,7 +23,6 @@
 #include "ClientComm/TQHPAppleEventSender.h"
 #include "platform/apple_event_manager.h"
 #include "platform/bundle.h"
-#include "platform/linux/apple_event_wire.h"
 #include "platform/linux/event_packet.h"
 #include "platform/linux/runtime_folder.h"
 #include "platform/linux/scoped_fd.h"
@@ -163,6 +162,12 @@ OSErr answer(AppleEventDescriptor event, AppleEventDescriptor& reply) {
     for (std::size_t i = 0; i < platform::kMaximumDescriptors; ++i) result.insertDescriptor({}, 0);
   } else if (selector == "a reply that is no event") {
     reply = {};
+  } else if (selector == "ask back") {
+    AppleEventDescriptor unused;
+    const OSErr status =
+        platform::AESendMessage(callEvent("say:", {"x"}, "com.example.testhost"), unused,
+                                platform::kAEWaitReply, platform::kNoTimeOut);
+    result = AppleEventDescriptor::descriptorWithString(std::to_string(status));
   }
   reply.setParamDescriptor(std::move(result), platform::keyDirectObject);
   return platform::noErr;
@@ -542,6 +547,17 @@ TEST_F(Transport, LimitsHoldForAProcessThatCallsItselfToo) {
   EXPECT_EQ(status, -108);
   EXPECT_EQ(ask("a reply of many", {}, &status, kSelf), std::nullopt);
   EXPECT_EQ(status, -108);
+}
+
+// The one that is asked asks its caller in turn, which waits and cannot answer.
+TEST_F(Transport, QueryToACallerThatWaitsForItsOwnAnswerIsGivenUpAtOnce) {
+  TQHPAppleEventProcesser::share();
+  const ChildProcess target = launchAnswerer();
+  AppleEventDescriptor reply;
+  constexpr std::int32_t kLimit = 60 * platform::kTicksPerSecond;
+  ASSERT_EQ(
+      platform::AESendMessage(callEvent("ask back", {}), reply, platform::kAEWaitReply, kLimit), 0);
+  EXPECT_EQ(reply.paramDescriptorForKeyword(platform::keyDirectObject)->stringValue(), "-1712");
 }
 
 TEST_F(Transport, EventWithoutHandlerIsAnsweredWithAStatus) {
