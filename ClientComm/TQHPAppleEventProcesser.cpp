@@ -52,7 +52,12 @@ TQHPAppleEventProcesser& TQHPAppleEventProcesser::share() {
   return *processer;
 }
 
-TQHPAppleEventProcesser::TQHPAppleEventProcesser() { regist(); }
+TQHPAppleEventProcesser::TQHPAppleEventProcesser()
+    : observer_([this](const platform::Object& object) {
+        std::erase_if(mapTable_, [&](const auto& entry) { return entry.second == &object; });
+      }) {
+  regist();
+}
 
 TQHPAppleEventProcesser::~TQHPAppleEventProcesser() {
   mapTable_.clear();

@@ -35,7 +35,7 @@ class CLIENTCOMM_EXPORT TQHPAppleEventProcesser {
   void unRegist();
 
   /// Makes `object` the one that receives the calls for the class `className`, in place of an
-  /// earlier one. The object is not kept alive: it removes itself before it goes.
+  /// earlier one. The object is not kept alive: its destruction removes its entries.
   void setObjectforKeyToMapTable(platform::Object& object, const std::string& className);
   /// Removes the entry of the class `className`, whichever object it holds.
   void removeObjectforKeyToMapTable(const std::string& className);
@@ -53,6 +53,8 @@ class CLIENTCOMM_EXPORT TQHPAppleEventProcesser {
   /// Instances that the processor made itself; kept even when another takes over their entry.
   std::vector<std::shared_ptr<platform::Object>> madeInstances_;
   std::recursive_mutex monitor_;
+  /// The last member, so that it is the first to go: the others are still whole when it acts.
+  platform::ObjectObserver observer_;
 };
 
 /// The processor that `TQHPAppleEventProcesser::share` gives; null before its first use.

@@ -4,7 +4,6 @@
 #include <utility>
 #include <vector>
 
-#include "ClientComm/TQHPAppleEventProcesser.h"
 #include "ClientComm/TQHPGuard.h"
 #include "ClientComm/TQHPHelperError.h"
 #include "ClientComm/TQHPHostClasses.h"
@@ -37,18 +36,7 @@ TQHPHelperControl& TQHPHelperControl::share() {
   return *proxy;
 }
 
-TQHPHelperControl::TQHPHelperControl() {
-  registerHostClasses();
-  TQHPAppleEventProcesser::share().setObjectforKeyToMapTable(*this, staticClass().name());
-}
-
-TQHPHelperControl::~TQHPHelperControl() {
-  TQHPAppleEventProcesser& table = TQHPAppleEventProcesser::share();
-  // A later instance may have the entry by now.
-  if (table.objectForKey(staticClass().name()) == this) {
-    table.removeObjectforKeyToMapTable(staticClass().name());
-  }
-}
+TQHPHelperControl::TQHPHelperControl() { registerProxy(*this); }
 
 OSErr TQHPHelperControl::isAlive(const OptionalString& productID,
                                  const OptionalString& prodeuctVersion) {

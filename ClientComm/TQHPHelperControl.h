@@ -31,7 +31,6 @@ class CLIENTCOMM_EXPORT TQHPHelperControl : public TQHPAppEventBase {
 
   /// Registers the new object for the helper's notices, in place of an earlier one.
   TQHPHelperControl();
-  ~TQHPHelperControl() override;
 
   /// The class by which the process's registry knows it.
   static const platform::Class& staticClass();

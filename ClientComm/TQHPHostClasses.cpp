@@ -1,5 +1,7 @@
 #include "ClientComm/TQHPHostClasses.h"
 
+#include "ClientComm/TQHPAppEventBase.h"
+#include "ClientComm/TQHPAppleEventProcesser.h"
 #include "ClientComm/TQHPCustomerServiceByHelepr.h"
 #include "ClientComm/TQHPGetDataByHelper.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
@@ -18,4 +20,9 @@ void registerHostClasses() {
   platform::registerClass(TQHPUpgradeByHelper::staticClass());
   platform::registerClass(TQHPUploadByHelper::staticClass());
   platform::registerClass(TQHPCustomerServiceByHelepr::staticClass());
+}
+
+void registerProxy(TQHPAppEventBase& proxy) {
+  registerHostClasses();
+  TQHPAppleEventProcesser::share().setObjectforKeyToMapTable(proxy, proxy.className());
 }

@@ -2,7 +2,6 @@
 
 #include <optional>
 
-#include "ClientComm/TQHPAppleEventProcesser.h"
 #include "ClientComm/TQHPHelperError.h"
 #include "ClientComm/TQHPHostClasses.h"
 #include "ClientComm/TQHPProxyCall.h"
@@ -30,18 +29,7 @@ TQHPUpgradeByHelper& TQHPUpgradeByHelper::share() {
   return *proxy;
 }
 
-TQHPUpgradeByHelper::TQHPUpgradeByHelper() {
-  registerHostClasses();
-  TQHPAppleEventProcesser::share().setObjectforKeyToMapTable(*this, staticClass().name());
-}
-
-TQHPUpgradeByHelper::~TQHPUpgradeByHelper() {
-  TQHPAppleEventProcesser& table = TQHPAppleEventProcesser::share();
-  // A later instance may have the entry by now.
-  if (table.objectForKey(staticClass().name()) == this) {
-    table.removeObjectforKeyToMapTable(staticClass().name());
-  }
-}
+TQHPUpgradeByHelper::TQHPUpgradeByHelper() { registerProxy(*this); }
 
 OSErr TQHPUpgradeByHelper::productUpgrade(const OptionalString& productID,
                                           const OptionalString& versionID) {

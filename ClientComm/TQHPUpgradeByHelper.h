@@ -27,7 +27,6 @@ class CLIENTCOMM_EXPORT TQHPUpgradeByHelper : public TQHPAppEventBase {
 
   /// Registers the new object for the helper's callback, in place of an earlier one.
   TQHPUpgradeByHelper();
-  ~TQHPUpgradeByHelper() override;
 
   /// The class by which the process's registry knows it.
   static const platform::Class& staticClass();

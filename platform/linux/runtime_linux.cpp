@@ -1,4 +1,5 @@
 #include <map>
+#include <vector>
 
 #include "platform/runtime.h"
 
@@ -12,9 +13,23 @@ Registry& registry() {
   return *classes;
 }
 
+// Never destroyed: objects may outlive every other static variable.
+std::vector<ObjectObserver*>& observers() {
+  static auto* const all = new std::vector<ObjectObserver*>;
+  return *all;
+}
+
 }  // namespace
 
-Object::~Object() = default;
+Object::~Object() {
+  for (ObjectObserver* const observer : observers()) observer->whenDestroyed_(*this);
+}
+
+ObjectObserver::ObjectObserver(Action whenDestroyed) : whenDestroyed_(std::move(whenDestroyed)) {
+  observers().push_back(this);
+}
+
+ObjectObserver::~ObjectObserver() { std::erase(observers(), this); }
 
 Class::Class(std::string name, Factory factory, std::vector<Method> methods)
     : name_(std::move(name)), factory_(factory), methods_(std::move(methods)) {}

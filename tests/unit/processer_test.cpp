@@ -154,6 +154,63 @@ TEST_F(ProcesserTest, AnObjectMadeForACallLivesOnWhenOneOfAnotherClassIsMade) {
   EXPECT_EQ(instancesGone, 0);
 }
 
+// --- Objects that end ---
+
+TEST_F(ProcesserTest, AnObjectThatIsDestroyedTakesItsEntriesWithIt) {
+  TQHPAppleEventProcesser& table = TQHPAppleEventProcesser::share();
+  {
+    Recorder mine;
+    table.setObjectforKeyToMapTable(mine, "Recorder");
+    table.setObjectforKeyToMapTable(mine, "Another name");
+  }
+  EXPECT_EQ(table.objectForKey("Recorder"), nullptr);
+  EXPECT_EQ(table.objectForKey("Another name"), nullptr);
+  EXPECT_EQ(call("two::", {"a", "b"}), "a|b") << "another one is made for the call";
+  EXPECT_EQ(instancesMade, 2);
+}
+
+TEST_F(ProcesserTest, AnObjectThatIsDestroyedLeavesTheEntryOfTheOneThatReplacedIt) {
+  TQHPAppleEventProcesser& table = TQHPAppleEventProcesser::share();
+  Recorder later;
+  {
+    Recorder earlier;
+    table.setObjectforKeyToMapTable(earlier, "Recorder");
+    table.setObjectforKeyToMapTable(later, "Recorder");
+  }
+  EXPECT_EQ(table.objectForKey("Recorder"), &later);
+}
+
+TEST_F(ProcesserTest, AnObjectOutsideTheFamilyTakesItsEntriesWithItToo) {
+  {
+    Stranger stranger;
+    TQHPAppleEventProcesser::share().setObjectforKeyToMapTable(stranger, "Stranger");
+  }
+  EXPECT_EQ(TQHPAppleEventProcesser::share().objectForKey("Stranger"), nullptr);
+  EXPECT_EQ(recorder_.call("Stranger", "nothing").status, 0);
+}
+
+TEST_F(ProcesserTest, AnObjectThatIsDestroyedTakesItsEntriesOfEveryProcessor) {
+  TQHPAppleEventProcesser other;
+  {
+    Recorder mine;
+    other.setObjectforKeyToMapTable(mine, "Recorder");
+  }
+  EXPECT_EQ(other.objectForKey("Recorder"), nullptr);
+}
+
+TEST_F(ProcesserTest, AnObjectMayDestroyItselfWhileItIsCalled) {
+  auto* const mine = new Recorder;
+  TQHPAppleEventProcesser::share().setObjectforKeyToMapTable(*mine, "Recorder");
+  whenAsked = [mine]() -> OptionalString {
+    delete mine;
+    return "gone";
+  };
+  EXPECT_EQ(call("ask"), "gone");
+  EXPECT_EQ(TQHPAppleEventProcesser::share().objectForKey("Recorder"), nullptr);
+  EXPECT_EQ(call("two::", {"a", "b"}), "a|b");
+  EXPECT_EQ(instancesMade, 2);
+}
+
 TEST_F(ProcesserTest, AnUnknownClassYieldsNilAndMakesNothing) {
   const support::Answer answer = recorder_.call("NoSuchClass", "nothing");
   EXPECT_EQ(answer.status, 0);

@@ -126,6 +126,21 @@ TEST(Runtime, NilAndEmptyArgumentsStayApart) {
   EXPECT_EQ(perform(speaker, "byValue:", {std::string("a\0b", 3)}), std::string("a\0b", 3));
 }
 
+TEST(Runtime, AnObserverHearsOfEveryObjectThatIsDestroyedWhileItLives) {
+  std::vector<const platform::Object*> heard;
+  Speaker before;
+  {
+    const platform::ObjectObserver observer(
+        [&heard](const platform::Object& object) { heard.push_back(&object); });
+    { const Speaker inside; }
+    const auto made = Speaker::staticClass().makeInstance();
+    EXPECT_EQ(heard.size(), 1U);
+  }
+  EXPECT_EQ(heard.size(), 2U);
+  { const Speaker after; }
+  EXPECT_EQ(heard.size(), 2U);
+}
+
 TEST(Runtime, WhatAMethodRaisesPassesThrough) {
   Speaker speaker;
   EXPECT_THROW(perform(speaker, "fail"), std::runtime_error);

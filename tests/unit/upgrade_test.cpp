@@ -228,6 +228,16 @@ TEST_F(UpgradeTest, ADelegateWithoutTheMethodIsNotCalledAndOwesNothing) {
   EXPECT_EQ(listener_.errors.size(), 1U);
 }
 
+TEST_F(UpgradeTest, TheDelegateMayDestroyTheProxyThatTellsIt) {
+  auto* const second = new TQHPUpgradeByHelper;
+  second->setProductUpgradeDelegate(&listener_);
+  listener_.whenTold = [second] { delete second; };
+  callBack();
+  EXPECT_EQ(listener_.errors.size(), 1U);
+  const TQHPAppleEventProcesser& table = TQHPAppleEventProcesser::share();
+  EXPECT_EQ(table.objectForKey("TQHPUpgradeByHelper"), nullptr);
+}
+
 TEST_F(UpgradeTest, ACodeWithoutADescriptionTellsTheDelegateNothingAndOwesNothing) {
   EXPECT_EQ(recorder_.call("TQHPUpgradeByHelper", kCallBack, {"x", "y", "12"}).text, std::nullopt);
   EXPECT_TRUE(listener_.errors.empty());
