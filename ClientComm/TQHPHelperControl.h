@@ -5,11 +5,11 @@
 #include "ClientComm/TQHPAppEventBase.h"
 #include "platform/error.h"
 
-/// Hears what the helper announces.
+/// Hears what the helper announces. Both methods are required.
 class CLIENTCOMM_EXPORT TQHPHelperControlCallBackDelegate {
  public:
   /// Whether the delegate wants the call named by `selector`, "willHelperExit" or
-  /// "didCheckServerOpen::"; it is asked before each call.
+  /// "didCheckServerOpen::"; it is asked before each call. Override it only to refuse calls.
   virtual bool respondsToSelector(std::string_view selector) const;
 
   /// The helper is about to exit.
@@ -36,7 +36,8 @@ class CLIENTCOMM_EXPORT TQHPHelperControl : public TQHPAppEventBase {
   static const platform::Class& staticClass();
   const platform::Class& isa() const override { return staticClass(); }
 
-  /// Receiver of the notices; not kept alive. Null drops them.
+  /// Receiver of the notices. It is not kept alive: set null, or another one, before it is
+  /// destroyed. Null drops the notices.
   TQHPHelperControlCallBackDelegate* helperCtrlDelegate() const { return helperCtrlDelegate_; }
   void setHelperCtrlDelegate(TQHPHelperControlCallBackDelegate* delegate) {
     helperCtrlDelegate_ = delegate;

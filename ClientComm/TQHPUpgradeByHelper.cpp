@@ -1,17 +1,34 @@
 #include "ClientComm/TQHPUpgradeByHelper.h"
 
 #include <optional>
+#include <utility>
 
 #include "ClientComm/TQHPHelperError.h"
 #include "ClientComm/TQHPHostClasses.h"
 #include "ClientComm/TQHPProxyCall.h"
 #include "platform/text.h"
 
+namespace {
+
+// Cleared by the protocol's own `productWillUpgrade`, which runs only where no class overrides it.
+bool isOverridden = true;
+
+}  // namespace
+
 bool TQHPProductUpgradeCallBackDelegate::respondsToSelector(std::string_view selector) const {
   return selector == "productWillUpgrade:";
 }
 
-void TQHPProductUpgradeCallBackDelegate::productWillUpgrade(const platform::Error* /*error*/) {}
+void TQHPProductUpgradeCallBackDelegate::productWillUpgrade(const platform::Error* /*error*/) {
+  isOverridden = false;
+}
+
+bool TQHPProductUpgradeCallBackDelegate::tell(const platform::Error* error) {
+  // A delegate may receive another callback while it is told of one.
+  const bool outer = std::exchange(isOverridden, true);
+  productWillUpgrade(error);
+  return std::exchange(isOverridden, outer);
+}
 
 const platform::Class& TQHPUpgradeByHelper::staticClass() {
   using platform::method;
@@ -62,6 +79,8 @@ OSErr TQHPUpgradeByHelper::productUpgradeCallBack(const OptionalString& /*unused
   }
   // Before the call: the delegate may answer from inside it.
   isUpgradeQueryResopned_ = false;
-  productUpgradeDelegate_->productWillUpgrade(error ? &*error : nullptr);
+  const bool isTold = productUpgradeDelegate_->tell(error ? &*error : nullptr);
+  // A delegate that was told may have destroyed this object.
+  if (!isTold) isUpgradeQueryResopned_ = true;
   return platform::noErr;
 }

@@ -5,19 +5,27 @@
 #include "ClientComm/TQHPAppEventBase.h"
 #include "platform/error.h"
 
-/// Implemented by a host that lets the helper upgrade the product.
+/// Implemented by a host that lets the helper upgrade the product. `productWillUpgrade` is
+/// optional: a class that does not override it is never told and owes no answer.
 class CLIENTCOMM_EXPORT TQHPProductUpgradeCallBackDelegate {
  public:
   /// Whether the delegate wants the call named by `selector`, "productWillUpgrade:"; it is asked
-  /// before each call.
+  /// before each call. Override it only to refuse calls at some times: a class without
+  /// `productWillUpgrade` needs nothing.
   virtual bool respondsToSelector(std::string_view selector) const;
 
-  /// The helper is about to upgrade the product; the host answers with `productReadyToUpgrade`.
-  /// @param error null, or what the helper reported instead; valid during the call.
-  virtual void productWillUpgrade(const platform::Error* error);
+  /// Calls `productWillUpgrade`, for the proxy. The delegate may be gone after it.
+  /// @return whether the delegate's class overrides it.
+  bool tell(const platform::Error* error);
 
  protected:
   ~TQHPProductUpgradeCallBackDelegate() = default;
+
+ private:
+  /// The helper is about to upgrade the product; the host answers with `productReadyToUpgrade`.
+  /// Private, so that no override can call this one; an override may be public.
+  /// @param error null, or what the helper reported instead; valid during the call.
+  virtual void productWillUpgrade(const platform::Error* error);
 };
 
 /// Asks the helper for upgrades and receives its question whether the product is ready.
@@ -32,7 +40,8 @@ class CLIENTCOMM_EXPORT TQHPUpgradeByHelper : public TQHPAppEventBase {
   static const platform::Class& staticClass();
   const platform::Class& isa() const override { return staticClass(); }
 
-  /// The host's listener; not kept alive. Null drops the callbacks.
+  /// The host's listener. It is not kept alive: set null, or another one, before it is destroyed.
+  /// Null drops the callbacks.
   TQHPProductUpgradeCallBackDelegate* productUpgradeDelegate() const {
     return productUpgradeDelegate_;
   }

@@ -45,6 +45,9 @@ class DeafListener final : public TQHPProductUpgradeCallBackDelegate {
   void productWillUpgrade(const platform::Error*) override { ADD_FAILURE() << "not to be called"; }
 };
 
+/// A delegate that implements nothing and says nothing about it.
+class EmptyListener final : public TQHPProductUpgradeCallBackDelegate {};
+
 class UpgradeTest : public testing::Test {
  protected:
   UpgradeTest() {
@@ -226,6 +229,38 @@ TEST_F(UpgradeTest, ADelegateWithoutTheMethodIsNotCalledAndOwesNothing) {
   controller_.setProductUpgradeDelegate(&listener_);
   callBack();
   EXPECT_EQ(listener_.errors.size(), 1U);
+}
+
+TEST_F(UpgradeTest, ADelegateThatImplementsNothingOwesNothing) {
+  EmptyListener empty;
+  controller_.setProductUpgradeDelegate(&empty);
+  callBack();
+  callBack("5", "d");
+  callBack();
+  EXPECT_TRUE(recorder_.calls().empty()) << "no callback is refused";
+  controller_.setProductUpgradeDelegate(&listener_);
+  callBack();
+  EXPECT_EQ(listener_.errors.size(), 1U);
+  recorder_.forget();
+  callBack();
+  expectIgnored();
+}
+
+TEST_F(UpgradeTest, ACallbackToADelegateThatImplementsNothingLeavesAnEarlierQuestionOpen) {
+  EmptyListener empty;
+  listener_.whenTold = [&] {
+    controller_.productReadyToUpgrade(true);
+    controller_.setProductUpgradeDelegate(&empty);
+    callBack();
+    controller_.setProductUpgradeDelegate(&listener_);
+    listener_.whenTold = nullptr;
+    callBack();
+  };
+  callBack();
+  EXPECT_EQ(listener_.errors.size(), 2U);
+  recorder_.forget();
+  callBack();
+  expectIgnored();
 }
 
 TEST_F(UpgradeTest, TheDelegateMayDestroyTheProxyThatTellsIt) {
