@@ -109,13 +109,14 @@ OptionalString TQHPAppleEventProcesser::reflection(const OptionalString& classNa
                                                    std::span<const OptionalString> parameter,
                                                    const OptionalString& bundleID) {
   platform::Object* const instance = instanceForClass(className);
-  if (instance == nullptr || !method) return std::nullopt;
+  if (instance == nullptr) return std::nullopt;
   try {
     const std::lock_guard lock(monitor_);
     auto* const receiver = dynamic_cast<TQHPAppEventBase*>(instance);
     // Other objects can be registered, but do not take calls.
     if (receiver == nullptr) return std::nullopt;
     receiver->setBundleID(bundleID);
+    if (!method) return std::nullopt;
     return receiver->performSelector(*method, parameter);
   } catch (...) {
     return std::nullopt;

@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "ClientComm/TQHPAppleEventSender.h"
 #include "ClientComm/TQHPCustomerServiceByHelepr.h"
@@ -99,25 +100,65 @@ bool effectiveSwitch(const char* key, bool valueWhenAbsent) {
   return value ? value->boolValue() : valueWhenAbsent;
 }
 
+// Every method whose parameters are all strings. Those with a flag, a status or a delegate cannot
+// be called by name, as only strings travel.
+std::vector<platform::Method> callableMethods() {
+  using platform::method;
+  using Self = TQHPHelperCommunicate;
+  return {
+      method<&Self::startHelper>("startHelper"),
+      method<&Self::stopHelper>("stopHelper"),
+      method<&Self::isAliveHelper>("isAliveHelper"),
+      method<&Self::showHelper>("showHelper"),
+      method<&Self::hideHelper>("hideHelper"),
+      method<&Self::autoRestartHelper>("autoRestartHelper"),
+      method<&Self::getDefaultHelperServerOpen>("getDefaultHelperServerOpen"),
+      method<&Self::synthesizeUserDefault>("synthesizeUserDefault"),
+      method<&Self::firstStartPID>("firstStartPID"),
+      method<&Self::clientIDFormHelper>("clientIDFormHelper"),
+      method<&Self::clientID>("clientID"),
+      method<&Self::willHelperExit>("willHelperExit"),
+      method<&Self::typeOfCharacter>("typeOfCharacter:"),
+      method<&Self::splitVersionString>("splitVersionString:"),
+      method<&Self::compareVersion>("compareVersion:toVersion:"),
+      method<&Self::extractHelper>("extractHelper"),
+      method<&Self::launchHelepr>("launchHelepr"),
+      method<&Self::appPath>("appPath:"),
+      method<&Self::productUpgrade>("productUpgrade"),
+      method<&Self::getProductUpgradeDelegate>("getProductUpgradeDelegate"),
+      method<&Self::uploadLogByEmail>("uploadLogByEmail:filePath:title:description:"),
+      method<&Self::uploadUserFile>("uploadUserFile:filePath:title:description:"),
+      method<&Self::uploadProductFile>("uploadProductFile:filePath:title:description:"),
+      method<&Self::checkForHeleprMessage>("checkForHeleprMessage"),
+      method<&Self::customerserviceByEmail>("customerserviceByEmail:attachment:"),
+      method<&Self::commIncreaseDataCollect>("commIncreaseDataCollect:key:"),
+      method<&Self::autoCreatedIncreaseDataCollect>("autoCreatedIncreaseDataCollect:key:"),
+      method<&Self::customStringDataCollect>("customStringDataCollect:value:"),
+      method<&Self::directUploadData>("directUploadData"),
+      method<&Self::productCollectStatus>("productCollectStatus"),
+      method<&Self::setCollectDataPID>("setCollectDataPID:"),
+      method<&Self::collectDataPID>("collectDataPID"),
+      method<&Self::initDataCollectionPath>("initDataCollectionPath:"),
+      method<&Self::regSuiteInfo>("regSuiteInfo"),
+      method<&Self::unRegSuiteInfo>("unRegSuiteInfo"),
+      method<&Self::netErrorPagePath>("netErrorPagePath"),
+      method<&Self::saveTipsEnable>("saveTipsEnable"),
+      method<&Self::saveEnableAD>("saveEnableAD"),
+      method<&Self::searchPlistFilePath>("searchPlistFilePath:"),
+      method<&Self::searchCurrentStringsFilePath>("searchCurrentStringsFilePath:"),
+  };
+}
+
 }  // namespace
 
 const platform::Class& TQHPHelperCommunicate::staticClass() {
-  using platform::method;
-  using Self = TQHPHelperCommunicate;
   // Calls reach the one controller. None is made for a call: that would run the whole start-up, in
   // the middle of an event.
   const auto existing = [] {
     return std::shared_ptr<platform::Object>(std::shared_ptr<void>(), sharedController);
   };
-  static const auto* const cls = new platform::Class(
-      "TQHPHelperCommunicate", existing,
-      {method<&Self::startHelper>("startHelper"), method<&Self::stopHelper>("stopHelper"),
-       method<&Self::isAliveHelper>("isAliveHelper"), method<&Self::showHelper>("showHelper"),
-       method<&Self::hideHelper>("hideHelper"),
-       method<&Self::autoRestartHelper>("autoRestartHelper"),
-       method<&Self::firstStartPID>("firstStartPID"), method<&Self::clientID>("clientID"),
-       method<&Self::collectDataPID>("collectDataPID"),
-       method<&Self::willHelperExit>("willHelperExit")});
+  static const auto* const cls =
+      new platform::Class("TQHPHelperCommunicate", existing, callableMethods());
   return *cls;
 }
 

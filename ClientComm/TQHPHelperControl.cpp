@@ -27,7 +27,8 @@ const platform::Class& TQHPHelperControl::staticClass() {
        method<&Self::stop>("stop:prodeuctVersion:"), method<&Self::start>("start:prodeuctVersion:"),
        method<&Self::helperExitNotify>("helperExitNotify:"),
        method<&Self::checkServerOpenCallBack>("checkServerOpenCallBack::::"),
-       method<&Self::saveEnableADToPlistFile>("saveEnableADToPlistFile")});
+       method<&Self::saveEnableADToPlistFile>("saveEnableADToPlistFile"),
+       method<&Self::helperCtrlDelegate>("helperCtrlDelegate")});
   return *cls;
 }
 

@@ -37,7 +37,9 @@ const platform::Class& TQHPUpgradeByHelper::staticClass() {
       "TQHPUpgradeByHelper", platform::makeShared<Self>,
       {method<&Self::productUpgrade>("productUpgrade:versionID:"),
        method<&Self::productReadyToUpgrade>("productReadyToUpgrade:versionID:ready:"),
-       method<&Self::productUpgradeCallBack>("productUpgradeCallBack::::")});
+       method<&Self::productUpgradeCallBack>("productUpgradeCallBack::::"),
+       method<&Self::productUpgradeDelegate>("productUpgradeDelegate"),
+       method<&Self::getProductUpgradeDelegate>("getProductUpgradeDelegate")});
   return *cls;
 }
 

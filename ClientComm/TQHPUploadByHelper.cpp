@@ -34,7 +34,8 @@ const platform::Class& TQHPUploadByHelper::staticClass() {
        method<&Self::productCollectStatus>("productCollectStatus:version:"),
        method<&Self::regSuiteInfo>("regSuiteInfo:version:"),
        method<&Self::unRegSuiteInfo>("unRegSuiteInfo:version:"),
-       method<&Self::netErrorPagePath>("netErrorPagePath:version:")});
+       method<&Self::netErrorPagePath>("netErrorPagePath:version:"),
+       method<&Self::checkJoinImproveExp>("checkJoinImproveExp")});
   return *cls;
 }
 

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -97,44 +98,84 @@ CLIENTCOMM_EXPORT const Class* classNamed(std::string_view name) noexcept;
 
 namespace runtime_detail {
 
-template <typename Function>
-struct MemberFunction;
-template <typename R, typename T, typename... Args>
-struct MemberFunction<R (T::*)(Args...)> {
-  using Receiver = T;
+/// What is known of a function by its type.
+template <typename R, typename... Args>
+struct Signature {
   using Result = R;
   static constexpr std::size_t kArgumentCount = sizeof...(Args);
   static constexpr bool kTakesOnlyStrings =
-      (std::is_same_v<std::remove_cvref_t<Args>, OptionalString> && ...);
+      ((std::is_same_v<std::remove_cvref_t<Args>, OptionalString> ||
+        std::is_same_v<std::remove_cvref_t<Args>, std::string> ||
+        std::is_same_v<std::remove_cvref_t<Args>, std::string_view>)&&...);
+  template <std::size_t kIndex>
+  using Argument = std::remove_cvref_t<std::tuple_element_t<kIndex, std::tuple<Args...>>>;
+};
+
+template <typename Function>
+struct Callable;
+template <typename R, typename T, typename... Args>
+struct Callable<R (T::*)(Args...)> : Signature<R, Args...> {
+  using Receiver = T;
 };
 template <typename R, typename T, typename... Args>
-struct MemberFunction<R (T::*)(Args...) const> : MemberFunction<R (T::*)(Args...)> {};
+struct Callable<R (T::*)(Args...) const> : Callable<R (T::*)(Args...)> {};
+template <typename R, typename T, typename... Args>
+struct Callable<R (T::*)(Args...) noexcept> : Callable<R (T::*)(Args...)> {};
+template <typename R, typename T, typename... Args>
+struct Callable<R (T::*)(Args...) const noexcept> : Callable<R (T::*)(Args...)> {};
+template <typename R, typename... Args>
+struct Callable<R (*)(Args...)> : Signature<R, Args...> {};
+template <typename R, typename... Args>
+struct Callable<R (*)(Args...) noexcept> : Callable<R (*)(Args...)> {};
 
 template <typename Result>
 inline constexpr bool kIsText = std::is_same_v<std::remove_cvref_t<Result>, OptionalString> ||
                                 std::is_same_v<std::remove_cvref_t<Result>, std::string>;
 
+/// The argument as a parameter of the type `Argument` takes it.
+template <typename Argument>
+const auto& argumentAs(const OptionalString& argument) {
+  if constexpr (std::is_same_v<Argument, OptionalString>) {
+    return argument;
+  } else {
+    static const std::string empty;
+    return argument ? *argument : empty;
+  }
+}
+
 template <auto kFunction, std::size_t... kIndex>
-OptionalString invoke(Object& receiver, std::span<const OptionalString> arguments,
+OptionalString invoke([[maybe_unused]] Object& receiver,
+                      [[maybe_unused]] std::span<const OptionalString> arguments,
                       std::index_sequence<kIndex...> /*indices*/) {
-  using Traits = MemberFunction<decltype(kFunction)>;
-  auto& target = static_cast<typename Traits::Receiver&>(receiver);
+  using Traits = Callable<decltype(kFunction)>;
+  const auto call = [&]() -> decltype(auto) {
+    if constexpr (std::is_member_function_pointer_v<decltype(kFunction)>) {
+      auto& target = static_cast<typename Traits::Receiver&>(receiver);
+      return (target.*kFunction)(
+          argumentAs<typename Traits::template Argument<kIndex>>(arguments[kIndex])...);
+    } else {
+      return kFunction(
+          argumentAs<typename Traits::template Argument<kIndex>>(arguments[kIndex])...);
+    }
+  };
   if constexpr (kIsText<typename Traits::Result>) {
-    return (target.*kFunction)(arguments[kIndex]...);
+    return call();
   } else {
     // A status or a flag is no text; the caller reads such a result as nil.
-    static_cast<void>((target.*kFunction)(arguments[kIndex]...));
+    static_cast<void>(call());
     return std::nullopt;
   }
 }
 
 }  // namespace runtime_detail
 
-/// The table entry that binds `selector` to a member function, whose parameters must all be
-/// strings. The number of arguments and the kind of result come from the function's own type.
+/// The table entry that binds `selector` to a function of the class, static or not, whose
+/// parameters are all strings: `OptionalString`, or `std::string` or `std::string_view`, which
+/// receive "" for nil. The number of arguments and the kind of result come from the function's own
+/// type.
 template <auto kFunction>
 constexpr Method method(std::string_view selector) {
-  using Traits = runtime_detail::MemberFunction<decltype(kFunction)>;
+  using Traits = runtime_detail::Callable<decltype(kFunction)>;
   static_assert(Traits::kTakesOnlyStrings, "a callable method takes strings only");
   return Method{selector, Traits::kArgumentCount,
                 [](Object& receiver, std::span<const OptionalString> arguments) {

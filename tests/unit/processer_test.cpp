@@ -393,6 +393,14 @@ TEST_F(ProcesserTest, TheCallerIsNotedAlsoForASelectorThatIsUnknown) {
   EXPECT_TRUE(Recorder::callers().contains("com.example.testhost"));
 }
 
+TEST_F(ProcesserTest, TheCallerIsNotedAlsoForACallWithoutASelector) {
+  const support::Answer answer = recorder_.deliver(eventWithParameter(listOf({text("Recorder")})));
+  EXPECT_EQ(answer.status, 0);
+  EXPECT_EQ(answer.text, std::nullopt);
+  EXPECT_TRUE(Recorder::callers().contains("com.example.testhost"));
+  EXPECT_TRUE(received.empty());
+}
+
 // --- Exceptions ---
 
 TEST_F(ProcesserTest, WhatAMethodRaisesIsANilResultAndTheObjectStays) {
@@ -458,8 +466,9 @@ TEST_F(ProcesserTest, TheHostsClassesAreNotCallableInAProcessThatIsNoHost) {
   for (const char* className :
        {"TQHPHelper", "TQHPHelperCommunicate", "TQHPHelperControl", "TQHPUpgradeByHelper",
         "TQHPUploadByHelper", "TQHPCustomerServiceByHelepr", "TQHPGetDataByHelper"}) {
-    for (const char* selector : {"startHelper", "share", "start:prodeuctVersion:",
-                                 "saveEnableADToPlistFile", "clientIDFormHelper"}) {
+    for (const char* selector :
+         {"startHelper", "share", "start:prodeuctVersion:", "saveEnableADToPlistFile",
+          "clientIDFormHelper", "extractHelper", "launchHelepr", "synthesizeUserDefault"}) {
       EXPECT_EQ(recorder_.call(className, selector).text, std::nullopt);
     }
     EXPECT_EQ(platform::classNamed(className), nullptr) << className;
@@ -472,7 +481,9 @@ TEST_F(ProcesserTest, TheHostsClassesAreNotCallableInAProcessThatIsNoHost) {
 
 TEST_F(ProcesserTest, ACallForTheControllerMakesNone) {
   TQHPHelperControl::share();
-  EXPECT_EQ(recorder_.call("TQHPHelperCommunicate", "startHelper").text, std::nullopt);
+  for (const char* selector : {"startHelper", "extractHelper", "launchHelepr"}) {
+    EXPECT_EQ(recorder_.call("TQHPHelperCommunicate", selector).text, std::nullopt);
+  }
   EXPECT_TRUE(recorder_.calls().empty());
   EXPECT_FALSE(std::filesystem::exists(support::sandbox() + "/install"));
 }

@@ -22,7 +22,10 @@ class Speaker : public TQHPAppEventBase {
         {method<&Speaker::silence>("silence"), method<&Speaker::join>("join:with:and:"),
          method<&Speaker::status>("status:"), method<&Speaker::flag>("flag"),
          method<&Speaker::plainText>("plainText"), method<&Speaker::nothing>("nothing"),
-         method<&Speaker::byValue>("byValue:"), method<&Speaker::fail>("fail")});
+         method<&Speaker::byValue>("byValue:"), method<&Speaker::fail>("fail"),
+         method<&Speaker::oneForAll>("oneForAll:"), method<&Speaker::plain>("plain:"),
+         method<&Speaker::view>("view:"), method<&Speaker::list>("list:"),
+         method<&Speaker::reference>("reference")});
     return *cls;
   }
   const platform::Class& isa() const override { return staticClass(); }
@@ -37,9 +40,17 @@ class Speaker : public TQHPAppEventBase {
   std::string plainText() const { return "text"; }
   OptionalString nothing() { return std::nullopt; }
   OptionalString byValue(OptionalString text) { return text; }
+  static OptionalString oneForAll(const OptionalString& text) { return text; }
+  std::string plain(const std::string& text) const { return "<" + text + ">"; }
+  static std::string view(std::string_view text) noexcept { return "[" + std::string(text) + "]"; }
+  std::vector<std::string> list(const OptionalString& text) { return {text.value_or("nil")}; }
+  const OptionalString& reference() const noexcept { return kept_; }
   void fail() { throw std::runtime_error("failed"); }
 
   int invocations = 0;
+
+ private:
+  OptionalString kept_ = "kept";
 };
 
 OptionalString perform(Speaker& speaker, std::string_view selector,
@@ -124,6 +135,27 @@ TEST(Runtime, NilAndEmptyArgumentsStayApart) {
   EXPECT_EQ(perform(speaker, "byValue:", {std::nullopt}), std::nullopt);
   EXPECT_EQ(perform(speaker, "byValue:", {""}), "");
   EXPECT_EQ(perform(speaker, "byValue:", {std::string("a\0b", 3)}), std::string("a\0b", 3));
+}
+
+TEST(Runtime, AStaticFunctionOfTheClassIsAMethodToo) {
+  Speaker speaker;
+  EXPECT_EQ(Speaker::staticClass().methodForSelector("oneForAll:")->argumentCount, 1U);
+  EXPECT_EQ(perform(speaker, "oneForAll:", {"text"}), "text");
+  EXPECT_EQ(perform(speaker, "oneForAll:"), std::nullopt);
+}
+
+TEST(Runtime, NilIsEmptyWhereAParameterCannotBeNil) {
+  Speaker speaker;
+  EXPECT_EQ(perform(speaker, "plain:", {"a"}), "<a>");
+  EXPECT_EQ(perform(speaker, "plain:"), "<>");
+  EXPECT_EQ(perform(speaker, "view:", {std::string("a\0b", 3)}), std::string("[a\0b]", 5));
+  EXPECT_EQ(perform(speaker, "view:"), "[]");
+}
+
+TEST(Runtime, AResultThatIsNoTextIsNilAndATextIsReadThroughAReference) {
+  Speaker speaker;
+  EXPECT_EQ(perform(speaker, "list:", {"a"}), std::nullopt);
+  EXPECT_EQ(perform(speaker, "reference"), "kept");
 }
 
 TEST(Runtime, AnObserverHearsOfEveryObjectThatIsDestroyedWhileItLives) {
