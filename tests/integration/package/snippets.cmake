@@ -7,6 +7,7 @@ include("${CMAKE_CURRENT_LIST_DIR}/markdown.cmake")
 set(wanted_README host.cpp helper.cpp CMakeLists.txt quick-start.sh)
 set(wanted_building CMakeLists.txt by-hand.sh host.plist helper.plist)
 set(wanted_troubleshooting look.sh report.cpp)
+set(wanted_writing-a-host upgrade_delegate.cpp)
 set(wanted_writing-a-helper main.cpp CMakeLists.txt call_back.cpp)
 
 set(pages "${WORK}/pages")
