@@ -9,6 +9,7 @@ set(wanted_building CMakeLists.txt by-hand.sh host.plist helper.plist)
 set(wanted_troubleshooting look.sh report.cpp)
 set(wanted_writing-a-host upgrade_delegate.cpp)
 set(wanted_writing-a-helper main.cpp CMakeLists.txt call_back.cpp)
+set(wanted_writing-a-host upgrade_delegate.cpp)
 
 set(pages "${WORK}/pages")
 file(REMOVE_RECURSE "${WORK}")
