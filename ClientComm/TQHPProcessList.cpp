@@ -14,11 +14,8 @@ using platform::kinfo_proc;
 
 namespace {
 
-/// Name vector of a request for the process table.
-using Request = int[3];
-constexpr Request kWholeTable = {platform::CTL_KERN, platform::KERN_PROC, platform::KERN_PROC_ALL};
-constexpr Request kProcessIDs = {platform::CTL_KERN, platform::KERN_PROC,
-                                 platform::KERN_PROC_ONLY_IDS};
+/// Name vector of the request for the process table.
+constexpr int kWholeTable[] = {platform::CTL_KERN, platform::KERN_PROC, platform::KERN_PROC_ALL};
 
 // A wrong call must end the process in a release build too, where assert() is compiled out.
 void require(bool condition, const char* text, int line) {
@@ -35,21 +32,21 @@ struct FreeTable {
 };
 using ScopedTable = std::unique_ptr<kinfo_proc, FreeTable>;
 
-int call(const Request& request, void* buffer, std::size_t& length) {
-  const int result = platform::sysctl(request, 3, buffer, &length, nullptr, 0);
+int call(void* buffer, std::size_t& length) {
+  const int result = platform::sysctl(kWholeTable, 3, buffer, &length, nullptr, 0);
   return result == -1 ? errno : result;
 }
 
 /// Sizes the table, allocates, and reads it, as often as it outgrows its size in between.
 /// @return 0 with the table and the number of its records, or an errno value.
-int readTable(const Request& request, ScopedTable& table, std::size_t& count) {
+int readTable(ScopedTable& table, std::size_t& count) {
   for (;;) {
     std::size_t length = 0;
-    if (const int error = call(request, nullptr, length); error != 0) return error;
+    if (const int error = call(nullptr, length); error != 0) return error;
     // An empty table is still a table.
     table.reset(static_cast<kinfo_proc*>(std::malloc(std::max(length, sizeof(kinfo_proc)))));
     if (!table) return ENOMEM;
-    const int error = call(request, table.get(), length);
+    const int error = call(table.get(), length);
     if (error == 0) {
       count = length / sizeof(kinfo_proc);
       return 0;
@@ -72,7 +69,7 @@ int GetBSDProcessList(kinfo_proc** procList, std::size_t* procCount) {
   require(procCount != nullptr, "procCount != NULL", __LINE__);
   *procCount = 0;
   ScopedTable table;
-  const int err = readTable(kWholeTable, table, *procCount);
+  const int err = readTable(table, *procCount);
   *procList = table.release();
   require((err == 0) == (*procList != nullptr), "(err == 0) == (*procList != NULL)", __LINE__);
   return err;
@@ -86,12 +83,8 @@ TQHPProcessList& TQHPProcessList::share() {
 bool TQHPProcessList::applicationIsRunning(const OptionalString& bundleID,
                                            const OptionalString& bundlePath) {
   if (!bundleID || !bundlePath) return false;
-  ScopedTable table;
-  std::size_t count = 0;
-  // The names and users of the processes would cost more to read than all the rest.
-  readTable(kProcessIDs, table, count);
-  return std::any_of(table.get(), table.get() + count, [&](const kinfo_proc& process) {
-    const auto information = infoForPID(process.kp_proc.p_pid);
+  return std::ranges::any_of(platform::processIDs(&GetBSDProcessList), [&](std::int32_t pid) {
+    const auto information = infoForPID(pid);
     return information && stringFor(*information, platform::kCFBundleIdentifierKey) == bundleID &&
            stringFor(*information, platform::kBundlePathKey) == bundlePath;
   });

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 /// The kernel's process table, in the form in which the BSD interface hands it out.
 namespace platform {
@@ -10,8 +11,6 @@ namespace platform {
 inline constexpr int CTL_KERN = 1;
 inline constexpr int KERN_PROC = 14;
 inline constexpr int KERN_PROC_ALL = 0;
-/// The same table with the process IDs alone filled in, which takes no look at each process.
-inline constexpr int KERN_PROC_ONLY_IDS = 1000;
 
 /// Longest command name that the kernel keeps, without the terminating NUL.
 inline constexpr std::size_t MAXCOMLEN = 16;
@@ -29,13 +28,22 @@ struct kinfo_proc {
   } kp_eproc;
 };
 
-/// Reads kernel state by name. Known are { CTL_KERN, KERN_PROC, KERN_PROC_ALL } and
-/// { CTL_KERN, KERN_PROC, KERN_PROC_ONLY_IDS }: the process table as an array of `kinfo_proc`. With
-/// `oldp` null only the length in bytes is given, with room for a few processes more.
+/// Reads kernel state by name. Known is { CTL_KERN, KERN_PROC, KERN_PROC_ALL }: the process table
+/// as an array of `kinfo_proc`. With `oldp` null only the length in bytes is given, with room for a
+/// few processes more.
 /// @return 0, or -1 with errno set: ENOMEM when `*oldlenp` is too small, ENOENT for an unknown
 ///         name, EPERM when `newp` is given, or the system's own error.
 int sysctl(const int* name, unsigned namelen, void* oldp, std::size_t* oldlenp, const void* newp,
            std::size_t newlen) noexcept;
+
+/// Reads the process table through `sysctl` into one allocation, which its caller frees with
+/// free().
+/// @return 0, or an errno value, the table being null then.
+using ProcessTableReader = int (*)(kinfo_proc** table, std::size_t* count);
+
+/// The process IDs in the table that `read` gives, in its order; none when it gives no table. The
+/// system may leave names and users out of that table, where it must look at each process for them.
+std::vector<std::int32_t> processIDs(ProcessTableReader read);
 
 using SysctlFunction = decltype(&sysctl);
 

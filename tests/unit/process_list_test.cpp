@@ -340,6 +340,14 @@ TEST(ApplicationIsRunning, FalseWhenTheTableCannotBeRead) {
   EXPECT_FALSE(isRunning("com.example.testhost", support::hostBundlePath()));
 }
 
+TEST(ApplicationIsRunning, ReadsTheWholeProcessTableByItsName) {
+  FakeTable table;
+  table.add(getpid(), "TestHost", 0);
+  EXPECT_TRUE(isRunning("com.example.testhost", support::hostBundlePath()));
+  EXPECT_EQ(table.lastName, (std::vector<int>{1, 14, 0}));
+  EXPECT_EQ(table.readings, 1);
+}
+
 TEST(ApplicationIsRunning, ReadsATableThatGrowsUntilItFits) {
   FakeTable table;
   table.add(getpid(), "TestHost", 0);

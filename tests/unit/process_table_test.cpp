@@ -7,12 +7,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "ClientComm/TQHPProcessList.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_sandbox.h"
 
@@ -23,31 +25,29 @@ using support::ChildProcess;
 using Table = std::vector<kinfo_proc>;
 
 constexpr int kWholeTable[] = {platform::CTL_KERN, platform::KERN_PROC, platform::KERN_PROC_ALL};
-constexpr int kProcessIDs[] = {platform::CTL_KERN, platform::KERN_PROC,
-                               platform::KERN_PROC_ONLY_IDS};
 
-int readInto(const int (&name)[3], Table& table) {
+int readInto(Table& table) {
   std::size_t length = table.size() * sizeof(kinfo_proc);
-  const int result = platform::sysctl(name, 3, table.data(), &length, nullptr, 0);
+  const int result = platform::sysctl(kWholeTable, 3, table.data(), &length, nullptr, 0);
   table.resize(length / sizeof(kinfo_proc));
   return result;
 }
 
-Table readTable(const int (&name)[3]) {
+Table readTable() {
   Table table(100'000);
-  EXPECT_EQ(readInto(name, table), 0);
+  EXPECT_EQ(readInto(table), 0);
   return table;
 }
 
-std::size_t sizeOf(const int (&name)[3]) {
+std::size_t sizeOf() {
   std::size_t length = 0;
-  EXPECT_EQ(platform::sysctl(name, 3, nullptr, &length, nullptr, 0), 0);
+  EXPECT_EQ(platform::sysctl(kWholeTable, 3, nullptr, &length, nullptr, 0), 0);
   EXPECT_EQ(length % sizeof(kinfo_proc), 0U);
   return length / sizeof(kinfo_proc);
 }
 
-std::optional<kinfo_proc> recordOf(pid_t pid, const int (&name)[3] = kWholeTable) {
-  const Table table = readTable(name);
+std::optional<kinfo_proc> recordOf(pid_t pid) {
+  const Table table = readTable();
   const auto record = std::ranges::find_if(
       table, [pid](const kinfo_proc& process) { return process.kp_proc.p_pid == pid; });
   return record != table.end() ? std::optional(*record) : std::nullopt;
@@ -106,7 +106,7 @@ TEST(ProcessTable, GivesTheEffectiveUserAlsoOfAProcessThatMayNotBeTraced) {
 }
 
 TEST(ProcessTable, IsInTheOrderOfTheProcessIDs) {
-  const Table table = readTable(kWholeTable);
+  const Table table = readTable();
   EXPECT_TRUE(std::ranges::is_sorted(table, std::ranges::less_equal(),
                                      [](const kinfo_proc& p) { return p.kp_proc.p_pid; }));
 }
@@ -119,34 +119,46 @@ TEST(ProcessTable, DoesNotListAProcessThatHasEnded) {
   EXPECT_FALSE(recordOf(child.pid()));
 }
 
-TEST(ProcessTable, TheRequestForIDsAloneListsTheSameProcessesWithoutDetails) {
+TEST(ProcessTable, TheProcessIDsAreThoseOfTheTableInItsOrder) {
   const ChildProcess child = childThat([] {});
-  const auto record = recordOf(child.pid(), kProcessIDs);
-  ASSERT_TRUE(record);
-  EXPECT_STREQ(record->kp_proc.p_comm, "");
-  EXPECT_TRUE(recordOf(getpid(), kProcessIDs));
-  EXPECT_TRUE(recordOf(1, kProcessIDs));
-}
-
-TEST(ProcessTable, TheSizeGivenHasRoomForAFewProcessesMore) {
-  for (const auto& name : {kWholeTable, kProcessIDs}) {
-    const std::size_t before = readTable(kWholeTable).size();
-    std::size_t length = 0;
-    ASSERT_EQ(platform::sysctl(name, 3, nullptr, &length, nullptr, 0), 0);
-    EXPECT_GE(length / sizeof(kinfo_proc), before + 8);
+  const std::vector<std::int32_t> pids = platform::processIDs(&GetBSDProcessList);
+  EXPECT_TRUE(std::ranges::is_sorted(pids));
+  for (const pid_t pid : {pid_t{1}, getpid(), child.pid()}) {
+    EXPECT_EQ(std::ranges::count(pids, pid), 1) << pid;
   }
 }
 
+TEST(ProcessTable, ATableThatIsReadAfterTheProcessIDsHasNamesAndUsers) {
+  platform::processIDs(&GetBSDProcessList);
+  const auto record = recordOf(getpid());
+  ASSERT_TRUE(record);
+  EXPECT_STREQ(record->kp_proc.p_comm, "TestHost");
+  EXPECT_EQ(record->kp_eproc.e_ucred.cr_uid, geteuid());
+}
+
+TEST(ProcessTable, WithoutATableThereAreNoProcessIDs) {
+  EXPECT_TRUE(platform::processIDs([](kinfo_proc** table, std::size_t* count) {
+                *table = nullptr;
+                *count = 0;
+                return EIO;
+              }).empty());
+}
+
+TEST(ProcessTable, TheSizeGivenHasRoomForAFewProcessesMore) {
+  const std::size_t before = readTable().size();
+  EXPECT_GE(sizeOf(), before + 8);
+}
+
 TEST(ProcessTable, OneThatOutgrewItsSizeIsReportedAndSizedAnewWithEnoughRoom) {
-  Table table(sizeOf(kWholeTable));
+  Table table(sizeOf());
   std::vector<ChildProcess> children;
   for (std::size_t i = 0; i < 150; ++i) {
     children.push_back(ChildProcess::fork([] { return pause(); }));
   }
-  EXPECT_EQ(readInto(kWholeTable, table), -1);
+  EXPECT_EQ(readInto(table), -1);
   EXPECT_EQ(errno, ENOMEM);
-  table.resize(sizeOf(kWholeTable));
-  ASSERT_EQ(readInto(kWholeTable, table), 0);
+  table.resize(sizeOf());
+  ASSERT_EQ(readInto(table), 0);
   for (const ChildProcess& child : children) {
     EXPECT_TRUE(std::ranges::any_of(
         table, [&](const kinfo_proc& p) { return p.kp_proc.p_pid == child.pid(); }));
@@ -165,6 +177,7 @@ TEST(ProcessTable, WritesNothingBehindABufferThatIsTooSmall) {
 TEST(ProcessTable, NamesThatAreNotKnownAreRefused) {
   std::size_t length = 0;
   const int wrong[][3] = {{platform::CTL_KERN, platform::KERN_PROC, 1},
+                          {platform::CTL_KERN, platform::KERN_PROC, 1000},
                           {platform::CTL_KERN, 15, platform::KERN_PROC_ALL},
                           {2, platform::KERN_PROC, platform::KERN_PROC_ALL}};
   for (const auto& name : wrong) {
@@ -199,7 +212,7 @@ int errorWithDescriptorsLeft(int count) {
   const rlimit less = {static_cast<rlim_t>(next + count), limit.rlim_max};
   Table table(100'000);
   setrlimit(RLIMIT_NOFILE, &less);
-  const int error = readInto(kWholeTable, table) == 0 ? 0 : errno;
+  const int error = readInto(table) == 0 ? 0 : errno;
   setrlimit(RLIMIT_NOFILE, &limit);
   return error;
 }
@@ -212,8 +225,8 @@ TEST(ProcessTable, OneThatCannotBeReadIsAnErrorNotAShortTable) {
 
 TEST(ProcessTable, ReadingLeavesNoDescriptorOpen) {
   const int before = support::openDescriptorCount();
-  readTable(kWholeTable);
-  readTable(kProcessIDs);
+  readTable();
+  platform::processIDs(&GetBSDProcessList);
   EXPECT_EQ(support::openDescriptorCount(), before);
 }
 
