@@ -188,8 +188,10 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
   if (status != noErr) return status;
   const bool wantsReply = sendMode == kAEWaitReply;
   if (wantsReply && connection.peer == getpid()) return sendToSelf(event, reply);
-  // A peer that waits for this process's answer cannot give one.
-  if (wantsReply && endpoint_ && endpoint_->waitingPeer() == connection.peer) return errAETimeout;
+  // A peer that waits for this process's answer cannot give one. Peers that are not seen from here
+  // all have the ID 0.
+  const bool isWaiting = endpoint_ && endpoint_->waitingPeer() == connection.peer;
+  if (wantsReply && isWaiting && connection.peer > 0) return errAETimeout;
   status = sendPacketTo(connection.peer, connection.socket.get(), wantsReply, event, *size);
   while (status == errAETimeout && !deadline.hasPassed()) {
     std::this_thread::sleep_for(kTryInterval);

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "ClientComm/TQHPAppleEventProcesser.h"
 #include "ClientComm/TQHPAppleEventSender.h"
 #include "platform/linux/event_packet.h"
 #include "platform/linux/runtime_folder.h"
@@ -60,6 +61,12 @@ int callAll(const Words& targets) {
   _exit(0);
 }
 const support::Role caller("call-all", callAll);
+
+// The same by an application that takes calls itself, as every host does.
+const support::Role openCaller("open-and-call-all", [](const Words& targets) {
+  TQHPAppleEventProcesser::share();
+  return callAll(targets);
+});
 
 // Notes a text at each target and exits at once.
 int noteAll(const Words& targets) {
@@ -175,6 +182,12 @@ TEST_F(ProcessNamespaces, CallsFromOutsideAreCarriedOutInside) {
 TEST_F(ProcessNamespaces, CallsFromInsideAreCarriedOutOutside) {
   const ChildProcess target = launch();
   EXPECT_EQ(call(kNamespace, "call-all", {kTarget}), 0);
+  EXPECT_EQ(ask(kTarget, "notes"), "from a caller\n");
+}
+
+TEST_F(ProcessNamespaces, CallsOfAnApplicationThatTakesCallsItselfAreCarriedOut) {
+  const ChildProcess target = launch();
+  EXPECT_EQ(call(kNamespace, "open-and-call-all", {kTarget}), 0);
   EXPECT_EQ(ask(kTarget, "notes"), "from a caller\n");
 }
 
