@@ -14,11 +14,13 @@
 #include <csignal>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "platform/bundle.h"
 #include "platform/file_lock.h"
 #include "platform/file_manager.h"
 #include "platform/linux/check_in.h"
+#include "platform/linux/launch_environment.h"
 #include "platform/linux/launch_record.h"
 #include "platform/linux/process_ids.h"
 #include "platform/linux/runtime_folder.h"
@@ -42,6 +44,7 @@ constexpr std::chrono::seconds kLongestWaitForOtherLaunches{10};
 struct Launch {
   const char* executable;
   std::array<char*, 2> arguments;
+  char* const* environment;
   ScopedFd nullDevice;
   ScopedFd report;
   ScopedFd lock;  ///< Not valid for a launch that nobody else has to wait for.
@@ -119,7 +122,7 @@ void reap(pid_t pid) noexcept {
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  execve(launch.executable, launch.arguments.data(), environ);
+  execve(launch.executable, launch.arguments.data(), launch.environment);
   writeOutcome(report, {errno, 0});
   _exit(127);
 }
@@ -194,11 +197,17 @@ pid_t forkWithSignalsBlocked(const Launch& launch) noexcept {
 /// host be killed meanwhile, the launch goes on, and `lock` is held until the program is in place:
 /// whoever waits for it must not find the program missing and launch another.
 Outcome launchDetached(std::string executable, const DirectoryLock* lock) {
+  std::vector<std::string> entries = launchEnvironment(environ);
+  std::vector<char*> environment;
+  environment.reserve(entries.size() + 1);
+  for (std::string& entry : entries) environment.push_back(entry.data());
+  environment.push_back(nullptr);
   int report[2];
   if (pipe2(report, O_CLOEXEC) != 0) return {errno, 0};
   const ScopedFd outcome(report[0]);
   Launch launch{executable.c_str(),
                 {executable.data(), nullptr},
+                environment.data(),
                 aboveStandardStreams(ScopedFd(open("/dev/null", O_RDWR | O_CLOEXEC))),
                 aboveStandardStreams(ScopedFd(report[1])),
                 {}};

@@ -230,6 +230,30 @@ TEST(WorkspaceLaunch, StartsInTheRootFolderWithItsPathAloneAndTheHostsEnvironmen
   EXPECT_EQ(path, support::executableOf(support::sandbox() + "/apps/Witness.app") + '\0');
 }
 
+TEST(WorkspaceLaunch, DoesNotInheritWhatBelongsToTheHostsPackaging) {
+  setenv("LD_LIBRARY_PATH", "/host/lib", 1);
+  setenv("LD_PRELOAD", "", 1);
+  setenv("APPDIR", "/host/image", 1);
+  setenv("PATH", "/host/image/bin:/usr/bin:/bin", 1);
+  setenv("QT_PLUGIN_PATH", "/host/image/plugins", 1);
+  setenv("DISPLAY", ":7", 1);
+  ASSERT_TRUE(openApplication(makeWitness()));
+  const Testimony testimony;
+  const std::string environment =
+      '\0' + support::readFile("/proc/" + std::to_string(testimony.pid()) + "/environ");
+  const auto has = [&environment](const std::string& text) {
+    return environment.find('\0' + text) != std::string::npos;
+  };
+  EXPECT_FALSE(has("LD_LIBRARY_PATH="));
+  EXPECT_FALSE(has("LD_PRELOAD="));
+  EXPECT_FALSE(has("APPDIR="));
+  EXPECT_FALSE(has("QT_PLUGIN_PATH="));
+  EXPECT_EQ(environment.find("/host/"), std::string::npos);
+  EXPECT_TRUE(has(std::string("PATH=/usr/bin:/bin") + '\0'));
+  EXPECT_TRUE(has(std::string("DISPLAY=:7") + '\0'));
+  EXPECT_STREQ(getenv("LD_LIBRARY_PATH"), "/host/lib") << "the host keeps its own";
+}
+
 TEST(WorkspaceLaunch, InheritsNoIgnoredAndNoBlockedSignals) {
   signal(SIGPIPE, SIG_IGN);
   signal(SIGHUP, SIG_IGN);
