@@ -26,7 +26,11 @@ namespace platform {
 namespace {
 
 constexpr guint kWriteDelayInMilliseconds = 500;
-constexpr std::chrono::seconds kLockLimit{2};
+constexpr guint kRetryDelayInMilliseconds = 2'000;
+// How long a write waits for other processes. The run loop repeats it; at the end of the process
+// nothing does.
+constexpr std::chrono::milliseconds kLockLimit{100};
+constexpr std::chrono::seconds kLockLimitAtExit{2};
 
 std::string preferencesFolder() {
   return stringByAppendingPathComponent(configDirectory(), "Preferences");
@@ -99,7 +103,7 @@ bool keepAside(const std::string& path) {
       return true;
     }
     if (errno == EEXIST) continue;
-    if (errno != EINVAL && errno != ENOSYS) return false;
+    if (errno != EINVAL && errno != ENOSYS && errno != EPERM) return false;
     if (!fileExistsAtPath(aside)) return rename(path.c_str(), aside.c_str()) == 0;
   }
   return false;
@@ -159,6 +163,7 @@ class ExitWriter {
     if (std::find(all.begin(), all.end(), &defaults) == all.end()) all.push_back(&defaults);
   }
   static void remove(UserDefaults& defaults) noexcept { std::erase(members(), &defaults); }
+  static bool isWriting() noexcept { return isWriting_; }
 
  private:
   static std::vector<UserDefaults*>& members() {
@@ -167,10 +172,12 @@ class ExitWriter {
   }
   static void writeAll() {
     if (process_ != getpid()) return;
+    isWriting_ = true;
     for (UserDefaults* defaults : members()) writeQuietly(*defaults);
   }
 
   static inline pid_t process_ = 0;
+  static inline bool isWriting_ = false;
 };
 
 }  // namespace
@@ -187,10 +194,20 @@ struct UserDefaults::State {
     return files.emplace(name, CachedFile(pathOfDomain(name))).first->second;
   }
 
+  void writeLater(UserDefaults& defaults, guint milliseconds) {
+    writeTimer.reset(g_timeout_source_new(milliseconds));
+    const auto write = [](gpointer data) noexcept -> gboolean {
+      writeQuietly(*static_cast<UserDefaults*>(data));
+      return G_SOURCE_REMOVE;
+    };
+    g_source_set_callback(writeTimer.get(), write, &defaults, nullptr);
+    g_source_attach(writeTimer.get(), g_main_context_get_thread_default());
+  }
+
   bool writePending() const {
     const std::string folder = preferencesFolder();
     if (!mayCreateAt(folder) || g_mkdir_with_parents(folder.c_str(), 0700) != 0) return false;
-    const DirectoryLock lock(folder, kLockLimit);
+    const DirectoryLock lock(folder, ExitWriter::isWriting() ? kLockLimitAtExit : kLockLimit);
     if (!lock.isHeld()) return false;
     const std::string path = pathOfDomain(domain);
     auto settings = settingsToWriteOver(path);
@@ -247,22 +264,18 @@ OptionalString UserDefaults::stringForKey(std::string_view key) {
 void UserDefaults::setObject(std::optional<PropertyListValue> value, std::string_view key) {
   state_->pending.insert_or_assign(std::string(key), std::move(value));
   ExitWriter::add(*this);
-  if (state_->writeTimer.isValid()) return;
-  state_->writeTimer.reset(g_timeout_source_new(kWriteDelayInMilliseconds));
-  const auto write = [](gpointer data) noexcept -> gboolean {
-    writeQuietly(*static_cast<UserDefaults*>(data));
-    return G_SOURCE_REMOVE;
-  };
-  g_source_set_callback(state_->writeTimer.get(), write, this, nullptr);
-  g_source_attach(state_->writeTimer.get(), g_main_context_get_thread_default());
+  if (!state_->writeTimer.isValid()) state_->writeLater(*this, kWriteDelayInMilliseconds);
 }
 
 bool UserDefaults::synchronize() {
   state_->writeTimer.reset();
   if (state_->pending.empty()) return true;
-  if (!state_->isWritten() && !state_->writePending()) return false;
-  state_->pending.clear();
-  return true;
+  if (state_->isWritten() || state_->writePending()) {
+    state_->pending.clear();
+    return true;
+  }
+  state_->writeLater(*this, kRetryDelayInMilliseconds);
+  return false;
 }
 
 std::optional<PropertyListDictionary> UserDefaults::persistentDomainForName(

@@ -37,7 +37,7 @@ constexpr char kApplicationExtension[] = ".app";
 constexpr const char* kApplicationFolders[] = {"~/Applications", "/Applications",
                                                "/usr/local/Applications", "/opt"};
 
-constexpr std::chrono::seconds kLongestWaitForOtherLaunches{10};
+constexpr std::chrono::milliseconds kLongestWaitForOtherLaunches{100};
 
 /// What the launched process needs, made before the fork: after it, only calls are allowed that
 /// are safe in a signal handler, since another thread of the host may have held any lock.
@@ -256,7 +256,8 @@ bool launchUnlessRunning(std::string executable, const Bundle& bundle,
   if (!folder.isValid()) return false;
   const DirectoryLock lock("/proc/self/fd/" + std::to_string(folder.get()) + "/.",
                            kLongestWaitForOtherLaunches);
-  const auto runs = lock.isHeld() ? isRunning(identifier) : std::nullopt;
+  const auto runs = isRunning(identifier);
+  if (!lock.isHeld()) return runs.value_or(false);
   if (!runs) return false;
   // A process that is not known as the application would be joined by another with every request.
   if (*runs || isLastLaunchRunning(identifier)) return true;

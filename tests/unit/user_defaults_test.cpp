@@ -6,9 +6,11 @@
 #include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -20,6 +22,7 @@
 #include "platform/linux/file_signature.h"
 #include "platform/linux/scoped_fd.h"
 #include "tests/support/child_process.h"
+#include "tests/support/system_calls.h"
 #include "tests/support/test_sandbox.h"
 
 namespace fs = std::filesystem;
@@ -193,6 +196,19 @@ TEST_F(UserDefaultsTest, KeepACorruptFileAside) {
   EXPECT_TRUE(fs::exists(pathOf(kDomain) + ".corrupt-2"));
 }
 
+TEST_F(UserDefaultsTest, KeepACorruptFileAsideInASandboxThatForbidsToRenameWithoutReplacing) {
+  writeFile(pathOf(kDomain), "corrupt <1>");
+  ChildProcess process = ChildProcess::fork([] {
+    support::refuseSystemCall(__NR_renameat2, EPERM);
+    UserDefaults defaults(kDomain);
+    defaults.setObject(1, "a");
+    return defaults.synchronize() ? 0 : 1;
+  });
+  EXPECT_EQ(process.wait(), 0);
+  EXPECT_EQ(stored(), (PropertyListDictionary{{"a", 1}}));
+  EXPECT_EQ(readFile(pathOf(kDomain) + ".corrupt-1"), "corrupt <1>");
+}
+
 TEST_F(UserDefaultsTest, FillAnEmptyFile) {
   writeFile(pathOf(kDomain), "");
   UserDefaults defaults(kDomain);
@@ -236,10 +252,22 @@ TEST_F(UserDefaultsTest, AreNotHeldUpForEverByAnother) {
   defaults.setObject(2, "a");
   const auto start = std::chrono::steady_clock::now();
   EXPECT_FALSE(defaults.synchronize());
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1'500));
+  EXPECT_EQ(defaults.objectForKey("a"), PropertyListValue(2));
   flock(held.get(), LOCK_UN);
   EXPECT_TRUE(defaults.synchronize());
   EXPECT_EQ(stored(), (PropertyListDictionary{{"a", 2}}));
+}
+
+TEST_F(UserDefaultsTest, AreWrittenByTheRunLoopOnceAnotherLetsThemBe) {
+  store({{"a", 1}});
+  const platform::ScopedFd held(open(folder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_EQ(flock(held.get(), LOCK_EX), 0);
+  UserDefaults defaults(kDomain);
+  defaults.setObject(2, "a");
+  EXPECT_FALSE(defaults.synchronize());
+  flock(held.get(), LOCK_UN);
+  EXPECT_TRUE(support::runLoopUntil([] { return stored() == PropertyListDictionary{{"a", 2}}; }));
 }
 
 TEST_F(UserDefaultsTest, AreWrittenByTheRunLoopWithinASecond) {
