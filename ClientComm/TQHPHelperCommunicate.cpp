@@ -1,5 +1,6 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -23,6 +24,7 @@
 namespace {
 
 using clientcomm::HelperInstallation;
+using clientcomm::WaitBudget;
 using platform::Bundle;
 using platform::UserDefaults;
 
@@ -37,6 +39,10 @@ constexpr const char kSuiteInfoSeparator[] = "###";
 constexpr int kCommonCounter = 3;
 constexpr int kAutoCreatedCounter = 4;
 constexpr int kCustomString = 5;
+
+// How long the start-up waits for other hosts. One that is installing a helper of several hundred
+// megabytes is done within it.
+constexpr std::chrono::seconds kStartUpWaits{10};
 
 TQHPHelperCommunicate* sharedController = nullptr;
 
@@ -177,8 +183,9 @@ void TQHPHelperCommunicate::init() {
     isHelperAlive_ = false;
     TQHPHelperControl::share().setHelperCtrlDelegate(this);
     synthesizeUserDefault();
-    extractHelper();
-    launchHelepr();
+    const WaitBudget waits(kStartUpWaits);
+    extract(waits);
+    launch(waits);
   });
 }
 
@@ -225,6 +232,7 @@ OSErr TQHPHelperCommunicate::hideHelper() {
 
 OSErr TQHPHelperCommunicate::autoRestartHelper() {
   if (!getDefaultHelperServerOpen()) return kHelperServerClosed;
+  if (isInstallationPending_) extract(WaitBudget::none());
   if (isAliveHelper() == platform::noErr) return platform::noErr;
   return launchHelepr() ? platform::noErr : kHelperNotLaunched;
 }
@@ -284,13 +292,24 @@ OptionalString TQHPHelperCommunicate::clientIDFormHelper() {
 
 // --- Installation ---
 
-void TQHPHelperCommunicate::extractHelper() {
-  guarded([this] { HelperInstallation(productID_, productVersion_).extract(); });
+void TQHPHelperCommunicate::extractHelper() { extract(WaitBudget::none()); }
+
+void TQHPHelperCommunicate::extract(const WaitBudget& waits) {
+  guarded([&] {
+    HelperInstallation installation(productID_, productVersion_, waits);
+    installation.extract();
+    isInstallationPending_ = installation.isPending();
+  });
 }
 
-bool TQHPHelperCommunicate::launchHelepr() {
-  return guarded(false, [this] {
-    if (!HelperInstallation(productID_, productVersion_).launch()) return false;
+bool TQHPHelperCommunicate::launchHelepr() { return launch(WaitBudget::none()); }
+
+bool TQHPHelperCommunicate::launch(const WaitBudget& waits) {
+  return guarded(false, [&] {
+    HelperInstallation installation(productID_, productVersion_, waits);
+    const bool isRunning = installation.launch();
+    isInstallationPending_ = isInstallationPending_ || installation.isPending();
+    if (!isRunning) return false;
     isServerOpen_ = getDefaultHelperServerOpen();
     startHelper();
     return true;

@@ -10,6 +10,10 @@
 #include "ClientComm/TQHPSuiteInfo.h"
 #include "ClientComm/TQHPUpgradeByHelper.h"
 
+namespace clientcomm {
+class WaitBudget;
+}
+
 // Info dictionary keys of the host, in the spelling that hosts carry.
 inline constexpr const char kHelperAppName[] = "Helepr App name";
 inline constexpr const char kHelperDefaultInstallPath[] = "Helper loaction path";
@@ -158,6 +162,8 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
  private:
   TQHPHelperCommunicate() = default;
   void init();
+  void extract(const clientcomm::WaitBudget& waits);
+  bool launch(const clientcomm::WaitBudget& waits);
 
   OptionalString productID_;
   OptionalString productVersion_;
@@ -166,4 +172,6 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   /// Which process took the start command; another one, launched by another host, still lacks it.
   std::uint64_t startedProcess_ = 0;
   OptionalString clientID_;
+  /// What the installation left for the next restart step.
+  bool isInstallationPending_ = false;
 };

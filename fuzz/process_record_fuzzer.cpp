@@ -20,6 +20,7 @@
 #include "platform/linux/check_in.h"
 #include "platform/linux/peer_identity.h"
 #include "platform/linux/process_text.h"
+#include "platform/linux/removed_name.h"
 #include "platform/linux/scoped_fd.h"
 #include "platform/process_manager.h"
 #include "platform/property_list.h"
@@ -63,7 +64,8 @@ void checkCommand(std::string_view text) {
 void checkExecutablePath(const std::string& path) {
   const std::string_view bundle = platform::bundleOfExecutable(path);
   if (bundle.empty()) return;
-  require(path.starts_with('/') && path.starts_with(bundle) && bundle.ends_with(".app"),
+  require(path.starts_with('/') && path.starts_with(bundle) &&
+              platform::pathBeforeRemoval(bundle).ends_with(".app"),
           "an executable's bundle is an application that encloses it");
   std::string_view rest = std::string_view(path).substr(bundle.size());
   require(rest.starts_with("/Contents/Linux/") || rest.starts_with("/Contents/MacOS/"),

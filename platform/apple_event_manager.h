@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -54,6 +55,19 @@ class AppleEventManager {
 ///         errAEEventNotHandled; errAETimeout; errAEEventNotPermitted; memFullErr.
 OSErr AESendMessage(const AppleEventDescriptor& event, AppleEventDescriptor& reply,
                     AESendMode sendMode, std::int32_t timeOutInTicks) noexcept;
+
+/// While one lives, an event that wants no reply and is sent with kAEDefaultTimeout waits at most
+/// `limit` for its target.
+class AEHandOverLimit {
+ public:
+  explicit AEHandOverLimit(std::chrono::milliseconds limit) noexcept;
+  ~AEHandOverLimit();
+  AEHandOverLimit(const AEHandOverLimit&) = delete;
+  AEHandOverLimit& operator=(const AEHandOverLimit&) = delete;
+
+ private:
+  std::int32_t previous_;
+};
 
 /// Which process took the last event that `AESendMessage` sent; two events to one application went
 /// to the same process exactly when the numbers are equal. 0 where that cannot be told.

@@ -28,9 +28,8 @@ bool mayCreateItemAtPath(const std::string& path) noexcept;
 ///         `mayCreateItemAtPath` says no.
 CLIENTCOMM_EXPORT std::optional<Error> createDirectoryAtPath(const std::string& path);
 
-/// Removes the file or the whole tree at `path`; a link is removed, not followed. Of a bundle the
-/// Info.plist goes first, so that a removal cut short never leaves what looks like a whole bundle.
-/// The tree is removed in place: a process that runs from it keeps its path.
+/// Removes the file or the whole tree at `path`; a link is removed, not followed. The tree is
+/// removed in place, entry by entry; see `moveAside` for a removal in one step.
 /// @return nothing on success, otherwise the first error; what could be removed is gone then.
 std::optional<Error> removeItemAtPath(const std::string& path);
 
@@ -40,6 +39,10 @@ std::optional<Error> removeItemAtPath(const std::string& path);
 /// interrupted copy left beside it is cleared away by the next.
 /// @return nothing on success, otherwise the error; nothing is left at the destination then.
 std::optional<Error> copyPath(const std::string& source, const std::string& destination);
+
+/// Removes the copies beside `destination` that are not finished, whichever process made them. The
+/// caller makes sure that no process is copying to `destination`.
+void removeUnfinishedCopies(const std::string& destination);
 
 /// Names of the entries of the directory at `path`, without "." and "..", in the order that the
 /// file system gives; empty when it cannot be read.

@@ -1,6 +1,8 @@
 #include "ClientComm/internal/helper_installation.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <thread>
@@ -9,10 +11,12 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPHelperControl.h"
 #include "ClientComm/TQHPProcessList.h"
+#include "platform/apple_event_manager.h"
 #include "platform/bundle.h"
-#include "platform/error.h"
 #include "platform/file_lock.h"
 #include "platform/file_manager.h"
+#include "platform/path.h"
+#include "platform/removed_bundle.h"
 #include "platform/workspace.h"
 
 namespace clientcomm {
@@ -23,12 +27,13 @@ using platform::Bundle;
 constexpr const char kHelperAppNameFallback[] = "Helper App name";
 constexpr const char kHelperInstallPathFallback[] = "Helper location path";
 
-// How long one host waits for another that is installing; a helper of several hundred megabytes is
-// copied within it. Whoever gives up leaves it to the next launch.
-constexpr std::chrono::seconds kInstallationLimit{10};
+// How long a process may hold the install directory before it counts as stuck, unless it is
+// installing.
+constexpr std::chrono::milliseconds kLockLimit{100};
 
-// How long an old helper that is still starting is given until it takes the exit command.
-constexpr std::chrono::seconds kExitCommandLimit{5};
+// How long an old helper that is still starting may take for the exit command before a later
+// restart step repeats it.
+constexpr std::chrono::milliseconds kExitCommandLimit{500};
 constexpr std::chrono::milliseconds kExitCommandPause{10};
 
 /// Where the host wants its helper, by its Info dictionary; nil where it does not say.
@@ -59,7 +64,14 @@ OptionalString versionOfBundle(const std::string& path) {
 
 }  // namespace
 
-void HelperInstallation::extract() const {
+struct HelperInstallation::Target {
+  OptionalString bundleID;
+  std::string resource;   ///< The helper in the host's bundle.
+  std::string installed;  ///< Where it is installed.
+};
+
+void HelperInstallation::extract() {
+  isPending_ = false;
   const HelperLocation location = helperLocation();
   if (!location.name || !location.directory) return;
   // Not for another user: a helper that root installs is one that its owner cannot replace.
@@ -69,47 +81,103 @@ void HelperInstallation::extract() const {
   }
   const OptionalString resource = Bundle::mainBundle().pathForResource(*location.name, "app");
   if (!resource) return;
-  const std::string installed = platform::stringByAppendingPathComponent(
-      *location.directory, platform::lastPathComponent(*resource));
+  const Target target{location.bundleID, *resource,
+                      platform::stringByAppendingPathComponent(
+                          *location.directory, platform::lastPathComponent(*resource))};
   // Hosts that start at the same moment take turns; each judges what the one before it left.
-  const platform::DirectoryLock lock(*location.directory, kInstallationLimit);
-  if (!lock.isHeld()) return;
-  // Stands from the removal until the exit command was sent, so that the next host sends it
-  // should this process end between the two.
-  const std::string mark = platform::stringByAppendingPathComponent(
-      *location.directory, "." + platform::lastPathComponent(installed) + ".removed");
-  const auto isRunning = [&] {
-    return TQHPProcessList::share().applicationIsRunning(location.bundleID, installed);
-  };
-  std::optional<platform::Error> error;
-  const bool isInstalled = platform::fileExistsAtPath(installed);
-  if (isInstalled) {
-    if (TQHPHelperCommunicate::compareVersion(versionOfBundle(*resource),
-                                              versionOfBundle(installed)) != 1)
-      return;
-    platform::createDirectoryAtPath(mark);
-    error = platform::removeItemAtPath(installed);
+  std::optional<platform::DirectoryLock> lock;
+  lock.emplace(*location.directory, waits_.atMost(kLockLimit));
+  // While the copy is missing, the holder is installing it.
+  if (!lock->isHeld() && !platform::fileExistsAtPath(target.installed)) {
+    lock.emplace(*location.directory, waits_.remaining());
   }
-  if (isInstalled || platform::fileExistsAtPath(mark)) {
-    if (isRunning()) tellToExit(isRunning);
-    platform::removeItemAtPath(mark);
+  isPending_ = !lock->isHeld();
+  if (lock->isHeld()) extractLocked(target);
+}
+
+void HelperInstallation::extractLocked(const Target& target) {
+  platform::removeUnfinishedCopies(target.installed);
+  settleEarlierRemovals(target);
+  settleMark(target);
+  if (!platform::fileExistsAtPath(target.installed)) {
+    platform::copyPath(target.resource, target.installed);
+  } else if (TQHPHelperCommunicate::compareVersion(versionOfBundle(target.resource),
+                                                   versionOfBundle(target.installed)) == 1) {
+    replace(target);
   }
+}
+
+// A place of a removal exists until the old processes have taken the exit command.
+void HelperInstallation::settleEarlierRemovals(const Target& target) {
+  for (const std::string& place : platform::placesMovedAsideFrom(target.installed)) {
+    if (tellProcessesToExit(place)) {
+      platform::removeItemAtPath(place);
+    } else {
+      isPending_ = true;
+    }
+  }
+}
+
+// Earlier versions of the library remove a bundle in place and leave this mark until the exit
+// command.
+void HelperInstallation::settleMark(const Target& target) {
+  const auto [directory, name] = platform::splitPath(target.installed);
+  const std::string mark =
+      platform::stringByAppendingPathComponent(directory, "." + name + ".removed");
+  if (!platform::fileExistsAtPath(mark)) return;
+  if (!platform::fileExistsAtPath(target.installed) && isRunning(target)) tellToExit(target);
+  platform::removeItemAtPath(mark);
+}
+
+void HelperInstallation::replace(const Target& target) {
+  std::string place;
+  const auto error = platform::moveAside(target.installed, place);
+  const bool isTold = !isRunning(target) || tellToExit(target);
   if (error) return;
-  platform::copyPath(*resource, installed);
+  platform::copyPath(target.resource, target.installed);
+  if (isTold) {
+    platform::removeItemAtPath(place);
+  } else {
+    isPending_ = true;
+  }
+}
+
+bool HelperInstallation::isRunning(const Target& target) const {
+  return TQHPProcessList::share().applicationIsRunning(target.bundleID, target.installed);
 }
 
 // A helper that another host launched a moment ago runs before it takes events. If the command were
 // lost on it, it would run on as the old one beside its new copy.
-void HelperInstallation::tellToExit(const std::function<bool()>& isRunning) const {
-  const auto limit = std::chrono::steady_clock::now() + kExitCommandLimit;
-  while (TQHPHelperControl::share().exitHelper(productID_, productVersion_) ==
-             platform::procNotFound &&
-         std::chrono::steady_clock::now() < limit && isRunning()) {
-    std::this_thread::sleep_for(kExitCommandPause);
+// @return false where the command must be repeated: the helper runs, but has not been reached.
+bool HelperInstallation::tellToExit(const Target& target) const {
+  const WaitBudget waits(waits_.atMost(kExitCommandLimit));
+  for (;;) {
+    const platform::AEHandOverLimit limit(waits.remaining());
+    const OSErr status = TQHPHelperControl::share().exitHelper(productID_, productVersion_);
+    const bool isNotReached = status == platform::procNotFound || status == platform::errAETimeout;
+    if (!isNotReached || !isRunning(target)) return true;
+    if (waits.remaining() == std::chrono::milliseconds(0)) return false;
+    std::this_thread::sleep_for(waits.atMost(kExitCommandPause));
   }
 }
 
-bool HelperInstallation::launch() const {
+// Tries once. The command goes to the process that takes events, which may be the new helper; it is
+// sent only where that process runs from `place`.
+// @return whether such a process has taken the command, or none is left.
+bool HelperInstallation::tellProcessesToExit(const std::string& place) const {
+  const auto processes = platform::processesRunningBelow(place);
+  if (processes.empty()) return true;
+  TQHPHelperControl& control = TQHPHelperControl::share();
+  const platform::AEHandOverLimit limit{std::chrono::milliseconds(0)};
+  if (control.isAlive(productID_, productVersion_) != platform::noErr) return false;
+  const auto receiver = platform::AELastRecipient();
+  const bool isOld = std::any_of(processes.begin(), processes.end(), [receiver](auto process) {
+    return static_cast<std::uint64_t>(process) == receiver;
+  });
+  return isOld && control.exitHelper(productID_, productVersion_) == platform::noErr;
+}
+
+bool HelperInstallation::launch() {
   const HelperLocation location = helperLocation();
   if (!location.name || !location.directory) return false;
   const std::string installed =
@@ -118,12 +186,11 @@ bool HelperInstallation::launch() const {
   // Where the system keeps a database of applications, the look-up makes it known there; the path
   // itself is not needed.
   static_cast<void>(platform::Workspace::sharedWorkspace().fullPathForApplication(*location.name));
-  if (!TQHPProcessList::share().applicationIsRunning(location.bundleID, installed)) {
-    // Not while another host is replacing the copy that would be opened.
-    const platform::DirectoryLock lock(*location.directory, kInstallationLimit);
-    if (!platform::Workspace::sharedWorkspace().openFile(installed)) return false;
-  }
-  return true;
+  if (TQHPProcessList::share().applicationIsRunning(location.bundleID, installed)) return true;
+  // Not while another host is replacing the copy that would be opened, unless its holder is stuck:
+  // an old copy that is opened meanwhile gets the exit command too.
+  const platform::DirectoryLock lock(*location.directory, waits_.atMost(kLockLimit));
+  return platform::Workspace::sharedWorkspace().openFile(installed);
 }
 
 }  // namespace clientcomm

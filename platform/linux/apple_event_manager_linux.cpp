@@ -1,9 +1,16 @@
 #include <exception>
 #include <new>
+#include <utility>
 
 #include "platform/apple_event_manager.h"
 
 namespace platform {
+namespace {
+
+// The time-out of an event whose sender names none and wants no reply.
+std::int32_t handOverTicks = kAEDefaultTimeout;
+
+}  // namespace
 
 AppleEventManager& AppleEventManager::sharedAppleEventManager() {
   static auto* const manager = new AppleEventManager;
@@ -56,6 +63,7 @@ OSErr AESendMessage(const AppleEventDescriptor& event, AppleEventDescriptor& rep
   if (event.descriptorType() != typeAppleEvent) return paramErr;
   if (sendMode != kAENoReply && sendMode != kAEWaitReply) return paramErr;
   if (timeOutInTicks < kNoTimeOut) return paramErr;
+  if (sendMode == kAENoReply && timeOutInTicks == kAEDefaultTimeout) timeOutInTicks = handOverTicks;
   try {
     return AppleEventManager::sharedAppleEventManager().transport().send(event, reply, sendMode,
                                                                          timeOutInTicks);
@@ -65,6 +73,12 @@ OSErr AESendMessage(const AppleEventDescriptor& event, AppleEventDescriptor& rep
     return connectionInvalid;
   }
 }
+
+AEHandOverLimit::AEHandOverLimit(std::chrono::milliseconds limit) noexcept
+    : previous_(std::exchange(handOverTicks,
+                              static_cast<std::int32_t>(limit.count() * kTicksPerSecond / 1000))) {}
+
+AEHandOverLimit::~AEHandOverLimit() { handOverTicks = previous_; }
 
 std::uint64_t AELastRecipient() noexcept {
   return AppleEventManager::sharedAppleEventManager().transport().lastRecipient();

@@ -10,6 +10,7 @@
 #include "platform/linux/file_signature.h"
 #include "platform/linux/local_file.h"
 #include "platform/linux/patient_reader.h"
+#include "platform/linux/removed_name.h"
 #include "platform/process_manager.h"
 
 namespace platform {
@@ -121,7 +122,8 @@ std::optional<BundleIdentity> ownIdentity(pid_t pid, const ExecutableLink& link,
   auto local = bundleIdentities().localIdentityAt(path);
   if (local.identity) return std::move(local.identity);
   auto checkedIn = checkedInIdentity(pid, path);
-  if (local.access != LocalAccess::kMayBlock || (checkedIn && checkedIn->path == path)) {
+  if (local.access != LocalAccess::kMayBlock ||
+      (checkedIn && checkedIn->path == pathBeforeRemoval(path))) {
     return checkedIn;
   }
   auto remote = bundleIdentities().remoteIdentityAt(path);
@@ -129,14 +131,14 @@ std::optional<BundleIdentity> ownIdentity(pid_t pid, const ExecutableLink& link,
 }
 
 BundleIdentity successorIdentity(std::string_view bundlePath) {
-  std::string path(bundlePath);
+  std::string path = pathBeforeRemoval(bundlePath);
   auto [access, identity] = bundleIdentities().localIdentityAt(path);
   if (access == LocalAccess::kMayBlock) identity = bundleIdentities().remoteIdentityAt(path);
   return identity ? *std::move(identity) : BundleIdentity{std::move(path), {}, {}};
 }
 
 PropertyListDictionary dictionaryOf(const BundleIdentity& identity) {
-  PropertyListDictionary dictionary = {{kBundlePathKey, identity.path}};
+  PropertyListDictionary dictionary = {{kBundlePathKey, pathBeforeRemoval(identity.path)}};
   if (identity.identifier) dictionary[kCFBundleIdentifierKey] = *identity.identifier;
   if (identity.name) dictionary[kCFBundleNameKey] = *identity.name;
   return dictionary;

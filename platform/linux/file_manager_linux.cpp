@@ -26,19 +26,21 @@ bool isDirectory(const std::string& path) {
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-void removeAbandonedPartials(int parent, std::string_view name) {
+void removePartials(int parent, std::string_view name,
+                    bool (*isToBeRemoved)(std::string_view entry, std::string_view prefix)) {
   DirectoryReader directory(ScopedFd(openat(parent, ".", kDirectoryFlags)));
   if (!directory.isOpen()) return;
   const std::string prefix = partialPrefix(name);
   while (const dirent* entry = directory.next()) {
-    if (isAbandonedPartial(entry->d_name, prefix)) removeTree(parent, entry->d_name);
+    if (isToBeRemoved(entry->d_name, prefix)) removeTree(parent, entry->d_name);
   }
 }
 
 int renameWithoutReplacing(int directory, const char* from, const char* to) {
   if (renameat2(directory, from, directory, to, RENAME_NOREPLACE) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return errno;
-  struct stat status;  // a file system without that kind of renaming
+  // A file system or a sandbox without that kind of renaming.
+  if (errno != EINVAL && errno != ENOSYS && errno != EPERM) return errno;
+  struct stat status;
   if (fstatat(directory, to, &status, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
   return statusOf(renameat(directory, from, directory, to));
 }
@@ -91,9 +93,15 @@ std::optional<Error> copyPath(const std::string& source, const std::string& dest
   if (!mayCreateAt(target.directory)) return errorFrom(EPERM, destination);
   const ScopedFd parent(open(target.directory.c_str(), kDirectoryFlags));
   if (!parent.isValid()) return errorFrom(errno, destination);
-  removeAbandonedPartials(parent.get(), target.name);
+  removePartials(parent.get(), target.name, &isAbandonedPartial);
   const std::string from(withoutTrailingSlashes(source));
   return errorFrom(copyBeside(from, parent.get(), target.name), destination);
+}
+
+void removeUnfinishedCopies(const std::string& destination) {
+  const SplitPath target = splitPath(destination);
+  const ScopedFd parent(open(target.directory.c_str(), kDirectoryFlags));
+  if (parent.isValid()) removePartials(parent.get(), target.name, &isPartial);
 }
 
 std::vector<std::string> contentsOfDirectoryAtPath(const std::string& path) {

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <iterator>
+#include <string>
 #include <utility>
 
 #include "platform/linux/peer_identity.h"
+#include "platform/linux/removed_name.h"
 
 namespace platform {
 namespace {
@@ -86,8 +88,9 @@ void KnownPeers::identify(Peer& peer, const ExecutableLink& link, std::string_vi
     peer.identity = *std::move(own);
     return;
   }
+  const std::string path = pathBeforeRemoval(bundlePath);
   const Peer* const earlier = findIf(peer.pid, peer.token, [&](const Peer& known) {
-    return known.identity.path == bundlePath && known.identity.identifier;
+    return pathBeforeRemoval(known.identity.path) == path && known.identity.identifier;
   });
   // Processes that neither have a token nor are seen cannot be told apart.
   const bool isOneProcess = peer.pid != 0 || peer.token != 0;

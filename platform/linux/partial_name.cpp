@@ -8,6 +8,19 @@
 #include <charconv>
 
 namespace platform {
+namespace {
+
+// The process that made the partial `entry`; 0 where it is none.
+pid_t builderOf(std::string_view entry, std::string_view prefix) {
+  if (!entry.starts_with(prefix)) return 0;
+  entry.remove_prefix(prefix.size());
+  pid_t pid = 0;
+  const auto [end, error] = std::from_chars(entry.data(), entry.data() + entry.size(), pid);
+  if (error != std::errc() || end == entry.data() + entry.size() || *end != '-') return 0;
+  return pid > 0 ? pid : 0;
+}
+
+}  // namespace
 
 std::string partialPrefix(std::string_view name) {
   constexpr std::size_t kLongestKept = 200;  // leaves room for the rest within NAME_MAX
@@ -19,13 +32,13 @@ std::string nextPartialName(std::string_view name) {
   return partialPrefix(name) + std::to_string(getpid()) + "-" + std::to_string(++counter);
 }
 
+bool isPartial(std::string_view entry, std::string_view prefix) {
+  return builderOf(entry, prefix) != 0;
+}
+
 bool isAbandonedPartial(std::string_view entry, std::string_view prefix) {
-  if (!entry.starts_with(prefix)) return false;
-  entry.remove_prefix(prefix.size());
-  pid_t pid = 0;
-  const auto [end, error] = std::from_chars(entry.data(), entry.data() + entry.size(), pid);
-  if (error != std::errc() || end == entry.data() + entry.size() || *end != '-') return false;
-  return pid > 0 && kill(pid, 0) != 0 && errno == ESRCH;
+  const pid_t builder = builderOf(entry, prefix);
+  return builder != 0 && kill(builder, 0) != 0 && errno == ESRCH;
 }
 
 }  // namespace platform

@@ -13,6 +13,9 @@ std::string partialPrefix(std::string_view name);
 /// A name that this process has not used before.
 std::string nextPartialName(std::string_view name);
 
+/// Whether the directory entry `entry` is a partial of a process, running or not.
+bool isPartial(std::string_view entry, std::string_view prefix);
+
 /// Whether the directory entry `entry` is a partial whose process does not exist any more.
 bool isAbandonedPartial(std::string_view entry, std::string_view prefix);
 

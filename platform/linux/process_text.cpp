@@ -4,6 +4,8 @@
 #include <charconv>
 #include <system_error>
 
+#include "platform/linux/removed_name.h"
+
 namespace platform {
 namespace {
 
@@ -40,7 +42,8 @@ std::string_view bundleOfExecutable(std::string_view path) noexcept {
   if (!path.starts_with('/') || slash + 1 == path.size()) return {};
   path = path.substr(0, slash);
   if (!takeSuffix(path, "/Contents/Linux") && !takeSuffix(path, "/Contents/MacOS")) return {};
-  const std::string_view name = path.substr(path.rfind('/') + 1);
+  std::string_view name = path.substr(path.rfind('/') + 1);
+  if (const std::string_view before = nameBeforeRemoval(name); !before.empty()) name = before;
   return name.size() > kExtension.size() && name.ends_with(kExtension) ? path : std::string_view();
 }
 

@@ -18,7 +18,7 @@ class TreeRemover {
   // @return 0, or the first error; the rest is removed all the same.
   int remove(int parent, const char* name) {
     outside_ = parent;
-    if (!unlink(parent, name, 0)) removeDirectory(parent, name, true);
+    if (!unlink(parent, name, 0)) removeDirectory(parent, name);
     return firstError_;
   }
 
@@ -32,11 +32,10 @@ class TreeRemover {
     return true;
   }
 
-  void removeDirectory(int parent, const char* name, bool isTop) {
+  void removeDirectory(int parent, const char* name) {
     constexpr int kMaximumPasses = 8;  // some file systems skip entries of a list under removal
     DirectoryReader directory(open(parent, name));
     if (!directory.isOpen()) return note(errno);
-    if (isTop) removeInfoPlist(directory.fd());
     const int errorsBefore = errorCount_;
     for (int pass = 0; pass < kMaximumPasses; ++pass) {
       removeEntries(directory);
@@ -46,16 +45,10 @@ class TreeRemover {
     note(ENOTEMPTY);
   }
 
-  // A process that is killed half-way must not leave what looks like a whole bundle.
-  void removeInfoPlist(int bundle) {
-    const ScopedFd contents = open(bundle, "Contents");
-    if (contents.isValid()) unlink(contents.get(), "Info.plist", 0);
-  }
-
   void removeEntries(DirectoryReader& directory) {
     while (const dirent* entry = directory.next()) {
       if (entry->d_type == DT_DIR || !unlink(directory.fd(), entry->d_name, 0)) {
-        removeDirectory(directory.fd(), entry->d_name, false);
+        removeDirectory(directory.fd(), entry->d_name);
       }
     }
     note(errno);

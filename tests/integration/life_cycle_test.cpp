@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,8 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPProcessList.h"
 #include "platform/bundle.h"
+#include "platform/file_lock.h"
+#include "platform/removed_bundle.h"
 #include "platform/user_defaults.h"
 #include "tests/support/child_process.h"
 #include "tests/support/product_applications.h"
@@ -144,6 +147,96 @@ TEST_F(LifeCycle, ReplacementCutShortBeforeTheExitCommandIsTakenUpByTheNextHost)
   EXPECT_TRUE(support::waitUntil([] { return countInJournal("up 1.0.1") == 1; }));
   EXPECT_TRUE(haveSameContents(support::helperIn(newer), installed));
   EXPECT_FALSE(fs::exists(mark));
+}
+
+TEST_F(LifeCycle, HelperMovedAsideByAHostThatDiedIsToldToExitByTheNextOne) {
+  embedHelper("v1");
+  TQHPHelper::share();
+  ASSERT_TRUE(isRestarted(1));
+  std::string place;
+  ASSERT_FALSE(platform::moveAside(installedHelperPath(), place));
+  const std::string newer = makeHost("newer", "v2");
+  const ChildProcess host = support::runApplication(newer, {"90000", "50"});
+  EXPECT_TRUE(support::waitUntil([] { return countInJournal("exit newer") == 1; }));
+  EXPECT_TRUE(support::waitUntil([] { return countInJournal("up v2") == 1; }));
+  EXPECT_TRUE(haveSameContents(support::helperIn(newer), installedHelperPath()));
+  EXPECT_FALSE(fs::exists(place));
+}
+
+TEST_F(LifeCycle, OldHelperThatDoesNotTakeTheExitCommandHoldsNoHostUpAndGetsItLater) {
+  const std::string older = makeHost("older", "1.0");
+  embedHelper("1.0", "hosts/older.app", {{support::kStartDelayKey, support::kStopped}});
+  embedHelper("1.0.1");
+  const ChildProcess first = support::runApplication(older, {"90000"});
+  ASSERT_TRUE(support::waitUntil([] { return countInJournal("up 1.0") == 1; }));
+  const pid_t old = helperPid();
+  const std::string stat = "/proc/" + std::to_string(old) + "/stat";
+  ASSERT_TRUE(support::waitUntil(
+      [&] { return support::readFile(stat).find(") T ") != std::string::npos; }));
+  const auto start = std::chrono::steady_clock::now();
+  TQHPHelper::share();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(4'000));
+  EXPECT_TRUE(
+      haveSameContents(support::helperIn(support::hostBundlePath()), installedHelperPath()));
+  const auto step = std::chrono::steady_clock::now();
+  TQHPHelper::share().startHelper();
+  EXPECT_LT(std::chrono::steady_clock::now() - step, milliseconds(4'000));
+  EXPECT_EQ(countInJournal("exit"), 0U);
+  support::sendSignal(old, SIGCONT);
+  EXPECT_TRUE(support::waitUntil([] {
+    TQHPHelper::share().startHelper();
+    return countInJournal("up 1.0.1") == 1;
+  }));
+  EXPECT_EQ(countInJournal("exit P100"), 1U);
+  EXPECT_EQ(
+      std::distance(fs::directory_iterator(fs::path(installedHelperPath()).parent_path()), {}), 1);
+}
+
+/// A process that holds the install directory and does nothing with it.
+ChildProcess holdInstallDirectory() {
+  const std::string directory = fs::path(installedHelperPath()).parent_path();
+  fs::create_directories(directory);
+  ChildProcess holder = ChildProcess::fork([directory] {
+    const platform::DirectoryLock lock(directory, std::chrono::seconds(10));
+    for (;;) pause();
+    return 1;
+  });
+  EXPECT_TRUE(support::waitUntil(
+      [&directory] { return !platform::DirectoryLock(directory, milliseconds(0)).isHeld(); }));
+  return holder;
+}
+
+TEST_F(LifeCycle, ProcessThatHoldsTheInstallDirectoryDelaysOnlyTheUpgrade) {
+  embedHelper("2.0");
+  support::makeApplication(support::kHelperName, helperIdentifier(), "product-helper",
+                           {{"CFBundleVersion", "1.0"}}, support::kInstallFolder);
+  ChildProcess holder = holdInstallDirectory();
+  const auto start = std::chrono::steady_clock::now();
+  TQHPHelper::share();
+  TQHPHelper::share().startHelper();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  EXPECT_TRUE(support::waitUntil([] { return countInJournal("up 1.0") == 1; }));
+  holder.signal(SIGKILL);
+  holder.wait();
+  EXPECT_TRUE(support::waitUntil([] {
+    TQHPHelper::share().startHelper();
+    return countInJournal("up 2.0") == 1;
+  }));
+  EXPECT_EQ(countInJournal("exit P100"), 1U);
+}
+
+TEST_F(LifeCycle, ProcessThatHoldsTheInstallDirectoryForeverBoundsTheStartUpAndNoRestartStep) {
+  embedHelper("1.0");
+  ChildProcess holder = holdInstallDirectory();
+  auto start = std::chrono::steady_clock::now();
+  TQHPHelper::share();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(18));
+  start = std::chrono::steady_clock::now();
+  EXPECT_EQ(TQHPHelperCommunicate::share().autoRestartHelper(), 1);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  holder.signal(SIGKILL);
+  holder.wait();
+  EXPECT_TRUE(isRestarted(1));
 }
 
 TEST_F(LifeCycle, OlderHelperOfAnotherHostChangesNothing) {

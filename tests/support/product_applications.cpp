@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -83,6 +84,7 @@ const Role helperRole(kProductHelperRole, [](const std::vector<std::string>& /*a
   helperLoop = g_main_loop_new(nullptr, FALSE);
   note("up " + platform::Bundle::mainBundle().infoString("CFBundleVersion").value_or("?"));
   const auto delay = platform::Bundle::mainBundle().infoString(kStartDelayKey);
+  if (delay == kStopped) raise(SIGSTOP);
   std::this_thread::sleep_for(std::chrono::milliseconds(platform::intValue(delay.value_or("0"))));
   TQHPAppleEventProcesser::share();
   g_main_loop_run(helperLoop);

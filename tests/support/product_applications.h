@@ -12,8 +12,10 @@
 /// call in a journal, with its own process ID; the bundles are those of test_helper.h.
 namespace support {
 
-/// Key of a helper's Info dictionary: milliseconds that pass from its start until it takes events.
+/// Key of a helper's Info dictionary: milliseconds that pass from its start until it takes events;
+/// `kStopped` for a helper that stops itself before it takes any, until SIGCONT.
 inline constexpr char kStartDelayKey[] = "TestStartDelay";
+inline constexpr char kStopped[] = "stopped";
 
 /// A host that stays for the milliseconds of its first argument and then ends; with a second
 /// argument it also runs the restart step every so many milliseconds.

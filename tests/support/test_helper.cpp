@@ -8,6 +8,8 @@
 #include <system_error>
 
 #include "ClientComm/TQHPAppleEventProcesser.h"
+#include "platform/linux/process_text.h"
+#include "platform/linux/removed_name.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
 
@@ -48,7 +50,11 @@ std::vector<pid_t> processesOf(const std::string& path) {
     std::error_code error;
     const std::string name = entry.path().filename();
     const fs::path executable = fs::read_symlink(entry.path() / "exe", error);
-    const bool isThere = !error && executable.string().starts_with(executableOf(path));
+    // One that runs from a copy that was moved aside is a process of the application still.
+    const bool isThere =
+        !error &&
+        (executable.string().starts_with(executableOf(path)) ||
+         platform::pathBeforeRemoval(platform::bundleOfExecutable(executable.string())) == path);
     if (isThere && name.find_first_not_of("0123456789") == std::string::npos) {
       processes.push_back(std::stoi(name));
     }

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,6 +8,8 @@
 #include <vector>
 
 #include "ClientComm/TQHPHelperCommunicate.h"
+#include "platform/file_manager.h"
+#include "platform/linux/scoped_fd.h"
 #include "platform/property_list.h"
 #include "tests/support/permissions.h"
 #include "tests/support/recording_transport.h"
@@ -226,7 +229,7 @@ TEST_F(DeploymentTest, TheOldHelperIsRemovedThenToldToExitThenReplaced) {
   bool wasCopied = true;
   recorder_.whenSending([&](const support::RecordedCall& call) {
     if (call.selector != kExit) return;
-    wasRemoved = !fs::exists(infoPathOf(installedHelperPath())) && !fs::exists(markerPath());
+    wasRemoved = !fs::exists(markerPath());
     wasCopied = fs::exists(installedHelperPath());
   });
   markInstalledCopy();
@@ -252,6 +255,102 @@ TEST_F(DeploymentTest, TheOldHelperIsToldToExitHoweverTheInstallDirectoryIsSpelt
   EXPECT_EQ(versionOf(installed), "1.0.1");
   EXPECT_EQ(support::processesOf(installed), std::vector<pid_t>{old.pid()})
       << "it counts as running for the launch too";
+}
+
+/// The entries of the install directory.
+Strings installedEntries() {
+  return platform::contentsOfDirectoryAtPath(support::sandbox() + "/install");
+}
+
+const Strings kHelperAlone = {"Test Helper.app"};
+
+TEST_F(InstallationTest, AReplacementLeavesTheNewCopyAlone) {
+  makeHelper(kResourceFolder, "2.0");
+  const support::ChildProcess old = support::runInstalledHelper();
+  extract();
+  EXPECT_EQ(recorder_.countOf(kExit), 1);
+  EXPECT_EQ(installedVersion(), "2.0");
+  EXPECT_EQ(installedEntries(), kHelperAlone);
+}
+
+TEST_F(InstallationTest, WhatADeadHostLeftIsClearedThoughNothingIsInstalled) {
+  makeHelper(kResourceFolder, "1.0");
+  makeHelper(kInstallFolder, "1.0");
+  const std::string beside = support::sandbox() + "/install/.Test Helper.app";
+  // The process ID of an unfinished copy may belong to another process by now.
+  for (const std::string left :
+       {".partial-1-1", ".partial-99999999-1", ".removed-99999999-7", ".removed-1-1", ".removed"}) {
+    support::writeFile(beside + left + "/Test Helper.app/Contents/Info.plist", "left");
+  }
+  extract();
+  EXPECT_EQ(installedEntries(), kHelperAlone);
+  EXPECT_TRUE(recorder_.calls().empty());
+}
+
+TEST_F(InstallationTest, WhatCannotBeDeletedOfTheOldCopyDoesNotStopTheUpgrade) {
+  if (geteuid() != 0) GTEST_SKIP() << "only the superuser can give a folder away";
+  makeHelper(kResourceFolder, "v2");
+  const std::string kept = makeHelper(kInstallFolder, "v1") + "/Contents/Kept";
+  support::writeFile(kept + "/file", "of another user");
+  ASSERT_EQ(chown(kept.c_str(), 65534, 65534), 0);
+  {
+    const support::BoundByPermissions bound;
+    extract();
+    EXPECT_EQ(installedVersion(), "v2");
+    EXPECT_FALSE(fs::exists(installedHelperPath() + "/Contents/Kept"));
+    EXPECT_EQ(installedEntries().size(), 2U) << "what cannot be deleted stays beside it";
+  }
+  extract();
+  EXPECT_EQ(installedEntries(), kHelperAlone) << "until a host can delete it";
+}
+
+constexpr int kFilesOfLargeHelper = 30;
+
+/// Makes a helper of many files that each hold its version.
+void makeLargeHelper(const std::string& folder, const std::string& version) {
+  const std::string helper = makeHelper(folder, version);
+  for (int i = 0; i < kFilesOfLargeHelper; ++i) {
+    support::writeFile(
+        helper + "/Contents/Resources/" + std::to_string(i % 5) + "/" + std::to_string(i), version);
+  }
+}
+
+/// What is at the installed path is looked at through its descriptor. A look counts only when the
+/// same directory is there before and after it.
+/// @return false when it was there and not whole.
+bool isWholeOrMissing() {
+  const platform::ScopedFd bundle(
+      open(installedHelperPath().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  struct stat before = {};
+  if (!bundle.isValid() || fstat(bundle.get(), &before) != 0) return true;
+  const std::string path = "/proc/self/fd/" + std::to_string(bundle.get());
+  const OptionalString version = versionOf(path);
+  bool isWhole = version && access((path + "/Contents/Linux/Test Helper").c_str(), X_OK) == 0;
+  for (int i = 0; i < kFilesOfLargeHelper && isWhole; ++i) {
+    isWhole = support::readFile(path + "/Contents/Resources/" + std::to_string(i % 5) + "/" +
+                                std::to_string(i)) == version;
+  }
+  struct stat after = {};
+  const bool isSame = stat(installedHelperPath().c_str(), &after) == 0 &&
+                      after.st_dev == before.st_dev && after.st_ino == before.st_ino;
+  return isWhole || !isSame;
+}
+
+TEST_F(InstallationTest, WhatIsInstalledIsWholeOrMissingAtEveryInstantOfFiftyReplacements) {
+  support::ChildProcess watcher = support::ChildProcess::fork([] {
+    while (!fs::exists(support::sandbox() + "/done")) {
+      if (!isWholeOrMissing()) return 1;
+    }
+    return 0;
+  });
+  for (int round = 1; round <= 50; ++round) {
+    makeLargeHelper(kResourceFolder, "1." + std::to_string(round));
+    extract();
+    EXPECT_EQ(installedVersion(), "1." + std::to_string(round));
+  }
+  support::writeFile(support::sandbox() + "/done", "");
+  EXPECT_EQ(watcher.wait(), 0);
+  EXPECT_EQ(installedEntries(), kHelperAlone);
 }
 
 TEST_F(DeploymentTest, AnOldHelperThatStillRunsAfterARefreshCountsAsRunning) {

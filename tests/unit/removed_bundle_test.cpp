@@ -1,0 +1,153 @@
+#include "platform/removed_bundle.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "ClientComm/TQHPProcessList.h"
+#include "platform/file_manager.h"
+#include "platform/linux/process_text.h"
+#include "platform/linux/removed_name.h"
+#include "tests/support/child_process.h"
+#include "tests/support/permissions.h"
+#include "tests/support/test_application.h"
+#include "tests/support/test_helper.h"
+#include "tests/support/test_sandbox.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using platform::moveAside;
+using platform::pathBeforeRemoval;
+using platform::placesMovedAsideFrom;
+using platform::processesRunningBelow;
+using support::ChildProcess;
+using support::installedHelperPath;
+
+using Strings = std::vector<std::string>;
+using Processes = std::vector<std::int32_t>;
+
+constexpr uid_t kSomebodyElse = 65534;
+
+bool isKnownAsInstalledHelper() {
+  return TQHPProcessList::share().applicationIsRunning(support::helperIdentifier(),
+                                                       installedHelperPath());
+}
+
+// A program that was started by hand and has written nothing about itself.
+const support::Role silentRole("silent", [](const std::vector<std::string>& /*arguments*/) {
+  std::puts("ready");
+  std::fflush(stdout);
+  for (;;) pause();
+  return 0;
+});
+
+ChildProcess runSilentHelper() {
+  ChildProcess process = support::runApplication(support::makeApplication(
+      support::kHelperName, support::helperIdentifier(), "silent", {}, support::kInstallFolder));
+  EXPECT_EQ(process.readLine(), "ready");
+  return process;
+}
+
+TEST(RemovedBundle, IsGoneFromItsPathAndWholeInItsPrivatePlace) {
+  const std::string helper = support::makeHelper(support::kInstallFolder);
+  std::string place;
+  ASSERT_FALSE(moveAside(helper, place));
+  EXPECT_FALSE(fs::exists(helper));
+  EXPECT_EQ(placesMovedAsideFrom(helper), Strings{place});
+  EXPECT_TRUE(fs::exists(place + "/Test Helper.app/Contents/Info.plist"));
+  EXPECT_TRUE(placesMovedAsideFrom(support::sandbox() + "/install/Other.app").empty());
+}
+
+TEST(RemovedBundle, IsMovedThoughItsFolderIsReadOnly) {
+  const std::string helper = support::makeHelper(support::kInstallFolder);
+  ASSERT_EQ(chmod(helper.c_str(), 0555), 0);
+  const support::BoundByPermissions bound;
+  std::string place;
+  EXPECT_FALSE(moveAside(helper, place));
+  EXPECT_FALSE(fs::exists(helper));
+  EXPECT_FALSE(platform::removeItemAtPath(place));
+}
+
+TEST(RemovedBundle, OfAnotherUserIsMovedToo) {
+  if (geteuid() != 0) GTEST_SKIP() << "only the superuser can give a folder away";
+  const ChildProcess process = runSilentHelper();
+  ASSERT_EQ(chown(installedHelperPath().c_str(), kSomebodyElse, kSomebodyElse), 0);
+  const support::BoundByPermissions bound;
+  std::string place;
+  ASSERT_FALSE(moveAside(installedHelperPath(), place));
+  EXPECT_FALSE(fs::exists(installedHelperPath()));
+  EXPECT_EQ(placesMovedAsideFrom(installedHelperPath()), Strings{place});
+  EXPECT_EQ(processesRunningBelow(place), Processes{process.pid()});
+  EXPECT_TRUE(isKnownAsInstalledHelper());
+}
+
+TEST(RemovedBundle, ThatCannotBeMovedStaysAsItIs) {
+  const std::string helper = support::makeHelper(support::kInstallFolder);
+  const support::SealedFolder sealed(support::sandbox() + "/install");
+  const support::BoundByPermissions bound;
+  std::string place;
+  EXPECT_TRUE(moveAside(helper, place));
+  EXPECT_TRUE(fs::exists(helper + "/Contents/Info.plist"));
+  EXPECT_TRUE(placesMovedAsideFrom(helper).empty());
+  EXPECT_TRUE(moveAside(support::sandbox() + "/missing/Helper.app", place));
+}
+
+TEST(RemovedBundle, LeavesNoFolderWhereThereWasNothingToMove) {
+  fs::create_directories(support::sandbox() + "/install");
+  std::string place;
+  EXPECT_TRUE(moveAside(installedHelperPath(), place));
+  EXPECT_TRUE(fs::is_empty(support::sandbox() + "/install"));
+}
+
+TEST(RemovedBundle, IsThePathOfTheProcessesThatRunFromIt) {
+  const ChildProcess process = runSilentHelper();
+  ASSERT_TRUE(isKnownAsInstalledHelper());
+  std::string place;
+  ASSERT_FALSE(moveAside(installedHelperPath(), place));
+  EXPECT_TRUE(isKnownAsInstalledHelper());
+  EXPECT_EQ(processesRunningBelow(place), Processes{process.pid()});
+  // A link on the way to it makes no difference.
+  fs::create_directory_symlink(support::sandbox(), support::sandbox() + "/link");
+  EXPECT_EQ(
+      processesRunningBelow(support::sandbox() + "/link" + place.substr(support::sandbox().size())),
+      Processes{process.pid()});
+}
+
+TEST(RemovedBundle, KeepsItsProcessesKnownWhenItsFilesAreDeletedAndTheNewOneIsThere) {
+  const ChildProcess process = runSilentHelper();
+  std::string place;
+  ASSERT_FALSE(moveAside(installedHelperPath(), place));
+  support::makeHelper(support::kInstallFolder, "2.0");
+  EXPECT_TRUE(isKnownAsInstalledHelper());
+  ASSERT_FALSE(platform::removeItemAtPath(place));
+  EXPECT_TRUE(isKnownAsInstalledHelper());
+  EXPECT_TRUE(processesRunningBelow(place).empty());
+  EXPECT_TRUE(processesRunningBelow(installedHelperPath()).empty());
+}
+
+TEST(RemovedName, LeadsBackToThePathBefore) {
+  EXPECT_EQ(pathBeforeRemoval("/a/.B.app.removed-1-2/B.app"), "/a/B.app");
+  EXPECT_EQ(pathBeforeRemoval("/a/.B.app.removed-1-2"), "/a/B.app");
+  const std::string name = std::string(240, 'n') + ".app";
+  EXPECT_EQ(pathBeforeRemoval("/a/" + platform::nextRemovedName(name) + "/" + name), "/a/" + name);
+  EXPECT_EQ(platform::bundleOfExecutable("/a/.B.app.removed-1-2/Contents/Linux/B"),
+            "/a/.B.app.removed-1-2");
+}
+
+TEST(RemovedName, LeavesEveryOtherPathAlone) {
+  for (const std::string path :
+       {"/a/B.app", "/a/.B.app.removed-1-2/C.app", "/a/.B.app.removed-1/B.app",
+        "/a/.B.app.removed-1-2x/B.app", "/a/B.app.removed-1-2/B.app", "/a/.B.app.removed--2/B.app",
+        "/a/.removed-1-2", "/a/.removed-1-2/B.app", "/", "B.app", ""}) {
+    EXPECT_EQ(pathBeforeRemoval(path), path);
+  }
+  EXPECT_EQ(platform::bundleOfExecutable("/a/.B.removed-1-2/Contents/Linux/B"), "");
+}
+
+}  // namespace
