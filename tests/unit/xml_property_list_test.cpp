@@ -2,9 +2,14 @@
 
 #include <expat.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <fstream>
 #include <limits>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,6 +18,7 @@
 #include "platform/property_list.h"
 #include "platform/text.h"
 #include "platform/user_defaults.h"
+#include "tests/support/child_process.h"
 #include "tests/support/test_sandbox.h"
 
 namespace {
@@ -249,6 +255,29 @@ TEST(XmlPropertyList, IsRefusedWithAnythingBehindIt) {
 TEST(XmlPropertyList, OfNoBytesIsNone) {
   EXPECT_EQ(propertyListFromBytes(""), std::nullopt);
   EXPECT_EQ(fromBody(""), std::nullopt);
+}
+
+// A throw through expat's C code would end the process.
+TEST(XmlPropertyList, LeavesTheProcessWholeWhereMemoryRunsOut) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the sanitizer's own memory cannot be limited";
+#endif
+  const std::string xml =
+      "<plist><string>" + std::string(std::size_t{12} << 20U, 'x') + "</string></plist>";
+  auto reader = support::ChildProcess::fork([&xml] {
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    // Enough for expat's copy of the text, and too little for that of the value.
+    const rlim_t size = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (rlim_t{26} << 20U);
+    const rlimit limit = {size, size};
+    if (setrlimit(RLIMIT_AS, &limit) != 0) return 2;
+    try {
+      return propertyListFromBytes(xml) ? 1 : 0;
+    } catch (const std::bad_alloc&) {
+      return 0;
+    }
+  });
+  EXPECT_EQ(reader.wait(), 0);
 }
 
 // --- Written ---
