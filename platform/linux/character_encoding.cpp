@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 
 #include "platform/text.h"
 
@@ -36,7 +37,7 @@ class Converter {
   Converter(const Converter&) = delete;
   Converter& operator=(const Converter&) = delete;
 
-  bool isValid() const { return descriptor_ != reinterpret_cast<iconv_t>(-1); }
+  bool isValid() const { return reinterpret_cast<std::intptr_t>(descriptor_) != -1; }
 
   std::optional<std::string> convert(std::string_view bytes) {
     std::string text;

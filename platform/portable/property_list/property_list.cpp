@@ -1,5 +1,8 @@
 #include "platform/property_list.h"
 
+#include <algorithm>
+#include <array>
+
 #include "platform/portable/property_list/binary_reader.h"
 #include "platform/portable/property_list/text_reader.h"
 #include "platform/portable/property_list/unicode.h"
@@ -13,10 +16,9 @@ using namespace std::literals;  // of texts
 
 // Not every "<": an old-style list of data begins with one too.
 bool beginsXml(std::string_view text) {
-  for (const std::string_view beginning : {"<?"sv, "<!"sv, "<plist"sv, "<dict"sv, "<array"sv}) {
-    if (text.starts_with(beginning)) return true;
-  }
-  return false;
+  constexpr std::array kBeginnings = {"<?"sv, "<!"sv, "<plist"sv, "<dict"sv, "<array"sv};
+  return std::any_of(kBeginnings.begin(), kBeginnings.end(),
+                     [text](std::string_view beginning) { return text.starts_with(beginning); });
 }
 
 std::optional<PropertyListValue> propertyListIn(std::string_view text, XmlEncoding encoding) {

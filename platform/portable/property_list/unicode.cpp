@@ -1,6 +1,5 @@
 #include "platform/portable/property_list/unicode.h"
 
-#include <array>
 #include <cstddef>
 
 #include "platform/text.h"
@@ -8,15 +7,25 @@
 namespace platform {
 
 void appendUtf8(std::string& text, char32_t character) {
+  const auto appendBits = [&text](char32_t marker, char32_t bits) {
+    text += static_cast<char>(marker | bits);
+  };
   if (character < 0x80) {
-    text += static_cast<char>(character);
+    appendBits(0, character);
     return;
   }
-  const unsigned more = character < 0x800 ? 1U : character < 0x10000 ? 2U : 3U;
-  constexpr std::array<unsigned, 4> kLeads = {0, 0xC0, 0xE0, 0xF0};
-  text += static_cast<char>(kLeads[more] | character >> (6 * more));
-  for (unsigned i = more; i-- > 0;)
-    text += static_cast<char>(0x80U | (character >> (6 * i) & 0x3FU));
+  if (character < 0x800) {
+    appendBits(0xC0, character >> 6U);
+  } else {
+    if (character < 0x10000) {
+      appendBits(0xE0, character >> 12U);
+    } else {
+      appendBits(0xF0, character >> 18U);
+      appendBits(0x80, character >> 12U & 0x3FU);
+    }
+    appendBits(0x80, character >> 6U & 0x3FU);
+  }
+  appendBits(0x80, character & 0x3FU);
 }
 
 bool isUtf8(std::string_view text) {
