@@ -50,9 +50,10 @@ OptionalString ask(const std::string& target, const std::string& selector) {
   return result;
 }
 
-// Notes a text at each target, asks the first for its notes, and exits at once. 0 when all went
-// well.
+// Opens to events as hosts do, notes a text at each target, asks the first for its notes, and exits
+// at once. 0 when all went well.
 int callAll(const Words& targets) {
+  TQHPAppleEventProcesser::share();
   for (const std::string& target : targets) {
     if (note(target, "from a caller") != 0) _exit(1);
   }
