@@ -1,12 +1,10 @@
 #include "platform/linux/check_in.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +15,7 @@
 #include "platform/bundle.h"
 #include "platform/file_manager.h"
 #include "platform/linux/process_text.h"
+#include "platform/linux/runtime_file.h"
 #include "platform/linux/runtime_folder.h"
 #include "platform/process_manager.h"
 #include "platform/property_list.h"
@@ -26,8 +25,6 @@ namespace {
 
 constexpr char kStartTimeKey[] = "StartTime";
 constexpr std::string_view kPrefix = "process.";
-constexpr std::string_view kDraftSuffix = ".new";
-constexpr std::size_t kLongestRecord = std::size_t{256} * 1024;
 
 // The process ID that is all of `text`; 0 when it is none.
 pid_t processIDIn(std::string_view text) noexcept {
@@ -46,50 +43,6 @@ std::string pathOfDescriptor(int descriptor) {
 
 std::string recordName(pid_t pid) { return std::string(kPrefix) + std::to_string(pid); }
 
-std::optional<std::string> readAll(int file) {
-  std::string text;
-  std::array<char, 4096> chunk;
-  for (;;) {
-    const ssize_t count = read(file, chunk.data(), chunk.size());
-    if (count == 0) return text;
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0 || text.size() > kLongestRecord) return std::nullopt;
-    text.append(chunk.data(), static_cast<std::size_t>(count));
-  }
-}
-
-// The bytes of a file of this user; links and anything but a plain file are refused.
-std::optional<std::string> readOwnFile(int folder, const std::string& name) {
-  const ScopedFd file(openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  struct stat status = {};
-  if (!file.isValid() || fstat(file.get(), &status) != 0) return std::nullopt;
-  if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) return std::nullopt;
-  return readAll(file.get());
-}
-
-bool writeAll(int file, std::string_view bytes) noexcept {
-  while (!bytes.empty()) {
-    const ssize_t count = write(file, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return true;
-}
-
-bool replaceFile(int folder, const std::string& name, std::string_view bytes) {
-  const std::string draft = name + std::string(kDraftSuffix);
-  unlinkat(folder, draft.c_str(), 0);
-  const ScopedFd file(
-      openat(folder, draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!file.isValid()) return false;
-  if (writeAll(file.get(), bytes) && renameat(folder, draft.c_str(), folder, name.c_str()) == 0) {
-    return true;
-  }
-  unlinkat(folder, draft.c_str(), 0);
-  return false;
-}
-
 std::string textOf(const PropertyListDictionary& dictionary, std::string_view key) {
   const auto entry = dictionary.find(key);
   return entry != dictionary.end() ? entry->second.stringValue().value_or("") : "";
@@ -106,7 +59,7 @@ std::optional<std::uint64_t> startTimeIn(const PropertyListDictionary& dictionar
 }
 
 std::optional<CheckInRecord> readRecord(int folder, const std::string& name) {
-  const auto bytes = readOwnFile(folder, name);
+  const auto bytes = readRuntimeFile(folder, name);
   return bytes ? checkInRecordFromBytes(*bytes) : std::nullopt;
 }
 
@@ -159,7 +112,7 @@ bool writeOwnRecord(int folder, pid_t pid) {
   auto record = recordOf(Bundle::mainBundle(), pid);
   if (!record) return false;
   record->insert_or_assign(kBundlePathKey, Bundle::mainBundle().bundlePath());
-  return replaceFile(folder, recordName(pid), xmlPropertyList(*record));
+  return replaceRuntimeFile(folder, recordName(pid), xmlPropertyList(*record));
 }
 
 // The path is left out: the kernel knows it as the process will.
@@ -168,9 +121,7 @@ void checkInLaunchedOrThrow(pid_t pid, const Bundle& bundle) {
   const auto record = recordOf(bundle, pid);
   if (!folder.isValid() || !record) return;
   // Not over a record of the process's own, which says more.
-  const ScopedFd file(openat(folder.get(), recordName(pid).c_str(),
-                             O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (file.isValid()) writeAll(file.get(), xmlPropertyList(*record));
+  createRuntimeFile(folder.get(), recordName(pid), xmlPropertyList(*record));
 }
 
 void checkInOrThrow() {
