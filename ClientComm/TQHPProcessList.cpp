@@ -83,11 +83,13 @@ TQHPProcessList& TQHPProcessList::share() {
 bool TQHPProcessList::applicationIsRunning(const OptionalString& bundleID,
                                            const OptionalString& bundlePath) {
   if (!bundleID || !bundlePath) return false;
-  return std::ranges::any_of(platform::processIDs(&GetBSDProcessList), [&](std::int32_t pid) {
+  const auto isApplication = [&](std::int32_t pid) {
     const auto information = infoForPID(pid);
     return information && stringFor(*information, platform::kCFBundleIdentifierKey) == bundleID &&
            stringFor(*information, platform::kBundlePathKey) == bundlePath;
-  });
+  };
+  return std::ranges::any_of(platform::processIDs(&GetBSDProcessList), isApplication) ||
+         platform::isRunningUnseen(*bundleID, *bundlePath);
 }
 
 std::optional<platform::PropertyListDictionary> TQHPProcessList::infoForPID(std::int32_t pid) {

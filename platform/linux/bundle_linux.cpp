@@ -1,3 +1,4 @@
+#include <sys/auxv.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -7,6 +8,7 @@
 
 #include "platform/bundle.h"
 #include "platform/file_manager.h"
+#include "platform/linux/bundle_files.h"
 #include "platform/linux/localization.h"
 #include "platform/linux/own_executable.h"
 
@@ -79,6 +81,20 @@ std::string ownExecutablePath() {
   return path;
 }
 
+namespace {
+
+// The path as this process was launched by, which a host knows it under, where that leads to the
+// same bundle as the path that the kernel gives: that one has no symbolic links.
+std::string launchedBundlePath() {
+  std::string path = bundleEnclosing(ownExecutablePath());
+  const auto* const named = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+  if (named == nullptr || *named != '/') return path;
+  std::string launched = bundleEnclosing(named);
+  return isApplicationPath(launched) && isSameBundle(launched, path) ? launched : path;
+}
+
+}  // namespace
+
 struct Bundle::State {
   std::string path;
   std::optional<PropertyListDictionary> info;
@@ -94,7 +110,7 @@ struct Bundle::State {
 };
 
 Bundle& Bundle::mainBundle() {
-  static auto* const bundle = new Bundle(bundleEnclosing(ownExecutablePath()));
+  static auto* const bundle = new Bundle(launchedBundlePath());
   return *bundle;
 }
 

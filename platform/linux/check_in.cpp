@@ -1,6 +1,7 @@
 #include "platform/linux/check_in.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -14,7 +15,9 @@
 
 #include "platform/bundle.h"
 #include "platform/file_manager.h"
-#include "platform/linux/process_text.h"
+#include "platform/linux/bundle_files.h"
+#include "platform/linux/launch_record.h"
+#include "platform/linux/own_executable.h"
 #include "platform/linux/runtime_file.h"
 #include "platform/linux/runtime_folder.h"
 #include "platform/process_manager.h"
@@ -24,6 +27,12 @@ namespace platform {
 namespace {
 
 constexpr char kStartTimeKey[] = "StartTime";
+// Set in a record that the launcher wrote: the process has not opened to events yet.
+constexpr char kIsLaunchingKey[] = "IsLaunching";
+// Set in the record of a program beside the bundle's executable.
+constexpr char kIsToolKey[] = "IsTool";
+// Of the process, by the inode of its PID namespace; process IDs mean nothing in another one.
+constexpr char kPIDNamespaceKey[] = "PIDNamespace";
 constexpr std::string_view kPrefix = "process.";
 
 // The process ID that is all of `text`; 0 when it is none.
@@ -48,8 +57,14 @@ std::string textOf(const PropertyListDictionary& dictionary, std::string_view ke
   return entry != dictionary.end() ? entry->second.stringValue().value_or("") : "";
 }
 
-std::optional<std::uint64_t> startTimeIn(const PropertyListDictionary& dictionary) {
-  const auto entry = dictionary.find(kStartTimeKey);
+bool flagIn(const PropertyListDictionary& dictionary, std::string_view key) {
+  const auto entry = dictionary.find(key);
+  return entry != dictionary.end() && entry->second.boolValue();
+}
+
+std::optional<std::uint64_t> numberIn(const PropertyListDictionary& dictionary,
+                                      std::string_view key) {
+  const auto entry = dictionary.find(key);
   if (entry == dictionary.end()) return std::nullopt;
   if (const auto* number = std::get_if<std::int64_t>(&entry->second.variant())) {
     return static_cast<std::uint64_t>(*number);
@@ -58,15 +73,25 @@ std::optional<std::uint64_t> startTimeIn(const PropertyListDictionary& dictionar
   return number != nullptr ? std::optional(*number) : std::nullopt;
 }
 
+std::uint64_t ownPIDNamespace() noexcept {
+  struct stat status = {};
+  return stat("/proc/self/ns/pid", &status) == 0 ? status.st_ino : 0;
+}
+
 std::optional<CheckInRecord> readRecord(int folder, const std::string& name) {
   const auto bytes = readRuntimeFile(folder, name);
   return bytes ? checkInRecordFromBytes(*bytes) : std::nullopt;
 }
 
-bool isStaleRecord(int folder, const std::string& name, pid_t pid) {
-  const auto startTime = processStartTime(pid);
-  const auto record = startTime ? readRecord(folder, name) : std::nullopt;
-  return !record || record->startTime != *startTime;
+// Whether the record is of a process that this one would see if it still ran.
+bool isOfOwnNamespace(const CheckInRecord& record, std::uint64_t own) noexcept {
+  return record.pidNamespace == 0 || own == 0 || record.pidNamespace == own;
+}
+
+bool isStaleRecord(int folder, const std::string& name, pid_t pid, std::uint64_t ownNamespace) {
+  const auto record = readRecord(folder, name);
+  return !record ||
+         (record->startTime != processStartTime(pid) && isOfOwnNamespace(*record, ownNamespace));
 }
 
 // A file on its way to its name stays there only when its process is killed in between. Another
@@ -79,11 +104,12 @@ bool isStaleTemporary(int folder, const std::string& name, pid_t pid) {
 }
 
 void clearStaleFiles(int folder) {
+  const std::uint64_t ownNamespace = ownPIDNamespace();
   for (const std::string& name : contentsOfDirectoryAtPath(pathOfDescriptor(folder))) {
     const pid_t maker = processOfTemporaryName(name);
     const pid_t pid = maker != 0 ? 0 : processOfRecordName(name);
     const bool isStale = maker != 0 ? isStaleTemporary(folder, name, maker)
-                                    : pid != 0 && isStaleRecord(folder, name, pid);
+                                    : pid != 0 && isStaleRecord(folder, name, pid, ownNamespace);
     if (isStale) unlinkat(folder, name.c_str(), 0);
   }
 }
@@ -105,32 +131,51 @@ std::optional<PropertyListDictionary> recordOf(const Bundle& bundle, pid_t pid) 
   PropertyListDictionary record = {{kStartTimeKey, *startTime},
                                    {kCFBundleIdentifierKey, *identifier}};
   if (const auto name = bundle.infoString(kCFBundleNameKey)) record[kCFBundleNameKey] = *name;
+  if (const std::uint64_t own = ownPIDNamespace(); own != 0) record[kPIDNamespaceKey] = own;
   return record;
 }
 
-bool writeOwnRecord(int folder, pid_t pid) {
-  auto record = recordOf(Bundle::mainBundle(), pid);
-  if (!record) return false;
-  record->insert_or_assign(kBundlePathKey, Bundle::mainBundle().bundlePath());
-  return replaceRuntimeFile(folder, recordName(pid), xmlPropertyList(*record));
+// What the launcher wrote tells the path that this process was launched by, and that it is the
+// bundle's application, also where a script runs first and then executes another program.
+// @return the bundle path in the record; nothing when there is no record.
+OptionalString writeOwnRecord(int folder, pid_t pid) {
+  const Bundle& bundle = Bundle::mainBundle();
+  auto record = recordOf(bundle, pid);
+  if (!record) return std::nullopt;
+  const auto launched = readRecord(folder, recordName(pid));
+  const bool isLaunched = launched && launched->startTime == processStartTime(pid) &&
+                          isSameBundle(launched->bundlePath, bundle.bundlePath());
+  std::string path = isLaunched ? launched->bundlePath : bundle.bundlePath();
+  record->insert_or_assign(kBundlePathKey, path);
+  if (!isLaunched && !isMainExecutable(bundle, ownExecutablePath())) {
+    record->insert_or_assign(kIsToolKey, true);
+  }
+  if (!replaceRuntimeFile(folder, recordName(pid), xmlPropertyList(*record))) return std::nullopt;
+  return path;
 }
 
-// The path is left out: the kernel knows it as the process will.
 void checkInLaunchedOrThrow(pid_t pid, const Bundle& bundle) {
   const ScopedFd folder = openRuntimeFolder(false);
-  const auto record = recordOf(bundle, pid);
+  auto record = recordOf(bundle, pid);
   if (!folder.isValid() || !record) return;
+  record->insert_or_assign(kBundlePathKey, bundle.bundlePath());
+  record->insert_or_assign(kIsLaunchingKey, true);
   // Not over a record of the process's own, which says more.
   createRuntimeFile(folder.get(), recordName(pid), xmlPropertyList(*record));
 }
 
 void checkInOrThrow() {
   const pid_t pid = getpid();
-  if (writer == pid || !Bundle::mainBundle().bundleIdentifier()) return;
+  if (!Bundle::mainBundle().bundleIdentifier()) return;
   const ScopedFd folder = openRuntimeFolder(true);
   if (!folder.isValid()) return;
+  const bool isWritten =
+      writer == pid && faccessat(folder.get(), recordName(pid).c_str(), F_OK, 0) == 0;
+  if (isWritten) return;
   clearStaleFiles(folder.get());
-  if (!writeOwnRecord(folder.get(), pid)) return;
+  const OptionalString path = writeOwnRecord(folder.get(), pid);
+  if (!path) return;
+  forgetLaunch(folder.get(), *path, pid);
   // A forked copy inherits the handler that its parent registered.
   static const int registered = std::atexit([] { removeOwnRecord(); });
   static_cast<void>(registered);
@@ -166,10 +211,16 @@ std::optional<CheckInRecord> checkInRecordForPID(pid_t pid) {
 std::optional<CheckInRecord> checkInRecordFromBytes(std::string_view bytes) {
   const auto list = propertyListFromBytes(bytes);
   const auto* const dictionary = list ? list->dictionary() : nullptr;
-  const auto startTime = dictionary != nullptr ? startTimeIn(*dictionary) : std::nullopt;
+  const auto startTime =
+      dictionary != nullptr ? numberIn(*dictionary, kStartTimeKey) : std::nullopt;
   if (!startTime) return std::nullopt;
-  return CheckInRecord{*startTime, textOf(*dictionary, kCFBundleIdentifierKey),
+  CheckInRecord record{*startTime, textOf(*dictionary, kCFBundleIdentifierKey),
                        textOf(*dictionary, kBundlePathKey), textOf(*dictionary, kCFBundleNameKey)};
+  // Launchers of older versions leave the path out, and nothing else tells their records apart.
+  record.isOpen = !record.bundlePath.empty() && !flagIn(*dictionary, kIsLaunchingKey);
+  record.isTool = flagIn(*dictionary, kIsToolKey);
+  record.pidNamespace = numberIn(*dictionary, kPIDNamespaceKey).value_or(0);
+  return record;
 }
 
 pid_t processOfRecordName(std::string_view name) noexcept {
@@ -186,16 +237,6 @@ pid_t processOfTemporaryName(std::string_view name) noexcept {
     return 0;
   }
   return processIDIn(name.substr(kFileNameLength + 1));
-}
-
-std::optional<std::uint64_t> processStartTime(pid_t pid) noexcept {
-  std::array<char, 32> path = {};
-  std::snprintf(path.data(), path.size(), "/proc/%d/stat", pid);
-  const ScopedFd file(open(path.data(), O_RDONLY | O_CLOEXEC));
-  std::array<char, 1024> text;
-  const ssize_t length = file.isValid() ? read(file.get(), text.data(), text.size()) : -1;
-  if (length <= 0) return std::nullopt;
-  return startTimeInStat({text.data(), static_cast<std::size_t>(length)});
 }
 
 }  // namespace platform

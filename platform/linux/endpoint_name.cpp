@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "platform/linux/endpoint_record.h"
 #include "platform/linux/runtime_folder.h"
 #include "platform/linux/socket_path.h"
 
@@ -59,7 +60,8 @@ OSErr EndpointName::take(ScopedFd& listener) {
 }
 
 // The name is taken by renaming a listening socket onto it: a sender finds either the former
-// endpoint or this one, never a socket that does not listen yet.
+// endpoint or this one, never a socket that does not listen yet. The kernel goes on to tell the
+// name that the socket was bound to, by which `listeningOf` knows it.
 OSErr EndpointName::bindAndListen(int folder, int socket) {
   const std::string ownName = name_ + "." + std::to_string(getpid());
   unlinkat(folder, ownName.c_str(), 0);
@@ -68,8 +70,13 @@ OSErr EndpointName::bindAndListen(int folder, int socket) {
   if (!path.isValid() || bind(socket, path.address(), SocketPath::size()) != 0 ||
       fchmodat(folder, ownName.c_str(), S_IRUSR | S_IWUSR, 0) != 0 ||
       fstatat(folder, ownName.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
-      ::listen(socket, kBacklog) != 0 ||
-      renameat(folder, ownName.c_str(), folder, name_.c_str()) != 0) {
+      ::listen(socket, kBacklog) != 0) {
+    unlinkat(folder, ownName.c_str(), 0);
+    return errAEEventNotPermitted;
+  }
+  // Before the name leads here, so that the endpoint has its record from the first moment.
+  writeEndpointRecord(folder, name_, status);
+  if (renameat(folder, ownName.c_str(), folder, name_.c_str()) != 0) {
     unlinkat(folder, ownName.c_str(), 0);
     return errAEEventNotPermitted;
   }
@@ -93,7 +100,10 @@ bool EndpointName::leadsElsewhere() const {
 }
 
 void EndpointName::remove() const noexcept {
-  if (leadsHere()) unlink(SocketPath(name_).path());
+  if (!leadsHere()) return;
+  unlink(SocketPath(name_).path());
+  const ScopedFd folder = openRuntimeFolder(false);
+  if (folder.isValid()) removeEndpointRecord(folder.get(), name_);
 }
 
 }  // namespace platform

@@ -3,25 +3,60 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstdint>
+#include <optional>
 #include <string>
 
-/// The application that this process has launched last. An event that is sent to it before it takes
-/// events waits for it, as the system queues events for an application that is still starting.
+/// What is remembered of launches: by this process, that of its last one, since an event for an
+/// application that is still starting waits for it; by all processes of the user, in the runtime
+/// folder, that of each bundle whose launch has not led to an open endpoint.
 namespace platform {
 
 /// How long an application may take from its launch until it takes events.
 inline constexpr std::chrono::milliseconds kLaunchLimit = std::chrono::seconds(5);
 
-/// Notes that the process `pid` has just been launched as the application `identifier`.
-void noteLaunch(const std::string& identifier, pid_t pid);
+/// How many launches in a row may end without an open endpoint before the next one is put off, and
+/// for how long: each time for twice as long.
+inline constexpr int kLaunchesAtOnce = 3;
+inline constexpr std::chrono::milliseconds kShortestBackOff = std::chrono::seconds(10);
+inline constexpr std::chrono::milliseconds kLongestBackOff = std::chrono::minutes(5);
 
-/// Whether the application `identifier` was launched less than `kLaunchLimit` ago, still runs, and
-/// has not been reached since.
+/// A launch that has not led to an open endpoint, as far as is known.
+struct LaunchRecord {
+  std::string bundlePath;
+  std::string bundleState;  ///< Of the bundle at the launch; see `stateOfBundle`.
+  pid_t pid = 0;
+  std::uint64_t startTime = 0;  ///< Of the process; 0 when it had ended before it was asked for.
+  std::chrono::milliseconds time{};  ///< Of the launch, since boot.
+  int failures = 0;                  ///< Launches before this one that have failed in a row.
+};
+
+/// What to do about an application that is not known to run.
+enum class LaunchAdvice {
+  kLaunch,
+  kIsStarting,  ///< It was launched less than `kLaunchLimit` ago.
+  kIsHung,      ///< Its process lives and has not opened to events; its bundle is unchanged.
+  kBackOff,     ///< It has ended too often without having opened to events.
+};
+
+/// The last launch of the bundle at `path`; nothing when there was none, or it has led to an open
+/// endpoint. Call with the runtime folder locked.
+std::optional<LaunchRecord> lastLaunchOf(int folder, const std::string& path);
+
+/// @param record the last launch, if there was one; @param bundleState the bundle's state now.
+LaunchAdvice launchAdvice(const std::optional<LaunchRecord>& record,
+                          const std::string& bundleState) noexcept;
+
+/// Remembers a launch of the application `identifier` (empty when it has none). Call with the
+/// runtime folder locked.
+void noteLaunch(int folder, const std::string& identifier, const LaunchRecord& record);
+
+/// Removes the record of the launch that the process `pid` was started by: it opens to events.
+void forgetLaunch(int folder, const std::string& bundlePath, pid_t pid);
+
+/// Whether this process launched the application `identifier` less than `kLaunchLimit` ago, it
+/// still runs, and has not been reached since.
 bool isStillLaunching(const std::string& identifier) noexcept;
-
-/// Whether the process that was launched last, as the application `identifier`, still runs. It may
-/// be one that nobody takes for that application: a script, or an executable that lies outside it.
-bool isLastLaunchRunning(const std::string& identifier) noexcept;
 
 /// Ends the grace of the application `identifier`: it has been reached.
 void noteReached(const std::string& identifier) noexcept;

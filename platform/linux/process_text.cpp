@@ -15,20 +15,29 @@ bool takeSuffix(std::string_view& text, std::string_view suffix) noexcept {
   return true;
 }
 
-}  // namespace
-
-std::optional<std::uint64_t> startTimeInStat(std::string_view stat) noexcept {
-  // The second field, the command's name in brackets, may hold blanks and brackets itself.
+// The number `count` fields after the command's name. The name, in brackets, may hold blanks and
+// brackets itself.
+template <typename Number>
+std::optional<Number> numberAfterCommand(std::string_view stat, int count) noexcept {
   stat.remove_prefix(std::min(stat.rfind(')'), stat.size()));
-  constexpr int kFieldsFromCommandToStartTime = 20;
-  for (int i = 0; i < kFieldsFromCommandToStartTime; ++i) {
+  for (int i = 0; i < count; ++i) {
     const auto blank = stat.find(' ');
     if (blank == std::string_view::npos) return std::nullopt;
     stat.remove_prefix(blank + 1);
   }
-  std::uint64_t startTime = 0;
-  const auto result = std::from_chars(stat.data(), stat.data() + stat.size(), startTime);
-  return result.ec == std::errc() ? std::optional(startTime) : std::nullopt;
+  Number number = 0;
+  const auto result = std::from_chars(stat.data(), stat.data() + stat.size(), number);
+  return result.ec == std::errc() ? std::optional(number) : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::uint64_t> startTimeInStat(std::string_view stat) noexcept {
+  return numberAfterCommand<std::uint64_t>(stat, 20);
+}
+
+std::int32_t parentInStat(std::string_view stat) noexcept {
+  return numberAfterCommand<std::int32_t>(stat, 2).value_or(0);
 }
 
 void copyCommandName(std::string_view comm, char (&name)[MAXCOMLEN + 1]) noexcept {

@@ -14,6 +14,10 @@ namespace platform {
 /// the text is cut short or malformed.
 std::optional<std::uint64_t> startTimeInStat(std::string_view stat) noexcept;
 
+/// The process ID of the parent, by the text of the process's "stat"; 0 when the text is cut short
+/// or malformed.
+std::int32_t parentInStat(std::string_view stat) noexcept;
+
 /// Copies the command's name in the text of its "comm" into `name`, cut to the room there is.
 void copyCommandName(std::string_view comm, char (&name)[MAXCOMLEN + 1]) noexcept;
 

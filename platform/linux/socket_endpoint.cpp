@@ -86,6 +86,7 @@ void SocketEndpoint::verify() {
   const auto now = Clock::now();
   if (now - lastVerified_ < kVerifyInterval) return;
   lastVerified_ = now;
+  if (listener_.isValid()) checkIn();
   if (name_.leadsHere() || (listener_.isValid() && name_.leadsElsewhere())) return;
   // Left to the main loop: events that wait at the old socket have to be handled first.
   mustReopen_ = true;

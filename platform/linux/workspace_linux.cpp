@@ -19,13 +19,14 @@
 #include "platform/bundle.h"
 #include "platform/file_lock.h"
 #include "platform/file_manager.h"
+#include "platform/linux/bundle_files.h"
 #include "platform/linux/check_in.h"
 #include "platform/linux/launch_environment.h"
 #include "platform/linux/launch_record.h"
-#include "platform/linux/process_ids.h"
+#include "platform/linux/process_stat.h"
+#include "platform/linux/running_application.h"
 #include "platform/linux/runtime_folder.h"
 #include "platform/linux/scoped_fd.h"
-#include "platform/process_manager.h"
 #include "platform/workspace.h"
 
 namespace platform {
@@ -47,7 +48,7 @@ struct Launch {
   char* const* environment;
   ScopedFd nullDevice;
   ScopedFd report;
-  ScopedFd lock;  ///< Not valid for a launch that nobody else has to wait for.
+  ScopedFd lock;
 };
 
 // Moves a descriptor out of the way of the standard streams, which a host may have closed.
@@ -196,7 +197,7 @@ pid_t forkWithSignalsBlocked(const Launch& launch) noexcept {
 /// Starts the program at `executable` as a process of its own; returns when it runs. Should the
 /// host be killed meanwhile, the launch goes on, and `lock` is held until the program is in place:
 /// whoever waits for it must not find the program missing and launch another.
-Outcome launchDetached(std::string executable, const DirectoryLock* lock) {
+Outcome launchDetached(std::string executable, const DirectoryLock& lock) {
   std::vector<std::string> entries = launchEnvironment(environ);
   std::vector<char*> environment;
   environment.reserve(entries.size() + 1);
@@ -210,11 +211,9 @@ Outcome launchDetached(std::string executable, const DirectoryLock* lock) {
                 environment.data(),
                 aboveStandardStreams(ScopedFd(open("/dev/null", O_RDWR | O_CLOEXEC))),
                 aboveStandardStreams(ScopedFd(report[1])),
-                {}};
-  if (!launch.nullDevice.isValid() || !launch.report.isValid()) return {errno, 0};
-  if (lock != nullptr) {
-    launch.lock.reset(fcntl(lock->descriptor(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    if (!launch.lock.isValid()) return {errno, 0};
+                ScopedFd(fcntl(lock.descriptor(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1))};
+  if (!launch.nullDevice.isValid() || !launch.report.isValid() || !launch.lock.isValid()) {
+    return {errno, 0};
   }
   const pid_t pid = forkWithSignalsBlocked(launch);
   if (pid < 0) return {errno, 0};
@@ -224,48 +223,43 @@ Outcome launchDetached(std::string executable, const DirectoryLock* lock) {
   return result;
 }
 
-bool isOfThisUser(int processes, pid_t pid) noexcept {
-  struct stat status = {};
-  return fstatat(processes, std::to_string(pid).c_str(), &status, 0) == 0 &&
-         status.st_uid == geteuid();
-}
-
-bool runsApplication(pid_t pid, const std::string& identifier) {
-  ProcessSerialNumber psn;
-  if (GetProcessForPID(pid, psn) != noErr) return false;
-  const auto information =
-      ProcessInformationCopyDictionary(psn, kProcessDictionaryIncludeAllInformationMask);
-  if (!information) return false;
-  const auto value = information->find(kCFBundleIdentifierKey);
-  return value != information->end() && value->second.stringValue() == identifier;
-}
-
-// Whether this user runs the application; nothing when that cannot be told.
-std::optional<bool> isRunning(const std::string& identifier) {
-  ProcessIDReader processes;
-  for (pid_t pid = processes.next(); pid != 0; pid = processes.next()) {
-    if (runsApplication(pid, identifier) && isOfThisUser(processes.directory(), pid)) return true;
-  }
-  return processes.error() == 0 ? std::optional(false) : std::nullopt;
+// Launches the application that is not known to run, if its last launch does not speak against it.
+bool launchAgain(int folder, std::string executable, const Bundle& bundle,
+                 const DirectoryLock& lock) {
+  const std::string state = stateOfBundle(bundle.bundlePath(), executable);
+  const auto last = lastLaunchOf(folder, bundle.bundlePath());
+  const LaunchAdvice advice = launchAdvice(last, state);
+  if (advice != LaunchAdvice::kLaunch) return advice == LaunchAdvice::kIsStarting;
+  const auto time = timeSinceBoot();
+  const Outcome outcome = launchDetached(std::move(executable), lock);
+  if (outcome.error != 0) return false;
+  checkInLaunched(outcome.pid, bundle);
+  const int failures = last && last->bundleState == state ? last->failures + 1 : 0;
+  noteLaunch(folder, bundle.bundleIdentifier().value_or(""),
+             {bundle.bundlePath(), state, outcome.pid, processStartTime(outcome.pid).value_or(0),
+              time, failures});
+  // It may have opened before there was a record for it to remove.
+  const auto record = checkInRecordForPID(outcome.pid);
+  if (record && record->isOpen) forgetLaunch(folder, bundle.bundlePath(), outcome.pid);
+  return true;
 }
 
 // Among all processes of this user, one at a time looks and launches.
-bool launchUnlessRunning(std::string executable, const Bundle& bundle,
-                         const std::string& identifier) {
+bool launchUnlessRunning(std::string executable, const Bundle& bundle) {
   const ScopedFd folder = openRuntimeFolder(true);
   if (!folder.isValid()) return false;
   const DirectoryLock lock("/proc/self/fd/" + std::to_string(folder.get()) + "/.",
                            kLongestWaitForOtherLaunches);
-  const auto runs = isRunning(identifier);
-  if (!lock.isHeld()) return runs.value_or(false);
-  if (!runs) return false;
-  // A process that is not known as the application would be joined by another with every request.
-  if (*runs || isLastLaunchRunning(identifier)) return true;
-  const Outcome outcome = launchDetached(std::move(executable), &lock);
-  if (outcome.error != 0) return false;
-  checkInLaunched(outcome.pid, bundle);
-  noteLaunch(identifier, outcome.pid);
-  return true;
+  switch (presenceOf(bundle.bundlePath(), bundle.bundleIdentifier())) {
+    case Presence::kRunning:
+      return true;
+    case Presence::kAbsent:
+      return lock.isHeld() && launchAgain(folder.get(), std::move(executable), bundle, lock);
+    case Presence::kUnreachable:
+    case Presence::kUnknown:
+      return false;
+  }
+  return false;
 }
 
 // The launched process starts in the root folder.
@@ -304,13 +298,11 @@ OptionalString Workspace::fullPathForApplication(const std::string& name) const 
 
 bool Workspace::openFile(const std::string& path) {
   if (path.find('\0') != std::string::npos) return false;
-  const Bundle bundle(path);
+  const OptionalString absolute = absolutePath(path);
+  if (!absolute) return false;
+  const Bundle bundle(*absolute);
   auto executable = bundle.executablePath();
-  if (executable) executable = absolutePath(*std::move(executable));
-  if (!executable) return false;
-  const OptionalString identifier = bundle.bundleIdentifier();
-  if (!identifier) return launchDetached(*std::move(executable), nullptr).error == 0;
-  return launchUnlessRunning(*std::move(executable), bundle, *identifier);
+  return executable && launchUnlessRunning(*std::move(executable), bundle);
 }
 
 }  // namespace platform

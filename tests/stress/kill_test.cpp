@@ -18,6 +18,7 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "platform/bundle.h"
 #include "platform/file_manager.h"
+#include "platform/linux/check_in.h"
 #include "platform/workspace.h"
 #include "tests/stress/stress.h"
 #include "tests/support/child_process.h"
@@ -225,6 +226,11 @@ bool haveLaunchesEnded() {
   });
 }
 
+bool isOpen(pid_t helper) {
+  const auto record = platform::checkInRecordForPID(helper);
+  return record && record->isOpen;
+}
+
 TEST_F(Kills, HostKilledInTheMidstOfALaunchIsNotJoinedByASecondHelper) {
   ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
   const std::string helper = support::installedHelperPath();
@@ -244,6 +250,8 @@ TEST_F(Kills, HostKilledInTheMidstOfALaunchIsNotJoinedByASecondHelper) {
     EXPECT_TRUE(launch()) << "round " << round;
     EXPECT_TRUE(haveLaunchesEnded());
     EXPECT_EQ(support::processesOf(helper).size(), 1U) << "round " << round;
+    // Killed before, it would count as a launch that has failed, and the next would be put off.
+    EXPECT_TRUE(support::waitUntil([] { return isOpen(support::helperPid()); }));
   }
   endHelpers();
   EXPECT_TRUE(haveLaunchesEnded());

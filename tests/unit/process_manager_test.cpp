@@ -104,10 +104,10 @@ ChildProcess runProgramAt(const std::string& executable) {
 }
 
 void writeInfo(const std::string& application, const std::string& identifier,
-               const std::string& name) {
-  support::writeFile(
-      application + "/Contents/Info.plist",
-      platform::xmlPropertyList({{"CFBundleIdentifier", identifier}, {"CFBundleName", name}}));
+               const std::string& name, const std::string& executable = "") {
+  PropertyListDictionary info{{"CFBundleIdentifier", identifier}, {"CFBundleName", name}};
+  if (!executable.empty()) info["CFBundleExecutable"] = executable;
+  support::writeFile(application + "/Contents/Info.plist", platform::xmlPropertyList(info));
 }
 
 TEST(ProcessManager, KnowsAnApplicationByItsBundle) {
@@ -202,7 +202,7 @@ TEST(ProcessManager, LeavesOutWhatTheInfoDictionaryDoesNotSay) {
 
 TEST(ProcessManager, PathsOfAnyBytesAreGivenAsTheyStand) {
   const std::string application = support::sandbox() + "/a\xFF \n(deleted)/\xC3.app";
-  writeInfo(application, "com.example.bytes", "Bytes");
+  writeInfo(application, "com.example.bytes", "Bytes", "x (deleted) y");
   const ChildProcess process = runProgramAt(application + "/Contents/Linux/x (deleted) y");
   EXPECT_EQ(knownOf(process.pid()), (Known{"com.example.bytes", application, "Bytes"}));
 }
@@ -327,7 +327,7 @@ TEST(ProcessManager, NeverBelievesARecordOfAProcessOutsideAnyBundle) {
 
 TEST(ProcessManager, AnExecutableThatIsItselfCalledDeletedIsNotTakenForRemoved) {
   const std::string application = support::sandbox() + "/Odd.app";
-  writeInfo(application, "com.example.odd", "Odd");
+  writeInfo(application, "com.example.odd", "Odd", "Odd (deleted)");
   const ChildProcess process = runProgramAt(application + "/Contents/Linux/Odd (deleted)");
   forgeRecord(process.pid());
   EXPECT_EQ(knownOf(process.pid()), (Known{"com.example.odd", application, "Odd"}));

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+
+/// What the kernel tells of a process in /proc/<pid>/stat.
+namespace platform {
+
+/// When the process `pid` was started, in clock ticks after boot; nothing when there is none.
+std::optional<std::uint64_t> processStartTime(pid_t pid) noexcept;
+
+/// The parent of the process `pid`; 0 when there is none.
+pid_t parentOfProcess(pid_t pid) noexcept;
+
+/// Time since boot, suspension included.
+std::chrono::milliseconds timeSinceBoot() noexcept;
+
+/// How long ago a process was started that has this start time.
+std::chrono::milliseconds ageByStartTime(std::uint64_t startTime) noexcept;
+
+}  // namespace platform
