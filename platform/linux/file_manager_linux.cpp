@@ -114,7 +114,7 @@ std::vector<std::string> contentsOfDirectoryAtPath(const std::string& path) {
 
 std::string stringByExpandingTildeInPath(const std::string& path) {
   if (path != "~" && !path.starts_with("~/")) return path;
-  const std::string home(withoutTrailingSlashes(homeDirectory()));
+  std::string home(withoutTrailingSlashes(homeDirectory()));
   if (path == "~") return home;
   return home == "/" ? path.substr(1) : home + path.substr(1);
 }

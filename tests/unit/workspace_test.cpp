@@ -548,7 +548,7 @@ TEST(WorkspaceOneInstance, ALaunchIsRefusedWhileAnotherHoldsTheRuntimeFolder) {
   EXPECT_TRUE(openApplication(application));
   EXPECT_EQ(processesOf().size(), 1U);
   ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
-  EXPECT_TRUE(openApplication(application)) << "it runs, whoever holds the folder";
+  EXPECT_TRUE(openApplication(application)) << "it runs, so there is nothing to wait for";
 }
 
 TEST(WorkspaceOneInstance, ALaunchLeavesOneRecordForTheNext) {
