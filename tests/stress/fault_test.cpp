@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <glib.h>
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -33,6 +32,7 @@
 #include "tests/stress/clock.h"
 #include "tests/stress/stress.h"
 #include "tests/support/child_process.h"
+#include "tests/support/mounts.h"
 #include "tests/support/product_applications.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_helper.h"
@@ -89,18 +89,6 @@ class LimitInForce {
   rlimit before_{};
 };
 
-/// Gives this process, and what it starts, mounts of its own. @return false where that is refused.
-bool ownMounts() {
-  const uid_t user = geteuid();
-  if (user != 0) {
-    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
-    std::ofstream("/proc/self/uid_map") << user << ' ' << user << " 1";
-  } else if (unshare(CLONE_NEWNS) != 0) {
-    return false;
-  }
-  return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-}
-
 bool mountSmallDisk(const std::string& path, const std::string& options) {
   fs::create_directories(path);
   return mount("tmpfs", path.c_str(), "tmpfs", 0, (options + ",mode=0700").c_str()) == 0;
@@ -121,7 +109,7 @@ class Faults : public testing::Test {
 
 TEST_F(Faults, DiskFullDuringInstallationIsStatusOneAndLeavesNothingBehind) {
   const std::string install = folder(support::kInstallFolder);
-  if (!ownMounts() || !mountSmallDisk(install, "size=64k")) GTEST_SKIP() << "no mounts";
+  if (!support::ownMounts() || !mountSmallDisk(install, "size=64k")) GTEST_SKIP() << "no mounts";
   const std::string resource = support::embedHelper("1.0");
   TQHPHelper::share();
   EXPECT_EQ(controller().autoRestartHelper(), 1);
@@ -133,7 +121,7 @@ TEST_F(Faults, DiskFullDuringInstallationIsStatusOneAndLeavesNothingBehind) {
 
 TEST_F(Faults, DiskFullDuringAReplacementIsMendedByTheNextRestartStepThatFindsRoom) {
   const std::string install = folder(support::kInstallFolder);
-  if (!ownMounts() || !mountSmallDisk(install, "size=1g")) GTEST_SKIP() << "no mounts";
+  if (!support::ownMounts() || !mountSmallDisk(install, "size=1g")) GTEST_SKIP() << "no mounts";
   const std::string older = support::makeHost("older", "0.9");
   ASSERT_EQ(ChildProcess::spawn({support::executableOf(older), "0"}).wait(), 0);
   ASSERT_TRUE(support::waitUntil([] { return countInJournal("start older") == 1; }));
@@ -154,7 +142,7 @@ TEST_F(Faults, DiskFullDuringAReplacementIsMendedByTheNextRestartStepThatFindsRo
 
 TEST_F(Faults, DiskFullForThePreferencesLosesNoKeyOnTheDiskAndNoneThatWasSet) {
   const std::string config = folder("config");
-  if (!ownMounts() || !mountSmallDisk(config, "size=256k")) GTEST_SKIP() << "no mounts";
+  if (!support::ownMounts() || !mountSmallDisk(config, "size=256k")) GTEST_SKIP() << "no mounts";
   auto& defaults = platform::UserDefaults::standardUserDefaults();
   defaults.setObject(platform::PropertyListValue("kept"), "Before");
   ASSERT_TRUE(defaults.synchronize());
@@ -176,7 +164,7 @@ TEST_F(Faults, DiskFullForThePreferencesLosesNoKeyOnTheDiskAndNoneThatWasSet) {
 
 TEST_F(Faults, DiskFullForTheRuntimeFolderIsMendedByItself) {
   const std::string runtime = folder("runtime");
-  if (!ownMounts() || !mountSmallDisk(runtime, "nr_inodes=2")) GTEST_SKIP() << "no mounts";
+  if (!support::ownMounts() || !mountSmallDisk(runtime, "nr_inodes=2")) GTEST_SKIP() << "no mounts";
   support::embedHelper("1.0");
   TQHPHelper::share();
   controller().autoRestartHelper();
