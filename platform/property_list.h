@@ -81,8 +81,8 @@ using PropertyListDictionary = PropertyListValue::Dictionary;
 /// closing brace too many, are read. A missing semicolon, the last one included, is malformed.
 CLIENTCOMM_EXPORT std::optional<PropertyListValue> propertyListFromBytes(std::string_view bytes);
 
-/// Reads the file at `path` as above. Nothing when it is missing, unreadable, malformed, or its
-/// top value is not a dictionary.
+/// Reads the file at `path` as above; completes a write that was cut short. Nothing when it is
+/// missing, unreadable, malformed, or its top value is not a dictionary.
 CLIENTCOMM_EXPORT std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(
     const std::string& path);
 
@@ -92,10 +92,11 @@ CLIENTCOMM_EXPORT std::optional<PropertyListDictionary> dictionaryWithContentsOf
 /// "<?clientcomm percent-encoded?>". `propertyListFromBytes` reads both as the strings they were.
 CLIENTCOMM_EXPORT std::string xmlPropertyList(const PropertyListDictionary& dictionary);
 
-/// Writes `dictionary` to `path` as an XML property list. The file is replaced in one step, with
-/// its owner and mode kept; through a symbolic link the target is replaced, not the link.
+/// Writes `dictionary` to `path` as an XML property list. An existing file is written in place:
+/// nothing but its content changes, and through a symbolic link the target is written. A recovery
+/// copy beside it lets the next reader complete a write that was cut short.
 /// @return false when it could not be written, or is too large or nested too deep to be read again;
-///         the old file is then whole.
+///         the old content stays then.
 CLIENTCOMM_EXPORT bool writeDictionaryToFile(const PropertyListDictionary& dictionary,
                                              const std::string& path);
 
@@ -105,8 +106,7 @@ CLIENTCOMM_EXPORT bool writeDictionaryToFile(const PropertyListDictionary& dicti
 /// byte.
 std::string descriptionInStringsFileFormat(const PropertyListDictionary& dictionary);
 
-/// Writes UTF-8 `text` to `path` in UTF-16 with byte-order mark, replacing the file as
-/// `writeDictionaryToFile` does.
+/// Writes UTF-8 `text` to `path` in UTF-16 with byte-order mark, as `writeDictionaryToFile` does.
 /// @return false when it could not be written, or is too large to be read again.
 bool writeTextToFileAsUTF16(std::string_view text, const std::string& path);
 

@@ -11,6 +11,7 @@ build_packages=(
   libglib2.0-dev libexpat1-dev       # the library
   libsqlite3-dev nlohmann-json3-dev  # the sample applications
   libgtest-dev
+  e2fsprogs btrfs-progs              # the file systems that tests make
 )
 
 # What the benchmarks take in addition: their own library, and what they are compared with.

@@ -36,15 +36,6 @@ void removePartials(int parent, std::string_view name,
   }
 }
 
-int renameWithoutReplacing(int directory, const char* from, const char* to) {
-  if (renameat2(directory, from, directory, to, RENAME_NOREPLACE) == 0) return 0;
-  // A file system or a sandbox without that kind of renaming.
-  if (errno != EINVAL && errno != ENOSYS && errno != EPERM) return errno;
-  struct stat status;
-  if (fstatat(directory, to, &status, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
-  return statusOf(renameat(directory, from, directory, to));
-}
-
 int copyBeside(const std::string& source, int parent, const std::string& name) {
   struct stat status;
   if (fstatat(parent, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;

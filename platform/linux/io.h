@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <string>
 
 namespace platform {
 
@@ -15,5 +16,18 @@ inline int statusOf(int result) { return result < 0 ? errno : 0; }
 /// Writes all bytes at the present offset.
 /// @return 0, or the system's error.
 int writeAll(int fd, const char* bytes, std::size_t size);
+
+/// Reads the regular file `fd` whole, wherever its offset is.
+/// @return 0, or the system's error; EFBIG when it is larger than `limit`, EINVAL when it is no
+///         regular file.
+int readRegularFile(int fd, std::size_t limit, std::string& bytes);
+
+/// Makes what was written to `fd` survive a power failure, where the file system can.
+/// @return 0, or the system's error.
+int flushData(int fd);
+
+/// Renames `from` to `to` in `directory`.
+/// @return 0, EEXIST when there is an entry `to`, or the system's error.
+int renameWithoutReplacing(int directory, const char* from, const char* to);
 
 }  // namespace platform

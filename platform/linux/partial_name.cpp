@@ -1,11 +1,16 @@
 #include "platform/linux/partial_name.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <charconv>
+
+#include "platform/linux/directory_reader.h"
+#include "platform/linux/io.h"
+#include "platform/linux/scoped_fd.h"
 
 namespace platform {
 namespace {
@@ -39,6 +44,15 @@ bool isPartial(std::string_view entry, std::string_view prefix) {
 bool isAbandonedPartial(std::string_view entry, std::string_view prefix) {
   const pid_t builder = builderOf(entry, prefix);
   return builder != 0 && kill(builder, 0) != 0 && errno == ESRCH;
+}
+
+void removeAbandonedPartialFiles(int directory, std::string_view name) {
+  DirectoryReader entries(ScopedFd(openat(directory, ".", kDirectoryFlags)));
+  if (!entries.isOpen()) return;
+  const std::string prefix = partialPrefix(name);
+  while (const dirent* entry = entries.next()) {
+    if (isAbandonedPartial(entry->d_name, prefix)) unlinkat(directory, entry->d_name, 0);
+  }
 }
 
 }  // namespace platform

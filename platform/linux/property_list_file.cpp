@@ -4,7 +4,6 @@
 #include <optional>
 #include <utility>
 
-#include "platform/linux/atomic_file.h"
 #include "platform/portable/property_list/unicode.h"
 #include "platform/portable/property_list/value.h"
 
@@ -19,23 +18,25 @@ std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::st
 }
 
 bool writeDictionaryToFile(const PropertyListDictionary& dictionary, const std::string& path,
-                           mode_t modeOfNew) {
+                           WriteForm form, mode_t modeOfNew) {
   // A file that cannot be read again would be lost.
   const bool isReadable = std::all_of(dictionary.begin(), dictionary.end(), [](const auto& entry) {
     return isNestedWithinLimit(entry.second, 1);
   });
   if (!isReadable) return false;
   const std::string xml = xmlPropertyList(dictionary);
-  return xml.size() <= kMaximumSettingsFileSize && replaceFile(path, xml, modeOfNew) == 0;
+  return xml.size() <= kMaximumSettingsFileSize &&
+         writeSettingsFile(path, xml, form, modeOfNew) == 0;
 }
 
 bool writeDictionaryToFile(const PropertyListDictionary& dictionary, const std::string& path) {
-  return writeDictionaryToFile(dictionary, path, 0666);
+  return writeDictionaryToFile(dictionary, path, WriteForm::kInPlace, 0666);
 }
 
 bool writeTextToFileAsUTF16(std::string_view text, const std::string& path) {
   const std::string bytes = utf16FromUtf8(text);
-  return bytes.size() <= kMaximumSettingsFileSize && replaceFile(path, bytes) == 0;
+  return bytes.size() <= kMaximumSettingsFileSize &&
+         writeSettingsFile(path, bytes, WriteForm::kInPlace, 0666) == 0;
 }
 
 }  // namespace platform

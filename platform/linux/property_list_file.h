@@ -4,12 +4,14 @@
 
 #include <string>
 
+#include "platform/linux/settings_file.h"
 #include "platform/property_list.h"
 
 namespace platform {
 
-/// As `writeDictionaryToFile`; a file that is new gets `modeOfNew`, less the umask.
+/// As `writeDictionaryToFile`, by the given form; a file that is new gets `modeOfNew`, less the
+/// umask.
 bool writeDictionaryToFile(const PropertyListDictionary& dictionary, const std::string& path,
-                           mode_t modeOfNew);
+                           WriteForm form, mode_t modeOfNew);
 
 }  // namespace platform

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <utility>
@@ -14,12 +13,13 @@
 #include "platform/bundle.h"
 #include "platform/file_lock.h"
 #include "platform/file_manager.h"
-#include "platform/linux/atomic_file.h"
 #include "platform/linux/file_signature.h"
+#include "platform/linux/io.h"
 #include "platform/linux/own_executable.h"
+#include "platform/linux/preferences_folder.h"
 #include "platform/linux/property_list_file.h"
 #include "platform/linux/scoped_source.h"
-#include "platform/linux/user_folders.h"
+#include "platform/linux/settings_file.h"
 #include "platform/user_defaults.h"
 
 namespace platform {
@@ -31,10 +31,6 @@ constexpr guint kRetryDelayInMilliseconds = 2'000;
 // nothing does.
 constexpr std::chrono::milliseconds kLockLimit{100};
 constexpr std::chrono::seconds kLockLimitAtExit{2};
-
-std::string preferencesFolder() {
-  return stringByAppendingPathComponent(configDirectory(), "Preferences");
-}
 
 // The file name of a domain, without extension. A name that is no plain file name is encoded, so
 // that no identifier leads out of the folder, hides its file or shares another's.
@@ -54,11 +50,7 @@ std::string fileNameOf(std::string_view domain) {
   }
   if (name.empty()) return "%";
   if (name.size() <= kLongestName) return name;
-  const std::unique_ptr<char, decltype(&g_free)> digest(
-      g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(name.data()),
-                                  name.size()),
-      &g_free);
-  return name.substr(0, kKeptOfLongName) + "%" + digest.get();
+  return name.substr(0, kKeptOfLongName) + "%" + digestOf(name);
 }
 
 std::string pathOfDomain(std::string_view domain) {
@@ -99,12 +91,8 @@ bool keepAside(const std::string& path) {
   constexpr int kMostKept = 10'000;
   for (int number = 1; number <= kMostKept; ++number) {
     const std::string aside = path + ".corrupt-" + std::to_string(number);
-    if (renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, aside.c_str(), RENAME_NOREPLACE) == 0) {
-      return true;
-    }
-    if (errno == EEXIST) continue;
-    if (errno != EINVAL && errno != ENOSYS && errno != EPERM) return false;
-    if (!fileExistsAtPath(aside)) return rename(path.c_str(), aside.c_str()) == 0;
+    const int code = renameWithoutReplacing(AT_FDCWD, path.c_str(), aside.c_str());
+    if (code != EEXIST) return code == 0;
   }
   return false;
 }
@@ -205,15 +193,15 @@ struct UserDefaults::State {
   }
 
   bool writePending() const {
-    const std::string folder = preferencesFolder();
-    if (!mayCreateAt(folder) || g_mkdir_with_parents(folder.c_str(), 0700) != 0) return false;
-    const DirectoryLock lock(folder, ExitWriter::isWriting() ? kLockLimitAtExit : kLockLimit);
+    if (!makePreferencesFolder()) return false;
+    const DirectoryLock lock(preferencesFolder(),
+                             ExitWriter::isWriting() ? kLockLimitAtExit : kLockLimit);
     if (!lock.isHeld()) return false;
     const std::string path = pathOfDomain(domain);
     auto settings = settingsToWriteOver(path);
     if (!settings) return false;
     if (!apply(pending, *settings)) return true;
-    return writeDictionaryToFile(*settings, path, 0600);
+    return writeDictionaryToFile(*settings, path, WriteForm::kByRename, 0600);
   }
 
   // Whether the file holds already what was set, so that nothing needs to be made or locked.

@@ -194,7 +194,7 @@ TEST_F(SettingsFilesTest, ACorruptPropertyListIsLeftAsItIs) {
   }
 }
 
-TEST_F(SettingsFilesTest, ThroughALinkThePropertyListsTargetIsReplaced) {
+TEST_F(SettingsFilesTest, ThroughALinkThePropertyListsTargetIsWritten) {
   const std::string target = support::sandbox() + "/elsewhere/Real.plist";
   fs::create_directories(fs::path(target).parent_path());
   fs::rename(infoPath(), target);
@@ -204,13 +204,24 @@ TEST_F(SettingsFilesTest, ThroughALinkThePropertyListsTargetIsReplaced) {
   EXPECT_EQ(valueIn(target, "TipsEnable"), PropertyListValue(false));
 }
 
-TEST_F(SettingsFilesTest, AFailedWriteIsIgnoredAndLeavesTheFilesWhole) {
+TEST_F(SettingsFilesTest, ASwitchInAFolderThatIsNotWritableIsNotLost) {
   support::writeFile(englishTable(), "\"TipsEnable\" = \"1\";\n");
-  controller().setTipsEnable(true);
-  const FileState info = stateOf(infoPath());
-  const FileState table = stateOf(englishTable());
   const support::SealedFolder contents(contentsPath());
   const support::SealedFolder tables(contentsPath() + "/Resources/en.lproj");
+  const support::BoundByPermissions bound;
+  controller().setTipsEnable(false);
+  EXPECT_EQ(inInfo("TipsEnable"), PropertyListValue(false));
+  EXPECT_EQ(valueIn(englishTable(), "TipsEnable"), PropertyListValue("0"));
+}
+
+TEST_F(SettingsFilesTest, AReadOnlyFileIsLeftAsItIs) {
+  support::writeFile(englishTable(), "\"TipsEnable\" = \"1\";\n");
+  controller().setTipsEnable(true);
+  for (const std::string& path : {infoPath(), englishTable()}) {
+    fs::permissions(path, fs::perms::owner_read);
+  }
+  const FileState info = stateOf(infoPath());
+  const FileState table = stateOf(englishTable());
   const support::BoundByPermissions bound;
   controller().setTipsEnable(false);
   EXPECT_EQ(stateOf(infoPath()), info);
@@ -453,7 +464,7 @@ TEST_F(SettingsFilesTest, ASwitchThatTheTableLacksIsAdded) {
   EXPECT_EQ(read(englishTable()), (PropertyListDictionary{{"TipsEnable", "1"}, {"other", "text"}}));
 }
 
-TEST_F(SettingsFilesTest, ThroughALinkTheTablesTargetIsReplaced) {
+TEST_F(SettingsFilesTest, ThroughALinkTheTablesTargetIsWritten) {
   const std::string target = support::sandbox() + "/elsewhere/Real.strings";
   support::writeFile(target, "\"TipsEnable\" = \"1\";\n");
   fs::create_directories(fs::path(englishTable()).parent_path());
@@ -657,7 +668,7 @@ TEST_F(SaveEnableADTest, WithoutAPropertyListThereIsNowhereToSave) {
 
 TEST_F(SaveEnableADTest, AFailedWriteIsReported) {
   writeInfoWith({{"EnableAD", "1"}});
-  const support::SealedFolder contents(contentsPath());
+  fs::permissions(infoPath(), fs::perms::owner_read);
   const support::BoundByPermissions bound;
   EXPECT_FALSE(save());
   EXPECT_EQ(inInfo("EnableAD"), PropertyListValue("1"));

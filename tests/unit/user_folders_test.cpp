@@ -16,8 +16,8 @@
 
 #include "ClientComm/TQHPHelper.h"
 #include "platform/file_manager.h"
-#include "platform/linux/atomic_file.h"
 #include "platform/linux/runtime_folder.h"
+#include "platform/linux/settings_file.h"
 #include "platform/user_defaults.h"
 #include "tests/support/child_process.h"
 #include "tests/support/product_applications.h"
@@ -193,8 +193,12 @@ const support::Role tellFolders("tell-folders", [](const std::vector<std::string
   std::printf("%d\n%s\n%s\n%s\n", platform::isSetuidProcess() ? 1 : 0,
               platform::homeDirectory().c_str(), configDirectory().c_str(),
               runtimeDirectory().c_str());
-  std::printf("%d\n", platform::replaceFile(arguments.at(0) + "/link", "through the link"));
-  std::printf("%d\n", platform::replaceFile(arguments.at(0) + "/plain", "written"));
+  const auto write = [&](const std::string& name, const std::string& bytes) {
+    return platform::writeSettingsFile(arguments.at(0) + name, bytes, platform::WriteForm::kInPlace,
+                                       0666);
+  };
+  std::printf("%d\n", write("/link", "through the link"));
+  std::printf("%d\n", write("/plain", "written"));
   std::printf("%d\n", platform::createDirectoryAtPath(arguments.at(0) + "/folder/x") ? 1 : 0);
   return 0;
 });
