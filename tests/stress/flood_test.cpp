@@ -83,7 +83,7 @@ std::string answerOfTarget(const char* selector) {
   return answer.value_or("nothing");
 }
 
-TEST(Load, MillionsOfEventsArriveOnceInTheirSendersOrderInConstantMemory) {
+TEST(LoadOfEvents, MillionsOfEventsArriveOnceInTheirSendersOrderInConstantMemory) {
   constexpr int kSenders = 8;
   constexpr long kAllowedGrowthInKiB = 2048;
   const int events = stress::sizeFor(10'000, 1'250'000);
