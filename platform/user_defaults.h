@@ -36,7 +36,8 @@ class CLIENTCOMM_EXPORT UserDefaults {
   /// Writes what was set over the file as it stands now: keys that another process wrote meanwhile
   /// are kept. The file is replaced by a rename, unless that would change more than its content. A
   /// corrupt file is kept aside (".corrupt-" and a number), not lost.
-  /// @return false when it could not be written, as where the file is read-only, or is too large or nested too deep to be read
+  /// @return false when it could not be written, as where the file is read-only, or is too large or
+  /// nested too deep to be read
   ///         again; what was set stays pending then.
   bool synchronize();
 

@@ -29,7 +29,8 @@ struct Packet {
 /// Sends one packet on the connected socket `socket`; never waits.
 /// @param executable descriptor to hand over with the packet, or -1.
 /// @param token the `processToken` that goes with it, or 0.
-/// @return noErr; memFullErr for a body beyond a limit of event_limits.h; paramErr for a body that is
+/// @return noErr; memFullErr for a body beyond a limit of event_limits.h; paramErr for a body that
+/// is
 ///         no event; errAETimeout while so many of the user's descriptors are on their way that the
 ///         system takes no more; connectionInvalid when the peer is gone.
 OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDescriptor& descriptor,
