@@ -37,8 +37,7 @@ class CLIENTCOMM_EXPORT UserDefaults {
   /// are kept. The file is replaced by a rename, unless that would change more than its content. A
   /// corrupt file is kept aside (".corrupt-" and a number), not lost.
   /// @return false when it could not be written, as where the file is read-only, or is too large or
-  /// nested too deep to be read
-  ///         again; what was set stays pending then.
+  ///         nested too deep to be read again; what was set stays pending then.
   bool synchronize();
 
   /// All values of another application's settings, as its file holds them now; nothing when there

@@ -30,9 +30,8 @@ struct Packet {
 /// @param executable descriptor to hand over with the packet, or -1.
 /// @param token the `processToken` that goes with it, or 0.
 /// @return noErr; memFullErr for a body beyond a limit of event_limits.h; paramErr for a body that
-/// is
-///         no event; errAETimeout while so many of the user's descriptors are on their way that the
-///         system takes no more; connectionInvalid when the peer is gone.
+///         is no event; errAETimeout while so many of the user's descriptors are on their way that
+///         the system takes no more; connectionInvalid when the peer is gone.
 OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDescriptor& descriptor,
                  int executable, std::uint32_t token = 0);
 
