@@ -36,7 +36,8 @@ class CLIENTCOMM_EXPORT Bundle {
 
   const std::string& bundlePath() const;
 
-  /// The Info dictionary as it stood at the first use; empty when missing or malformed.
+  /// The Info dictionary as it stood at the first use; empty when missing or malformed. One that
+  /// could not be read for lack of descriptors or memory is read again by the next use.
   const PropertyListDictionary& infoDictionary() const;
 
   /// The Info dictionary's value for `key`, not localised; nothing when absent.

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <utility>
 
@@ -11,6 +12,7 @@
 #include "platform/linux/bundle_files.h"
 #include "platform/linux/localization.h"
 #include "platform/linux/own_executable.h"
+#include "platform/linux/property_list_file.h"
 
 namespace platform {
 namespace {
@@ -107,6 +109,20 @@ struct Bundle::State {
     if (!isApplicationPath(path)) return std::nullopt;
     return dictionaryWithContentsOfFile(infoPath());
   }
+
+  /// Reads the Info dictionary that is kept. After a failure that may pass it stays unread, since a
+  /// process that kept an empty one would have no identity for its life.
+  void keepInfo() {
+    std::optional<PropertyListDictionary> read;
+    int error = isApplicationPath(path) ? readDictionaryFile(infoPath(), read) : 0;
+    if (mayPass(error)) error = readDictionaryFile(infoPath(), read);
+    if (!mayPass(error)) info = std::move(read).value_or(PropertyListDictionary());
+  }
+
+ private:
+  static bool mayPass(int error) noexcept {
+    return error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO || error == EINTR;
+  }
 };
 
 Bundle& Bundle::mainBundle() {
@@ -122,8 +138,9 @@ Bundle& Bundle::operator=(Bundle&&) noexcept = default;
 const std::string& Bundle::bundlePath() const { return state_->path; }
 
 const PropertyListDictionary& Bundle::infoDictionary() const {
-  if (!state_->info) state_->info = state_->readInfo().value_or(PropertyListDictionary());
-  return *state_->info;
+  static const auto* const unread = new PropertyListDictionary;
+  if (!state_->info) state_->keepInfo();
+  return state_->info ? *state_->info : *unread;
 }
 
 std::optional<PropertyListValue> Bundle::infoValue(std::string_view key) const {

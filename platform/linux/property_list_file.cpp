@@ -9,12 +9,19 @@
 
 namespace platform {
 
-std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::string& path) {
+int readDictionaryFile(const std::string& path, std::optional<PropertyListDictionary>& dictionary) {
+  dictionary.reset();
   std::string bytes;
-  if (readSettingsFile(path, bytes) != 0) return std::nullopt;
+  if (const int error = readSettingsFile(path, bytes); error != 0) return error;
   auto value = propertyListFromBytes(bytes);
-  if (!value || value->dictionary() == nullptr) return std::nullopt;
-  return std::move(*value->dictionary());
+  if (value && value->dictionary() != nullptr) dictionary = std::move(*value->dictionary());
+  return 0;
+}
+
+std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::string& path) {
+  std::optional<PropertyListDictionary> dictionary;
+  readDictionaryFile(path, dictionary);
+  return dictionary;
 }
 
 bool writeDictionaryToFile(const PropertyListDictionary& dictionary, const std::string& path,

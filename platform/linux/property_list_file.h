@@ -2,12 +2,18 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <string>
 
 #include "platform/linux/settings_file.h"
 #include "platform/property_list.h"
 
 namespace platform {
+
+/// As `dictionaryWithContentsOfFile`.
+/// @param dictionary receives what was read; nothing when the file is malformed.
+/// @return 0, or the errno value with which the reading failed.
+int readDictionaryFile(const std::string& path, std::optional<PropertyListDictionary>& dictionary);
 
 /// As `writeDictionaryToFile`, by the given form; a file that is new gets `modeOfNew`, less the
 /// umask.

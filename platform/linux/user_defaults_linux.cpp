@@ -16,8 +16,10 @@
 #include "platform/linux/file_signature.h"
 #include "platform/linux/io.h"
 #include "platform/linux/own_executable.h"
+#include "platform/linux/partial_name.h"
 #include "platform/linux/preferences_folder.h"
 #include "platform/linux/property_list_file.h"
+#include "platform/linux/scoped_fd.h"
 #include "platform/linux/scoped_source.h"
 #include "platform/linux/settings_file.h"
 #include "platform/user_defaults.h"
@@ -175,6 +177,17 @@ struct UserDefaults::State {
   Changes pending;
   std::map<std::string, CachedFile, std::less<>> files;
   ScopedSource writeTimer;
+  bool isCleared = false;
+
+  // Removes what a process that was killed during a write left beside the file. A write does so
+  // too, but there may be nothing to write.
+  void clearPartials() {
+    if (std::exchange(isCleared, true)) return;
+    const ScopedFd folder(open(preferencesFolder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.isValid()) {
+      removeAbandonedPartialFiles(folder.get(), lastPathComponent(pathOfDomain(domain)));
+    }
+  }
 
   CachedFile& file(const std::string& name) {
     const auto found = files.find(name);
@@ -258,6 +271,7 @@ void UserDefaults::setObject(std::optional<PropertyListValue> value, std::string
 bool UserDefaults::synchronize() {
   state_->writeTimer.reset();
   if (state_->pending.empty()) return true;
+  state_->clearPartials();
   if (state_->isWritten() || state_->writePending()) {
     state_->pending.clear();
     return true;

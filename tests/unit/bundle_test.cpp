@@ -1,6 +1,7 @@
 #include "platform/bundle.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -66,6 +67,18 @@ TEST_F(BundleTest, HasAnEmptyInfoDictionaryWhenItIsMissingOrMalformed) {
             "<plist version=\"1.0\"><string>no dictionary</string></plist>");
   EXPECT_TRUE(Bundle(path_).infoDictionary().empty());
   EXPECT_TRUE(Bundle("").infoDictionary().empty());
+}
+
+TEST_F(BundleTest, ReadsItsInfoDictionaryAgainWhereTheFirstTimeNoDescriptorWasFree) {
+  writeInfo({{"CFBundleIdentifier", "com.example.helper"}});
+  const Bundle bundle(path_);
+  rlimit limit = {};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlimit none = {0, limit.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_EQ(bundle.bundleIdentifier(), std::nullopt);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_EQ(bundle.bundleIdentifier(), "com.example.helper");
 }
 
 TEST_F(BundleTest, KeepsTheInfoDictionaryAsItStoodAtTheFirstUse) {

@@ -75,6 +75,22 @@ TEST_F(UserDefaultsTest, GiveWhatWasSetBeforeAndAfterItIsWritten) {
   EXPECT_EQ(UserDefaults(kDomain).objectForKey("IsFirstStart"), PropertyListValue(false));
 }
 
+TEST_F(UserDefaultsTest, ClearAwayWhatAKilledProcessLeftThoughThereIsNothingToWrite) {
+  store({{"PID", "P100"}});
+  ChildProcess killed = ChildProcess::fork([] { return 0; });
+  ASSERT_EQ(killed.wait(), 0);
+  const auto partial = [](pid_t pid) {
+    return folder() + "/." + kDomain + ".plist.partial-" + std::to_string(pid) + "-1";
+  };
+  writeFile(partial(killed.pid()), "half");
+  writeFile(partial(getpid()), "at work");
+  UserDefaults defaults(kDomain);
+  defaults.setObject("P100", "PID");
+  EXPECT_TRUE(defaults.synchronize());
+  EXPECT_FALSE(fs::exists(partial(killed.pid())));
+  EXPECT_TRUE(fs::exists(partial(getpid())));
+}
+
 TEST_F(UserDefaultsTest, RemoveAKey) {
   store({{"a", 1}, {"b", 2}});
   UserDefaults defaults(kDomain);
