@@ -190,7 +190,8 @@ INSTANTIATE_TEST_SUITE_P(Stress, KillsDuringAReplacement,
                          });
 
 TEST_P(KillsDuringAReplacement, LeaveTheNextHostAWholeHelper) {
-  const auto [oldVersion, newVersion] = GetParam();
+  const char* const oldVersion = GetParam().front();
+  const char* const newVersion = GetParam().back();
   const std::string older = makeLargeHost("older", oldVersion);
   const std::string newer = makeLargeHost("newer", newVersion);
   timeToInstall(older);
