@@ -1,6 +1,7 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 
 #include <chrono>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -106,54 +107,53 @@ bool effectiveSwitch(const char* key, bool valueWhenAbsent) {
   return value ? value->boolValue() : valueWhenAbsent;
 }
 
+using platform::method;
+using Self = TQHPHelperCommunicate;
+
 // Every method whose parameters are all strings. Those with a flag, a status or a delegate cannot
 // be called by name, as only strings travel.
-std::vector<platform::Method> callableMethods() {
-  using platform::method;
-  using Self = TQHPHelperCommunicate;
-  return {
-      method<&Self::startHelper>("startHelper"),
-      method<&Self::stopHelper>("stopHelper"),
-      method<&Self::isAliveHelper>("isAliveHelper"),
-      method<&Self::showHelper>("showHelper"),
-      method<&Self::hideHelper>("hideHelper"),
-      method<&Self::autoRestartHelper>("autoRestartHelper"),
-      method<&Self::getDefaultHelperServerOpen>("getDefaultHelperServerOpen"),
-      method<&Self::synthesizeUserDefault>("synthesizeUserDefault"),
-      method<&Self::firstStartPID>("firstStartPID"),
-      method<&Self::clientIDFormHelper>("clientIDFormHelper"),
-      method<&Self::clientID>("clientID"),
-      method<&Self::willHelperExit>("willHelperExit"),
-      method<&Self::typeOfCharacter>("typeOfCharacter:"),
-      method<&Self::splitVersionString>("splitVersionString:"),
-      method<&Self::compareVersion>("compareVersion:toVersion:"),
-      method<&Self::extractHelper>("extractHelper"),
-      method<&Self::launchHelepr>("launchHelepr"),
-      method<&Self::appPath>("appPath:"),
-      method<&Self::productUpgrade>("productUpgrade"),
-      method<&Self::getProductUpgradeDelegate>("getProductUpgradeDelegate"),
-      method<&Self::uploadLogByEmail>("uploadLogByEmail:filePath:title:description:"),
-      method<&Self::uploadUserFile>("uploadUserFile:filePath:title:description:"),
-      method<&Self::uploadProductFile>("uploadProductFile:filePath:title:description:"),
-      method<&Self::checkForHeleprMessage>("checkForHeleprMessage"),
-      method<&Self::customerserviceByEmail>("customerserviceByEmail:attachment:"),
-      method<&Self::commIncreaseDataCollect>("commIncreaseDataCollect:key:"),
-      method<&Self::autoCreatedIncreaseDataCollect>("autoCreatedIncreaseDataCollect:key:"),
-      method<&Self::customStringDataCollect>("customStringDataCollect:value:"),
-      method<&Self::directUploadData>("directUploadData"),
-      method<&Self::productCollectStatus>("productCollectStatus"),
-      method<&Self::setCollectDataPID>("setCollectDataPID:"),
-      method<&Self::collectDataPID>("collectDataPID"),
-      method<&Self::initDataCollectionPath>("initDataCollectionPath:"),
-      method<&Self::regSuiteInfo>("regSuiteInfo"),
-      method<&Self::unRegSuiteInfo>("unRegSuiteInfo"),
-      method<&Self::netErrorPagePath>("netErrorPagePath"),
-      method<&Self::saveTipsEnable>("saveTipsEnable"),
-      method<&Self::saveEnableAD>("saveEnableAD"),
-      method<&Self::searchPlistFilePath>("searchPlistFilePath:"),
-      method<&Self::searchCurrentStringsFilePath>("searchCurrentStringsFilePath:"),
-  };
-}
+constexpr platform::Method kCallableMethods[] = {
+    method<&Self::startHelper>("startHelper"),
+    method<&Self::stopHelper>("stopHelper"),
+    method<&Self::isAliveHelper>("isAliveHelper"),
+    method<&Self::showHelper>("showHelper"),
+    method<&Self::hideHelper>("hideHelper"),
+    method<&Self::autoRestartHelper>("autoRestartHelper"),
+    method<&Self::getDefaultHelperServerOpen>("getDefaultHelperServerOpen"),
+    method<&Self::synthesizeUserDefault>("synthesizeUserDefault"),
+    method<&Self::firstStartPID>("firstStartPID"),
+    method<&Self::clientIDFormHelper>("clientIDFormHelper"),
+    method<&Self::clientID>("clientID"),
+    method<&Self::willHelperExit>("willHelperExit"),
+    method<&Self::typeOfCharacter>("typeOfCharacter:"),
+    method<&Self::splitVersionString>("splitVersionString:"),
+    method<&Self::compareVersion>("compareVersion:toVersion:"),
+    method<&Self::extractHelper>("extractHelper"),
+    method<&Self::launchHelepr>("launchHelepr"),
+    method<&Self::appPath>("appPath:"),
+    method<&Self::productUpgrade>("productUpgrade"),
+    method<&Self::getProductUpgradeDelegate>("getProductUpgradeDelegate"),
+    method<&Self::uploadLogByEmail>("uploadLogByEmail:filePath:title:description:"),
+    method<&Self::uploadUserFile>("uploadUserFile:filePath:title:description:"),
+    method<&Self::uploadProductFile>("uploadProductFile:filePath:title:description:"),
+    method<&Self::checkForHeleprMessage>("checkForHeleprMessage"),
+    method<&Self::customerserviceByEmail>("customerserviceByEmail:attachment:"),
+    method<&Self::commIncreaseDataCollect>("commIncreaseDataCollect:key:"),
+    method<&Self::autoCreatedIncreaseDataCollect>("autoCreatedIncreaseDataCollect:key:"),
+    method<&Self::customStringDataCollect>("customStringDataCollect:value:"),
+    method<&Self::directUploadData>("directUploadData"),
+    method<&Self::productCollectStatus>("productCollectStatus"),
+    method<&Self::setCollectDataPID>("setCollectDataPID:"),
+    method<&Self::collectDataPID>("collectDataPID"),
+    method<&Self::initDataCollectionPath>("initDataCollectionPath:"),
+    method<&Self::regSuiteInfo>("regSuiteInfo"),
+    method<&Self::unRegSuiteInfo>("unRegSuiteInfo"),
+    method<&Self::netErrorPagePath>("netErrorPagePath"),
+    method<&Self::saveTipsEnable>("saveTipsEnable"),
+    method<&Self::saveEnableAD>("saveEnableAD"),
+    method<&Self::searchPlistFilePath>("searchPlistFilePath:"),
+    method<&Self::searchCurrentStringsFilePath>("searchCurrentStringsFilePath:"),
+};
 
 }  // namespace
 
@@ -163,8 +163,9 @@ const platform::Class& TQHPHelperCommunicate::staticClass() {
   const auto existing = [] {
     return std::shared_ptr<platform::Object>(std::shared_ptr<void>(), sharedController);
   };
-  static const auto* const cls =
-      new platform::Class("TQHPHelperCommunicate", existing, callableMethods());
+  static const auto* const cls = new platform::Class(
+      "TQHPHelperCommunicate", existing,
+      std::vector<platform::Method>(std::begin(kCallableMethods), std::end(kCallableMethods)));
   return *cls;
 }
 

@@ -69,8 +69,9 @@ bool EventServer::serveDue(Clock::time_point now) {
     return true;
   }
   auto connection = idle_.takeDue(now);
-  if (connection) dismiss(*std::move(connection));
-  return connection.has_value();
+  if (!connection) return false;
+  dismiss(*std::move(connection));
+  return true;
 }
 
 bool EventServer::serveFirstPostponed() {

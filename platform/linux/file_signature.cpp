@@ -12,7 +12,7 @@ bool isOlderThanTheTick(const timespec& changed, const timespec& now) {
   constexpr time_t kSurelySettled = FileSignature::kSettlingMilliseconds / 1'000 + 2;
   if (now.tv_sec < changed.tv_sec) return false;
   if (now.tv_sec - changed.tv_sec >= kSurelySettled) return true;
-  const long age =
+  const std::int64_t age =
       (now.tv_sec - changed.tv_sec) * 1'000 + (now.tv_nsec - changed.tv_nsec) / 1'000'000;
   return age > FileSignature::kSettlingMilliseconds;
 }

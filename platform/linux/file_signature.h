@@ -4,6 +4,7 @@
 #include <sys/types.h>
 #include <time.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -16,7 +17,7 @@ class FileSignature {
  public:
   /// How long after its last change a file may change once more under the same time stamp: 2 s is
   /// the tick of the coarsest file system (FAT), 10 ms that of the slowest kernel clock.
-  static constexpr long kSettlingMilliseconds = 2'010;
+  static constexpr std::int64_t kSettlingMilliseconds = 2'010;
 
   /// The signature of the file at `path`, links followed; nothing when it cannot be looked at.
   static std::optional<FileSignature> ofFile(const std::string& path);

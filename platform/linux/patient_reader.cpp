@@ -77,10 +77,11 @@ pid_t startChild(const char* path, int output, std::size_t limit) noexcept {
   sigset_t before;
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &before);
-  const long child = syscall(SYS_clone, 0UL, 0UL, 0UL, 0UL, 0UL);  // a fork without SIGCHLD
+  // A fork without SIGCHLD.
+  const auto child = static_cast<pid_t>(syscall(SYS_clone, 0UL, 0UL, 0UL, 0UL, 0UL));
   if (child == 0) _exit(copyFile(path, output, limit));
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  return static_cast<pid_t>(child);
+  return child;
 }
 
 enum class Outcome { kEnd, kTooLate };

@@ -23,7 +23,7 @@ constexpr std::string_view kSessionDirectories = "/run/user/";
 constexpr const char kNoDirectory[] = "/dev/null";
 
 // The value of an environment variable that names a directory. A relative path is ignored, as the
-// XDG base directory specification asks.
+// XDG base directory rules ask.
 std::string directoryInEnvironment(const char* name) {
   const char* const value = isSetuidProcess() ? nullptr : std::getenv(name);
   return value != nullptr && value[0] == '/' ? value : "";
