@@ -108,7 +108,7 @@ OptionalString acceptable(std::string text) {
 std::optional<BundleIdentity> checkedInIdentity(pid_t pid, const std::string& bundlePath) {
   auto record = pid > 0 ? checkInRecordForPID(pid) : std::nullopt;
   if (!record) return std::nullopt;
-  return BundleIdentity{record->bundlePath.empty() ? bundlePath : std::move(record->bundlePath),
+  return BundleIdentity{record->bundlePath.empty() ? bundlePath : record->bundlePath,
                         acceptable(std::move(record->bundleIdentifier)),
                         acceptable(std::move(record->bundleName))};
 }

@@ -89,6 +89,7 @@ namespace {
 // same bundle as the path that the kernel gives: that one has no symbolic links.
 std::string launchedBundlePath() {
   std::string path = bundleEnclosing(ownExecutablePath());
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the form in which the system hands it over
   const auto* const named = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
   if (named == nullptr || *named != '/') return path;
   std::string launched = bundleEnclosing(named);

@@ -2,6 +2,7 @@
 #include <array>
 #include <cstdlib>
 #include <optional>
+#include <tuple>
 #include <utility>
 
 #include "platform/linux/localization.h"
@@ -124,7 +125,10 @@ struct Rank {
   bool isOlderName;
   std::string folder;
 
-  auto operator<=>(const Rank&) const = default;
+  bool operator<(const Rank& other) const {
+    return std::tie(distance, isNamedOtherwise, isOlderName, folder) <
+           std::tie(other.distance, other.isNamedOtherwise, other.isOlderName, other.folder);
+  }
 };
 
 std::optional<Rank> rankOf(const std::string& folder, const std::string& language) {
