@@ -12,6 +12,7 @@ build_packages=(
   libsqlite3-dev nlohmann-json3-dev  # the sample applications
   libgtest-dev
   e2fsprogs btrfs-progs              # the file systems that tests make
+  procps                             # what the page on troubleshooting looks with
 )
 
 # What the benchmarks take in addition: their own library, and what they are compared with.
