@@ -79,18 +79,7 @@ class Data : public TQHPAppEventBase {
 };
 
 const Role helperRole(kProductHelperRole, [](const std::vector<std::string>& /*arguments*/) {
-  platform::registerClass(Control::staticClass());
-  platform::registerClass(Data::staticClass());
-  helperLoop = g_main_loop_new(nullptr, FALSE);
-  note("up " + platform::Bundle::mainBundle().infoString("CFBundleVersion").value_or("?"));
-  const auto delay = platform::Bundle::mainBundle().infoString(kStartDelayKey);
-  if (delay == kStopped) raise(SIGSTOP);
-  std::this_thread::sleep_for(std::chrono::milliseconds(platform::intValue(delay.value_or("0"))));
-  TQHPAppleEventProcesser::share();
-  g_main_loop_run(helperLoop);
-  g_main_loop_unref(helperLoop);
-  note("down");
-  return 0;
+  return runProductHelper();
 });
 
 // --- A host. ---
@@ -127,6 +116,21 @@ bool isSameEntry(const fs::path& first, const fs::path& second) {
 }
 
 }  // namespace
+
+int runProductHelper() {
+  platform::registerClass(Control::staticClass());
+  platform::registerClass(Data::staticClass());
+  helperLoop = g_main_loop_new(nullptr, FALSE);
+  note("up " + platform::Bundle::mainBundle().infoString("CFBundleVersion").value_or("?"));
+  const auto delay = platform::Bundle::mainBundle().infoString(kStartDelayKey);
+  if (delay == kStopped) raise(SIGSTOP);
+  std::this_thread::sleep_for(std::chrono::milliseconds(platform::intValue(delay.value_or("0"))));
+  TQHPAppleEventProcesser::share();
+  g_main_loop_run(helperLoop);
+  g_main_loop_unref(helperLoop);
+  note("down");
+  return 0;
+}
 
 std::string embedHelper(const std::string& version, const std::string& host,
                         const platform::PropertyListDictionary& extra) {

@@ -21,6 +21,9 @@ inline constexpr char kStopped[] = "stopped";
 /// argument it also runs the restart step every so many milliseconds.
 inline constexpr char kProductHostRole[] = "product-host";
 
+/// Does what the helper does, until a host tells it to exit. @return its exit status.
+int runProductHelper();
+
 /// Puts a helper of `version` into the bundle `host`, a path relative to the private folder.
 /// `extra` adds to its Info dictionary.
 /// @return the helper's path there.

@@ -1,0 +1,389 @@
+#include <glib.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <filesystem>
+#include <iterator>
+#include <optional>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "ClientComm/TQHPHelper.h"
+#include "ClientComm/TQHPHelperCommunicate.h"
+#include "platform/property_list.h"
+#include "platform/text.h"
+#include "tests/stress/sabotage_calls.h"
+#include "tests/stress/stress.h"
+#include "tests/support/child_process.h"
+#include "tests/support/product_applications.h"
+#include "tests/support/test_application.h"
+#include "tests/support/test_helper.h"
+#include "tests/support/test_sandbox.h"
+
+// Each system call of a host, and of a helper, fails once, in each way that it can fail, or is
+// where the process is killed. After that a host without faults ends with one running helper, with
+// all settings, and without leftovers.
+
+namespace {
+
+using sabotage::Fault;
+using support::ChildProcess;
+namespace fs = std::filesystem;
+
+constexpr char kVictim[] = "victim";
+constexpr char kVictimIdentifier[] = "com.example.victim";
+constexpr char kVictimRole[] = "victim-host";
+constexpr char kVictimHelperRole[] = "victim-helper";
+constexpr char kStay[] = "stay";
+constexpr char kLeave[] = "leave";
+constexpr guint kTickInMilliseconds = 20;
+
+// --- The host whose calls fail. ---
+
+void setEverything() {
+  auto& controller = TQHPHelperCommunicate::share();
+  controller.setTipsEnable(false);
+  controller.setEnableAD(true);
+  controller.setCollectDataPID("P200");
+  controller.initDataCollectionPath(support::sandbox() + "/collected");
+}
+
+const support::Role victimRole(kVictimRole, [](const std::vector<std::string>& arguments) {
+  // GLib itself ends a process that cannot make its main context.
+  GMainLoop* const loop = g_main_loop_new(nullptr, FALSE);
+  sabotage::begin();
+  TQHPHelper::share();
+  setEverything();
+  for (int step = 0; step < 2; ++step) {
+    TQHPHelperCommunicate::share().autoRestartHelper();
+    while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
+    }
+  }
+  if (arguments.at(0) == kStay) {
+    const auto tick = [](gpointer) -> gboolean {
+      TQHPHelperCommunicate::share().autoRestartHelper();
+      setEverything();
+      return G_SOURCE_CONTINUE;
+    };
+    g_timeout_add(kTickInMilliseconds, tick, nullptr);
+    g_main_loop_run(loop);
+  }
+  g_main_loop_unref(loop);
+  return 0;
+});
+
+const support::Role victimHelperRole(kVictimHelperRole, [](const std::vector<std::string>&) {
+  sabotage::begin();
+  return support::runProductHelper();
+});
+
+// --- What is sabotaged. ---
+
+enum class Scenario : int {
+  kFreshInstallation,
+  kReplacementOfARunningHelper,
+  kReplacementOfAnEndedHelper,
+  kLetteredReplacementOfARunningHelper,
+  kLetteredReplacementOfAnEndedHelper,
+  kSettings,
+  kStartOfTheHelper,
+};
+
+struct Setting {
+  std::string oldVersion;  ///< Of the helper that is installed; empty for none.
+  std::string newVersion;
+  bool isOldRunning;
+};
+
+Setting settingOf(Scenario scenario) {
+  switch (scenario) {
+    case Scenario::kReplacementOfARunningHelper:
+      return {"1.0", "1.0.1", true};
+    case Scenario::kReplacementOfAnEndedHelper:
+      return {"1.0", "1.0.1", false};
+    case Scenario::kLetteredReplacementOfARunningHelper:
+      return {"v1", "v2", true};
+    case Scenario::kLetteredReplacementOfAnEndedHelper:
+      return {"v1", "v2", false};
+    case Scenario::kSettings:
+      return {"1.0", "1.0", true};
+    case Scenario::kFreshInstallation:
+    case Scenario::kStartOfTheHelper:
+      break;
+  }
+  return {"", "1.0", false};
+}
+
+std::string counterPath() { return support::sandbox() + "/calls"; }
+
+std::string victimPath() { return support::sandbox() + "/hosts/" + kVictim + ".app"; }
+
+std::string infoPath() { return victimPath() + "/Contents/Info.plist"; }
+
+std::string stringsPath() {
+  return victimPath() + "/Contents/Resources/en.lproj/InfoPlist.strings";
+}
+
+std::string installFolder() { return support::sandbox() + "/" + support::kInstallFolder; }
+
+/// Lays the host out, with its switches the other way round and a helper of `version`.
+void makeVictim(const std::string& version) {
+  platform::PropertyListDictionary info = support::defaultHostInfo();
+  for (const char* key : {"CFBundleName", "CFBundleExecutable", "CFBundleIdentifier"}) {
+    info.erase(key);
+  }
+  info.insert_or_assign("PID", kVictim);
+  info.insert_or_assign("TipsEnable", true);
+  info.insert_or_assign("EnableAD", false);
+  support::makeApplication(kVictim, kVictimIdentifier, kVictimRole, info, "hosts");
+  support::writeFile(stringsPath(),
+                     "\"TipsEnable\" = \"1\";\n\"EnableAD\" = \"0\";\n\"Other\" = \"x\";\n");
+  support::embedHelper(version, std::string("hosts/") + kVictim + ".app",
+                       {{"TestRole", kVictimHelperRole}});
+}
+
+void endHelpers() {
+  for (const pid_t pid : support::processesOf(support::installedHelperPath())) {
+    support::sendSignal(pid, SIGKILL);
+  }
+  ASSERT_TRUE(support::waitUntil(
+      [] { return support::processesOf(support::installedHelperPath()).empty(); }));
+}
+
+bool hasEnded(const ChildProcess& child) {
+  siginfo_t information{};
+  return waitid(P_PID, static_cast<id_t>(child.pid()), &information, WEXITED | WNOHANG | WNOWAIT) ==
+             0 &&
+         information.si_pid != 0;
+}
+
+/// Waits for the end of a host, however loaded the machine is.
+/// @return its exit status; nothing when it hangs.
+std::optional<int> endOf(ChildProcess& child) {
+  if (!support::waitUntil([&] { return hasEnded(child); }, std::chrono::seconds(90))) {
+    return std::nullopt;
+  }
+  return child.wait();
+}
+
+/// Whether the one process of the helper is of this version and has been started for the host.
+bool isHelperStarted(const std::string& version) {
+  const pid_t pid = support::helperPid();
+  const auto lines = support::journal();
+  const auto has = [&](const std::string& text) {
+    return std::find(lines.begin(), lines.end(), std::to_string(pid) + " " + text) != lines.end();
+  };
+  return pid != 0 && has("up " + version) && has(std::string("start ") + kVictim + " 1.2.3");
+}
+
+/// What is sabotaged, and how; prints as "FreshInstallation_EIO".
+struct Sabotaged {
+  Scenario scenario;
+  Fault fault;
+};
+
+const char* nameOf(Scenario scenario) {
+  switch (scenario) {
+    case Scenario::kFreshInstallation:
+      return "FreshInstallation";
+    case Scenario::kReplacementOfARunningHelper:
+      return "ReplacementOfARunningHelper";
+    case Scenario::kReplacementOfAnEndedHelper:
+      return "ReplacementOfAnEndedHelper";
+    case Scenario::kLetteredReplacementOfARunningHelper:
+      return "LetteredReplacementOfARunningHelper";
+    case Scenario::kLetteredReplacementOfAnEndedHelper:
+      return "LetteredReplacementOfAnEndedHelper";
+    case Scenario::kSettings:
+      return "Settings";
+    case Scenario::kStartOfTheHelper:
+      return "StartOfTheHelper";
+  }
+  return "";
+}
+
+const char* nameOf(Fault fault) {
+  switch (fault) {
+    case Fault::kEIO:
+      return "EIO";
+    case Fault::kENOSPC:
+      return "ENOSPC";
+    case Fault::kEMFILE:
+      return "EMFILE";
+    case Fault::kEINTR:
+      return "EINTR";
+    case Fault::kENOMEM:
+      return "ENOMEM";
+    case Fault::kKill:
+      return "Kill";
+  }
+  return "";
+}
+
+std::ostream& operator<<(std::ostream& out, const Sabotaged& what) {
+  return out << nameOf(what.scenario) << "_" << nameOf(what.fault);
+}
+
+std::vector<Sabotaged> everyCombination() {
+  std::vector<Sabotaged> all;
+  for (const Scenario scenario :
+       {Scenario::kFreshInstallation, Scenario::kReplacementOfARunningHelper,
+        Scenario::kReplacementOfAnEndedHelper, Scenario::kLetteredReplacementOfARunningHelper,
+        Scenario::kLetteredReplacementOfAnEndedHelper, Scenario::kSettings,
+        Scenario::kStartOfTheHelper}) {
+    for (const Fault fault : {Fault::kEIO, Fault::kENOSPC, Fault::kEMFILE, Fault::kEINTR,
+                              Fault::kENOMEM, Fault::kKill}) {
+      all.push_back({scenario, fault});
+    }
+  }
+  return all;
+}
+
+class Sabotage : public testing::TestWithParam<Sabotaged> {
+ protected:
+  static Scenario scenario() { return GetParam().scenario; }
+  static Fault fault() { return GetParam().fault; }
+  static Setting setting() { return settingOf(scenario()); }
+
+  /// The state in which the sabotaged host, or helper, finds everything.
+  static void prepare() {
+    endHelpers();
+    fs::remove_all(installFolder());
+    fs::remove_all(support::sandbox() + "/config/Preferences");
+    fs::remove_all(support::sandbox() + "/collected");
+    fs::remove(support::sandbox() + "/helper-journal");
+    if (!setting().oldVersion.empty()) {
+      makeVictim(setting().oldVersion);
+      runHealthyHost(setting().oldVersion);
+      if (!setting().isOldRunning) endHelpers();
+    }
+    makeVictim(setting().newVersion);
+  }
+
+  /// Runs the host with call `call` failing. @return how many calls there were.
+  static std::uint64_t runSabotaged(std::uint64_t call) {
+    support::writeFile(counterPath(), std::string(sabotage::kCounterSize, '\0'));
+    const bool isHelper = scenario() == Scenario::kStartOfTheHelper;
+    sabotage::announce({isHelper ? support::kHelperName : kVictim, fault(), call, counterPath()});
+    ChildProcess host = support::runApplication(victimPath(), {kLeave});
+    sabotage::withdraw();
+    const auto status = endOf(host);
+    const bool mayBeKilled = fault() == Fault::kKill && !isHelper;
+    EXPECT_TRUE(status == 0 || (mayBeKilled && status == 128 + SIGKILL))
+        << "the host " << (status ? "ended with " + std::to_string(*status) : "hangs")
+        << " when call " << call << " fails";
+    return sabotage::countIn(counterPath());
+  }
+
+  /// Runs a host without faults until the helper is there, and checks what it leaves.
+  static void runHealthyHost(const std::string& version) {
+    ChildProcess host = support::runApplication(victimPath(), {kStay});
+    EXPECT_TRUE(
+        support::waitUntil([&] { return isHelperStarted(version); }, std::chrono::seconds(60)));
+    EXPECT_TRUE(support::waitUntil([] { return leftovers().empty() && areSettingsWritten(); }))
+        << leftovers();
+    EXPECT_EQ(support::processesOf(support::installedHelperPath()).size(), 1U);
+    EXPECT_TRUE(
+        support::haveSameContents(support::helperIn(victimPath()), support::installedHelperPath()));
+    host.signal(SIGKILL);
+    host.wait();
+  }
+
+ private:
+  // The folder of usage data is not among them: a host that is killed between making it and the
+  // write of the user defaults, half a second later, leaves it without a record.
+  static bool areSettingsWritten() {
+    const auto defaults =
+        platform::dictionaryWithContentsOfFile(support::preferencesPath(kVictimIdentifier));
+    const auto info = platform::dictionaryWithContentsOfFile(infoPath());
+    const auto strings = platform::dictionaryWithContentsOfFile(stringsPath());
+    if (!defaults || !info || !strings) return false;
+    return holds(*defaults, {{"PID", kVictim},
+                             {"Version", "1.2.3"},
+                             {"ExecutableFile", victimPath()},
+                             {"IsFirstStart", false},
+                             {"FirstStartPID", kVictim},
+                             {"DataCollectPID", "P200"}}) &&
+           holds(*info, {{"TipsEnable", false}, {"EnableAD", true}, {"PID", kVictim}}) &&
+           holds(*strings, {{"TipsEnable", "0"}, {"EnableAD", "1"}, {"Other", "x"}});
+  }
+
+  static bool holds(const platform::PropertyListDictionary& dictionary,
+                    const platform::PropertyListDictionary& expected) {
+    return std::includes(dictionary.begin(), dictionary.end(), expected.begin(), expected.end(),
+                         [](const auto& a, const auto& b) {
+                           return a.first != b.first ? a.first < b.first : false;
+                         }) &&
+           std::all_of(expected.begin(), expected.end(), [&](const auto& entry) {
+             return dictionary.find(entry.first)->second == entry.second;
+           });
+  }
+
+  /// Names of what no process needs any more.
+  static std::string leftovers() {
+    std::string names;
+    const auto expectOnly = [&](const std::string& folder, const std::vector<std::string>& known) {
+      std::error_code error;
+      for (const auto& entry : fs::directory_iterator(folder, error)) {
+        const std::string name = entry.path().filename();
+        if (std::find(known.begin(), known.end(), name) == known.end()) names += name + " ";
+      }
+    };
+    expectOnly(installFolder(), {std::string(support::kHelperName) + ".app"});
+    expectOnly(victimPath() + "/Contents", {"Info.plist", "Linux", "Resources"});
+    expectOnly(victimPath() + "/Contents/Resources/en.lproj", {"InfoPlist.strings"});
+    expectOnly(support::sandbox() + "/config/Preferences",
+               {std::string(kVictimIdentifier) + ".plist"});
+    std::error_code error;
+    for (const auto& entry :
+         fs::directory_iterator(support::sandbox() + "/runtime/ClientComm", error)) {
+      if (isStale(entry.path().filename())) names += entry.path().filename().string() + " ";
+    }
+    return names;
+  }
+
+  /// Whether a file of the runtime folder, "process.<pid>" or "<digest>.<pid>", is of a process
+  /// that is gone.
+  static bool isStale(const std::string& name) {
+    const std::string number = name.substr(name.find('.') + 1);
+    const bool isNumber =
+        !number.empty() && number.find_first_not_of("0123456789") == std::string::npos;
+    return isNumber && number.size() < name.size() && kill(std::stoi(number), 0) != 0;
+  }
+};
+
+TEST_P(Sabotage, HostWithoutFaultsEndsWithOneHelperAndAllSettings) {
+  ASSERT_NO_FATAL_FAILURE(prepare());
+  const std::uint64_t calls = runSabotaged(0);
+  ASSERT_GT(calls, 0U);
+  // Full size: each call in turn. Shortened: a few, at random distances.
+  const auto wanted = static_cast<std::uint64_t>(stress::sizeFor(4, 1'000'000));
+  const std::uint64_t step = std::max<std::uint64_t>(1, calls / wanted);
+  std::uniform_int_distribution<std::uint64_t> firsts(1, step);
+  int rounds = 0;
+  for (std::uint64_t call = firsts(stress::randomness()); call <= calls; call += step, ++rounds) {
+    SCOPED_TRACE("call " + std::to_string(call));
+    ASSERT_NO_FATAL_FAILURE(prepare());
+    runSabotaged(call);
+    SCOPED_TRACE("which is of " + sabotage::failedIn(counterPath()));
+    runHealthyHost(setting().newVersion);
+    if (HasFailure()) break;
+  }
+  stress::report(std::to_string(rounds) + " of " + std::to_string(calls) + " calls failed");
+}
+
+std::string nameOfParameters(const testing::TestParamInfo<Sabotaged>& parameters) {
+  std::ostringstream name;
+  name << parameters.param;
+  return name.str();
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Sabotage, testing::ValuesIn(everyCombination()), nameOfParameters);
+
+}  // namespace
