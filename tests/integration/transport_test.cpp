@@ -189,9 +189,9 @@ TEST_F(Transport, TextGoesThereAndBackAndTheCallerIsKnown) {
 }
 
 TEST_F(Transport, SendToAnApplicationThatDoesNotRunSaysProcessNotFound) {
-  EXPECT_EQ(send("note:", {"x"}, "com.example.nobody"), -600);
+  EXPECT_EQ(send("note:", {"x"}, "com.example.absent"), -600);
   OSErr status = 0;
-  EXPECT_EQ(ask("say:", {"x"}, &status, "com.example.nobody"), std::nullopt);
+  EXPECT_EQ(ask("say:", {"x"}, &status, "com.example.absent"), std::nullopt);
   EXPECT_EQ(status, -600);
 }
 
@@ -498,9 +498,9 @@ TEST_F(Transport, AsManyArgumentsAsAReceiverTakesArriveAndOneMoreIsRefused) {
 }
 
 TEST_F(Transport, EventThatCannotBeCarriedIsRefusedBeforeItsTargetIsLookedFor) {
-  EXPECT_EQ(send("note:", std::vector<std::string>(kMostArguments + 1), "com.example.nobody"),
+  EXPECT_EQ(send("note:", std::vector<std::string>(kMostArguments + 1), "com.example.absent"),
             -108);
-  EXPECT_EQ(send("note:", {std::string(std::size_t{65} << 20, 'x')}, "com.example.nobody"), -108);
+  EXPECT_EQ(send("note:", {std::string(std::size_t{65} << 20, 'x')}, "com.example.absent"), -108);
 }
 
 TEST_F(Transport, EventThatNestsTooDeepOrHasTooManyKeywordsIsRefused) {
@@ -648,7 +648,7 @@ TEST_F(Transport, EndpointWhoseFileWasClearedAwayComesBackWithTheNextSend) {
   ASSERT_TRUE(fs::exists(fs::symlink_status(own)));
   fs::remove_all(platform::runtimeFolderPath());
   EXPECT_TRUE(support::runLoopUntil([&] {
-    send("note:", {"x"}, "com.example.nobody");
+    send("note:", {"x"}, "com.example.absent");
     return fs::exists(fs::symlink_status(own));
   }));
   EXPECT_EQ(send("note:", {"x"}, "com.example.testhost"), 0);
@@ -666,7 +666,7 @@ TEST_F(Transport, EventThatWaitsAtAClearedAwayEndpointIsStillCarriedOut) {
   EXPECT_EQ(send("note:", {"waits"}, "com.example.testhost"), 0);
   fs::remove(endpointPath("com.example.testhost"));
   EXPECT_TRUE(support::runLoopUntil([&] {
-    send("note:", {"x"}, "com.example.nobody");
+    send("note:", {"x"}, "com.example.absent");
     return handled == 1 && fs::exists(fs::symlink_status(endpointPath("com.example.testhost")));
   }));
 }
@@ -679,7 +679,7 @@ TEST_F(Transport, RuntimeFolderReplacedByALinkIsNotUsedAndMendedWhenItIsGone) {
   EXPECT_TRUE(fs::is_empty(support::sandbox() + "/elsewhere"));
   fs::remove(folder);
   EXPECT_TRUE(support::runLoopUntil([&] {
-    send("note:", {"x"}, "com.example.nobody");
+    send("note:", {"x"}, "com.example.absent");
     return fs::exists(fs::symlink_status(endpointPath("com.example.testhost")));
   }));
 }
@@ -776,7 +776,7 @@ TEST_F(Transport, AfterEverythingAProcessHasOneThreadAndOneDescriptorMore) {
     EXPECT_EQ(ask("say:", {std::string(200000, 'x')}).value_or("").size(), 200000U);
     for (int i = 0; i < 50; ++i) EXPECT_EQ(send("note:", {"x"}), 0);
     EXPECT_EQ(send("note:", {"x"}, "com.example.testhost"), 0);
-    EXPECT_EQ(send("note:", {"x"}, "com.example.nobody"), -600);
+    EXPECT_EQ(send("note:", {"x"}, "com.example.absent"), -600);
     const ScopedFd rubbish = connectTo("com.example.testhost");
     ::send(rubbish.get(), "x", 1, MSG_NOSIGNAL);
     EXPECT_TRUE(support::runLoopUntil([&] {
