@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "ClientComm/TQHPTypes.h"
-#include "platform/runtime.h"
+#include "ClientComm/platform/runtime.h"
 
 /// Base of every object that another application can call by class name: invokes a method by its
 /// selector, and remembers who has called.

@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "ClientComm/TQHPAppEventBase.h"
-#include "platform/apple_event.h"
-#include "platform/apple_event_manager.h"
-#include "platform/process_manager.h"
+#include "ClientComm/platform/apple_event.h"
+#include "ClientComm/platform/apple_event_manager.h"
+#include "ClientComm/platform/process_manager.h"
 
 namespace {
 

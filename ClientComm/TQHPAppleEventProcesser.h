@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "ClientComm/TQHPTypes.h"
-#include "platform/runtime.h"
+#include "ClientComm/platform/runtime.h"
 
 namespace platform {
 class AppleEventDescriptor;

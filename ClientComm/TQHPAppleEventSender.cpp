@@ -3,11 +3,11 @@
 #include <cstdint>
 #include <utility>
 
-#include "ClientComm/TQHPGuard.h"
-#include "platform/apple_event.h"
-#include "platform/apple_event_manager.h"
-#include "platform/bundle.h"
-#include "platform/text.h"
+#include "ClientComm/internal/guard.h"
+#include "ClientComm/platform/apple_event.h"
+#include "ClientComm/platform/apple_event_manager.h"
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/text.h"
 
 namespace {
 

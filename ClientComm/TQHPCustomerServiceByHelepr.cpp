@@ -1,6 +1,6 @@
 #include "ClientComm/TQHPCustomerServiceByHelepr.h"
 
-#include "ClientComm/TQHPProxyCall.h"
+#include "ClientComm/internal/proxy_call.h"
 
 const platform::Class& TQHPCustomerServiceByHelepr::staticClass() {
   using Self = TQHPCustomerServiceByHelepr;

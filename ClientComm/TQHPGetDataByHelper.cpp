@@ -1,6 +1,6 @@
 #include "ClientComm/TQHPGetDataByHelper.h"
 
-#include "ClientComm/TQHPProxyCall.h"
+#include "ClientComm/internal/proxy_call.h"
 
 const platform::Class& TQHPGetDataByHelper::staticClass() {
   static const auto* const cls = new platform::Class(

@@ -2,9 +2,9 @@
 
 #include <chrono>
 
-#include "ClientComm/TQHPGuard.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
-#include "platform/timer.h"
+#include "ClientComm/internal/guard.h"
+#include "ClientComm/platform/timer.h"
 
 namespace {
 

@@ -4,13 +4,13 @@
 #include <utility>
 #include <vector>
 
-#include "ClientComm/TQHPGuard.h"
 #include "ClientComm/TQHPHelperError.h"
-#include "ClientComm/TQHPHostClasses.h"
-#include "ClientComm/TQHPProxyCall.h"
-#include "platform/bundle.h"
-#include "platform/property_list.h"
-#include "platform/text.h"
+#include "ClientComm/internal/guard.h"
+#include "ClientComm/internal/host_classes.h"
+#include "ClientComm/internal/proxy_call.h"
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/property_list.h"
+#include "ClientComm/platform/text.h"
 
 bool TQHPHelperControlCallBackDelegate::respondsToSelector(std::string_view selector) const {
   return selector == "willHelperExit" || selector == "didCheckServerOpen::";

@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "ClientComm/TQHPAppEventBase.h"
-#include "platform/error.h"
+#include "ClientComm/platform/error.h"
 
 /// Hears what the helper announces. Both methods are required.
 class CLIENTCOMM_EXPORT TQHPHelperControlCallBackDelegate {

@@ -1,7 +1,7 @@
 #include "ClientComm/TQHPHelperError.h"
 
-#include "platform/runtime.h"
-#include "platform/text.h"
+#include "ClientComm/platform/runtime.h"
+#include "ClientComm/platform/text.h"
 
 platform::Error TQHPHelperError::errorWithCode(const OptionalString& code,
                                                const OptionalString& description) {

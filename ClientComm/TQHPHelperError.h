@@ -1,7 +1,7 @@
 #pragma once
 
 #include "ClientComm/TQHPTypes.h"
-#include "platform/error.h"
+#include "ClientComm/platform/error.h"
 
 /// Domain of the errors that the helper reports.
 inline constexpr const char kHelperErrorCodeDomain[] = "HelperCommunicateErrorDomain";

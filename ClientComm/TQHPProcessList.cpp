@@ -7,8 +7,8 @@
 #include <memory>
 #include <string_view>
 
-#include "platform/bundle.h"
-#include "platform/process_manager.h"
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/process_manager.h"
 
 using platform::kinfo_proc;
 

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "ClientComm/TQHPTypes.h"
-#include "platform/process_table.h"
-#include "platform/property_list.h"
+#include "ClientComm/platform/process_table.h"
+#include "ClientComm/platform/property_list.h"
 
 /// Reads the kernel's process table into one allocation; the caller frees `*procList` with free().
 /// @param procList receives the table, or null on error; what it held is overwritten unread.

@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "ClientComm/TQHPHelperError.h"
-#include "ClientComm/TQHPHostClasses.h"
-#include "ClientComm/TQHPProxyCall.h"
-#include "platform/text.h"
+#include "ClientComm/internal/host_classes.h"
+#include "ClientComm/internal/proxy_call.h"
+#include "ClientComm/platform/text.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "ClientComm/TQHPAppEventBase.h"
-#include "platform/error.h"
+#include "ClientComm/platform/error.h"
 
 /// Implemented by a host that lets the helper upgrade the product. `productWillUpgrade` is
 /// optional: a class that does not override it is never told and owes no answer.

@@ -1,6 +1,6 @@
 #include "ClientComm/TQHPUploadByHelper.h"
 
-#include "ClientComm/TQHPProxyCall.h"
+#include "ClientComm/internal/proxy_call.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "platform/text.h"
+#include "ClientComm/platform/text.h"
 
 namespace {
 

@@ -9,13 +9,13 @@
 
 #include "ClientComm/TQHPAppEventBase.h"
 #include "ClientComm/TQHPAppleEventProcesser.h"
+#include "ClientComm/platform/apple_event_manager.h"
+#include "ClientComm/platform/linux/peer_identity.h"
+#include "ClientComm/platform/posix/apple_event_codec.h"
+#include "ClientComm/platform/runtime.h"
 #include "benchmarks/benchmarks.h"
 #include "benchmarks/support/measurement.h"
 #include "benchmarks/support/peers.h"
-#include "platform/apple_event_manager.h"
-#include "platform/linux/apple_event_wire.h"
-#include "platform/linux/peer_identity.h"
-#include "platform/runtime.h"
 #include "tests/support/recording_transport.h"
 
 // The receiving side without input or output: from the bytes of a call to the bytes of its reply.

@@ -4,9 +4,9 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "ClientComm/platform/file_manager.h"
 #include "benchmarks/benchmarks.h"
 #include "benchmarks/support/measurement.h"
-#include "platform/file_manager.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_sandbox.h"
 

@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "ClientComm/TQHPProcessList.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
 #include "benchmarks/benchmarks.h"
 #include "benchmarks/support/measurement.h"
-#include "platform/linux/scoped_fd.h"
 
 // Whether an application runs, where it does not, so that every process has to be looked at.
 

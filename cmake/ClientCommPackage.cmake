@@ -4,9 +4,10 @@ include(CMakePackageConfigHelpers)
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/ClientComm")
 
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/platform"
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/clientcomm
-  FILES_MATCHING PATTERN "*.h" PATTERN linux EXCLUDE PATTERN portable EXCLUDE)
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/ClientComm/platform"
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/clientcomm/ClientComm
+  FILES_MATCHING PATTERN "*.h" PATTERN portable EXCLUDE PATTERN posix EXCLUDE
+  PATTERN glib EXCLUDE PATTERN linux EXCLUDE)
 
 configure_package_config_file(
   "${CMAKE_CURRENT_LIST_DIR}/ClientCommConfig.cmake.in" "${PROJECT_BINARY_DIR}/ClientCommConfig.cmake"

@@ -15,14 +15,14 @@
 #include "ClientComm/TQHPAppleEventProcesser.h"
 #include "ClientComm/TQHPHelperControl.h"
 #include "ClientComm/TQHPUpgradeByHelper.h"
+#include "ClientComm/platform/apple_event.h"
+#include "ClientComm/platform/apple_event_manager.h"
+#include "ClientComm/platform/linux/peer_identity.h"
+#include "ClientComm/platform/portable/event_limits.h"
+#include "ClientComm/platform/posix/apple_event_codec.h"
+#include "ClientComm/platform/process_manager.h"
+#include "ClientComm/platform/runtime.h"
 #include "fuzz/fuzz.h"
-#include "platform/apple_event.h"
-#include "platform/apple_event_manager.h"
-#include "platform/linux/apple_event_wire.h"
-#include "platform/linux/peer_identity.h"
-#include "platform/portable/event_limits.h"
-#include "platform/process_manager.h"
-#include "platform/runtime.h"
 
 namespace {
 

@@ -18,13 +18,13 @@
 #include <string_view>
 #include <utility>
 
+#include "ClientComm/platform/apple_event.h"
+#include "ClientComm/platform/linux/event_packet.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/linux/socket_endpoint.h"
+#include "ClientComm/platform/linux/socket_path.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
 #include "fuzz/fuzz.h"
-#include "platform/apple_event.h"
-#include "platform/linux/event_packet.h"
-#include "platform/linux/runtime_folder.h"
-#include "platform/linux/scoped_fd.h"
-#include "platform/linux/socket_endpoint.h"
-#include "platform/linux/socket_path.h"
 
 namespace {
 

@@ -18,12 +18,12 @@
 #include <utility>
 #include <vector>
 
+#include "ClientComm/platform/linux/event_packet.h"
+#include "ClientComm/platform/linux/peer_identity.h"
+#include "ClientComm/platform/portable/event_limits.h"
+#include "ClientComm/platform/posix/apple_event_codec.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
 #include "fuzz/fuzz.h"
-#include "platform/linux/apple_event_wire.h"
-#include "platform/linux/event_packet.h"
-#include "platform/linux/peer_identity.h"
-#include "platform/linux/scoped_fd.h"
-#include "platform/portable/event_limits.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/linux/scoped_fd.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
 
 namespace fuzz {
 namespace {

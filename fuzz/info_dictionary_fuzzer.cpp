@@ -16,11 +16,11 @@
 #include <vector>
 
 #include "ClientComm/TQHPHelperCommunicate.h"
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/property_list.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/property_lists.h"
-#include "platform/bundle.h"
-#include "platform/file_manager.h"
-#include "platform/property_list.h"
 
 namespace {
 

@@ -12,11 +12,11 @@
 #include <string_view>
 #include <utility>
 
+#include "ClientComm/platform/property_list.h"
+#include "ClientComm/platform/text.h"
+#include "ClientComm/platform/user_defaults.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/property_lists.h"
-#include "platform/property_list.h"
-#include "platform/text.h"
-#include "platform/user_defaults.h"
 
 namespace {
 

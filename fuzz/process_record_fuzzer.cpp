@@ -14,16 +14,16 @@
 #include <string>
 #include <string_view>
 
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/linux/peer_identity.h"
+#include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/linux/process_text.h"
+#include "ClientComm/platform/posix/removed_name.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/process_manager.h"
+#include "ClientComm/platform/property_list.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/property_lists.h"
-#include "platform/bundle.h"
-#include "platform/linux/check_in.h"
-#include "platform/linux/peer_identity.h"
-#include "platform/linux/process_text.h"
-#include "platform/linux/removed_name.h"
-#include "platform/linux/scoped_fd.h"
-#include "platform/process_manager.h"
-#include "platform/property_list.h"
 
 namespace {
 

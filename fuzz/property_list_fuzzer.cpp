@@ -7,12 +7,12 @@
 #include <utility>
 #include <variant>
 
+#include "ClientComm/platform/portable/property_list/unicode.h"
+#include "ClientComm/platform/portable/property_list/value.h"
+#include "ClientComm/platform/portable/property_list/xml_text.h"
+#include "ClientComm/platform/property_list.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/property_lists.h"
-#include "platform/portable/property_list/unicode.h"
-#include "platform/portable/property_list/value.h"
-#include "platform/portable/property_list/xml_text.h"
-#include "platform/property_list.h"
 
 namespace {
 

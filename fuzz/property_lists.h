@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "platform/property_list.h"
+#include "ClientComm/platform/property_list.h"
 
 /// What can be said of property lists that the fuzzers read.
 namespace fuzz {

@@ -11,13 +11,13 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPHelperControl.h"
 #include "ClientComm/TQHPProcessList.h"
-#include "platform/apple_event_manager.h"
-#include "platform/bundle.h"
-#include "platform/file_lock.h"
-#include "platform/file_manager.h"
-#include "platform/path.h"
-#include "platform/removed_bundle.h"
-#include "platform/workspace.h"
+#include "ClientComm/platform/apple_event_manager.h"
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/file_lock.h"
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/path.h"
+#include "ClientComm/platform/removed_bundle.h"
+#include "ClientComm/platform/workspace.h"
 
 namespace clientcomm {
 namespace {

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
+#include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/types.h"
 #include "benchmarks/support/shared_counter.h"
-#include "platform/linux/scoped_fd.h"
-#include "platform/types.h"
 #include "tests/support/child_process.h"
 
 /// The other sides of what is measured: an application that takes the library's calls, a bare

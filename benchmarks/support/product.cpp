@@ -9,9 +9,9 @@
 #include "ClientComm/TQHPAppEventBase.h"
 #include "ClientComm/TQHPAppleEventProcesser.h"
 #include "ClientComm/TQHPAppleEventSender.h"
+#include "ClientComm/platform/runtime.h"
+#include "ClientComm/platform/text.h"
 #include "benchmarks/support/measurement.h"
-#include "platform/runtime.h"
-#include "platform/text.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "ClientComm/platform/property_list.h"
 #include "benchmarks/support/shared_counter.h"
-#include "platform/property_list.h"
 
 /// A product with its helper: the benchmark's own bundle is one host, others can be made.
 namespace bench {

@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "ClientComm/platform/posix/scoped_fd.h"
 #include "benchmarks/support/measurement.h"
-#include "platform/linux/scoped_fd.h"
 
 namespace bench {
 namespace {

@@ -10,9 +10,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "ClientComm/platform/linux/runtime_folder.h"
 #include "benchmarks/support/measurement.h"
 #include "benchmarks/support/peers.h"
-#include "platform/linux/runtime_folder.h"
 #include "tests/support/test_sandbox.h"
 
 // What the same work costs when nothing is done but the system calls that it cannot do without.

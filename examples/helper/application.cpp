@@ -7,8 +7,8 @@
 #include <map>
 
 #include "ClientComm/TQHPAppleEventProcesser.h"
+#include "ClientComm/platform/bundle.h"
 #include "examples/helper/wire_classes.h"
-#include "platform/bundle.h"
 
 namespace sample {
 namespace {

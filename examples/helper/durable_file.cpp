@@ -10,8 +10,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "ClientComm/platform/file_manager.h"
 #include "examples/helper/scoped_fd.h"
-#include "platform/file_manager.h"
 
 namespace sample {
 namespace {

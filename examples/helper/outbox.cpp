@@ -3,9 +3,9 @@
 #include <filesystem>
 #include <utility>
 
+#include "ClientComm/platform/file_manager.h"
 #include "examples/helper/delivery_in_progress.h"
 #include "examples/helper/durable_file.h"
-#include "platform/file_manager.h"
 
 namespace sample {
 namespace {

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "ClientComm/platform/user_defaults.h"
 #include "examples/helper/durable_file.h"
 #include "examples/helper/text.h"
-#include "platform/user_defaults.h"
 
 namespace sample {
 namespace {

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/property_list.h"
-#include "platform/types.h"
+#include "ClientComm/platform/property_list.h"
+#include "ClientComm/platform/types.h"
 
 namespace sample {
 

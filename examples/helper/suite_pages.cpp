@@ -4,11 +4,11 @@
 
 #include <nlohmann/json.hpp>
 
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/file_manager.h"
 #include "examples/helper/application.h"
 #include "examples/helper/durable_file.h"
 #include "examples/helper/text.h"
-#include "platform/bundle.h"
-#include "platform/file_manager.h"
 
 namespace sample {
 namespace {

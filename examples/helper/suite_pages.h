@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/types.h"
+#include "ClientComm/platform/types.h"
 
 namespace sample {
 

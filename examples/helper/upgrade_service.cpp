@@ -3,11 +3,11 @@
 #include <nlohmann/json.hpp>
 
 #include "ClientComm/TQHPHelperCommunicate.h"
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/text.h"
 #include "examples/helper/application.h"
 #include "examples/helper/durable_file.h"
 #include "examples/helper/text.h"
-#include "platform/file_manager.h"
-#include "platform/text.h"
 
 namespace sample {
 namespace {

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/text.h"
 #include "examples/helper/application.h"
 #include "examples/helper/suite_pages.h"
-#include "platform/bundle.h"
-#include "platform/text.h"
 
 namespace sample {
 

@@ -4,10 +4,10 @@
 
 #include <utility>
 
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/user_defaults.h"
 #include "examples/helper/durable_file.h"
 #include "examples/helper/json_text.h"
-#include "platform/file_manager.h"
-#include "platform/user_defaults.h"
 
 namespace sample {
 namespace {

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string_view>
 
-#include "platform/types.h"
+#include "ClientComm/platform/types.h"
 
 namespace sample {
 

@@ -3,9 +3,9 @@
 #include "ClientComm/TQHPAppleEventSender.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPProcessList.h"
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/text.h"
 #include "examples/host/event_log.h"
-#include "platform/bundle.h"
-#include "platform/text.h"
 
 namespace sample {
 

@@ -3,8 +3,8 @@
 
 #include <ClientComm/TQHPAppEventBase.h>
 #include <ClientComm/TQHPAppleEventProcesser.h>
+#include <ClientComm/platform/runtime.h>
 #include <glib.h>
-#include <platform/runtime.h>
 
 using platform::method;
 

@@ -14,7 +14,7 @@
 #include <fstream>
 #include <set>
 
-#include "platform/property_list.h"
+#include "ClientComm/platform/property_list.h"
 
 namespace tour {
 namespace {

@@ -4,8 +4,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "ClientComm/platform/bundle.h"
 #include "examples/tour/tour.h"
-#include "platform/bundle.h"
 
 namespace tour {
 namespace {

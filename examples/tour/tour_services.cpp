@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "ClientComm/platform/property_list.h"
 #include "examples/tour/tour.h"
-#include "platform/property_list.h"
 
 namespace tour {
 namespace {

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "ClientComm/platform/user_defaults.h"
 #include "examples/helper/console.h"
 #include "examples/helper/customer_service.h"
 #include "examples/helper/data_query.h"
@@ -23,7 +24,6 @@
 #include "examples/helper/usage_archive.h"
 #include "examples/helper/usage_store.h"
 #include "examples/helper/wire_classes.h"
-#include "platform/user_defaults.h"
 #include "tests/support/test_sandbox.h"
 
 namespace {

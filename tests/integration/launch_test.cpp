@@ -14,7 +14,7 @@
 #include "ClientComm/TQHPHelper.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPProcessList.h"
-#include "platform/linux/launch_record.h"
+#include "ClientComm/platform/linux/launch_record.h"
 #include "tests/support/child_process.h"
 #include "tests/support/product_applications.h"
 #include "tests/support/test_application.h"

@@ -4,7 +4,7 @@
 #include <filesystem>
 
 #include "ClientComm/TQHPAppleEventSender.h"
-#include "platform/property_list.h"
+#include "ClientComm/platform/property_list.h"
 #include "tests/support/test_sandbox.h"
 
 namespace fs = std::filesystem;

@@ -10,7 +10,7 @@
 #include "ClientComm/TQHPAppEventBase.h"
 #include "ClientComm/TQHPAppleEventProcesser.h"
 #include "ClientComm/TQHPAppleEventSender.h"
-#include "platform/text.h"
+#include "ClientComm/platform/text.h"
 #include "tests/stress/stress.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_application.h"

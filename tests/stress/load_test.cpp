@@ -17,11 +17,11 @@
 #include <vector>
 
 #include "ClientComm/TQHPAppleEventSender.h"
-#include "platform/bundle.h"
-#include "platform/linux/event_packet.h"
-#include "platform/linux/scoped_fd.h"
-#include "platform/linux/socket_transport.h"
-#include "platform/text.h"
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/linux/event_packet.h"
+#include "ClientComm/platform/linux/socket_transport.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/text.h"
 #include "tests/stress/stress.h"
 #include "tests/support/child_process.h"
 #include "tests/support/product_applications.h"

@@ -16,8 +16,8 @@
 
 #include "ClientComm/TQHPHelper.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
-#include "platform/property_list.h"
-#include "platform/text.h"
+#include "ClientComm/platform/property_list.h"
+#include "ClientComm/platform/text.h"
 #include "tests/stress/sabotage_calls.h"
 #include "tests/stress/stress.h"
 #include "tests/support/child_process.h"

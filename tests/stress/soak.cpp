@@ -21,8 +21,8 @@
 #include <thread>
 #include <vector>
 
+#include "ClientComm/platform/property_list.h"
 #include "examples/tour/host_process.h"
-#include "platform/property_list.h"
 
 // Hosts and their helper over a long time: every service, and random kills. One host is never
 // killed, and the helper is left alone in the second half, so that what they hold can be compared

@@ -13,7 +13,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/linux/scoped_fd.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_sandbox.h"
 

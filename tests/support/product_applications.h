@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/property_list.h"
+#include "ClientComm/platform/property_list.h"
 
 /// A helper and hosts for tests of a helper's life under real hosts. The helper writes down every
 /// call in a journal, with its own process ID; the bundles are those of test_helper.h.

@@ -8,8 +8,8 @@
 
 #include <cstring>
 
-#include "platform/linux/runtime_folder.h"
-#include "platform/linux/socket_path.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/linux/socket_path.h"
 
 namespace support::raw {
 namespace {

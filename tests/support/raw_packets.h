@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/apple_event.h"
-#include "platform/linux/scoped_fd.h"
+#include "ClientComm/platform/apple_event.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
 
 /// Packets built byte by byte, so that a test can send what the library itself never does. A packet
 /// from here is well-formed unless the test says otherwise.

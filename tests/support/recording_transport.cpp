@@ -6,8 +6,8 @@
 #include <memory>
 #include <utility>
 
-#include "platform/apple_event_manager.h"
-#include "platform/process_manager.h"
+#include "ClientComm/platform/apple_event_manager.h"
+#include "ClientComm/platform/process_manager.h"
 
 namespace support {
 namespace {

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/apple_event_transport.h"
+#include "ClientComm/platform/apple_event_transport.h"
 
 namespace support {
 

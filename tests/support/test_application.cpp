@@ -10,8 +10,8 @@
 #include "ClientComm/TQHPAppEventBase.h"
 #include "ClientComm/TQHPAppleEventProcesser.h"
 #include "ClientComm/TQHPAppleEventSender.h"
-#include "platform/bundle.h"
-#include "platform/text.h"
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/text.h"
 #include "tests/support/test_sandbox.h"
 
 namespace support {

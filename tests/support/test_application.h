@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/property_list.h"
+#include "ClientComm/platform/property_list.h"
 #include "tests/support/child_process.h"
 
 /// Applications for tests: bundles in the private folder whose executable is the test program

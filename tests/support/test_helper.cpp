@@ -8,8 +8,8 @@
 #include <system_error>
 
 #include "ClientComm/TQHPAppleEventProcesser.h"
-#include "platform/linux/process_text.h"
-#include "platform/linux/removed_name.h"
+#include "ClientComm/platform/linux/process_text.h"
+#include "ClientComm/platform/posix/removed_name.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/property_list.h"
+#include "ClientComm/platform/property_list.h"
 #include "tests/support/child_process.h"
 
 /// The helper that the test's own bundle names in its Info dictionary, and what the two leave for

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/property_list.h"
+#include "ClientComm/platform/property_list.h"
 
 /// Every test program runs as the executable of a real bundle, "TestHost.app", in a private folder
 /// with its own home, configuration and runtime folders. A supervisor outside removes the folder

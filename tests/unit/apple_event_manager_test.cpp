@@ -1,4 +1,4 @@
-#include "platform/apple_event_manager.h"
+#include "ClientComm/platform/apple_event_manager.h"
 
 #include <gtest/gtest.h>
 

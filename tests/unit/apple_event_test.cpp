@@ -1,4 +1,4 @@
-#include "platform/apple_event.h"
+#include "ClientComm/platform/apple_event.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "platform/linux/bundle_identities.h"
+#include "ClientComm/platform/linux/bundle_identities.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -15,11 +15,11 @@
 #include <functional>
 #include <string>
 
-#include "platform/linux/local_file.h"
-#include "platform/linux/patient_reader.h"
-#include "platform/linux/peer_identity.h"
-#include "platform/linux/runtime_folder.h"
-#include "platform/linux/scoped_fd.h"
+#include "ClientComm/platform/linux/local_file.h"
+#include "ClientComm/platform/linux/patient_reader.h"
+#include "ClientComm/platform/linux/peer_identity.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"

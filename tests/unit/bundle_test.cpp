@@ -1,4 +1,4 @@
-#include "platform/bundle.h"
+#include "ClientComm/platform/bundle.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -14,8 +14,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/file_manager.h"
-#include "platform/linux/own_executable.h"
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/linux/own_executable.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_sandbox.h"
 

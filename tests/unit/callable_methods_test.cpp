@@ -8,8 +8,8 @@
 
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPHelperControl.h"
-#include "platform/runtime.h"
-#include "platform/user_defaults.h"
+#include "ClientComm/platform/runtime.h"
+#include "ClientComm/platform/user_defaults.h"
 #include "tests/support/recording_transport.h"
 #include "tests/support/test_helper.h"
 #include "tests/support/test_sandbox.h"

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "ClientComm/TQHPHelperCommunicate.h"
-#include "platform/file_manager.h"
-#include "platform/linux/scoped_fd.h"
-#include "platform/property_list.h"
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/property_list.h"
 #include "tests/support/permissions.h"
 #include "tests/support/recording_transport.h"
 #include "tests/support/test_application.h"

@@ -1,4 +1,4 @@
-#include "platform/portable/event_limits.h"
+#include "ClientComm/platform/portable/event_limits.h"
 
 #include <gtest/gtest.h>
 
@@ -7,8 +7,8 @@
 #include <string>
 #include <utility>
 
-#include "platform/apple_event.h"
-#include "platform/linux/apple_event_wire.h"
+#include "ClientComm/platform/apple_event.h"
+#include "ClientComm/platform/posix/apple_event_codec.h"
 
 namespace {
 

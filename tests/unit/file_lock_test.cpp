@@ -1,4 +1,4 @@
-#include "platform/file_lock.h"
+#include "ClientComm/platform/file_lock.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "platform/file_manager.h"
+#include "ClientComm/platform/file_manager.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

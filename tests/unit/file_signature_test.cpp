@@ -1,4 +1,4 @@
-#include "platform/linux/file_signature.h"
+#include "ClientComm/platform/posix/file_signature.h"
 
 #include <gtest/gtest.h>
 

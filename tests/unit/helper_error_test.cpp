@@ -5,7 +5,7 @@
 #include <string>
 
 #include "ClientComm/TQHPHelperError.h"
-#include "platform/runtime.h"
+#include "ClientComm/platform/runtime.h"
 
 namespace {
 

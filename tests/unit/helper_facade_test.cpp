@@ -9,7 +9,7 @@
 
 #include "ClientComm/TQHPHelper.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
-#include "platform/timer.h"
+#include "ClientComm/platform/timer.h"
 #include "tests/support/recording_transport.h"
 #include "tests/support/test_helper.h"
 #include "tests/support/test_sandbox.h"

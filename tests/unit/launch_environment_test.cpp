@@ -1,4 +1,4 @@
-#include "platform/linux/launch_environment.h"
+#include "ClientComm/platform/linux/launch_environment.h"
 
 #include <gtest/gtest.h>
 

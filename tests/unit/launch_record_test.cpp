@@ -1,4 +1,4 @@
-#include "platform/linux/launch_record.h"
+#include "ClientComm/platform/linux/launch_record.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -7,8 +7,8 @@
 #include <string>
 #include <utility>
 
-#include "platform/linux/process_stat.h"
-#include "platform/linux/runtime_folder.h"
+#include "ClientComm/platform/linux/process_stat.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
 #include "tests/support/test_sandbox.h"
 
 namespace {

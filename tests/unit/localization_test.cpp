@@ -1,4 +1,4 @@
-#include "platform/linux/localization.h"
+#include "ClientComm/platform/portable/localization.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/bundle.h"
+#include "ClientComm/platform/bundle.h"
 #include "tests/support/test_sandbox.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/linux/peer_identity.h"
+#include "ClientComm/platform/linux/peer_identity.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -20,11 +20,11 @@
 #include <functional>
 #include <string>
 
-#include "platform/linux/known_peers.h"
-#include "platform/linux/peer_process.h"
-#include "platform/linux/runtime_folder.h"
-#include "platform/linux/scoped_fd.h"
-#include "platform/linux/socket_path.h"
+#include "ClientComm/platform/linux/known_peers.h"
+#include "ClientComm/platform/linux/peer_process.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/linux/socket_path.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"

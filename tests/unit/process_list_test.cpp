@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "ClientComm/TQHPProcessList.h"
-#include "platform/linux/check_in.h"
+#include "ClientComm/platform/linux/process_record.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"

@@ -1,4 +1,4 @@
-#include "platform/process_manager.h"
+#include "ClientComm/platform/process_manager.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/check_in.h"
-#include "platform/linux/peer_identity.h"
-#include "platform/linux/scoped_fd.h"
+#include "ClientComm/platform/linux/peer_identity.h"
+#include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"

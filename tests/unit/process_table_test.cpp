@@ -1,4 +1,4 @@
-#include "platform/process_table.h"
+#include "ClientComm/platform/process_table.h"
 
 #include <gtest/gtest.h>
 #include <sys/prctl.h>

@@ -1,4 +1,4 @@
-#include "platform/linux/process_text.h"
+#include "ClientComm/platform/linux/process_text.h"
 
 #include <gtest/gtest.h>
 

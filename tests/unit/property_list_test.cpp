@@ -1,4 +1,4 @@
-#include "platform/property_list.h"
+#include "ClientComm/platform/property_list.h"
 
 #include <gtest/gtest.h>
 #include <locale.h>
@@ -23,7 +23,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/file_manager.h"
+#include "ClientComm/platform/file_manager.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_sandbox.h"
 

@@ -1,4 +1,4 @@
-#include "platform/removed_bundle.h"
+#include "ClientComm/platform/removed_bundle.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "ClientComm/TQHPProcessList.h"
-#include "platform/file_manager.h"
-#include "platform/linux/process_text.h"
-#include "platform/linux/removed_name.h"
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/linux/process_text.h"
+#include "ClientComm/platform/posix/removed_name.h"
 #include "tests/support/child_process.h"
 #include "tests/support/permissions.h"
 #include "tests/support/test_application.h"

@@ -1,4 +1,4 @@
-#include "platform/linux/running_application.h"
+#include "ClientComm/platform/linux/running_application.h"
 
 #include <gtest/gtest.h>
 #include <linux/capability.h>
@@ -22,11 +22,11 @@
 
 #include "ClientComm/TQHPAppleEventProcesser.h"
 #include "ClientComm/TQHPProcessList.h"
-#include "platform/linux/check_in.h"
-#include "platform/linux/launch_record.h"
-#include "platform/linux/process_stat.h"
-#include "platform/linux/runtime_folder.h"
-#include "platform/workspace.h"
+#include "ClientComm/platform/linux/launch_record.h"
+#include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/linux/process_stat.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/workspace.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_helper.h"

@@ -1,4 +1,4 @@
-#include "platform/linux/runtime_folder.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/file_manager.h"
-#include "platform/linux/scoped_fd.h"
-#include "platform/linux/settings_file.h"
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/posix/settings_file.h"
 #include "tests/support/permissions.h"
 #include "tests/support/stepped_process.h"
 #include "tests/support/test_sandbox.h"

@@ -12,8 +12,8 @@
 
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPHelperControl.h"
-#include "platform/bundle.h"
-#include "platform/property_list.h"
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/property_list.h"
 #include "tests/support/permissions.h"
 #include "tests/support/recording_transport.h"
 #include "tests/support/test_sandbox.h"

@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <string>
 
-#include "platform/property_list.h"
-#include "platform/user_defaults.h"
+#include "ClientComm/platform/property_list.h"
+#include "ClientComm/platform/user_defaults.h"
 #include "tests/support/test_sandbox.h"
 
 namespace {

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "ClientComm/TQHPHelperCommunicate.h"
-#include "platform/file_manager.h"
-#include "platform/linux/settings_file.h"
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/posix/settings_file.h"
 #include "tests/support/child_process.h"
 #include "tests/support/mounts.h"
 #include "tests/support/permissions.h"

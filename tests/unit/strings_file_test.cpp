@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/file_manager.h"
-#include "platform/property_list.h"
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/property_list.h"
 #include "tests/support/test_sandbox.h"
 
 namespace {

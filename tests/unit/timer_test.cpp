@@ -1,4 +1,4 @@
-#include "platform/timer.h"
+#include "ClientComm/platform/timer.h"
 
 #include <glib.h>
 #include <gtest/gtest.h>

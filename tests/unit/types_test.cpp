@@ -1,4 +1,4 @@
-#include "platform/types.h"
+#include "ClientComm/platform/types.h"
 
 #include <gtest/gtest.h>
 

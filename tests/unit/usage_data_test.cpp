@@ -6,7 +6,7 @@
 
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPUploadByHelper.h"
-#include "platform/user_defaults.h"
+#include "ClientComm/platform/user_defaults.h"
 #include "tests/support/recording_transport.h"
 #include "tests/support/test_helper.h"
 #include "tests/support/test_sandbox.h"

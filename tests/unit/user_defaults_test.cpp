@@ -1,4 +1,4 @@
-#include "platform/user_defaults.h"
+#include "ClientComm/platform/user_defaults.h"
 
 #include <glib.h>
 #include <gtest/gtest.h>
@@ -18,9 +18,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/file_manager.h"
-#include "platform/linux/file_signature.h"
-#include "platform/linux/scoped_fd.h"
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/posix/file_signature.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
 #include "tests/support/child_process.h"
 #include "tests/support/system_calls.h"
 #include "tests/support/test_sandbox.h"

@@ -1,4 +1,4 @@
-#include "platform/linux/user_folders.h"
+#include "ClientComm/platform/posix/user_folders.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -15,10 +15,10 @@
 #include <string>
 
 #include "ClientComm/TQHPHelper.h"
-#include "platform/file_manager.h"
-#include "platform/linux/runtime_folder.h"
-#include "platform/linux/settings_file.h"
-#include "platform/user_defaults.h"
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/posix/settings_file.h"
+#include "ClientComm/platform/user_defaults.h"
 #include "tests/support/child_process.h"
 #include "tests/support/product_applications.h"
 #include "tests/support/test_application.h"

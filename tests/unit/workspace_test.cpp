@@ -1,4 +1,4 @@
-#include "platform/workspace.h"
+#include "ClientComm/platform/workspace.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -26,10 +26,10 @@
 #include <thread>
 #include <vector>
 
-#include "platform/linux/check_in.h"
-#include "platform/linux/runtime_folder.h"
-#include "platform/linux/scoped_fd.h"
-#include "platform/process_manager.h"
+#include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/process_manager.h"
 #include "tests/support/child_process.h"
 #include "tests/support/system_calls.h"
 #include "tests/support/test_application.h"

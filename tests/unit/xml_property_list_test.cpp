@@ -15,9 +15,9 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/property_list.h"
-#include "platform/text.h"
-#include "platform/user_defaults.h"
+#include "ClientComm/platform/property_list.h"
+#include "ClientComm/platform/text.h"
+#include "ClientComm/platform/user_defaults.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_sandbox.h"
 

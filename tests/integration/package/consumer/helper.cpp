@@ -1,5 +1,5 @@
 #include <ClientComm/TQHPTypes.h>
-#include <platform/bundle.h>
+#include <ClientComm/platform/bundle.h>
 
 #include <cstdio>
 

@@ -1,0 +1,235 @@
+#include "ClientComm/platform/bundle.h"
+
+#include <sys/auxv.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <utility>
+
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/linux/own_executable.h"
+#include "ClientComm/platform/portable/localization.h"
+#include "ClientComm/platform/posix/bundle_files.h"
+#include "ClientComm/platform/posix/property_list_file.h"
+
+namespace platform {
+namespace {
+
+constexpr std::string_view kExecutableFolders[] = {"Contents/Linux", "Contents/MacOS"};
+constexpr std::string_view kLocalizationExtension = "lproj";
+constexpr const char* kLastResortLocalization = "en";
+
+std::string_view withoutLastComponent(std::string_view path) {
+  return path.substr(0, path.rfind('/'));
+}
+
+bool isApplicationPath(std::string_view path) { return pathExtension(path) == "app"; }
+
+// The application bundle whose executable lies at `executable`; else the executable's folder.
+std::string bundleEnclosing(std::string_view executable) {
+  const std::string_view folder = withoutLastComponent(executable);
+  for (const std::string_view executables : kExecutableFolders) {
+    if (!folder.ends_with(executables)) continue;
+    std::string_view bundle = folder.substr(0, folder.size() - executables.size());
+    if (!bundle.ends_with('/')) continue;
+    bundle.remove_suffix(1);
+    if (isApplicationPath(bundle)) return std::string(bundle);
+  }
+  return folder.empty() ? "/" : std::string(folder);
+}
+
+bool isExecutableFile(const std::string& path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+         access(path.c_str(), X_OK) == 0;
+}
+
+std::optional<PropertyListValue> valueIn(const std::optional<PropertyListDictionary>& dictionary,
+                                         std::string_view key) {
+  if (!dictionary) return std::nullopt;
+  const auto found = dictionary->find(key);
+  if (found == dictionary->end()) return std::nullopt;
+  return found->second;
+}
+
+// The names of the localisation folders in `resources`, without their extension.
+std::vector<std::string> localizationsIn(const std::string& resources) {
+  std::vector<std::string> names;
+  for (std::string& name : contentsOfDirectoryAtPath(resources)) {
+    if (pathExtension(name) != kLocalizationExtension) continue;
+    name.resize(name.size() - kLocalizationExtension.size() - 1);
+    names.push_back(std::move(name));
+  }
+  return names;
+}
+
+std::string localizationFolder(const std::string& localization) {
+  return localization + "." + std::string(kLocalizationExtension);
+}
+
+}  // namespace
+
+std::string ownExecutablePath() {
+  constexpr std::string_view kRemovedMark = " (deleted)";
+  std::array<char, PATH_MAX> text;
+  const ssize_t length = readlink("/proc/self/exe", text.data(), text.size());
+  if (length <= 0) return {};
+  std::string path(text.data(), static_cast<std::size_t>(length));
+  if (path.ends_with(kRemovedMark) && !fileExistsAtPath(path)) {
+    path.resize(path.size() - kRemovedMark.size());
+  }
+  return path;
+}
+
+namespace {
+
+// The path as this process was launched by, which a host knows it under, where that leads to the
+// same bundle as the path that the kernel gives: that one has no symbolic links.
+std::string launchedBundlePath() {
+  std::string path = bundleEnclosing(ownExecutablePath());
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the form in which the system hands it over
+  const auto* const named = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+  if (named == nullptr || *named != '/') return path;
+  std::string launched = bundleEnclosing(named);
+  return isApplicationPath(launched) && isSameBundle(launched, path) ? launched : path;
+}
+
+}  // namespace
+
+struct Bundle::State {
+  std::string path;
+  std::optional<PropertyListDictionary> info;
+
+  std::string infoPath() const {
+    return stringByAppendingPathComponent(path, "Contents/Info.plist");
+  }
+
+  std::optional<PropertyListDictionary> readInfo() const {
+    if (!isApplicationPath(path)) return std::nullopt;
+    return dictionaryWithContentsOfFile(infoPath());
+  }
+
+  /// Reads the Info dictionary that is kept. After a failure that may pass it stays unread, since a
+  /// process that kept an empty one would have no identity for its life.
+  void keepInfo() {
+    std::optional<PropertyListDictionary> read;
+    int error = isApplicationPath(path) ? readDictionaryFile(infoPath(), read) : 0;
+    if (mayPass(error)) error = readDictionaryFile(infoPath(), read);
+    if (!mayPass(error)) info = std::move(read).value_or(PropertyListDictionary());
+  }
+
+ private:
+  static bool mayPass(int error) noexcept {
+    return error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO || error == EINTR;
+  }
+};
+
+Bundle& Bundle::mainBundle() {
+  static auto* const bundle = new Bundle(launchedBundlePath());
+  return *bundle;
+}
+
+Bundle::Bundle(std::string path) : state_(std::make_unique<State>(State{std::move(path), {}})) {}
+Bundle::~Bundle() = default;
+Bundle::Bundle(Bundle&&) noexcept = default;
+Bundle& Bundle::operator=(Bundle&&) noexcept = default;
+
+const std::string& Bundle::bundlePath() const { return state_->path; }
+
+const PropertyListDictionary& Bundle::infoDictionary() const {
+  static const auto* const unread = new PropertyListDictionary;
+  if (!state_->info) state_->keepInfo();
+  return state_->info ? *state_->info : *unread;
+}
+
+std::optional<PropertyListValue> Bundle::infoValue(std::string_view key) const {
+  const PropertyListDictionary& info = infoDictionary();
+  const auto found = info.find(key);
+  if (found == info.end()) return std::nullopt;
+  return found->second;
+}
+
+OptionalString Bundle::infoString(std::string_view key) const {
+  const auto value = infoValue(key);
+  return value ? value->stringValue() : std::nullopt;
+}
+
+std::optional<PropertyListValue> Bundle::objectForInfoDictionaryKey(std::string_view key) const {
+  if (const auto strings = pathForResource("InfoPlist", "strings")) {
+    if (auto localized = valueIn(dictionaryWithContentsOfFile(*strings), key)) return localized;
+  }
+  return valueIn(state_->readInfo(), key);
+}
+
+OptionalString Bundle::bundleIdentifier() const { return infoString(kCFBundleIdentifierKey); }
+
+OptionalString Bundle::executablePath() const {
+  if (!isApplicationPath(state_->path)) return std::nullopt;
+  OptionalString name = infoString(kCFBundleExecutableKey);
+  if (!name) {
+    name = lastPathComponent(state_->path);
+    name->resize(name->size() - std::string_view(".app").size());
+  }
+  // A name that leads elsewhere is none.
+  if (name->empty() || name->find('/') != std::string::npos) return std::nullopt;
+  for (const std::string_view folder : kExecutableFolders) {
+    std::string path =
+        stringByAppendingPathComponent(stringByAppendingPathComponent(state_->path, folder), *name);
+    if (isExecutableFile(path)) return path;
+  }
+  return std::nullopt;
+}
+
+std::string Bundle::resourcePath() const {
+  if (!isApplicationPath(state_->path)) return state_->path;
+  return stringByAppendingPathComponent(state_->path, "Contents/Resources");
+}
+
+OptionalString Bundle::pathForResource(std::string_view name, std::string_view type) const {
+  if (name.empty()) return std::nullopt;
+  std::string file(name);
+  if (!type.empty()) file.append(".").append(type);
+  const std::string resources = resourcePath();
+  std::string path = stringByAppendingPathComponent(resources, file);
+  if (fileExistsAtPath(path)) return path;
+  const std::vector<std::string> folders = localizationsIn(resources);
+  const std::vector<std::string> languages[] = {userLanguages(), {developmentRegion()}};
+  for (const auto& wanted : languages) {
+    for (const std::string& localization : matchingLocalizations(folders, wanted)) {
+      path = stringByAppendingPathComponent(
+          stringByAppendingPathComponent(resources, localizationFolder(localization)), file);
+      if (fileExistsAtPath(path)) return path;
+    }
+  }
+  return std::nullopt;
+}
+
+std::vector<std::string> Bundle::pathsForResourcesOfType(std::string_view type,
+                                                         std::string_view directory) const {
+  const std::string folder = stringByAppendingPathComponent(state_->path, directory);
+  std::vector<std::string> paths;
+  for (const std::string& name : contentsOfDirectoryAtPath(folder)) {
+    if (pathExtension(name) == type) paths.push_back(stringByAppendingPathComponent(folder, name));
+  }
+  return paths;
+}
+
+std::vector<std::string> Bundle::preferredLocalizations() const {
+  const std::vector<std::string> folders = localizationsIn(resourcePath());
+  std::vector<std::string> matches = matchingLocalizations(folders, userLanguages());
+  if (!matches.empty()) return matches;
+  const std::string region = developmentRegion();
+  matches = matchingLocalizations(folders, {region});
+  matches.resize(1, region);
+  return matches;
+}
+
+std::string Bundle::developmentRegion() const {
+  OptionalString region = infoString(kCFBundleDevelopmentRegionKey);
+  return region && !region->empty() ? *std::move(region) : kLastResortLocalization;
+}
+
+}  // namespace platform

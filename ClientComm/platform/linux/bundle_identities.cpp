@@ -1,0 +1,147 @@
+#include "ClientComm/platform/linux/bundle_identities.h"
+
+#include <chrono>
+#include <mutex>
+#include <unordered_map>
+#include <utility>
+
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/linux/local_file.h"
+#include "ClientComm/platform/linux/patient_reader.h"
+#include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/posix/file_signature.h"
+#include "ClientComm/platform/posix/removed_name.h"
+#include "ClientComm/platform/process_manager.h"
+
+namespace platform {
+namespace {
+
+OptionalString textIn(const PropertyListDictionary& info, const char* key) {
+  const auto value = info.find(key);
+  OptionalString text = value != info.end() ? value->second.stringValue() : std::nullopt;
+  return text && text->size() <= kMaximumIdentifierLength ? text : std::nullopt;
+}
+
+std::optional<BundleIdentity> identityIn(const std::string& path,
+                                         const std::optional<std::string>& bytes) {
+  const auto list = bytes ? propertyListFromBytes(*bytes) : std::nullopt;
+  const auto* const info = list ? list->dictionary() : nullptr;
+  if (info == nullptr) return std::nullopt;
+  return BundleIdentity{path, textIn(*info, kCFBundleIdentifierKey),
+                        textIn(*info, kCFBundleNameKey)};
+}
+
+/// Identities of bundles as their Info dictionaries say, each read again only when its file
+/// changed. Those on file systems that may not answer are read by another process, and not again
+/// for a while.
+class BundleIdentities {
+ public:
+  struct Answer {
+    LocalAccess access;
+    std::optional<BundleIdentity> identity;
+  };
+
+  /// The identity of the bundle that stands at `path` now, where it is on a local file system;
+  /// nothing when its Info dictionary is missing, malformed or too large.
+  Answer localIdentityAt(const std::string& path) {
+    const LocalFile info = openLocalFile(path + kInfoFile);
+    if (info.access != LocalAccess::kOpen) return {info.access, std::nullopt};
+    const auto signature = FileSignature::ofDescriptor(info.file.get());
+    if (!signature || !signature->isRegularFile()) return {LocalAccess::kMissing, std::nullopt};
+    const std::lock_guard lock(mutex_);
+    if (const auto known = local_.find(path); known != local_.end()) {
+      const FileSignature& old = known->second.signature;
+      if (old.isSettled() && old == *signature) return {info.access, known->second.identity};
+    } else if (local_.size() >= kCapacity) {
+      local_.clear();
+    }
+    auto identity = identityIn(path, contentsOfLocalFile(info.file.get(), kLargestInfo));
+    local_.insert_or_assign(path, Local{*signature, identity});
+    return {info.access, std::move(identity)};
+  }
+
+  /// The same for a bundle on any other file system.
+  std::optional<BundleIdentity> remoteIdentityAt(const std::string& path) {
+    const std::lock_guard lock(mutex_);
+    const auto now = Clock::now();
+    if (const auto known = remote_.find(path); known != remote_.end()) {
+      const Clock::duration validity = known->second.identity ? kRemoteValidity : kReadPause;
+      if (now - known->second.readAt < validity) return known->second.identity;
+    } else if (remote_.size() >= kCapacity) {
+      remote_.clear();
+    }
+    auto identity = identityIn(path, readByChildProcess(path + kInfoFile, kLargestInfo));
+    remote_.insert_or_assign(path, Remote{now, identity});
+    return identity;
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct Local {
+    FileSignature signature;
+    std::optional<BundleIdentity> identity;
+  };
+  struct Remote {
+    Clock::time_point readAt;
+    std::optional<BundleIdentity> identity;
+  };
+  static constexpr std::size_t kCapacity = 128;
+  static constexpr std::chrono::minutes kRemoteValidity{1};
+  static constexpr char kInfoFile[] = "/Contents/Info.plist";
+
+  std::mutex mutex_;
+  std::unordered_map<std::string, Local> local_;
+  std::unordered_map<std::string, Remote> remote_;
+};
+
+BundleIdentities& bundleIdentities() {
+  static BundleIdentities& identities = *new BundleIdentities;
+  return identities;
+}
+
+OptionalString acceptable(std::string text) {
+  const bool isAccepted = !text.empty() && text.size() <= kMaximumIdentifierLength;
+  return isAccepted ? OptionalString(std::move(text)) : std::nullopt;
+}
+
+// What the process itself checked in as, in the place of what it was started from.
+std::optional<BundleIdentity> checkedInIdentity(pid_t pid, const std::string& bundlePath) {
+  auto record = pid > 0 ? checkInRecordForPID(pid) : std::nullopt;
+  if (!record) return std::nullopt;
+  return BundleIdentity{record->bundlePath.empty() ? bundlePath : record->bundlePath,
+                        acceptable(std::move(record->bundleIdentifier)),
+                        acceptable(std::move(record->bundleName))};
+}
+
+}  // namespace
+
+std::optional<BundleIdentity> ownIdentity(pid_t pid, const ExecutableLink& link,
+                                          std::string_view bundlePath) {
+  const std::string path(bundlePath);
+  if (link.isRemoved()) return checkedInIdentity(pid, path);
+  auto local = bundleIdentities().localIdentityAt(path);
+  if (local.identity) return std::move(local.identity);
+  auto checkedIn = checkedInIdentity(pid, path);
+  if (local.access != LocalAccess::kMayBlock ||
+      (checkedIn && checkedIn->path == pathBeforeRemoval(path))) {
+    return checkedIn;
+  }
+  auto remote = bundleIdentities().remoteIdentityAt(path);
+  return remote ? std::move(remote) : std::move(checkedIn);
+}
+
+BundleIdentity successorIdentity(std::string_view bundlePath) {
+  std::string path = pathBeforeRemoval(bundlePath);
+  auto [access, identity] = bundleIdentities().localIdentityAt(path);
+  if (access == LocalAccess::kMayBlock) identity = bundleIdentities().remoteIdentityAt(path);
+  return identity ? *std::move(identity) : BundleIdentity{std::move(path), {}, {}};
+}
+
+PropertyListDictionary dictionaryOf(const BundleIdentity& identity) {
+  PropertyListDictionary dictionary = {{kBundlePathKey, pathBeforeRemoval(identity.path)}};
+  if (identity.identifier) dictionary[kCFBundleIdentifierKey] = *identity.identifier;
+  if (identity.name) dictionary[kCFBundleNameKey] = *identity.name;
+  return dictionary;
+}
+
+}  // namespace platform

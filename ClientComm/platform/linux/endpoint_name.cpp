@@ -1,0 +1,109 @@
+#include "ClientComm/platform/linux/endpoint_name.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <utility>
+
+#include "ClientComm/platform/linux/endpoint_record.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/linux/socket_path.h"
+
+namespace platform {
+namespace {
+
+// Events that wait to be accepted; the kernel cuts it to net.core.somaxconn.
+constexpr int kBacklog = 4096;
+
+// The name to remove when the process exits, and the process.
+const EndpointName* takenName = nullptr;
+pid_t takenNameOwner = 0;
+
+void removeNameAtExit() {
+  // A forked child runs this too; it must not unlink its parent's socket.
+  if (takenName != nullptr && getpid() == takenNameOwner) takenName->remove();
+}
+
+void noteTakenName(const EndpointName* name) {
+  [[maybe_unused]] static const int registered = std::atexit(removeNameAtExit);
+  takenName = name;
+  takenNameOwner = getpid();
+}
+
+}  // namespace
+
+EndpointName::EndpointName(const std::string& identifier)
+    : name_(fileNameForIdentifier(identifier)) {}
+
+EndpointName::~EndpointName() {
+  remove();
+  if (takenName == this) takenName = nullptr;
+}
+
+OSErr EndpointName::take(ScopedFd& listener) {
+  isTaken_ = false;
+  const ScopedFd folder = openRuntimeFolder(true);
+  if (!folder.isValid()) return errAEEventNotPermitted;
+  ScopedFd socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!socket.isValid()) return memFullErr;
+  if (const OSErr status = bindAndListen(folder.get(), socket.get()); status != noErr) {
+    return status;
+  }
+  listener = std::move(socket);
+  isTaken_ = true;
+  noteTakenName(this);
+  return noErr;
+}
+
+// The name is taken by renaming a listening socket onto it: a sender finds either the former
+// endpoint or this one, never a socket that does not listen yet. The kernel goes on to tell the
+// name that the socket was bound to, by which `listeningOf` knows it.
+OSErr EndpointName::bindAndListen(int folder, int socket) {
+  const std::string ownName = name_ + "." + std::to_string(getpid());
+  unlinkat(folder, ownName.c_str(), 0);
+  const SocketPath path(ownName);
+  struct stat status {};
+  if (!path.isValid() || bind(socket, path.address(), SocketPath::size()) != 0 ||
+      fchmodat(folder, ownName.c_str(), S_IRUSR | S_IWUSR, 0) != 0 ||
+      fstatat(folder, ownName.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+      ::listen(socket, kBacklog) != 0) {
+    unlinkat(folder, ownName.c_str(), 0);
+    return errAEEventNotPermitted;
+  }
+  // Before the name leads here, so that the endpoint has its record from the first moment.
+  writeEndpointRecord(folder, name_, status);
+  if (renameat(folder, ownName.c_str(), folder, name_.c_str()) != 0) {
+    unlinkat(folder, ownName.c_str(), 0);
+    return errAEEventNotPermitted;
+  }
+  device_ = status.st_dev;
+  inode_ = status.st_ino;
+  return noErr;
+}
+
+bool EndpointName::leadsHere() const noexcept {
+  struct stat status {};
+  const SocketPath path(name_);
+  return isTaken_ && path.isValid() && lstat(path.path(), &status) == 0 &&
+         status.st_dev == device_ && status.st_ino == inode_;
+}
+
+bool EndpointName::leadsElsewhere() const {
+  const SocketPath path(name_);
+  const ScopedFd probe(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!path.isValid() || !probe.isValid()) return false;
+  return connect(probe.get(), path.address(), SocketPath::size()) == 0 || errno == EAGAIN;
+}
+
+void EndpointName::remove() const noexcept {
+  if (!leadsHere()) return;
+  unlink(SocketPath(name_).path());
+  const ScopedFd folder = openRuntimeFolder(false);
+  if (folder.isValid()) removeEndpointRecord(folder.get(), name_);
+}
+
+}  // namespace platform

@@ -1,0 +1,147 @@
+#include "ClientComm/platform/linux/endpoint_record.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <string_view>
+
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/linux/own_executable.h"
+#include "ClientComm/platform/linux/runtime_file.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/linux/socket_path.h"
+#include "ClientComm/platform/posix/bundle_files.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/process_manager.h"
+#include "ClientComm/platform/property_list.h"
+
+namespace platform {
+namespace {
+
+constexpr char kDeviceKey[] = "SocketDevice";
+constexpr char kInodeKey[] = "SocketInode";
+
+std::string recordName(const std::string& socketName) { return "endpoint." + socketName; }
+
+PropertyListValue numberValue(std::uint64_t number) { return number; }
+
+bool hasNumber(const PropertyListDictionary& dictionary, std::string_view key,
+               std::uint64_t number) {
+  const auto entry = dictionary.find(key);
+  if (entry == dictionary.end()) return false;
+  const auto& value = entry->second.variant();
+  if (const auto* const small = std::get_if<std::int64_t>(&value)) {
+    return *small >= 0 && static_cast<std::uint64_t>(*small) == number;
+  }
+  const auto* const large = std::get_if<std::uint64_t>(&value);
+  return large != nullptr && *large == number;
+}
+
+// The process that listens on the socket file; 0 when it cannot be seen from here, or its queue is
+// full; nothing when no process of this user listens.
+std::optional<pid_t> listenerOf(const std::string& socketName) {
+  const SocketPath path(socketName);
+  const ScopedFd probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!path.isValid() || !probe.isValid()) return std::nullopt;
+  if (connect(probe.get(), path.address(), SocketPath::size()) != 0) {
+    return errno == EAGAIN ? std::optional(0) : std::nullopt;
+  }
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (getsockopt(probe.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return std::nullopt;
+  return peer.uid == geteuid() ? std::optional(peer.pid) : std::nullopt;
+}
+
+OptionalString bundlePathInRecord(int folder, const std::string& socketName) {
+  const auto bytes = readRuntimeFile(folder, recordName(socketName));
+  const auto list = bytes ? propertyListFromBytes(*bytes) : std::nullopt;
+  const auto* const record = list ? list->dictionary() : nullptr;
+  struct stat socket = {};
+  if (record == nullptr || fstatat(folder, socketName.c_str(), &socket, AT_SYMLINK_NOFOLLOW) != 0 ||
+      !hasNumber(*record, kDeviceKey, socket.st_dev) ||
+      !hasNumber(*record, kInodeKey, socket.st_ino)) {
+    return std::nullopt;
+  }
+  const auto path = record->find(kBundlePathKey);
+  return path != record->end() ? path->second.stringValue() : std::nullopt;
+}
+
+// The path under which a socket of this line of /proc/net/unix listens; empty when it does not.
+std::string listeningPath(const std::string& line) {
+  constexpr unsigned kIsListening = 0x10000;
+  std::istringstream fields(line);
+  std::string field;
+  std::string flags;
+  fields >> field >> field >> field >> flags >> field >> field >> field;
+  if ((std::strtoul(flags.c_str(), nullptr, 16) & kIsListening) == 0) return {};
+  std::string path;
+  std::getline(fields >> std::ws, path);
+  return path;
+}
+
+// Whether the process finds the runtime folder of this one at `path`.
+bool isOwnFolder(const std::string& process, const std::string& path) {
+  struct stat seen = {};
+  struct stat own = {};
+  if (stat((process + "/root" + path).c_str(), &seen) != 0 ||
+      stat(runtimeFolderPath().c_str(), &own) != 0) {
+    return path == runtimeFolderPath();
+  }
+  return seen.st_dev == own.st_dev && seen.st_ino == own.st_ino;
+}
+
+}  // namespace
+
+void writeEndpointRecord(int folder, const std::string& socketName, const struct stat& socket) {
+  const Bundle& bundle = Bundle::mainBundle();
+  if (!isMainExecutable(bundle, ownExecutablePath())) return;
+  replaceRuntimeFile(folder, recordName(socketName),
+                     xmlPropertyList({{kBundlePathKey, bundle.bundlePath()},
+                                      {kDeviceKey, numberValue(socket.st_dev)},
+                                      {kInodeKey, numberValue(socket.st_ino)}}));
+}
+
+void removeEndpointRecord(int folder, const std::string& socketName) noexcept {
+  std::array<char, 128> name = {};
+  std::snprintf(name.data(), name.size(), "endpoint.%s", socketName.c_str());
+  unlinkat(folder, name.data(), 0);
+}
+
+OptionalString bundleOfUnseenEndpoint(const std::string& identifier) {
+  const std::string socketName = fileNameForIdentifier(identifier);
+  if (listenerOf(socketName) != 0) return std::nullopt;
+  const ScopedFd folder = openRuntimeFolder(false);
+  return folder.isValid() ? bundlePathInRecord(folder.get(), socketName) : std::nullopt;
+}
+
+bool holdsEndpoint(pid_t pid, const std::string& identifier) {
+  return listenerOf(fileNameForIdentifier(identifier)) == pid;
+}
+
+// The kernel keeps the name that the socket was bound to, before it was renamed; see EndpointName.
+Listening listeningOf(pid_t pid, const std::string& identifier) {
+  const std::string process = "/proc/" + std::to_string(pid);
+  const std::string bound = "/" + fileNameForIdentifier(identifier) + "." + std::to_string(pid);
+  auto result = Listening::kNowhere;
+  std::ifstream table(process + "/net/unix");
+  for (std::string line; std::getline(table, line);) {
+    if (!line.ends_with(bound)) continue;
+    const std::string path = listeningPath(line);
+    if (!path.ends_with(bound)) continue;
+    const std::string folder = path.substr(0, path.size() - bound.size());
+    if (isOwnFolder(process, folder)) return Listening::kHere;
+    result = Listening::kElsewhere;
+  }
+  return result;
+}
+
+}  // namespace platform

@@ -1,0 +1,138 @@
+#include "ClientComm/platform/linux/local_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <vector>
+
+namespace platform {
+namespace {
+
+using MountID = std::uint64_t;
+
+// File systems that answer from this machine. Any other is asked only by a process that may wait.
+constexpr std::array<std::string_view, 25> kLocalTypes = {
+    "bcachefs", "btrfs",   "devtmpfs", "erofs",   "exfat",  "ext2",     "ext3",
+    "ext4",     "f2fs",    "hfsplus",  "iso9660", "jfs",    "msdos",    "ntfs3",
+    "nilfs2",   "overlay", "reiserfs", "reiser4", "rootfs", "squashfs", "tmpfs",
+    "udf",      "vfat",    "xfs",      "zfs"};
+
+std::optional<std::string> readUpTo(int file, std::size_t limit) {
+  std::string bytes;
+  std::array<char, 8192> chunk;
+  for (;;) {
+    const ssize_t count = read(file, chunk.data(), chunk.size());
+    if (count == 0) return bytes;
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0 || bytes.size() + static_cast<std::size_t>(count) > limit) return std::nullopt;
+    bytes.append(chunk.data(), static_cast<std::size_t>(count));
+  }
+}
+
+std::optional<std::string> readProcFile(const char* path) {
+  constexpr std::size_t kLimit = std::size_t{4} << 20;
+  const ScopedFd file(open(path, O_RDONLY | O_CLOEXEC));
+  return file.isValid() ? readUpTo(file.get(), kLimit) : std::nullopt;
+}
+
+std::optional<MountID> numberAfter(std::string_view text, std::string_view field) {
+  const auto start = text.find(field);
+  if (start == std::string_view::npos) return std::nullopt;
+  text.remove_prefix(start + field.size());
+  MountID number = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+  return result.ec == std::errc() ? std::optional(number) : std::nullopt;
+}
+
+std::optional<MountID> mountOf(int file) {
+  const auto status = statusWithoutWaiting(file, "");
+  if (status && (status->stx_mask & STATX_MNT_ID) != 0) return status->stx_mnt_id;
+  // Before Linux 5.8.
+  std::array<char, 40> path = {};
+  std::snprintf(path.data(), path.size(), "/proc/self/fdinfo/%d", file);
+  const auto text = readProcFile(path.data());
+  return text ? numberAfter(*text, "mnt_id:\t") : std::nullopt;
+}
+
+/// The mounts of local file systems, by the mount table as it is when it is needed first.
+class LocalMounts {
+ public:
+  bool contain(MountID mount) {
+    if (!isRead_) read();
+    return std::find(mounts_.begin(), mounts_.end(), mount) != mounts_.end();
+  }
+
+ private:
+  void read() {
+    isRead_ = true;
+    const auto table = readProcFile("/proc/self/mountinfo");
+    if (!table) return;
+    for (std::string_view rest = *table; !rest.empty();) {
+      const std::string_view line = rest.substr(0, rest.find('\n'));
+      rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+      readLine(line);
+    }
+  }
+
+  // "<mount> <parent> <device> <root> <folder> <options> [<tags>] - <type> <source> <options>"
+  void readLine(std::string_view line) {
+    constexpr std::string_view kSeparator = " - ";
+    const auto separator = line.find(kSeparator);
+    const auto mount = numberAfter(line, "");
+    if (separator == std::string_view::npos || !mount) return;
+    std::string_view type = line.substr(separator + kSeparator.size());
+    type = type.substr(0, type.find(' '));
+    const bool isLocal =
+        std::find(kLocalTypes.begin(), kLocalTypes.end(), type) != kLocalTypes.end();
+    if (isLocal) mounts_.push_back(*mount);
+  }
+
+  bool isRead_ = false;
+  std::vector<MountID> mounts_;
+};
+
+}  // namespace
+
+LocalFile openLocalFile(std::string_view path) {
+  LocalMounts mounts;
+  std::optional<MountID> mount;
+  ScopedFd file(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  for (;;) {
+    if (!file.isValid()) return {LocalAccess::kMissing, {}};
+    const auto own = mountOf(file.get());
+    if (!own || (own != mount && !mounts.contain(*own))) return {LocalAccess::kMayBlock, {}};
+    mount = own;
+    path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
+    if (path.empty()) return {LocalAccess::kOpen, std::move(file)};
+    const std::string name(path.substr(0, path.find('/')));
+    path.remove_prefix(name.size());
+    // Opening the root of a mount asks its file system for nothing yet.
+    file.reset(openat(file.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  }
+}
+
+std::optional<struct statx> statusWithoutWaiting(int folder, const char* path) noexcept {
+  struct statx status = {};
+  constexpr unsigned kMask = STATX_TYPE | STATX_INO | STATX_SIZE | STATX_MNT_ID;
+  const int flags = AT_STATX_DONT_SYNC | AT_NO_AUTOMOUNT | (*path == '\0' ? AT_EMPTY_PATH : 0);
+  return statx(folder, path, flags, kMask, &status) == 0 ? std::optional(status) : std::nullopt;
+}
+
+std::optional<std::string> contentsOfLocalFile(int file, std::size_t limit) {
+  struct stat status = {};
+  if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  if (static_cast<std::size_t>(status.st_size) > limit) return std::nullopt;
+  std::array<char, 32> path = {};
+  std::snprintf(path.data(), path.size(), "/proc/self/fd/%d", file);
+  // O_NONBLOCK: no wait for the holder of a lease.
+  const ScopedFd opened(open(path.data(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  return opened.isValid() ? readUpTo(opened.get(), limit) : std::nullopt;
+}
+
+}  // namespace platform

@@ -1,0 +1,56 @@
+#include "ClientComm/platform/linux/process_stat.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <ctime>
+#include <string_view>
+
+#include "ClientComm/platform/linux/process_text.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
+
+namespace platform {
+namespace {
+
+using std::chrono::milliseconds;
+
+/// The text of a process's "stat", read without an allocation.
+class StatText {
+ public:
+  explicit StatText(pid_t pid) noexcept {
+    std::array<char, 32> path = {};
+    std::snprintf(path.data(), path.size(), "/proc/%d/stat", pid);
+    const ScopedFd file(open(path.data(), O_RDONLY | O_CLOEXEC));
+    const ssize_t length = file.isValid() ? read(file.get(), text_.data(), text_.size()) : -1;
+    if (length > 0) length_ = static_cast<std::size_t>(length);
+  }
+  std::string_view view() const noexcept { return {text_.data(), length_}; }
+
+ private:
+  std::array<char, 1024> text_;
+  std::size_t length_ = 0;
+};
+
+}  // namespace
+
+std::optional<std::uint64_t> processStartTime(pid_t pid) noexcept {
+  return startTimeInStat(StatText(pid).view());
+}
+
+pid_t parentOfProcess(pid_t pid) noexcept { return parentInStat(StatText(pid).view()); }
+
+milliseconds timeSinceBoot() noexcept {
+  timespec now = {};
+  clock_gettime(CLOCK_BOOTTIME, &now);
+  return std::chrono::duration_cast<milliseconds>(std::chrono::seconds(now.tv_sec) +
+                                                  std::chrono::nanoseconds(now.tv_nsec));
+}
+
+milliseconds ageByStartTime(std::uint64_t startTime) noexcept {
+  static const auto ticksPerSecond = static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK));
+  return timeSinceBoot() - milliseconds(startTime * 1000 / ticksPerSecond);
+}
+
+}  // namespace platform

@@ -1,0 +1,192 @@
+#include "ClientComm/platform/process_table.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string_view>
+
+#include "ClientComm/platform/linux/process_ids.h"
+#include "ClientComm/platform/linux/process_text.h"
+
+namespace platform {
+namespace {
+
+constexpr std::size_t kSpareRecords = 16;
+
+std::atomic<SysctlFunction> replacement = nullptr;
+
+// Set while this thread reads a table for the process IDs alone: names and users take 2.5 times as
+// long to read as all the rest.
+thread_local bool onlyIDsAreWanted = false;
+
+class OnlyIDsAreWanted {
+ public:
+  OnlyIDsAreWanted() noexcept { onlyIDsAreWanted = true; }
+  ~OnlyIDsAreWanted() { onlyIDsAreWanted = false; }
+  OnlyIDsAreWanted(const OnlyIDsAreWanted&) = delete;
+  OnlyIDsAreWanted& operator=(const OnlyIDsAreWanted&) = delete;
+};
+
+struct FreeTable {
+  void operator()(kinfo_proc* table) const noexcept { std::free(table); }
+};
+
+// How many records the last read that did not fit would have taken. The size that the kernel gives
+// for the directory /proc counts processes, but nothing promises it.
+std::atomic<std::size_t> knownCount = 0;
+
+// Path of a process's entry, relative to /proc.
+class EntryPath {
+ public:
+  EntryPath(pid_t pid, const char* name) noexcept {
+    char* const end = std::to_chars(text_.data(), text_.data() + text_.size(), pid).ptr;
+    std::string_view(name).copy(end,
+                                static_cast<std::size_t>(text_.data() + text_.size() - 1 - end));
+  }
+  const char* c_str() const noexcept { return text_.data(); }
+
+ private:
+  std::array<char, 32> text_ = {};
+};
+
+// Whether the process ended meanwhile, by the error that its entry gives then.
+bool isGone(int error) noexcept { return error == ENOENT || error == ESRCH; }
+
+// Reads the command's name. It stays empty where the system hides other users' processes.
+int readCommand(int command, char (&name)[MAXCOMLEN + 1]) noexcept {
+  char text[256];
+  const ssize_t length = read(command, text, sizeof text);
+  if (length <= 0) return length < 0 ? errno : ESRCH;
+  copyCommandName({text, static_cast<std::size_t>(length)}, name);
+  return 0;
+}
+
+// Reads what stands in the record beside the process ID. The command's descriptor belongs to that
+// very process: as it can still be read after the directory's owner was asked for, no later process
+// of the same ID was asked.
+// @return 0 or an errno value.
+int readDetails(int directory, kinfo_proc& record) noexcept {
+  const pid_t pid = record.kp_proc.p_pid;
+  const ScopedFd command(openat(directory, EntryPath(pid, "/comm").c_str(), O_RDONLY | O_CLOEXEC));
+  const int error = command.isValid() ? 0 : errno;
+  if (error != 0 && error != EACCES && error != EPERM) return error;
+  struct stat status = {};
+  if (fstatat(directory, EntryPath(pid, "").c_str(), &status, 0) != 0) return errno;
+  record.kp_eproc.e_ucred.cr_uid = status.st_uid;
+  return command.isValid() ? readCommand(command.get(), record.kp_proc.p_comm) : 0;
+}
+
+int fail(int error) noexcept {
+  errno = error;
+  return -1;
+}
+
+int sizeTable(std::size_t* length) noexcept {
+  struct stat status = {};
+  if (stat("/proc", &status) != 0) return -1;
+  const std::size_t count = std::max<std::size_t>(status.st_nlink, knownCount);
+  *length = (count + kSpareRecords) * sizeof(kinfo_proc);
+  return 0;
+}
+
+int readTable(void* buffer, std::size_t* length) noexcept {
+  const std::size_t capacity = *length / sizeof(kinfo_proc);
+  auto* const table = static_cast<char*>(buffer);
+  std::size_t count = 0;
+  std::size_t needed = 0;
+  ProcessIDReader processes;
+  for (pid_t pid = processes.next(); pid != 0; pid = processes.next()) {
+    if (++needed > capacity) continue;
+    kinfo_proc record = {};
+    record.kp_proc.p_pid = pid;
+    const int error = onlyIDsAreWanted ? 0 : readDetails(processes.directory(), record);
+    if (isGone(error)) continue;
+    if (error != 0) return fail(error);
+    std::memcpy(table + count++ * sizeof record, &record, sizeof record);
+  }
+  if (processes.error() != 0) return fail(processes.error());
+  *length = count * sizeof(kinfo_proc);
+  if (needed <= capacity) return 0;
+  knownCount = needed;
+  return fail(ENOMEM);
+}
+
+int systemSysctl(const int* name, unsigned namelen, void* oldp, std::size_t* oldlenp,
+                 const void* newp, std::size_t /*newlen*/) noexcept {
+  if (name == nullptr || oldlenp == nullptr) return fail(EFAULT);
+  if (namelen != 3 || name[0] != CTL_KERN || name[1] != KERN_PROC || name[2] != KERN_PROC_ALL) {
+    return fail(ENOENT);
+  }
+  if (newp != nullptr) return fail(EPERM);
+  if (oldp == nullptr) return sizeTable(oldlenp);
+  return readTable(oldp, oldlenp);
+}
+
+}  // namespace
+
+ProcessIDReader::ProcessIDReader() noexcept
+    : directory_(open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+  if (!directory_.isValid()) error_ = errno;
+}
+
+pid_t ProcessIDReader::next() noexcept {
+  while (position_ < filled_ || fill()) {
+    // The kernel lays the entries out aligned, the name as the last member of each.
+    const auto* const entry = std::launder(reinterpret_cast<const dirent64*>(buffer_ + position_));
+    position_ += entry->d_reclen;
+    pid_t pid = 0;
+    const char* const end = entry->d_name + std::strlen(entry->d_name);
+    const auto result = std::from_chars(entry->d_name, end, pid);
+    if (result.ec == std::errc() && result.ptr == end && pid > 0) return pid;
+  }
+  return 0;
+}
+
+bool ProcessIDReader::fill() noexcept {
+  if (error_ != 0) return false;
+  const ssize_t length = getdents64(directory_.get(), buffer_, sizeof buffer_);
+  if (length < 0) error_ = errno;
+  position_ = 0;
+  filled_ = length > 0 ? static_cast<std::size_t>(length) : 0;
+  return filled_ > 0;
+}
+
+int sysctl(const int* name, unsigned namelen, void* oldp, std::size_t* oldlenp, const void* newp,
+           std::size_t newlen) noexcept {
+  if (const SysctlFunction function = replacement; function != nullptr) {
+    return function(name, namelen, oldp, oldlenp, newp, newlen);
+  }
+  return systemSysctl(name, namelen, oldp, oldlenp, newp, newlen);
+}
+
+std::vector<std::int32_t> processIDs(ProcessTableReader read) {
+  kinfo_proc* records = nullptr;
+  std::size_t count = 0;
+  {
+    const OnlyIDsAreWanted wanted;
+    read(&records, &count);
+  }
+  const std::unique_ptr<kinfo_proc, FreeTable> table(records);
+  std::vector<std::int32_t> pids(count);
+  std::transform(records, records + count, pids.begin(),
+                 [](const kinfo_proc& process) { return process.kp_proc.p_pid; });
+  return pids;
+}
+
+SysctlFunction replaceSysctl(SysctlFunction function) noexcept {
+  const SysctlFunction previous = replacement.exchange(function);
+  return previous != nullptr ? previous : &systemSysctl;
+}
+
+}  // namespace platform

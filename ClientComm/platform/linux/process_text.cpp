@@ -1,0 +1,59 @@
+#include "ClientComm/platform/linux/process_text.h"
+
+#include <algorithm>
+#include <charconv>
+#include <system_error>
+
+#include "ClientComm/platform/posix/removed_name.h"
+
+namespace platform {
+namespace {
+
+bool takeSuffix(std::string_view& text, std::string_view suffix) noexcept {
+  if (!text.ends_with(suffix)) return false;
+  text.remove_suffix(suffix.size());
+  return true;
+}
+
+// The number `count` fields after the command's name. The name, in brackets, may hold blanks and
+// brackets itself.
+template <typename Number>
+std::optional<Number> numberAfterCommand(std::string_view stat, int count) noexcept {
+  stat.remove_prefix(std::min(stat.rfind(')'), stat.size()));
+  for (int i = 0; i < count; ++i) {
+    const auto blank = stat.find(' ');
+    if (blank == std::string_view::npos) return std::nullopt;
+    stat.remove_prefix(blank + 1);
+  }
+  Number number = 0;
+  const auto result = std::from_chars(stat.data(), stat.data() + stat.size(), number);
+  return result.ec == std::errc() ? std::optional(number) : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::uint64_t> startTimeInStat(std::string_view stat) noexcept {
+  return numberAfterCommand<std::uint64_t>(stat, 20);
+}
+
+std::int32_t parentInStat(std::string_view stat) noexcept {
+  return numberAfterCommand<std::int32_t>(stat, 2).value_or(0);
+}
+
+void copyCommandName(std::string_view comm, char (&name)[MAXCOMLEN + 1]) noexcept {
+  if (comm.ends_with('\n')) comm.remove_suffix(1);
+  name[comm.copy(name, MAXCOMLEN)] = '\0';
+}
+
+std::string_view bundleOfExecutable(std::string_view path) noexcept {
+  constexpr std::string_view kExtension = ".app";
+  const auto slash = path.rfind('/');
+  if (!path.starts_with('/') || slash + 1 == path.size()) return {};
+  path = path.substr(0, slash);
+  if (!takeSuffix(path, "/Contents/Linux") && !takeSuffix(path, "/Contents/MacOS")) return {};
+  std::string_view name = path.substr(path.rfind('/') + 1);
+  if (const std::string_view before = nameBeforeRemoval(name); !before.empty()) name = before;
+  return name.size() > kExtension.size() && name.ends_with(kExtension) ? path : std::string_view();
+}
+
+}  // namespace platform

@@ -1,0 +1,150 @@
+#include "ClientComm/platform/linux/running_application.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <string_view>
+#include <utility>
+
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/linux/endpoint_record.h"
+#include "ClientComm/platform/linux/executable_link.h"
+#include "ClientComm/platform/linux/launch_record.h"
+#include "ClientComm/platform/linux/process_ids.h"
+#include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/linux/process_stat.h"
+#include "ClientComm/platform/linux/process_text.h"
+#include "ClientComm/platform/path.h"
+#include "ClientComm/platform/posix/bundle_files.h"
+#include "ClientComm/platform/posix/removed_name.h"
+
+namespace platform {
+namespace {
+
+bool isOfThisUser(pid_t pid) noexcept {
+  std::array<char, 32> path = {};
+  std::snprintf(path.data(), path.size(), "/proc/%d", pid);
+  struct stat status = {};
+  return stat(path.data(), &status) == 0 && status.st_uid == geteuid();
+}
+
+bool isUnreadable(const ExecutableLink& link) noexcept {
+  return link.error() == EACCES || link.error() == EPERM;
+}
+
+bool mayRunBundle(const ExecutableLink& link) noexcept {
+  return isUnreadable(link) || !bundleOfExecutable(link.target()).empty();
+}
+
+// A forked child has no record of its own, and it is not the application.
+bool isForkedCopy(pid_t pid, const ExecutableLink& link) noexcept {
+  const pid_t parent = parentOfProcess(pid);
+  return parent > 0 && ExecutableLink::ofProcess(parent).target() == link.target();
+}
+
+std::string executablePath(const ExecutableLink& link) {
+  constexpr std::string_view kDeletedSuffix = " (deleted)";
+  std::string path(link.target());
+  if (link.isRemoved()) path.resize(path.size() - kDeletedSuffix.size());
+  return path;
+}
+
+bool isEndpoint(pid_t pid, const BundleIdentity& identity) {
+  return identity.identifier && holdsEndpoint(pid, *identity.identifier);
+}
+
+// The process has said nothing of itself in this runtime folder: it is starting, has never opened,
+// or is open in another folder.
+Presence presenceWithoutRecord(pid_t pid, std::uint64_t startTime, const ExecutableLink& link,
+                               const BundleIdentity& identity) {
+  // A bundle that was moved away to be removed is one under its former path only.
+  std::string path(bundleOfExecutable(link.target()));
+  if (!path.ends_with(".app")) path = identity.path;
+  if (!isMainExecutable(Bundle(path), executablePath(link))) return Presence::kAbsent;
+  const auto listening =
+      identity.identifier ? listeningOf(pid, *identity.identifier) : Listening::kNowhere;
+  if (listening == Listening::kElsewhere) return Presence::kUnreachable;
+  const bool isStarting = ageByStartTime(startTime) < kLaunchLimit && !isForkedCopy(pid, link);
+  const bool isRunning = listening == Listening::kHere || isStarting || isEndpoint(pid, identity);
+  return isRunning ? Presence::kRunning : Presence::kAbsent;
+}
+
+Presence presenceByProcess(pid_t pid, std::uint64_t startTime, const ExecutableLink& link,
+                           const BundleIdentity& identity,
+                           const std::optional<CheckInRecord>& record) {
+  if (pid == getpid()) return Presence::kRunning;
+  if (!record) return presenceWithoutRecord(pid, startTime, link, identity);
+  if (record->isTool) return Presence::kAbsent;
+  const bool isRunning =
+      record->isOpen || ageByStartTime(startTime) < kLaunchLimit || isEndpoint(pid, identity);
+  return isRunning ? Presence::kRunning : Presence::kAbsent;
+}
+
+// Whether both paths name the same bundle, also where it has been removed or moved away since.
+bool leadsTo(const std::string& path, const std::string& other) {
+  return isSameBundle(path, other) ||
+         (lastPathComponent(path) == lastPathComponent(other) &&
+          isSameBundle(splitPath(path).directory, splitPath(other).directory));
+}
+
+BundleIdentity identityOf(const CheckInRecord& record) {
+  const auto optional = [](const std::string& text) {
+    return text.empty() ? OptionalString() : OptionalString(text);
+  };
+  return {record.bundlePath, optional(record.bundleIdentifier), optional(record.bundleName)};
+}
+
+}  // namespace
+
+std::optional<std::uint64_t> startTimeOfBundleProcess(pid_t pid) {
+  const ExecutableLink link = ExecutableLink::ofProcess(pid);
+  if (!mayRunBundle(link) || !isOfThisUser(pid)) return std::nullopt;
+  if (isUnreadable(link) && !checkInRecordForPID(pid)) return std::nullopt;
+  return processStartTime(pid);
+}
+
+std::optional<BundleProcess> bundleProcess(pid_t pid) {
+  const ExecutableLink link = ExecutableLink::ofProcess(pid);
+  if (!mayRunBundle(link) || !isOfThisUser(pid)) return std::nullopt;
+  const auto startTime = processStartTime(pid);
+  if (!startTime) return std::nullopt;
+  const auto record = checkInRecordForPID(pid);
+  const std::string_view bundlePath = bundleOfExecutable(link.target());
+  BundleProcess process{*startTime, {}};
+  if (bundlePath.empty()) {
+    // Not dumpable, for instance: the kernel does not tell what it runs.
+    if (!record || record->bundlePath.empty()) return std::nullopt;
+    process.identity = identityOf(*record);
+  } else {
+    auto identity = ownIdentity(pid, link, bundlePath);
+    process.identity = identity ? *std::move(identity) : successorIdentity(bundlePath);
+    process.identity.path = pathBeforeRemoval(process.identity.path);
+    if (record && leadsTo(record->bundlePath, process.identity.path)) {
+      process.identity.path = record->bundlePath;
+    }
+  }
+  process.presence = presenceByProcess(pid, *startTime, link, process.identity, record);
+  return process;
+}
+
+Presence presenceOf(const std::string& bundlePath, const OptionalString& identifier) {
+  bool isUnreachable = false;
+  ProcessIDReader processes;
+  for (pid_t pid = processes.next(); pid != 0; pid = processes.next()) {
+    const auto process = bundleProcess(pid);
+    if (!process || !isSameBundle(process->identity.path, bundlePath)) continue;
+    if (process->presence == Presence::kRunning) return Presence::kRunning;
+    isUnreachable = isUnreachable || process->presence == Presence::kUnreachable;
+  }
+  if (processes.error() != 0) return Presence::kUnknown;
+  if (identifier) {
+    const OptionalString unseen = bundleOfUnseenEndpoint(*identifier);
+    if (unseen && isSameBundle(*unseen, bundlePath)) return Presence::kRunning;
+  }
+  return isUnreachable ? Presence::kUnreachable : Presence::kAbsent;
+}
+
+}  // namespace platform

@@ -1,0 +1,73 @@
+#include "ClientComm/platform/linux/runtime_folder.h"
+
+#include <fcntl.h>
+#include <glib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "ClientComm/platform/path.h"
+#include "ClientComm/platform/posix/user_folders.h"
+
+namespace platform {
+namespace {
+
+constexpr mode_t kPrivateMode = 0700;
+
+// Makes the folder and, on a system without a session manager, the directories above it.
+bool makeFolder(const std::string& path) noexcept {
+  if (!mayCreateAt(path)) {
+    errno = EPERM;
+    return false;
+  }
+  if (mkdir(path.c_str(), kPrivateMode) == 0 || errno == EEXIST) return true;
+  return errno == ENOENT && g_mkdir_with_parents(path.c_str(), kPrivateMode) == 0;
+}
+
+// A descriptor opened with O_PATH takes no fchmod(); its entry under /proc does.
+bool closeToOthers(int folder) noexcept {
+  char link[32];
+  std::snprintf(link, sizeof link, "/proc/self/fd/%d", folder);
+  return chmod(link, kPrivateMode) == 0;
+}
+
+bool isPrivate(int folder) noexcept {
+  struct stat status = {};
+  if (fstat(folder, &status) != 0) return false;
+  if (status.st_uid != geteuid()) {
+    errno = EPERM;
+    return false;
+  }
+  return (status.st_mode & 0777) == kPrivateMode || closeToOthers(folder);
+}
+
+}  // namespace
+
+const std::string& runtimeFolderPath() {
+  static const std::string* const path =
+      new std::string(stringByAppendingPathComponent(runtimeDirectory(), "ClientComm"));
+  return *path;
+}
+
+ScopedFd openRuntimeFolder(bool create) noexcept {
+  const std::string& path = runtimeFolderPath();
+  if (create && !makeFolder(path)) return {};
+  ScopedFd folder(open(path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!folder.isValid() || isPrivate(folder.get())) return folder;
+  const int error = errno;
+  folder.reset();
+  errno = error;
+  return folder;
+}
+
+std::string fileNameForIdentifier(std::string_view identifier) {
+  gchar* const digest = g_compute_checksum_for_data(
+      G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(identifier.data()), identifier.size());
+  std::string name(digest, kFileNameLength);
+  g_free(digest);
+  return name;
+}
+
+}  // namespace platform

@@ -1,0 +1,199 @@
+#include "ClientComm/platform/linux/socket_endpoint.h"
+
+#include <glib.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "ClientComm/platform/linux/process_record.h"
+
+namespace platform {
+namespace {
+
+// After drawing, before idle work. GTK resizes at G_PRIORITY_HIGH_IDLE + 10 and draws at + 20, its
+// text views lay lines out at + 25, and Clutter draws at + 50; G_PRIORITY_DEFAULT_IDLE is + 100. At
+// the default priority, busy senders would leave a window no frame.
+constexpr int kCallPriority = G_PRIORITY_HIGH_IDLE + 60;
+
+// How long events are taken in one turn of the main loop before other sources have theirs: a
+// quarter of a frame at 60 Hz.
+constexpr std::chrono::milliseconds kTurnLimit{4};
+
+constexpr std::chrono::milliseconds kVerifyInterval = std::chrono::seconds(1);
+
+// How often an endpoint that sends nothing looks after its name: a helper may do nothing but wait
+// for calls, and nobody reaches it to have it look.
+constexpr std::chrono::milliseconds kIdleVerifyInterval = std::chrono::seconds(5);
+
+// Pause of accepting when the process is out of descriptors: the listening socket stays readable
+// meanwhile, and without a pause the main loop would spin.
+constexpr std::chrono::milliseconds kAcceptPause{100};
+
+struct EndpointSource {
+  GSource base;
+  SocketEndpoint* endpoint;
+};
+
+gint64 microseconds(std::chrono::steady_clock::time_point time) {
+  // GLib's monotonic time is the steady clock's.
+  return std::chrono::duration_cast<std::chrono::microseconds>(time.time_since_epoch()).count();
+}
+
+}  // namespace
+
+SocketEndpoint::SocketEndpoint(const std::string& identifier,
+                               AppleEventTransport::Receiver receiver)
+    : name_(identifier), server_(source_, std::move(receiver)) {
+  attachSource();
+}
+
+SocketEndpoint::~SocketEndpoint() {
+  *isAlive_ = false;
+  source_.reset();
+}
+
+void SocketEndpoint::attachSource() {
+  static GSourceFuncs functions = {nullptr, nullptr, &SocketEndpoint::dispatch,
+                                   nullptr, nullptr, nullptr};
+  source_.reset(g_source_new(&functions, sizeof(EndpointSource)));
+  reinterpret_cast<EndpointSource*>(source_.get())->endpoint = this;
+  g_source_set_name(source_.get(), "ClientComm endpoint");
+  g_source_set_priority(source_.get(), kCallPriority);
+  // Otherwise GLib takes the source's descriptors off its poll for each dispatch and puts them back
+  // after it, and wakes itself up for both.
+  g_source_set_can_recurse(source_.get(), TRUE);
+  g_source_attach(source_.get(), g_main_context_get_thread_default());
+}
+
+OSErr SocketEndpoint::open() {
+  const OSErr status = takeName();
+  lastVerified_ = Clock::now();
+  scheduleWakeUp();
+  return status;
+}
+
+OSErr SocketEndpoint::takeName() {
+  if (const OSErr status = name_.take(listener_); status != noErr) return status;
+  listenerTag_ = g_source_add_unix_fd(source_.get(), listener_.get(), G_IO_IN);
+  checkIn();
+  return noErr;
+}
+
+void SocketEndpoint::verify() {
+  const auto now = Clock::now();
+  if (now - lastVerified_ < kVerifyInterval) return;
+  lastVerified_ = now;
+  if (listener_.isValid()) checkIn();
+  if (name_.leadsHere() || (listener_.isValid() && name_.leadsElsewhere())) return;
+  // Left to the main loop: events that wait at the old socket have to be handled first.
+  mustReopen_ = true;
+  scheduleWakeUp();
+}
+
+int SocketEndpoint::dispatch(GSource* source, GSourceFunc /*callback*/, void* /*data*/) noexcept {
+  SocketEndpoint* const endpoint = reinterpret_cast<EndpointSource*>(source)->endpoint;
+  const auto isAlive = endpoint->isAlive_;
+  if (endpoint->isServing_) {
+    endpoint->listen(false);
+    return G_SOURCE_CONTINUE;
+  }
+  endpoint->isServing_ = true;
+  try {
+    endpoint->takeEvents();
+  } catch (...) {
+    // Out of memory: the event is dropped, which its sender sees as a closed connection.
+  }
+  if (!*isAlive) return G_SOURCE_REMOVE;
+  endpoint->isServing_ = false;
+  if (!endpoint->isListening_) endpoint->listen(true);
+  endpoint->scheduleWakeUp();
+  return G_SOURCE_CONTINUE;
+}
+
+// A handler may run a main loop of its own. Events wait until it returns, each handled whole before
+// the next, and that loop must not be woken by them again and again.
+void SocketEndpoint::listen(bool isListening) {
+  isListening_ = isListening;
+  const auto condition = isListening ? G_IO_IN : static_cast<GIOCondition>(0);
+  if (listenerTag_ != nullptr && !isPaused_) {
+    g_source_modify_unix_fd(source_.get(), listenerTag_, condition);
+  }
+  server_.poll(condition);
+  if (!isListening) g_source_set_ready_time(source_.get(), -1);
+}
+
+void SocketEndpoint::takeEvents() {
+  const auto isAlive = isAlive_;
+  if (isPaused_) resumeAccepting();
+  auto now = Clock::now();
+  if (now - lastVerified_ >= kIdleVerifyInterval) verify();
+  for (const auto end = now + kTurnLimit; *isAlive && now < end; now = Clock::now()) {
+    if (serveNext(now)) continue;
+    if (*isAlive && mustReopen_ && !isPaused_) reopen();
+    return;
+  }
+}
+
+/// @return whether to look for another event at once.
+bool SocketEndpoint::serveNext(Clock::time_point now) {
+  const auto isAlive = isAlive_;
+  return server_.serveDue(now) || (*isAlive && acceptOne()) ||
+         (*isAlive && server_.serveFirstPostponed());
+}
+
+void SocketEndpoint::reopen() {
+  mustReopen_ = false;
+  if (listenerTag_ != nullptr) g_source_remove_unix_fd(source_.get(), listenerTag_);
+  listenerTag_ = nullptr;
+  listener_.reset();
+  open();
+}
+
+/// @return whether another connection may be waiting.
+bool SocketEndpoint::acceptOne() {
+  if (!listener_.isValid() || isPaused_) return false;
+  PeerConnection connection{ScopedFd(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC)), 0};
+  const int socket = connection.socket.get();
+  if (socket < 0) return handleAcceptError(errno);
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return true;
+  if (peer.uid != geteuid()) return true;
+  connection.pid = peer.pid;
+  const auto isAlive = isAlive_;
+  server_.take(std::move(connection));
+  return *isAlive;
+}
+
+/// @return whether to try again at once.
+bool SocketEndpoint::handleAcceptError(int error) {
+  if (error == EINTR || error == ECONNABORTED) return true;
+  if (error == EAGAIN || error == EWOULDBLOCK) return false;
+  const auto isAlive = isAlive_;
+  if (server_.giveUpOne()) return *isAlive;
+  pauseAccepting();
+  return false;
+}
+
+void SocketEndpoint::pauseAccepting() {
+  isPaused_ = true;
+  g_source_modify_unix_fd(source_.get(), listenerTag_, static_cast<GIOCondition>(0));
+}
+
+void SocketEndpoint::resumeAccepting() {
+  isPaused_ = false;
+  if (listenerTag_ != nullptr) g_source_modify_unix_fd(source_.get(), listenerTag_, G_IO_IN);
+}
+
+void SocketEndpoint::scheduleWakeUp() {
+  auto time = lastVerified_ + kIdleVerifyInterval;
+  if (const auto deadline = server_.firstDeadline()) time = std::min(time, *deadline);
+  if (isPaused_) time = std::min(time, Clock::now() + kAcceptPause);
+  const bool isDue = (mustReopen_ && !isPaused_) || server_.hasPostponed();
+  g_source_set_ready_time(source_.get(), isDue ? 0 : microseconds(time));
+}
+
+}  // namespace platform

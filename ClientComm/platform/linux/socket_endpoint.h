@@ -1,0 +1,73 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "ClientComm/platform/apple_event_transport.h"
+#include "ClientComm/platform/glib/scoped_source.h"
+#include "ClientComm/platform/linux/endpoint_name.h"
+#include "ClientComm/platform/linux/event_server.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/types.h"
+
+namespace platform {
+
+/// The application's own end: a listening socket under the application's name, and a source in the
+/// thread's default main context that takes events off it, one at a time, and never waits. The
+/// source has a priority after drawing and before idle work, and a limited time for each turn of
+/// the main loop.
+class SocketEndpoint {
+ public:
+  SocketEndpoint(const std::string& identifier, AppleEventTransport::Receiver receiver);
+  ~SocketEndpoint();
+  SocketEndpoint(const SocketEndpoint&) = delete;
+  SocketEndpoint& operator=(const SocketEndpoint&) = delete;
+
+  /// Takes the name. When that fails, it is tried again every few seconds.
+  /// @return noErr; errAEEventNotPermitted when the runtime folder is not usable; memFullErr when
+  ///         the process is out of descriptors.
+  OSErr open();
+
+  /// Makes sure, at most once a second, that the name still leads here: the file may have been
+  /// cleared away, or a newer process of the same application may have ended. The main loop does so
+  /// too, less often.
+  void verify();
+
+  /// The process that waits for the reply to the event being handled; 0 when none does.
+  pid_t waitingPeer() const noexcept { return server_.waitingPeer(); }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void attachSource();
+  OSErr takeName();
+
+  static int dispatch(GSource* source, GSourceFunc callback, void* data) noexcept;
+  void listen(bool isListening);
+  void takeEvents();
+  void reopen();
+  bool serveNext(Clock::time_point now);
+  bool acceptOne();
+  bool handleAcceptError(int error);
+  void pauseAccepting();
+  void resumeAccepting();
+  void scheduleWakeUp();
+
+  EndpointName name_;
+  ScopedFd listener_;
+  ScopedSource source_;
+  void* listenerTag_ = nullptr;
+  bool isServing_ = false;
+  bool isListening_ = true;
+  bool isPaused_ = false;
+  bool mustReopen_ = false;
+  EventServer server_;
+  Clock::time_point lastVerified_;
+  /// False once the endpoint is gone; a handler may close it while it is being served.
+  std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
+};
+
+}  // namespace platform

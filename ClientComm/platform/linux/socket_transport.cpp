@@ -1,0 +1,286 @@
+#include "ClientComm/platform/linux/socket_transport.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <optional>
+#include <thread>
+#include <utility>
+
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/linux/event_packet.h"
+#include "ClientComm/platform/linux/launch_record.h"
+#include "ClientComm/platform/linux/peer_identity.h"
+#include "ClientComm/platform/linux/peer_process.h"
+#include "ClientComm/platform/linux/process_token.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/linux/socket_path.h"
+#include "ClientComm/platform/posix/apple_event_codec.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
+
+namespace platform {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// How often a wait looks whether the other process still exists: a child that it forked may hold
+// its end of the connection open after it has died.
+constexpr milliseconds kLivenessInterval = std::chrono::seconds(1);
+
+// Pause between tries, of what the system does not tell the end of. A try takes a fortieth of it.
+constexpr std::chrono::microseconds kTryInterval{250};
+
+constexpr std::size_t kMaximumFileNames = 256;
+
+constexpr std::size_t kMaximumIntroductions = 256;
+
+// After this the process introduces itself again. So few others can introduce themselves to the
+// receiver meanwhile that it still remembers this process, even one that remembers 256 only.
+constexpr std::chrono::seconds kIntroductionValidity{1};
+
+// How long the process counts on being remembered where it cannot introduce itself again.
+constexpr std::chrono::minutes kLongestIntroduction{1};
+
+/// The end of a wait; never, where there is no limit.
+class Deadline {
+ public:
+  Deadline(AESendMode sendMode, std::int32_t ticks) {
+    if (ticks == kNoTimeOut) return;
+    milliseconds limit = milliseconds(std::int64_t{ticks} * 1000 / kTicksPerSecond);
+    if (ticks == kAEDefaultTimeout) limit = sendMode == kAENoReply ? kHandOverLimit : kReplyLimit;
+    end_ = Clock::now() + limit;
+  }
+
+  bool hasPassed() const { return end_ && Clock::now() >= *end_; }
+
+  /// What is left, at most `atMost`; 0 when it has passed.
+  milliseconds remaining(milliseconds atMost) const {
+    if (!end_) return atMost;
+    const auto left = std::chrono::ceil<milliseconds>(*end_ - Clock::now());
+    return std::clamp(left, milliseconds(0), atMost);
+  }
+
+ private:
+  std::optional<Clock::time_point> end_;
+};
+
+OSErr statusOfConnectError(int error) {
+  switch (error) {
+    case EACCES:
+    case EPERM:
+      return errAEEventNotPermitted;
+    case ENOMEM:
+    case ENOBUFS:
+    case EMFILE:
+    case ENFILE:
+      return memFullErr;
+    default:
+      return procNotFound;
+  }
+}
+
+OSErr statusOfOpenError(int error) {
+  const bool isShort = error == EMFILE || error == ENFILE || error == ENOMEM;
+  return isShort ? memFullErr : errAEEventNotPermitted;
+}
+
+/// Waits for room in the target's queue and connects. @return 0 or an errno value.
+int connectWhenThereIsRoom(int socket, const SocketPath& path, const Deadline& deadline) {
+  fcntl(socket, F_SETFL, 0);  // blocking from here on, for at most the send time-out
+  for (;;) {
+    const milliseconds wait = deadline.remaining(kLivenessInterval);
+    if (wait == milliseconds(0)) return EAGAIN;
+    const timeval limit{wait.count() / 1000, wait.count() % 1000 * 1000};
+    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    if (connect(socket, path.address(), SocketPath::size()) == 0) return 0;
+    if (errno != EAGAIN && errno != EINTR) return errno;
+  }
+}
+
+/// A connection to a target, with the process that answers at the other end.
+struct Connection {
+  ScopedFd socket;
+  pid_t peer = 0;  ///< 0 where it is in a process-ID namespace that is not seen from here.
+
+  bool peerExists() const {
+    if (peer > 0) return kill(peer, 0) == 0 || errno != ESRCH;
+    return !PeerProcess(peer, socket.get()).hasExited();
+  }
+};
+
+OSErr connectTo(const std::string& fileName, const Deadline& deadline, Connection& connection) {
+  const SocketPath path(fileName);
+  if (!path.isValid()) return statusOfConnectError(errno);
+  connection.socket.reset(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!connection.socket.isValid()) return memFullErr;
+  int error = connect(connection.socket.get(), path.address(), SocketPath::size()) == 0 ? 0 : errno;
+  if (error == EAGAIN || error == EINTR) {
+    error = connectWhenThereIsRoom(connection.socket.get(), path, deadline);
+    if (error == EAGAIN) return errAETimeout;
+  }
+  if (error != 0) return statusOfConnectError(error);
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (getsockopt(connection.socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
+    return connectionInvalid;
+  }
+  if (peer.uid != geteuid()) return errAEEventNotPermitted;
+  // A child that the application forked may hold its socket open after it has ended.
+  connection.peer = peer.pid;
+  return connection.peerExists() ? noErr : procNotFound;
+}
+
+/// Connects, and waits for an application that this process has only just launched.
+OSErr reach(const std::string& identifier, const std::string& fileName, const Deadline& deadline,
+            Connection& connection) {
+  for (;;) {
+    const OSErr status = connectTo(fileName, deadline, connection);
+    if (status == noErr) noteReached(identifier);
+    if (status != procNotFound || !isStillLaunching(identifier)) return status;
+    if (deadline.hasPassed()) return status;
+    std::this_thread::sleep_for(kTryInterval);
+  }
+}
+
+OSErr awaitReply(const Connection& connection, const Deadline& deadline,
+                 AppleEventDescriptor& reply) {
+  for (;;) {
+    const milliseconds wait = deadline.remaining(kLivenessInterval);
+    if (wait == milliseconds(0)) return errAETimeout;
+    pollfd entry{connection.socket.get(), POLLIN, 0};
+    if (poll(&entry, 1, static_cast<int>(wait.count())) <= 0) {
+      if (!connection.peerExists()) return connectionInvalid;
+      continue;
+    }
+    Packet packet;
+    const ReceiveResult result = receivePacket(connection.socket.get(), packet);
+    if (result == ReceiveResult::kNothingYet) continue;
+    if (result != ReceiveResult::kPacket || packet.kind != PacketKind::kReply) {
+      return connectionInvalid;
+    }
+    if (packet.status == noErr) reply = std::move(packet.descriptor);
+    return packet.status;
+  }
+}
+
+}  // namespace
+
+OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescriptor& reply,
+                            AESendMode sendMode, std::int32_t timeOutInTicks) {
+  if (endpoint_) endpoint_->verify();
+  const AppleEventDescriptor& target = event.target();
+  if (target.descriptorType() != typeApplicationBundleID) return paramErr;
+  if (target.data().empty()) return procNotFound;
+  const auto size = flattenedSize(event);
+  if (!size) return memFullErr;
+
+  const Deadline deadline(sendMode, timeOutInTicks);
+  Connection connection;
+  lastRecipient_ = 0;
+  OSErr status = reach(target.data(), fileNameFor(target.data()), deadline, connection);
+  if (status != noErr) return status;
+  const bool wantsReply = sendMode == kAEWaitReply;
+  if (wantsReply && connection.peer == getpid()) return sendToSelf(event, reply);
+  // A peer that waits for this process's answer cannot give one. Peers that are not seen from here
+  // all have the ID 0.
+  const bool isWaiting = endpoint_ && endpoint_->waitingPeer() == connection.peer;
+  if (wantsReply && isWaiting && connection.peer > 0) return errAETimeout;
+  status = sendPacketTo(connection.peer, connection.socket.get(), wantsReply, event, *size);
+  while (status == errAETimeout && !deadline.hasPassed()) {
+    std::this_thread::sleep_for(kTryInterval);
+    status = sendPacketTo(connection.peer, connection.socket.get(), wantsReply, event, *size);
+  }
+  if (status == noErr) lastRecipient_ = static_cast<std::uint64_t>(connection.peer);
+  if (status != noErr || !wantsReply) return status;
+  return awaitReply(connection, deadline, reply);
+}
+
+// A receiver must be able to tell who called, should this process have exited by then, or not be
+// seen by the receiver: its executable is handed over open. That adds half to the cost of a send,
+// so it is done once a second for each receiver; the events after it bear the token that the
+// receiver has seen with it.
+OSErr SocketTransport::sendPacketTo(pid_t target, int socket, bool wantsReply,
+                                    const AppleEventDescriptor& event, std::size_t size) {
+  const PacketKind kind = wantsReply ? PacketKind::kEventWantingReply : PacketKind::kEvent;
+  bool isNew = false;
+  const std::uint32_t token = processToken(isNew);
+  if (isNew) introductions_.clear();
+  if (token != 0 && isIntroducedTo(target, kIntroductionValidity)) {
+    return sendPacketOfSize(size, socket, kind, noErr, event, -1, token);
+  }
+  const ScopedFd executable(::open("/proc/self/exe", O_PATH | O_CLOEXEC));
+  // Without it the event may be thrown away, which no status would tell.
+  if (!executable.isValid()) return statusOfOpenError(errno);
+  const OSErr status = sendPacketOfSize(size, socket, kind, noErr, event, executable.get(), token);
+  // So many of the user's descriptors may be on their way that the system takes no more.
+  if (status == errAETimeout && token != 0 && isIntroducedTo(target, kLongestIntroduction)) {
+    return sendPacketOfSize(size, socket, kind, noErr, event, -1, token);
+  }
+  if (status == noErr) noteIntroduction(target);
+  return status;
+}
+
+// Receivers in process-ID namespaces that are not seen from here all have the ID 0, so that none of
+// them is known to remember this process.
+void SocketTransport::noteIntroduction(pid_t target) {
+  if (target <= 0) return;
+  if (introductions_.size() >= kMaximumIntroductions) introductions_.clear();
+  introductions_[target] = Clock::now();
+}
+
+bool SocketTransport::isIntroducedTo(pid_t target, std::chrono::seconds validity) const {
+  const auto found = introductions_.find(target);
+  return found != introductions_.end() && Clock::now() - found->second < validity;
+}
+
+// The process's own main loop cannot answer while it waits here.
+OSErr SocketTransport::sendToSelf(const AppleEventDescriptor& event, AppleEventDescriptor& reply) {
+  AppleEventDescriptor received = event;
+  AppleEventDescriptor address;
+  if (const auto psn = serialNumberForPeer(getpid(), -1)) {
+    address = {typeProcessSerialNumber,
+               std::string(reinterpret_cast<const char*>(&*psn), sizeof *psn)};
+  }
+  received.setAttributeDescriptor(std::move(address), keyAddressAttr);
+  AppleEventDescriptor answer = AppleEventDescriptor::appleEvent(
+      event.eventClass(), fourCharCode("ansr"), {}, event.returnID(), event.transactionID());
+  const Receiver receiver = receiver_;
+  const OSErr status = receiver ? receiver(std::move(received), answer) : errAEEventNotHandled;
+  if (status != noErr) return status;
+  if (!flattenedSize(answer)) return memFullErr;
+  reply = std::move(answer);
+  return noErr;
+}
+
+OSErr SocketTransport::startReceiving(Receiver receiver) {
+  const OptionalString identifier = Bundle::mainBundle().bundleIdentifier();
+  if (!identifier || identifier->empty()) return paramErr;
+  receiver_ = std::move(receiver);
+  endpoint_ = std::make_unique<SocketEndpoint>(*identifier, receiver_);
+  return endpoint_->open();
+}
+
+void SocketTransport::stopReceiving() {
+  endpoint_.reset();
+  receiver_ = nullptr;
+}
+
+const std::string& SocketTransport::fileNameFor(const std::string& identifier) {
+  const auto found = fileNames_.find(identifier);
+  if (found != fileNames_.end()) return found->second;
+  if (fileNames_.size() >= kMaximumFileNames) fileNames_.clear();
+  return fileNames_.emplace(identifier, fileNameForIdentifier(identifier)).first->second;
+}
+
+std::unique_ptr<AppleEventTransport> makeSystemTransport() {
+  return std::make_unique<SocketTransport>();
+}
+
+}  // namespace platform

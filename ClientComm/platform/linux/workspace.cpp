@@ -1,0 +1,309 @@
+#include "ClientComm/platform/workspace.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <csignal>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/file_lock.h"
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/linux/launch_environment.h"
+#include "ClientComm/platform/linux/launch_record.h"
+#include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/linux/process_stat.h"
+#include "ClientComm/platform/linux/running_application.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/posix/bundle_files.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
+
+namespace platform {
+namespace {
+
+constexpr char kApplicationExtension[] = ".app";
+
+// In the order in which they are searched: the user's own folder first.
+constexpr const char* kApplicationFolders[] = {"~/Applications", "/Applications",
+                                               "/usr/local/Applications", "/opt"};
+
+constexpr std::chrono::milliseconds kLongestWaitForOtherLaunches{100};
+
+/// What the launched process needs, made before the fork: after it, only calls are allowed that
+/// are safe in a signal handler, since another thread of the host may have held any lock.
+struct Launch {
+  const char* executable;
+  std::array<char*, 2> arguments;
+  char* const* environment;
+  ScopedFd nullDevice;
+  ScopedFd report;
+  ScopedFd lock;
+};
+
+// Moves a descriptor out of the way of the standard streams, which a host may have closed.
+ScopedFd aboveStandardStreams(ScopedFd descriptor) noexcept {
+  if (descriptor.get() > STDERR_FILENO || !descriptor.isValid()) return descriptor;
+  return ScopedFd(fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
+
+void closeDescriptors(int first, int last) noexcept {
+  if (first > last ||
+      close_range(static_cast<unsigned>(first), static_cast<unsigned>(last), 0) == 0) {
+    return;
+  }
+  // Without that system call (a sandbox may withhold it) each is closed by itself.
+  constexpr rlim_t kMostDescriptors = 1 << 20;
+  rlimit limit = {};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const int end = static_cast<int>(std::min(limit.rlim_max, kMostDescriptors));
+  for (int descriptor = first; descriptor <= last && descriptor < end; ++descriptor) {
+    close(descriptor);
+  }
+}
+
+// A signal that the host ignores would be ignored by the launched process too.
+void resetSignalDispositions() noexcept {
+  struct sigaction byDefault = {};
+  byDefault.sa_handler = SIG_DFL;
+  for (int number = 1; number < NSIG; ++number) sigaction(number, &byDefault, nullptr);
+}
+
+/// How a launch went: the process, or the errno value that it failed with.
+struct Outcome {
+  int error;
+  pid_t pid;
+};
+
+void writeOutcome(int pipe, Outcome outcome) noexcept {
+  while (write(pipe, &outcome, sizeof outcome) < 0 && errno == EINTR) {
+  }
+}
+
+// The outcome that comes through the pipe; `otherwise` when it ends without one.
+Outcome readOutcome(int pipe, Outcome otherwise) noexcept {
+  Outcome outcome = {};
+  ssize_t count = 0;
+  do {
+    count = read(pipe, &outcome, sizeof outcome);
+  } while (count < 0 && errno == EINTR);
+  return count == sizeof outcome ? outcome : otherwise;
+}
+
+int detachFromHost(const Launch& launch) noexcept {
+  resetSignalDispositions();
+  if (setsid() < 0 || chdir("/") != 0) return errno;
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (dup2(launch.nullDevice.get(), stream) < 0) return errno;
+  }
+  const auto [lower, higher] = std::minmax({launch.report.get(), launch.lock.get()});
+  closeDescriptors(STDERR_FILENO + 1, lower - 1);
+  closeDescriptors(std::max(lower, STDERR_FILENO) + 1, higher - 1);
+  closeDescriptors(higher + 1, INT_MAX);
+  return 0;
+}
+
+// Where the host reaps every child itself, or has the system do so, there is nothing left to reap.
+void reap(pid_t pid) noexcept {
+  while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+  }
+}
+
+[[noreturn]] void execute(const Launch& launch, int report) noexcept {
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  execve(launch.executable, launch.arguments.data(), launch.environment);
+  writeOutcome(report, {errno, 0});
+  _exit(127);
+}
+
+// Becomes the application once `parent`, which forked this process, has ended: from its first
+// instruction on the application is nobody's child.
+[[noreturn]] void executeAsOrphan(const Launch& launch, pid_t parent, int hold,
+                                  int report) noexcept {
+  char byte = 0;
+  while (read(hold, &byte, 1) < 0 && errno == EINTR) {
+  }
+  // A process that ends closes its descriptors a moment before it leaves its children.
+  while (getppid() == parent) sched_yield();
+  writeOutcome(report, {0, getpid()});
+  execute(launch, report);
+}
+
+// Reports to the host once the new program is in place, in which moment the pipe closes.
+[[noreturn]] void watchApplication(const Launch& launch, int report) noexcept {
+  const Outcome started = readOutcome(report, {ECHILD, 0});
+  writeOutcome(launch.report.get(), started.error != 0 ? started : readOutcome(report, started));
+  _exit(0);
+}
+
+// Forks the process that becomes the application when this one has ended, and another that watches
+// it: the host waits for a word of that one, not for its end. Both pipes are made only here, where
+// no other thread of the host can fork a copy of them. @return 0 or an errno value.
+int forkApplication(const Launch& launch) noexcept {
+  int hold[2];
+  int report[2];
+  if (pipe2(hold, O_CLOEXEC) != 0 || pipe2(report, O_CLOEXEC) != 0) return errno;
+  const pid_t parent = getpid();
+  const pid_t application = _Fork();
+  if (application < 0) return errno;
+  if (application == 0) {
+    close(hold[1]);
+    executeAsOrphan(launch, parent, hold[0], report[1]);
+  }
+  const pid_t watcher = _Fork();
+  if (watcher == 0) {
+    close(hold[1]);
+    close(report[1]);
+    watchApplication(launch, report[0]);
+  }
+  const int error = errno;
+  if (watcher < 0) kill(application, SIGKILL);
+  return watcher < 0 ? error : 0;
+}
+
+[[noreturn]] void runIntermediate(const Launch& launch) noexcept {
+  int error = detachFromHost(launch);
+  if (error == 0) error = forkApplication(launch);
+  if (error != 0) writeOutcome(launch.report.get(), {error, 0});
+  _exit(0);
+}
+
+// A signal handler of the host must not run in the forked copy.
+pid_t forkWithSignalsBlocked(const Launch& launch) noexcept {
+  sigset_t all;
+  sigset_t previous;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &previous);
+  const pid_t pid = _Fork();
+  if (pid == 0) runIntermediate(launch);
+  const int error = errno;
+  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+  errno = error;
+  return pid;
+}
+
+/// Starts the program at `executable` as a process of its own; returns when it runs. Should the
+/// host be killed meanwhile, the launch goes on, and `lock` is held until the program is in place:
+/// whoever waits for it must not find the program missing and launch another.
+Outcome launchDetached(std::string executable, const DirectoryLock& lock) {
+  std::vector<std::string> entries = launchEnvironment(environ);
+  std::vector<char*> environment;
+  environment.reserve(entries.size() + 1);
+  for (std::string& entry : entries) environment.push_back(entry.data());
+  environment.push_back(nullptr);
+  int report[2];
+  if (pipe2(report, O_CLOEXEC) != 0) return {errno, 0};
+  const ScopedFd outcome(report[0]);
+  Launch launch{executable.c_str(),
+                {executable.data(), nullptr},
+                environment.data(),
+                aboveStandardStreams(ScopedFd(open("/dev/null", O_RDWR | O_CLOEXEC))),
+                aboveStandardStreams(ScopedFd(report[1])),
+                ScopedFd(fcntl(lock.descriptor(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1))};
+  if (!launch.nullDevice.isValid() || !launch.report.isValid() || !launch.lock.isValid()) {
+    return {errno, 0};
+  }
+  const pid_t pid = forkWithSignalsBlocked(launch);
+  if (pid < 0) return {errno, 0};
+  launch.report.reset();
+  const Outcome result = readOutcome(outcome.get(), {ECHILD, 0});
+  reap(pid);
+  return result;
+}
+
+// Launches the application that is not known to run, if its last launch does not speak against it.
+bool launchAgain(int folder, std::string executable, const Bundle& bundle,
+                 const DirectoryLock& lock) {
+  const std::string state = stateOfBundle(bundle.bundlePath(), executable);
+  const auto last = lastLaunchOf(folder, bundle.bundlePath());
+  const LaunchAdvice advice = launchAdvice(last, state);
+  if (advice != LaunchAdvice::kLaunch) return advice == LaunchAdvice::kIsStarting;
+  const auto time = timeSinceBoot();
+  const Outcome outcome = launchDetached(std::move(executable), lock);
+  if (outcome.error != 0) return false;
+  checkInLaunched(outcome.pid, bundle);
+  const int failures = last && last->bundleState == state ? last->failures + 1 : 0;
+  noteLaunch(folder, bundle.bundleIdentifier().value_or(""),
+             {bundle.bundlePath(), state, outcome.pid, processStartTime(outcome.pid).value_or(0),
+              time, failures});
+  // It may have opened before there was a record for it to remove.
+  const auto record = checkInRecordForPID(outcome.pid);
+  if (record && record->isOpen) forgetLaunch(folder, bundle.bundlePath(), outcome.pid);
+  return true;
+}
+
+// Among all processes of this user, one at a time looks and launches.
+bool launchUnlessRunning(std::string executable, const Bundle& bundle) {
+  const ScopedFd folder = openRuntimeFolder(true);
+  if (!folder.isValid()) return false;
+  const DirectoryLock lock("/proc/self/fd/" + std::to_string(folder.get()) + "/.",
+                           kLongestWaitForOtherLaunches);
+  switch (presenceOf(bundle.bundlePath(), bundle.bundleIdentifier())) {
+    case Presence::kRunning:
+      return true;
+    case Presence::kAbsent:
+      return lock.isHeld() && launchAgain(folder.get(), std::move(executable), bundle, lock);
+    case Presence::kUnreachable:
+    case Presence::kUnknown:
+      return false;
+  }
+  return false;
+}
+
+// The launched process starts in the root folder.
+OptionalString absolutePath(std::string path) {
+  if (path.starts_with('/')) return path;
+  std::array<char, PATH_MAX> folder;
+  if (getcwd(folder.data(), folder.size()) == nullptr) return std::nullopt;
+  return stringByAppendingPathComponent(folder.data(), path);
+}
+
+bool isDirectory(const std::string& path) noexcept {
+  struct stat status = {};
+  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+}  // namespace
+
+Workspace& Workspace::sharedWorkspace() {
+  static Workspace& workspace = *new Workspace;
+  return workspace;
+}
+
+OptionalString Workspace::fullPathForApplication(const std::string& name) const {
+  if (name.empty() || name.find_first_of(std::string_view("/\0", 2)) != std::string::npos) {
+    return std::nullopt;
+  }
+  const std::string fileName =
+      name.ends_with(kApplicationExtension) ? name : name + kApplicationExtension;
+  for (const char* folder : kApplicationFolders) {
+    std::string path =
+        stringByAppendingPathComponent(stringByExpandingTildeInPath(folder), fileName);
+    if (isDirectory(path)) return path;
+  }
+  return std::nullopt;
+}
+
+bool Workspace::openFile(const std::string& path) {
+  if (path.find('\0') != std::string::npos) return false;
+  const OptionalString absolute = absolutePath(path);
+  if (!absolute) return false;
+  const Bundle bundle(*absolute);
+  auto executable = bundle.executablePath();
+  return executable && launchUnlessRunning(*std::move(executable), bundle);
+}
+
+}  // namespace platform

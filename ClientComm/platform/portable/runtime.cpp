@@ -1,0 +1,53 @@
+#include "ClientComm/platform/runtime.h"
+
+#include <map>
+#include <vector>
+
+namespace platform {
+namespace {
+
+using Registry = std::map<std::string, const Class*, std::less<>>;
+
+Registry& registry() {
+  static auto* const classes = new Registry;
+  return *classes;
+}
+
+// Never destroyed: objects may outlive every other static variable.
+std::vector<ObjectObserver*>& observers() {
+  static auto* const all = new std::vector<ObjectObserver*>;
+  return *all;
+}
+
+}  // namespace
+
+Object::~Object() {
+  for (ObjectObserver* const observer : observers()) observer->whenDestroyed_(*this);
+}
+
+ObjectObserver::ObjectObserver(Action whenDestroyed) : whenDestroyed_(std::move(whenDestroyed)) {
+  observers().push_back(this);
+}
+
+ObjectObserver::~ObjectObserver() { std::erase(observers(), this); }
+
+Class::Class(std::string name, Factory factory, std::vector<Method> methods)
+    : name_(std::move(name)), factory_(factory), methods_(std::move(methods)) {}
+
+Class::~Class() = default;
+
+const Method* Class::methodForSelector(std::string_view selector) const noexcept {
+  for (const Method& candidate : methods_) {
+    if (candidate.selector == selector) return &candidate;
+  }
+  return nullptr;
+}
+
+void registerClass(const Class& cls) { registry().insert_or_assign(cls.name(), &cls); }
+
+const Class* classNamed(std::string_view name) noexcept {
+  const auto found = registry().find(name);
+  return found == registry().end() ? nullptr : found->second;
+}
+
+}  // namespace platform

@@ -1,0 +1,59 @@
+#include "ClientComm/platform/posix/bundle_files.h"
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+
+#include "ClientComm/platform/file_manager.h"
+
+namespace platform {
+namespace {
+
+std::string nameOfExecutable(const Bundle& bundle) {
+  if (auto name = bundle.infoString(kCFBundleExecutableKey)) return *std::move(name);
+  std::string name = lastPathComponent(bundle.bundlePath());
+  constexpr std::string_view kExtension = ".app";
+  if (name.ends_with(kExtension)) name.resize(name.size() - kExtension.size());
+  return name;
+}
+
+// Not the time of the last status change, which a further hard link sets.
+std::string stateOfFile(const std::string& path) {
+  struct stat status = {};
+  if (stat(path.c_str(), &status) != 0) return "-";
+  std::string state;
+  for (const auto number :
+       {static_cast<std::int64_t>(status.st_dev), static_cast<std::int64_t>(status.st_ino),
+        static_cast<std::int64_t>(status.st_size), static_cast<std::int64_t>(status.st_mtim.tv_sec),
+        static_cast<std::int64_t>(status.st_mtim.tv_nsec)}) {
+    state += std::to_string(number) + ":";
+  }
+  return state;
+}
+
+}  // namespace
+
+bool isMainExecutable(const Bundle& bundle, const std::string& executable) {
+  if (lastPathComponent(executable) == nameOfExecutable(bundle)) return true;
+  // The kernel gives the target where the executable is a symbolic link inside the bundle.
+  const OptionalString named = bundle.executablePath();
+  std::error_code error;
+  return named && std::filesystem::canonical(*named, error) == executable && !error;
+}
+
+bool isSameBundle(const std::string& path, const std::string& other) noexcept {
+  if (path == other) return true;
+  struct stat first = {};
+  struct stat second = {};
+  return stat(path.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 &&
+         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+std::string stateOfBundle(const std::string& path, const std::string& executable) {
+  return stateOfFile(path + "/Contents/Info.plist") + " " + stateOfFile(executable);
+}
+
+}  // namespace platform

@@ -1,0 +1,58 @@
+#include "ClientComm/platform/posix/partial_name.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+
+#include "ClientComm/platform/posix/directory_reader.h"
+#include "ClientComm/platform/posix/io.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
+
+namespace platform {
+namespace {
+
+// The process that made the partial `entry`; 0 where it is none.
+pid_t builderOf(std::string_view entry, std::string_view prefix) {
+  if (!entry.starts_with(prefix)) return 0;
+  entry.remove_prefix(prefix.size());
+  pid_t pid = 0;
+  const auto [end, error] = std::from_chars(entry.data(), entry.data() + entry.size(), pid);
+  if (error != std::errc() || end == entry.data() + entry.size() || *end != '-') return 0;
+  return pid > 0 ? pid : 0;
+}
+
+}  // namespace
+
+std::string partialPrefix(std::string_view name) {
+  constexpr std::size_t kLongestKept = 200;  // leaves room for the rest within NAME_MAX
+  return "." + std::string(name.substr(0, kLongestKept)) + ".partial-";
+}
+
+std::string nextPartialName(std::string_view name) {
+  static std::atomic<unsigned> counter = 0;
+  return partialPrefix(name) + std::to_string(getpid()) + "-" + std::to_string(++counter);
+}
+
+bool isPartial(std::string_view entry, std::string_view prefix) {
+  return builderOf(entry, prefix) != 0;
+}
+
+bool isAbandonedPartial(std::string_view entry, std::string_view prefix) {
+  const pid_t builder = builderOf(entry, prefix);
+  return builder != 0 && kill(builder, 0) != 0 && errno == ESRCH;
+}
+
+void removeAbandonedPartialFiles(int directory, std::string_view name) {
+  DirectoryReader entries(ScopedFd(openat(directory, ".", kDirectoryFlags)));
+  if (!entries.isOpen()) return;
+  const std::string prefix = partialPrefix(name);
+  while (const dirent* entry = entries.next()) {
+    if (isAbandonedPartial(entry->d_name, prefix)) unlinkat(directory, entry->d_name, 0);
+  }
+}
+
+}  // namespace platform

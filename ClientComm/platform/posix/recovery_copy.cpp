@@ -1,0 +1,177 @@
+#include "ClientComm/platform/posix/recovery_copy.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <memory>
+#include <utility>
+
+#include "ClientComm/platform/path.h"
+#include "ClientComm/platform/portable/property_list/value.h"
+#include "ClientComm/platform/posix/io.h"
+#include "ClientComm/platform/posix/partial_name.h"
+#include "ClientComm/platform/posix/preferences_folder.h"
+
+namespace platform {
+namespace {
+
+constexpr std::string_view kHeading = "ClientComm settings write ";
+constexpr std::size_t kLargestCopy = 2 * kMaximumSettingsFileSize + 100;
+
+std::string copyNameOf(std::string_view name) {
+  return "." + std::string(name) + ".recovery-" + std::to_string(geteuid());
+}
+
+// Whether a copy in a folder failed for a reason that another folder may not have.
+bool isRefusal(int code) {
+  return code == EACCES || code == EPERM || code == EROFS || code == ENAMETOOLONG;
+}
+
+bool isWritableFolder(const std::string& path) {
+  return faccessat(AT_FDCWD, path.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
+}
+
+int writeCopy(int file, std::string_view before, std::string_view after) {
+  const std::string heading = std::string(kHeading) + std::to_string(before.size()) + " " +
+                              std::to_string(after.size()) + "\n";
+  for (const std::string_view part : {std::string_view(heading), before, after}) {
+    if (const int code = writeAll(file, part.data(), part.size())) return code;
+  }
+  return flushData(file);
+}
+
+// Cuts a number and the `end` behind it off the front of `text`.
+std::optional<std::size_t> takeSize(std::string_view& text, char end) {
+  std::size_t size = 0;
+  const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), size);
+  const auto length = static_cast<std::size_t>(rest - text.data());
+  if (error != std::errc() || length == text.size() || *rest != end) return std::nullopt;
+  text.remove_prefix(length + 1);
+  return size;
+}
+
+}  // namespace
+
+RecoveryCopy::RecoveryCopy(ScopedFd folder, std::string name, ScopedFd file)
+    : folder_(std::move(folder)), name_(std::move(name)), file_(std::move(file)) {}
+
+RecoveryCopy::~RecoveryCopy() {
+  // Closing alone would leave it locked by a child that the host forked meanwhile.
+  if (file_.isValid()) flock(file_.get(), LOCK_UN);
+}
+
+RecoveryCopy::Place RecoveryCopy::placeBeside(const std::string& target) {
+  SplitPath path = splitPath(target);
+  std::string name = copyNameOf(path.name);
+  return {std::move(path.directory), std::move(path.name), std::move(name)};
+}
+
+std::optional<RecoveryCopy::Place> RecoveryCopy::placeInPreferences(const std::string& target) {
+  const SplitPath path = splitPath(target);
+  const std::unique_ptr<char, decltype(&std::free)> folder(
+      realpath(path.directory.c_str(), nullptr), &std::free);
+  if (!folder) return std::nullopt;
+  const std::string canonical = stringByAppendingPathComponent(folder.get(), path.name);
+  std::string digest = digestOf(canonical);
+  std::string name = copyNameOf(digest);
+  return Place{preferencesFolder(), std::move(digest), std::move(name)};
+}
+
+int RecoveryCopy::make(const std::string& target, std::string_view before, std::string_view after,
+                       std::optional<RecoveryCopy>& copy) {
+  const int code = makeAt(placeBeside(target), before, after, copy);
+  if (!isRefusal(code)) return code;
+  const auto place = placeInPreferences(target);
+  return place && makePreferencesFolder() ? makeAt(*place, before, after, copy) : code;
+}
+
+int RecoveryCopy::makeAt(const Place& place, std::string_view before, std::string_view after,
+                         std::optional<RecoveryCopy>& copy) {
+  ScopedFd folder(open(place.folder.c_str(), kDirectoryFlags));
+  if (!folder.isValid()) return errno;
+  removeAbandonedPartialFiles(folder.get(), place.base);
+  std::string partial;
+  ScopedFd file;
+  do {  // EEXIST: left by an earlier process that had this one's ID
+    partial = nextPartialName(place.base);
+    file.reset(openat(folder.get(), partial.c_str(),
+                      O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  } while (!file.isValid() && errno == EEXIST);
+  if (!file.isValid()) return errno;
+  int code = statusOf(flock(file.get(), LOCK_EX | LOCK_NB));
+  if (code == 0) code = writeCopy(file.get(), before, after);
+  if (code == 0) code = renameWithoutReplacing(folder.get(), partial.c_str(), place.name.c_str());
+  if (code != 0) {
+    unlinkat(folder.get(), partial.c_str(), 0);
+    return code;
+  }
+  flushData(folder.get());
+  copy = RecoveryCopy(std::move(folder), place.name, std::move(file));
+  return 0;
+}
+
+std::optional<RecoveryCopy> RecoveryCopy::find(const std::string& target) {
+  const Place beside = placeBeside(target);
+  if (auto copy = findAt(beside)) return copy;
+  if (beside.name.size() <= NAME_MAX && isWritableFolder(beside.folder)) return std::nullopt;
+  if (faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) != 0) return std::nullopt;
+  const auto place = placeInPreferences(target);
+  return place ? findAt(*place) : std::nullopt;
+}
+
+std::optional<RecoveryCopy> RecoveryCopy::findAt(const Place& place) {
+  const std::string path = stringByAppendingPathComponent(place.folder, place.name);
+  ScopedFd file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  struct stat status;
+  if (!file.isValid() || fstat(file.get(), &status) != 0) return std::nullopt;
+  // Another user's file must not decide what a settings file holds.
+  if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) return std::nullopt;
+  ScopedFd folder(open(place.folder.c_str(), kDirectoryFlags));
+  if (!folder.isValid()) return std::nullopt;
+  std::string bytes;
+  if (readRegularFile(file.get(), kLargestCopy, bytes) != 0) bytes.clear();
+  RecoveryCopy copy(std::move(folder), place.name, std::move(file));
+  copy.parse(bytes);
+  return copy;
+}
+
+void RecoveryCopy::parse(std::string_view bytes) {
+  if (!bytes.starts_with(kHeading)) return;
+  bytes.remove_prefix(kHeading.size());
+  const auto oldSize = takeSize(bytes, ' ');
+  const auto newSize = oldSize ? takeSize(bytes, '\n') : std::nullopt;
+  if (!newSize || *oldSize > bytes.size() || bytes.size() - *oldSize != *newSize) return;
+  before_ = bytes.substr(0, *oldSize);
+  after_ = bytes.substr(*oldSize);
+}
+
+bool RecoveryCopy::takeOver() {
+  if (flock(file_.get(), LOCK_EX | LOCK_NB) != 0) return false;
+  struct stat named;
+  struct stat locked;
+  return fstatat(folder_.get(), name_.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+         fstat(file_.get(), &locked) == 0 && named.st_dev == locked.st_dev &&
+         named.st_ino == locked.st_ino;
+}
+
+void RecoveryCopy::remove() { unlinkat(folder_.get(), name_.c_str(), 0); }
+
+bool RecoveryCopy::isCutShort(std::string_view current) const {
+  if (current == before_ || current == after_) return false;
+  if (current.size() > std::max(before_.size(), after_.size())) return false;
+  for (std::size_t i = 0; i < current.size(); ++i) {
+    const bool isOld = i < before_.size() && current[i] == before_[i];
+    const bool isNew = i < after_.size() && current[i] == after_[i];
+    if (!isOld && !isNew) return false;
+  }
+  return true;
+}
+
+}  // namespace platform

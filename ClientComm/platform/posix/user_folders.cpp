@@ -1,0 +1,130 @@
+#include "ClientComm/platform/posix/user_folders.h"
+
+#include <pwd.h>
+#include <sys/auxv.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "ClientComm/platform/path.h"
+
+namespace platform {
+namespace {
+
+constexpr std::string_view kSessionDirectories = "/run/user/";
+
+// Stands for a directory where there is none: nothing exists below it, and nothing can be made.
+constexpr const char kNoDirectory[] = "/dev/null";
+
+// The value of an environment variable that names a directory. A relative path is ignored, as the
+// XDG base directory rules ask.
+std::string directoryInEnvironment(const char* name) {
+  const char* const value = isSetuidProcess() ? nullptr : std::getenv(name);
+  return value != nullptr && value[0] == '/' ? value : "";
+}
+
+std::string homeInPasswordDatabase() {
+  std::vector<char> buffer(1024);
+  passwd entry{};
+  passwd* found = nullptr;
+  while (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) == ERANGE) {
+    buffer.resize(buffer.size() * 2);
+  }
+  return found != nullptr && entry.pw_dir != nullptr && entry.pw_dir[0] == '/' ? entry.pw_dir : "";
+}
+
+bool exists(const std::string& path) noexcept {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0;
+}
+
+// The owner of `path`, or where it is missing of the nearest directory above it.
+std::optional<uid_t> ownerOf(std::string path) {
+  struct stat status {};
+  while (stat(path.c_str(), &status) != 0) {
+    std::string parent = splitPath(path).directory;
+    if ((errno != ENOENT && errno != ENOTDIR) || parent == path) return std::nullopt;
+    path = std::move(parent);
+  }
+  return status.st_uid;
+}
+
+bool belongsToEffectiveUser(const std::string& path) { return ownerOf(path) == geteuid(); }
+
+bool isMissingSessionDirectory(const std::string& path) noexcept {
+  return path.starts_with(kSessionDirectories) && !exists(path);
+}
+
+// `name` in the directory `home`; empty where there is no such directory.
+std::string below(const std::string& home, const char* name) {
+  return home.empty() ? home : stringByAppendingPathComponent(home, name);
+}
+
+// Without a directory that belongs to the effective user, the first is used where it exists, and
+// `mayCreateAt` says whether it may be made.
+std::string firstOwn(const std::vector<std::string>& candidates) {
+  std::string first;
+  for (const std::string& candidate : candidates) {
+    if (candidate.empty() || isMissingSessionDirectory(candidate)) continue;
+    if (belongsToEffectiveUser(candidate)) return candidate;
+    if (first.empty()) first = candidate;
+  }
+  return first.empty() ? kNoDirectory : first;
+}
+
+bool leadsThroughLink(const std::string& path) {
+  struct stat status {};
+  for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
+    if (lstat(path.substr(0, end).c_str(), &status) == 0 && S_ISLNK(status.st_mode)) return true;
+    if (end == std::string::npos) return false;
+  }
+}
+
+}  // namespace
+
+bool isSetuidProcess() noexcept { return getauxval(AT_SECURE) != 0; }
+
+std::string homeDirectory() {
+  std::string home = directoryInEnvironment("HOME");
+  return home.empty() ? homeInPasswordDatabase() : home;
+}
+
+std::string configDirectory() {
+  return firstOwn({directoryInEnvironment("XDG_CONFIG_HOME"),
+                   below(directoryInEnvironment("HOME"), ".config"),
+                   below(homeInPasswordDatabase(), ".config")});
+}
+
+std::string runtimeDirectory() {
+  return firstOwn({directoryInEnvironment("XDG_RUNTIME_DIR"),
+                   std::string(kSessionDirectories) + std::to_string(geteuid()),
+                   directoryInEnvironment("XDG_CACHE_HOME"),
+                   below(directoryInEnvironment("HOME"), ".cache"),
+                   below(homeInPasswordDatabase(), ".cache")});
+}
+
+bool mayCreateAt(const std::string& path) noexcept {
+  try {
+    if (!mayReplaceAt(path)) return false;
+    const auto owner = geteuid() == 0 ? ownerOf(path) : std::nullopt;
+    return !owner || *owner == 0;
+  } catch (...) {
+    return false;  // out of memory
+  }
+}
+
+bool mayReplaceAt(const std::string& path) noexcept {
+  try {
+    return !isSetuidProcess() || !leadsThroughLink(path);
+  } catch (...) {
+    return false;  // out of memory
+  }
+}
+
+}  // namespace platform

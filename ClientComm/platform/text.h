@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "ClientComm/platform/export.h"
+
+/// Readings of text that the library and its peers agree on. None of them throws on any input.
+namespace platform {
+
+/// Length of `text` in UTF-16 units. A byte that is not part of well-formed UTF-8 counts as one.
+std::size_t utf16Length(std::string_view text) noexcept;
+
+/// Takes the character at the front of `text` off it, without allocating.
+/// @return its code point; U+FFFD for a byte that is not part of well-formed UTF-8 (one byte is
+///         taken then). `text` must not be empty.
+char32_t takeCharacter(std::string_view& text) noexcept;
+
+/// The UTF-8 form of `bytes`, which are in the character encoding of that (IANA) name: one of the
+/// ISO-8859 or Windows code pages, KOI8, Macintosh, or one of GB2312, GBK, GB18030, Big5,
+/// Shift_JIS, EUC-JP and EUC-KR. Nothing for any other encoding, for one that this system lacks,
+/// and where the bytes are malformed.
+std::optional<std::string> utf8FromEncoding(std::string_view bytes, const std::string& encoding);
+
+/// Whether the UTF-16 unit is in the platform's decimal-digit set (Unicode category Nd).
+bool isDecimalDigit(char16_t unit) noexcept;
+
+/// The lenient reading of a signed 32-bit integer: leading blanks, an optional sign, decimal digits
+/// up to the first other character. 0 when there are none; a value out of range saturates.
+CLIENTCOMM_EXPORT std::int32_t intValue(std::string_view text) noexcept;
+
+/// The lenient reading of a truth value: true when the text begins, after optional blanks, an
+/// optional sign and leading zeros, with Y, y, T, t or a digit 1 to 9.
+CLIENTCOMM_EXPORT bool boolValue(std::string_view text) noexcept;
+
+}  // namespace platform

@@ -1,0 +1,343 @@
+#include "ClientComm/platform/linux/process_record.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/property_list.h"
+#include "tests/support/child_process.h"
+#include "tests/support/test_application.h"
+#include "tests/support/test_sandbox.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using platform::checkIn;
+using platform::checkInRecordForPID;
+using platform::processStartTime;
+using platform::PropertyListDictionary;
+using support::ChildProcess;
+
+// Checks in, says so, and does what it is told: "exit", "fork" (a child that ends as programs do),
+// "child" (a child that checks in itself and waits), "again".
+int runClerk(const std::vector<std::string>& /*arguments*/) {
+  checkIn();
+  std::puts("ready");
+  std::fflush(stdout);
+  std::string command;
+  for (int c = std::getchar(); c != EOF; c = std::getchar()) {
+    if (c != '\n') {
+      command += static_cast<char>(c);
+      continue;
+    }
+    if (command == "exit") return 0;
+    if (command == "again") checkIn();
+    if (command == "fork") ChildProcess::fork([]() -> int { std::exit(0); }).wait();
+    if (command == "child") {
+      ChildProcess::fork([]() -> int {
+        checkIn();
+        std::exit(checkInRecordForPID(getpid()) ? 0 : 1);
+      }).wait();
+    }
+    std::puts("done");
+    std::fflush(stdout);
+    command.clear();
+  }
+  return 0;
+}
+const support::Role clerk("clerk", runClerk);
+
+std::string folderPath() { return support::sandbox() + "/runtime/ClientComm"; }
+std::string recordPath(pid_t pid) { return folderPath() + "/process." + std::to_string(pid); }
+
+std::vector<std::string> namesInFolder() {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(folderPath())) {
+    names.push_back(entry.path().filename());
+  }
+  return names;
+}
+
+ChildProcess startClerk(const std::string& application) {
+  ChildProcess process = support::runApplication(application);
+  EXPECT_EQ(process.readLine(), "ready");
+  return process;
+}
+
+void tell(ChildProcess& process, const std::string& command) {
+  process.write(command + "\n");
+  EXPECT_EQ(process.readLine(), "done");
+}
+
+std::string makeClerk(const std::string& name = "Clerk") {
+  return support::makeApplication(name, "com.example.clerk", "clerk");
+}
+
+// Writes what a process of that ID that was started at `startTime` would have written.
+void forgeRecord(pid_t pid, std::uint64_t startTime) {
+  support::writeFile(recordPath(pid),
+                     platform::xmlPropertyList({{"StartTime", startTime},
+                                                {"CFBundleIdentifier", "com.example.forged"},
+                                                {"BundlePath", "/forged/Forged.app"},
+                                                {"CFBundleName", "Forged"}}));
+}
+
+TEST(CheckIn, WritesWhatTheProcessIsForItsUserAlone) {
+  const std::string application = makeClerk();
+  const ChildProcess process = startClerk(application);
+  const auto record = platform::dictionaryWithContentsOfFile(recordPath(process.pid()));
+  ASSERT_TRUE(record);
+  EXPECT_EQ(record->at("CFBundleIdentifier"), platform::PropertyListValue("com.example.clerk"));
+  EXPECT_EQ(record->at("BundlePath"), platform::PropertyListValue(application));
+  EXPECT_EQ(record->at("CFBundleName"), platform::PropertyListValue("Clerk"));
+  EXPECT_EQ(record->at("StartTime"), platform::PropertyListValue(static_cast<std::int64_t>(
+                                         processStartTime(process.pid()).value())));
+  struct stat status = {};
+  ASSERT_EQ(stat(recordPath(process.pid()).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0600U);
+}
+
+// --- What a process that is killed on the way leaves. ---
+
+std::string digest() { return platform::fileNameForIdentifier("com.example.killed"); }
+
+// The ID of a process that has been reaped.
+pid_t deadProcess() {
+  ChildProcess process = ChildProcess::fork([] { return 0; });
+  const pid_t pid = process.pid();
+  process.wait();
+  return pid;
+}
+
+TEST(CheckIn, SocketsAndDraftsOfKilledProcessesAreCleared) {
+  const std::string dead = std::to_string(deadProcess());
+  const std::string alive = std::to_string(getpid());
+  const std::string kept[] = {digest(), digest() + "." + alive, digest() + ".x",
+                              digest().substr(1) + "." + dead, "process." + alive + ".new"};
+  const std::string stale[] = {digest() + "." + dead, "process." + dead + ".new"};
+  for (const auto& name : kept) support::writeFile(folderPath() + "/" + name, "");
+  for (const auto& name : stale) support::writeFile(folderPath() + "/" + name, "");
+  chmod(folderPath().c_str(), 0700);
+  const ChildProcess process = startClerk(makeClerk());
+  for (const auto& name : kept) EXPECT_TRUE(fs::exists(folderPath() + "/" + name)) << name;
+  for (const auto& name : stale) EXPECT_FALSE(fs::exists(folderPath() + "/" + name)) << name;
+}
+
+// Another process may have got the ID of the one that was killed.
+TEST(CheckIn, OldSocketsAndDraftsAreClearedWhicheverProcessHasTheirIDNow) {
+  const std::string alive = std::to_string(getpid());
+  for (const std::string& name : {digest() + "." + alive, "process." + alive + ".new"}) {
+    const fs::path path = folderPath() + "/" + name;
+    support::writeFile(path, "");
+    fs::last_write_time(path, fs::file_time_type::clock::now() - std::chrono::minutes(2));
+  }
+  chmod(folderPath().c_str(), 0700);
+  const ChildProcess process = startClerk(makeClerk());
+  const std::string record = "process." + std::to_string(process.pid());
+  EXPECT_EQ(namesInFolder(), std::vector<std::string>{record});
+}
+
+TEST(CheckIn, RecordIsReadBackByOthers) {
+  const std::string application = makeClerk();
+  const ChildProcess process = startClerk(application);
+  const auto record = checkInRecordForPID(process.pid());
+  ASSERT_TRUE(record);
+  EXPECT_EQ(record->bundleIdentifier, "com.example.clerk");
+  EXPECT_EQ(record->bundlePath, application);
+  EXPECT_EQ(record->bundleName, "Clerk");
+  EXPECT_EQ(record->startTime, processStartTime(process.pid()));
+}
+
+TEST(CheckIn, PathsOfAnyBytesAreReadBackAsTheyStand) {
+  const std::string folder = " a\xFF\xC3(\n\r\t<&>\"'\x01\xE2\x82\xAC ";
+  const std::string application =
+      support::makeApplication("Clerk", "com.example.clerk", "clerk", {}, folder);
+  const ChildProcess process = startClerk(application);
+  const auto record = checkInRecordForPID(process.pid());
+  ASSERT_TRUE(record);
+  EXPECT_EQ(record->bundlePath, application);
+}
+
+TEST(CheckIn, WorksUnderARuntimePathOf200Characters) {
+  setenv("XDG_RUNTIME_DIR", (support::sandbox() + "/" + std::string(200, 'r')).c_str(), 1);
+  const ChildProcess process = startClerk(makeClerk());
+  EXPECT_TRUE(checkInRecordForPID(process.pid()));
+}
+
+TEST(CheckIn, RecordGoesWhenTheProcessExits) {
+  ChildProcess process = startClerk(makeClerk());
+  ASSERT_TRUE(fs::exists(recordPath(process.pid())));
+  process.write("exit\n");
+  EXPECT_EQ(process.wait(), 0);
+  EXPECT_TRUE(namesInFolder().empty());
+}
+
+TEST(CheckIn, RecordOfAKilledProcessIsClearedAwayByTheNext) {
+  const std::string application = makeClerk();
+  ChildProcess killed = startClerk(application);
+  killed.signal(SIGKILL);
+  killed.wait();
+  EXPECT_TRUE(fs::exists(recordPath(killed.pid())));
+  EXPECT_FALSE(checkInRecordForPID(killed.pid()));
+  const ChildProcess next = startClerk(application);
+  EXPECT_FALSE(fs::exists(recordPath(killed.pid())));
+  EXPECT_TRUE(fs::exists(recordPath(next.pid())));
+}
+
+TEST(CheckIn, RecordOfAnotherLiveProcessIsKept) {
+  const std::string application = makeClerk();
+  const ChildProcess first = startClerk(application);
+  const ChildProcess second = startClerk(application);
+  EXPECT_TRUE(checkInRecordForPID(first.pid()));
+  EXPECT_TRUE(checkInRecordForPID(second.pid()));
+}
+
+TEST(CheckIn, RecordOfAnEarlierProcessOfTheSameIDIsNotBelievedAndClearedAway) {
+  forgeRecord(getpid(), processStartTime(getpid()).value() - 1);
+  EXPECT_FALSE(checkInRecordForPID(getpid()));
+  const ChildProcess process = startClerk(makeClerk());
+  EXPECT_FALSE(fs::exists(recordPath(getpid())));
+}
+
+TEST(CheckIn, UnfinishedRecordsOfProcessesThatAreGoneAreClearedAway) {
+  support::writeFile(recordPath(99'999'999) + ".new", "<?xml");
+  support::writeFile(recordPath(getpid()) + ".new", "<?xml");
+  const ChildProcess process = startClerk(makeClerk());
+  EXPECT_FALSE(fs::exists(recordPath(99'999'999) + ".new"));
+  EXPECT_TRUE(fs::exists(recordPath(getpid()) + ".new"));
+}
+
+TEST(CheckIn, LeavesOtherFilesInTheFolderAlone) {
+  const std::vector<std::string> others = {"process.",    "process.12x", "process.-5",
+                                           "process.0",   "other",       "process.99999999999999",
+                                           "process.new", "xprocess.12"};
+  for (const std::string& name : others) support::writeFile(folderPath() + "/" + name, name);
+  const ChildProcess process = startClerk(makeClerk());
+  for (const std::string& name : others) {
+    EXPECT_EQ(support::readFile(folderPath() + "/" + name), name);
+  }
+}
+
+TEST(CheckIn, SecondCallInTheSameProcessDoesNothing) {
+  ChildProcess process = startClerk(makeClerk());
+  struct stat first = {};
+  struct stat second = {};
+  ASSERT_EQ(stat(recordPath(process.pid()).c_str(), &first), 0);
+  tell(process, "again");
+  ASSERT_EQ(stat(recordPath(process.pid()).c_str(), &second), 0);
+  EXPECT_EQ(first.st_ino, second.st_ino);
+  EXPECT_EQ(first.st_mtim.tv_nsec, second.st_mtim.tv_nsec);
+}
+
+TEST(CheckIn, ForkedChildThatExitsLeavesItsParentsRecord) {
+  ChildProcess process = startClerk(makeClerk());
+  tell(process, "fork");
+  EXPECT_TRUE(checkInRecordForPID(process.pid()));
+}
+
+TEST(CheckIn, ForkedChildHasARecordOfItsOwnAndRemovesOnlyThat) {
+  ChildProcess process = startClerk(makeClerk());
+  tell(process, "child");
+  EXPECT_TRUE(checkInRecordForPID(process.pid()));
+  EXPECT_EQ(namesInFolder().size(), 1U);
+}
+
+TEST(CheckIn, ProcessWithoutABundleIdentifierWritesNothing) {
+  const std::string application = makeClerk();
+  support::writeFile(application + "/Contents/Info.plist",
+                     platform::xmlPropertyList({{"TestRole", "clerk"}}));
+  const ChildProcess process = startClerk(application);
+  EXPECT_FALSE(fs::exists(folderPath()));
+}
+
+TEST(CheckIn, WithoutAUsableFolderNothingHappens) {
+  support::writeFile(folderPath(), "in the way");
+  ChildProcess process = startClerk(makeClerk());
+  EXPECT_FALSE(checkInRecordForPID(process.pid()));
+  process.write("exit\n");
+  EXPECT_EQ(process.wait(), 0);
+  EXPECT_EQ(support::readFile(folderPath()), "in the way");
+}
+
+class CheckInRecordOfThisProcess : public testing::Test {
+ protected:
+  void SetUp() override { forgeRecord(getpid(), processStartTime(getpid()).value()); }
+  const std::string path_ = recordPath(getpid());
+};
+
+TEST_F(CheckInRecordOfThisProcess, IsBelievedWhenItIsWhole) {
+  ASSERT_EQ(chmod(folderPath().c_str(), 0700), 0);
+  const auto record = checkInRecordForPID(getpid());
+  ASSERT_TRUE(record);
+  EXPECT_EQ(record->bundleIdentifier, "com.example.forged");
+}
+
+TEST_F(CheckInRecordOfThisProcess, IsNotBelievedWhenItIsALink) {
+  fs::rename(path_, folderPath() + "/elsewhere");
+  fs::create_symlink("elsewhere", path_);
+  EXPECT_FALSE(checkInRecordForPID(getpid()));
+}
+
+TEST_F(CheckInRecordOfThisProcess, IsNotBelievedWhenAnotherUserWroteIt) {
+  if (geteuid() != 0) GTEST_SKIP() << "only the superuser can give a file away";
+  ASSERT_EQ(chown(path_.c_str(), 12345, 12345), 0);
+  EXPECT_FALSE(checkInRecordForPID(getpid()));
+}
+
+TEST_F(CheckInRecordOfThisProcess, IsNotWaitedForWhenItIsAPipe) {
+  fs::remove(path_);
+  ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
+  EXPECT_FALSE(checkInRecordForPID(getpid()));
+}
+
+TEST_F(CheckInRecordOfThisProcess, IsNotBelievedWhenItIsRubbish) {
+  const std::string whole = support::readFile(path_);
+  const std::string broken[] = {"",
+                                "rubbish",
+                                whole.substr(0, whole.size() / 2),
+                                platform::xmlPropertyList({{"CFBundleIdentifier", "x"}}),
+                                platform::xmlPropertyList({{"StartTime", "12"}}),
+                                "<plist version=\"1.0\"><array/></plist>",
+                                std::string(1 << 20, ' ') + whole};
+  for (const std::string& text : broken) {
+    support::writeFile(path_, text);
+    EXPECT_FALSE(checkInRecordForPID(getpid())) << text.substr(0, 200);
+  }
+  support::writeFile(path_, whole);
+  EXPECT_TRUE(checkInRecordForPID(getpid()));
+}
+
+TEST(ProcessStartTime, TellsWhenAProcessWasStarted) {
+  const auto own = processStartTime(getpid());
+  ASSERT_TRUE(own);
+  timespec now = {};
+  clock_gettime(CLOCK_BOOTTIME, &now);
+  const auto ticksPerSecond = static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK));
+  const auto ticks = static_cast<std::uint64_t>(now.tv_sec + 1) * ticksPerSecond;
+  EXPECT_LE(*own, ticks);
+  EXPECT_GT(*own + 120 * ticksPerSecond, ticks);
+}
+
+TEST(ProcessStartTime, IsNotConfusedByTheCommandsName) {
+  const auto before = processStartTime(getpid());
+  ASSERT_EQ(prctl(PR_SET_NAME, ") R 1 2 3 (x"), 0);
+  EXPECT_EQ(processStartTime(getpid()), before);
+}
+
+TEST(ProcessStartTime, IsNothingForAProcessThatDoesNotExist) {
+  EXPECT_FALSE(processStartTime(99'999'999));
+  EXPECT_FALSE(processStartTime(-1));
+}
+
+}  // namespace
