@@ -18,10 +18,10 @@ const std::string& TQHPAppEventBase::className() const noexcept { return isa().n
 
 OptionalString TQHPAppEventBase::performSelector(std::string_view selector,
                                                  std::span<const OptionalString> objects) {
-  const platform::Method* const method = isa().methodForSelector(selector);
+  const clientcomm::Method* const method = isa().methodForSelector(selector);
   if (method == nullptr) return std::nullopt;
   if (objects.size() > method->argumentCount) {
-    throw platform::InvalidArgumentException("more arguments than the selector takes");
+    throw clientcomm::InvalidArgumentException("more arguments than the selector takes");
   }
   if (objects.size() == method->argumentCount) return method->invoke(*this, objects);
   std::vector<OptionalString> arguments(objects.begin(), objects.end());
@@ -30,7 +30,7 @@ OptionalString TQHPAppEventBase::performSelector(std::string_view selector,
 }
 
 void TQHPAppEventBase::setBundleID(const OptionalString& bundleID) {
-  if (!bundleID) throw platform::InvalidArgumentException("the caller has no bundle identifier");
+  if (!bundleID) throw clientcomm::InvalidArgumentException("the caller has no bundle identifier");
   if (!sharedBundleIDSet().contains(*bundleID)) sharedBundleIDSet().insert(*bundleID);
 }
 

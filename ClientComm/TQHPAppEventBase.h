@@ -11,7 +11,7 @@
 
 /// Base of every object that another application can call by class name: invokes a method by its
 /// selector, and remembers who has called.
-class CLIENTCOMM_EXPORT TQHPAppEventBase : public platform::Object {
+class CLIENTCOMM_EXPORT TQHPAppEventBase : public clientcomm::Object {
  public:
   ~TQHPAppEventBase() override;
 
@@ -20,13 +20,13 @@ class CLIENTCOMM_EXPORT TQHPAppEventBase : public platform::Object {
 
   /// Invokes the method for `selector` with `objects` as its arguments; missing ones are nil.
   /// @return the method's text; nil when it yields none, or the object does not answer `selector`.
-  /// @throws platform::InvalidArgumentException when there are more objects than parameters;
+  /// @throws clientcomm::InvalidArgumentException when there are more objects than parameters;
   ///         nothing is invoked then. What the method throws passes through.
   OptionalString performSelector(std::string_view selector,
                                  std::span<const OptionalString> objects);
 
   /// Notes the bundle identifier of the caller of the invocation that follows.
-  /// @throws platform::InvalidArgumentException for nil: a caller without identity is not served.
+  /// @throws clientcomm::InvalidArgumentException for nil: a caller without identity is not served.
   virtual void setBundleID(const OptionalString& bundleID);
 
  protected:

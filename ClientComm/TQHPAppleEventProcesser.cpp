@@ -10,10 +10,10 @@
 
 namespace {
 
-using platform::AppleEventDescriptor;
+using clientcomm::AppleEventDescriptor;
 
-constexpr platform::AEEventClass kCallEventClass = platform::fourCharCode("aevt");
-constexpr platform::AEEventID kCallEventID = platform::fourCharCode("call");
+constexpr clientcomm::AEEventClass kCallEventClass = clientcomm::fourCharCode("aevt");
+constexpr clientcomm::AEEventID kCallEventID = clientcomm::fourCharCode("call");
 
 // Takes the text out of the list, as a call is read only once and its texts may be large.
 OptionalString takeTextAtIndex(AppleEventDescriptor* list, std::size_t index) {
@@ -34,13 +34,13 @@ std::vector<OptionalString> takeArgumentsOfCall(AppleEventDescriptor* call) {
 
 OptionalString bundleIDOfCaller(const AppleEventDescriptor& event) {
   const AppleEventDescriptor* const address =
-      event.attributeDescriptorForKeyword(platform::keyAddressAttr);
+      event.attributeDescriptorForKeyword(clientcomm::keyAddressAttr);
   if (address == nullptr) return std::nullopt;
-  const auto serialNumber = address->coerceToDescriptorType(platform::typeProcessSerialNumber);
-  platform::ProcessSerialNumber psn;
+  const auto serialNumber = address->coerceToDescriptorType(clientcomm::typeProcessSerialNumber);
+  clientcomm::ProcessSerialNumber psn;
   if (!serialNumber || serialNumber->data().size() != sizeof psn) return std::nullopt;
   std::memcpy(&psn, serialNumber->data().data(), sizeof psn);
-  return platform::bundleIdentifierOfProcess(psn);
+  return clientcomm::bundleIdentifierOfProcess(psn);
 }
 
 }  // namespace
@@ -53,7 +53,7 @@ TQHPAppleEventProcesser& TQHPAppleEventProcesser::share() {
 }
 
 TQHPAppleEventProcesser::TQHPAppleEventProcesser()
-    : observer_([this](const platform::Object& object) {
+    : observer_([this](const clientcomm::Object& object) {
         std::erase_if(mapTable_, [&](const auto& entry) { return entry.second == &object; });
       }) {
   regist();
@@ -66,20 +66,20 @@ TQHPAppleEventProcesser::~TQHPAppleEventProcesser() {
 }
 
 void TQHPAppleEventProcesser::regist() {
-  platform::AppleEventManager::sharedAppleEventManager().setEventHandler(
+  clientcomm::AppleEventManager::sharedAppleEventManager().setEventHandler(
       [this](AppleEventDescriptor event, AppleEventDescriptor& reply) {
         process(std::move(event), reply);
-        return platform::noErr;
+        return clientcomm::noErr;
       },
       kCallEventClass, kCallEventID);
 }
 
 void TQHPAppleEventProcesser::unRegist() {
-  platform::AppleEventManager::sharedAppleEventManager().removeEventHandler(kCallEventClass,
-                                                                            kCallEventID);
+  clientcomm::AppleEventManager::sharedAppleEventManager().removeEventHandler(kCallEventClass,
+                                                                              kCallEventID);
 }
 
-void TQHPAppleEventProcesser::setObjectforKeyToMapTable(platform::Object& object,
+void TQHPAppleEventProcesser::setObjectforKeyToMapTable(clientcomm::Object& object,
                                                         const std::string& className) {
   mapTable_.insert_or_assign(className, &object);
 }
@@ -88,19 +88,19 @@ void TQHPAppleEventProcesser::removeObjectforKeyToMapTable(const std::string& cl
   mapTable_.erase(className);
 }
 
-platform::Object* TQHPAppleEventProcesser::objectForKey(std::string_view className) const {
+clientcomm::Object* TQHPAppleEventProcesser::objectForKey(std::string_view className) const {
   const auto found = mapTable_.find(className);
   return found == mapTable_.end() ? nullptr : found->second;
 }
 
 void TQHPAppleEventProcesser::process(AppleEventDescriptor event, AppleEventDescriptor& reply) {
-  AppleEventDescriptor* const call = event.paramDescriptorForKeyword(platform::keyDirectObject);
+  AppleEventDescriptor* const call = event.paramDescriptorForKeyword(clientcomm::keyDirectObject);
   OptionalString result = reflection(takeTextAtIndex(call, 1), takeTextAtIndex(call, 2),
                                      takeArgumentsOfCall(call), bundleIDOfCaller(event));
   // A nil result is a reply without a direct parameter.
   if (result) {
     reply.setParamDescriptor(AppleEventDescriptor::descriptorWithString(*std::move(result)),
-                             platform::keyDirectObject);
+                             clientcomm::keyDirectObject);
   }
 }
 
@@ -108,7 +108,7 @@ OptionalString TQHPAppleEventProcesser::reflection(const OptionalString& classNa
                                                    const OptionalString& method,
                                                    std::span<const OptionalString> parameter,
                                                    const OptionalString& bundleID) {
-  platform::Object* const instance = instanceForClass(className);
+  clientcomm::Object* const instance = instanceForClass(className);
   if (instance == nullptr) return std::nullopt;
   try {
     const std::lock_guard lock(monitor_);
@@ -123,11 +123,11 @@ OptionalString TQHPAppleEventProcesser::reflection(const OptionalString& classNa
   }
 }
 
-platform::Object* TQHPAppleEventProcesser::instanceForClass(const OptionalString& className) {
+clientcomm::Object* TQHPAppleEventProcesser::instanceForClass(const OptionalString& className) {
   if (!className) return nullptr;
-  if (platform::Object* const registered = objectForKey(*className)) return registered;
-  const platform::Class* const cls = platform::classNamed(*className);
-  std::shared_ptr<platform::Object> made = cls == nullptr ? nullptr : cls->makeInstance();
+  if (clientcomm::Object* const registered = objectForKey(*className)) return registered;
+  const clientcomm::Class* const cls = clientcomm::classNamed(*className);
+  std::shared_ptr<clientcomm::Object> made = cls == nullptr ? nullptr : cls->makeInstance();
   if (made == nullptr) return nullptr;
   mapTable_.insert_or_assign(*className, made.get());
   return madeInstances_.emplace_back(std::move(made)).get();

@@ -12,7 +12,7 @@
 #include "ClientComm/TQHPTypes.h"
 #include "ClientComm/platform/runtime.h"
 
-namespace platform {
+namespace clientcomm {
 class AppleEventDescriptor;
 }
 
@@ -36,25 +36,25 @@ class CLIENTCOMM_EXPORT TQHPAppleEventProcesser {
 
   /// Makes `object` the one that receives the calls for the class `className`, in place of an
   /// earlier one. The object is not kept alive: its destruction removes its entries.
-  void setObjectforKeyToMapTable(platform::Object& object, const std::string& className);
+  void setObjectforKeyToMapTable(clientcomm::Object& object, const std::string& className);
   /// Removes the entry of the class `className`, whichever object it holds.
   void removeObjectforKeyToMapTable(const std::string& className);
   /// The object that receives the calls for `className`; null when there is none yet.
-  platform::Object* objectForKey(std::string_view className) const;
+  clientcomm::Object* objectForKey(std::string_view className) const;
 
  private:
-  void process(platform::AppleEventDescriptor event, platform::AppleEventDescriptor& reply);
+  void process(clientcomm::AppleEventDescriptor event, clientcomm::AppleEventDescriptor& reply);
   OptionalString reflection(const OptionalString& className, const OptionalString& method,
                             std::span<const OptionalString> parameter,
                             const OptionalString& bundleID);
-  platform::Object* instanceForClass(const OptionalString& className);
+  clientcomm::Object* instanceForClass(const OptionalString& className);
 
-  std::map<std::string, platform::Object*, std::less<>> mapTable_;
+  std::map<std::string, clientcomm::Object*, std::less<>> mapTable_;
   /// Instances that the processor made itself; kept even when another takes over their entry.
-  std::vector<std::shared_ptr<platform::Object>> madeInstances_;
+  std::vector<std::shared_ptr<clientcomm::Object>> madeInstances_;
   std::recursive_mutex monitor_;
   /// The last member, so that it is the first to go: the others are still whole when it acts.
-  platform::ObjectObserver observer_;
+  clientcomm::ObjectObserver observer_;
 };
 
 /// The processor that `TQHPAppleEventProcesser::share` gives; null before its first use.

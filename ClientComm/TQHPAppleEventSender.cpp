@@ -11,20 +11,20 @@
 
 namespace {
 
-constexpr platform::AEEventClass kCallEventClass = platform::fourCharCode("aevt");
-constexpr platform::AEEventID kCallEventID = platform::fourCharCode("call");
+constexpr clientcomm::AEEventClass kCallEventClass = clientcomm::fourCharCode("aevt");
+constexpr clientcomm::AEEventID kCallEventID = clientcomm::fourCharCode("call");
 
-platform::AppleEventDescriptor textDescriptor(std::string_view text) {
-  return platform::AppleEventDescriptor::descriptorWithString(std::string(text));
+clientcomm::AppleEventDescriptor textDescriptor(std::string_view text) {
+  return clientcomm::AppleEventDescriptor::descriptorWithString(std::string(text));
 }
 
 // The identifier's first bytes, as many as it has UTF-16 units: the length of an address is counted
 // in characters. The two agree for every identifier in ASCII, which is what identifiers are made
 // of.
-platform::AppleEventDescriptor targetDescriptor(const OptionalString& bundleID) {
+clientcomm::AppleEventDescriptor targetDescriptor(const OptionalString& bundleID) {
   const std::string identifier = bundleID.value_or(std::string());
-  return {platform::typeApplicationBundleID,
-          identifier.substr(0, platform::utf16Length(identifier))};
+  return {clientcomm::typeApplicationBundleID,
+          identifier.substr(0, clientcomm::utf16Length(identifier))};
 }
 
 }  // namespace
@@ -35,7 +35,7 @@ TQHPAppleEventSender& TQHPAppleEventSender::share() {
 }
 
 TQHPAppleEventSender::TQHPAppleEventSender()
-    : helperBundleID_(platform::Bundle::mainBundle().infoString(kHelperBundleId)) {}
+    : helperBundleID_(clientcomm::Bundle::mainBundle().infoString(kHelperBundleId)) {}
 
 OSErr TQHPAppleEventSender::sendEvnet(std::string_view className, std::string_view selectName,
                                       std::span<const std::string> args) noexcept {
@@ -51,10 +51,10 @@ OSErr TQHPAppleEventSender::sendEvnet(std::string_view className, std::string_vi
 OSErr TQHPAppleEventSender::sendEvnet(const OptionalString& bundleID, std::string_view className,
                                       std::string_view selectName,
                                       std::span<const std::string> args) noexcept {
-  return guarded(platform::memFullErr, [&] {
-    platform::AppleEventDescriptor reply;
-    return platform::AESendMessage(createEvnet(bundleID, className, selectName, args), reply,
-                                   platform::kAENoReply, platform::kAEDefaultTimeout);
+  return guarded(clientcomm::memFullErr, [&] {
+    clientcomm::AppleEventDescriptor reply;
+    return clientcomm::AESendMessage(createEvnet(bundleID, className, selectName, args), reply,
+                                     clientcomm::kAENoReply, clientcomm::kAEDefaultTimeout);
   });
 }
 
@@ -63,25 +63,25 @@ OSErr TQHPAppleEventSender::sendEvnet(const OptionalString& bundleID, std::strin
                                       std::span<const std::string> args,
                                       OptionalString* result) noexcept {
   if (result != nullptr) result->reset();
-  return guarded(platform::memFullErr, [&] {
-    platform::AppleEventDescriptor reply;
+  return guarded(clientcomm::memFullErr, [&] {
+    clientcomm::AppleEventDescriptor reply;
     const OSErr status =
-        platform::AESendMessage(createEvnet(bundleID, className, selectName, args), reply,
-                                platform::kAEWaitReply, platform::kNoTimeOut);
-    platform::AppleEventDescriptor* const answer =
-        reply.paramDescriptorForKeyword(platform::keyDirectObject);
+        clientcomm::AESendMessage(createEvnet(bundleID, className, selectName, args), reply,
+                                  clientcomm::kAEWaitReply, clientcomm::kNoTimeOut);
+    clientcomm::AppleEventDescriptor* const answer =
+        reply.paramDescriptorForKeyword(clientcomm::keyDirectObject);
     if (answer != nullptr && result != nullptr) *result = std::move(*answer).stringValue();
     return status;
   });
 }
 
-platform::AppleEventDescriptor TQHPAppleEventSender::createEvnet(
+clientcomm::AppleEventDescriptor TQHPAppleEventSender::createEvnet(
     const OptionalString& bundleID, std::string_view className, std::string_view selectName,
     std::span<const std::string> args) {
-  using platform::AppleEventDescriptor;
+  using clientcomm::AppleEventDescriptor;
   AppleEventDescriptor event = AppleEventDescriptor::appleEvent(
-      kCallEventClass, kCallEventID, targetDescriptor(bundleID), platform::kAutoGenerateReturnID,
-      platform::kAnyTransactionID);
+      kCallEventClass, kCallEventID, targetDescriptor(bundleID), clientcomm::kAutoGenerateReturnID,
+      clientcomm::kAnyTransactionID);
   AppleEventDescriptor argumentList = AppleEventDescriptor::listDescriptor();
   argumentList.reserveItems(args.size());
   for (std::size_t i = 0; i < args.size(); ++i) {
@@ -92,6 +92,6 @@ platform::AppleEventDescriptor TQHPAppleEventSender::createEvnet(
   call.insertDescriptor(textDescriptor(className), 1);
   call.insertDescriptor(textDescriptor(selectName), 2);
   call.insertDescriptor(std::move(argumentList), 3);
-  event.setParamDescriptor(std::move(call), platform::keyDirectObject);
+  event.setParamDescriptor(std::move(call), clientcomm::keyDirectObject);
   return event;
 }

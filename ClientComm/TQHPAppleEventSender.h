@@ -6,7 +6,7 @@
 
 #include "ClientComm/TQHPTypes.h"
 
-namespace platform {
+namespace clientcomm {
 class AppleEventDescriptor;
 }
 
@@ -47,10 +47,10 @@ class CLIENTCOMM_EXPORT TQHPAppleEventSender {
  private:
   TQHPAppleEventSender();
 
-  static platform::AppleEventDescriptor createEvnet(const OptionalString& bundleID,
-                                                    std::string_view className,
-                                                    std::string_view selectName,
-                                                    std::span<const std::string> args);
+  static clientcomm::AppleEventDescriptor createEvnet(const OptionalString& bundleID,
+                                                      std::string_view className,
+                                                      std::string_view selectName,
+                                                      std::span<const std::string> args);
 
   /// The helper's bundle identifier, read once from the host's Info dictionary; nil without it.
   OptionalString helperBundleID_;

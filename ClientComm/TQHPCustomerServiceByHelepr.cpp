@@ -2,12 +2,12 @@
 
 #include "ClientComm/internal/proxy_call.h"
 
-const platform::Class& TQHPCustomerServiceByHelepr::staticClass() {
+const clientcomm::Class& TQHPCustomerServiceByHelepr::staticClass() {
   using Self = TQHPCustomerServiceByHelepr;
-  static const auto* const cls = new platform::Class(
-      "TQHPCustomerServiceByHelepr", platform::makeShared<Self>,
-      {platform::method<&Self::checkForHeleprMessage>("checkForHeleprMessage:versionID:"),
-       platform::method<&Self::customerService>("customerService:versionID:email:attachment:")});
+  static const auto* const cls = new clientcomm::Class(
+      "TQHPCustomerServiceByHelepr", clientcomm::makeShared<Self>,
+      {clientcomm::method<&Self::checkForHeleprMessage>("checkForHeleprMessage:versionID:"),
+       clientcomm::method<&Self::customerService>("customerService:versionID:email:attachment:")});
   return *cls;
 }
 

@@ -10,8 +10,8 @@ class CLIENTCOMM_EXPORT TQHPCustomerServiceByHelepr : public TQHPAppEventBase {
   TQHPCustomerServiceByHelepr() = default;
 
   /// The class by which the process's registry knows it.
-  static const platform::Class& staticClass();
-  const platform::Class& isa() const override { return staticClass(); }
+  static const clientcomm::Class& staticClass();
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   /// Has the helper look for messages from customer service.
   OSErr checkForHeleprMessage(const OptionalString& productID, const OptionalString& versionID);

@@ -2,10 +2,10 @@
 
 #include "ClientComm/internal/proxy_call.h"
 
-const platform::Class& TQHPGetDataByHelper::staticClass() {
-  static const auto* const cls = new platform::Class(
-      "TQHPGetDataByHelper", platform::makeShared<TQHPGetDataByHelper>,
-      {platform::method<&TQHPGetDataByHelper::clientIDFormHelper>("clientIDFormHelper")});
+const clientcomm::Class& TQHPGetDataByHelper::staticClass() {
+  static const auto* const cls = new clientcomm::Class(
+      "TQHPGetDataByHelper", clientcomm::makeShared<TQHPGetDataByHelper>,
+      {clientcomm::method<&TQHPGetDataByHelper::clientIDFormHelper>("clientIDFormHelper")});
   return *cls;
 }
 

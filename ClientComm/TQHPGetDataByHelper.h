@@ -10,8 +10,8 @@ class CLIENTCOMM_EXPORT TQHPGetDataByHelper : public TQHPAppEventBase {
   TQHPGetDataByHelper() = default;
 
   /// The class by which the process's registry knows it.
-  static const platform::Class& staticClass();
-  const platform::Class& isa() const override { return staticClass(); }
+  static const clientcomm::Class& staticClass();
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   /// The client ID that the helper keeps; blocks until it answers or ends.
   /// @return nil when the helper could not be reached, or gave none.

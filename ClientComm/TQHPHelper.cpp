@@ -27,13 +27,13 @@ TQHPHelper::~TQHPHelper() = default;
 void TQHPHelper::init() {
   cmmt_ = &TQHPHelperCommunicate::share();
   guarded([this] {
-    autoStartTimer_ = platform::Timer::scheduledTimer(
+    autoStartTimer_ = clientcomm::Timer::scheduledTimer(
         kAutoStartInterval,
-        [this](const platform::Timer& timer) { autoautoStartIntervaTimerMethod(&timer); });
+        [this](const clientcomm::Timer& timer) { autoautoStartIntervaTimerMethod(&timer); });
   });
 }
 
-void TQHPHelper::autoautoStartIntervaTimerMethod(const platform::Timer* timer) {
+void TQHPHelper::autoautoStartIntervaTimerMethod(const clientcomm::Timer* timer) {
   if (timer != nullptr && timer == autoStartTimer_.get()) startHelper();
 }
 

@@ -5,7 +5,7 @@
 #include "ClientComm/TQHPSuiteInfo.h"
 #include "ClientComm/TQHPTypes.h"
 
-namespace platform {
+namespace clientcomm {
 class Timer;
 }
 class TQHPHelperCommunicate;
@@ -26,7 +26,7 @@ class CLIENTCOMM_EXPORT TQHPHelper {
   /// 5 seconds, unless it has marked its server closed.
   void stopHelper();
   /// The timer's callback; does nothing for any timer but the library's own.
-  void autoautoStartIntervaTimerMethod(const platform::Timer* timer);
+  void autoautoStartIntervaTimerMethod(const clientcomm::Timer* timer);
 
   /// Count one use of `target`'s `key`: a counter known to the helper, or one made on first use.
   void commIncreaseDataCollect(const OptionalString& target, const OptionalString& key);
@@ -62,5 +62,5 @@ class CLIENTCOMM_EXPORT TQHPHelper {
   void init();
 
   TQHPHelperCommunicate* cmmt_ = nullptr;
-  std::unique_ptr<platform::Timer> autoStartTimer_;
+  std::unique_ptr<clientcomm::Timer> autoStartTimer_;
 };

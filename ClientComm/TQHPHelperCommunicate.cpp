@@ -24,10 +24,10 @@
 
 namespace {
 
+using clientcomm::Bundle;
 using clientcomm::HelperInstallation;
+using clientcomm::UserDefaults;
 using clientcomm::WaitBudget;
-using platform::Bundle;
-using platform::UserDefaults;
 
 constexpr const char kPID[] = "PID";
 constexpr const char kVersion[] = "Version";
@@ -47,9 +47,9 @@ constexpr std::chrono::seconds kStartUpWaits{10};
 
 TQHPHelperCommunicate* sharedController = nullptr;
 
-std::optional<platform::PropertyListValue> optionalValue(const OptionalString& text) {
+std::optional<clientcomm::PropertyListValue> optionalValue(const OptionalString& text) {
   if (!text) return std::nullopt;
-  return platform::PropertyListValue(*text);
+  return clientcomm::PropertyListValue(*text);
 }
 
 OptionalString flagText(bool flag) { return flag ? "1" : "0"; }
@@ -69,13 +69,13 @@ TQHPSuiteInfo suiteInfoFromReply(const OptionalString& reply) {
   if (!reply) return TQHPSuiteInfo::initWithDate(std::nullopt, 0, 0);
   const std::vector<std::string> fields = componentsSeparatedBy(*reply, kSuiteInfoSeparator);
   const auto number = [&](std::size_t index) {
-    return index < fields.size() ? platform::intValue(fields[index]) : 0;
+    return index < fields.size() ? clientcomm::intValue(fields[index]) : 0;
   };
   return TQHPSuiteInfo::initWithDate(fields.front(), number(1), number(2));
 }
 
 // Whether `dictionary` has `key` already with the truth value `enable`.
-bool isStored(const platform::PropertyListDictionary& dictionary, std::string_view key,
+bool isStored(const clientcomm::PropertyListDictionary& dictionary, std::string_view key,
               bool enable) {
   const auto old = dictionary.find(key);
   return old != dictionary.end() && old->second.boolValue() == enable;
@@ -85,20 +85,21 @@ void saveToPlistFile(const char* key, bool enable) {
   const OptionalString path =
       TQHPHelperCommunicate::searchPlistFilePath(Bundle::mainBundle().bundlePath());
   if (!path) return;
-  auto dictionary = platform::dictionaryWithContentsOfFile(*path);
+  auto dictionary = clientcomm::dictionaryWithContentsOfFile(*path);
   if (!dictionary || isStored(*dictionary, key, enable)) return;
   dictionary->insert_or_assign(key, enable);
-  platform::writeDictionaryToFile(*dictionary, *path);
+  clientcomm::writeDictionaryToFile(*dictionary, *path);
 }
 
 void saveToStringsFile(const char* key, bool enable) {
   const OptionalString path =
       TQHPHelperCommunicate::searchCurrentStringsFilePath(Bundle::mainBundle().bundlePath());
   if (!path) return;
-  auto dictionary = platform::dictionaryWithContentsOfFile(*path);
+  auto dictionary = clientcomm::dictionaryWithContentsOfFile(*path);
   if (!dictionary || isStored(*dictionary, key, enable)) return;
   dictionary->insert_or_assign(key, *flagText(enable));
-  platform::writeTextToFileAsUTF16(platform::descriptionInStringsFileFormat(*dictionary), *path);
+  clientcomm::writeTextToFileAsUTF16(clientcomm::descriptionInStringsFileFormat(*dictionary),
+                                     *path);
 }
 
 // The switch as it stands in the files now: the localised value before the plain one.
@@ -107,12 +108,12 @@ bool effectiveSwitch(const char* key, bool valueWhenAbsent) {
   return value ? value->boolValue() : valueWhenAbsent;
 }
 
-using platform::method;
+using clientcomm::method;
 using Self = TQHPHelperCommunicate;
 
 // Every method whose parameters are all strings. Those with a flag, a status or a delegate cannot
 // be called by name, as only strings travel.
-constexpr platform::Method kCallableMethods[] = {
+constexpr clientcomm::Method kCallableMethods[] = {
     method<&Self::startHelper>("startHelper"),
     method<&Self::stopHelper>("stopHelper"),
     method<&Self::isAliveHelper>("isAliveHelper"),
@@ -157,15 +158,15 @@ constexpr platform::Method kCallableMethods[] = {
 
 }  // namespace
 
-const platform::Class& TQHPHelperCommunicate::staticClass() {
+const clientcomm::Class& TQHPHelperCommunicate::staticClass() {
   // Calls reach the one controller. None is made for a call: that would run the whole start-up, in
   // the middle of an event.
   const auto existing = [] {
-    return std::shared_ptr<platform::Object>(std::shared_ptr<void>(), sharedController);
+    return std::shared_ptr<clientcomm::Object>(std::shared_ptr<void>(), sharedController);
   };
-  static const auto* const cls = new platform::Class(
+  static const auto* const cls = new clientcomm::Class(
       "TQHPHelperCommunicate", existing,
-      std::vector<platform::Method>(std::begin(kCallableMethods), std::end(kCallableMethods)));
+      std::vector<clientcomm::Method>(std::begin(kCallableMethods), std::end(kCallableMethods)));
   return *cls;
 }
 
@@ -194,9 +195,9 @@ void TQHPHelperCommunicate::init() {
 
 OSErr TQHPHelperCommunicate::startHelper() {
   const OSErr status = TQHPHelperControl::share().start(productID_, productVersion_);
-  if (status == platform::noErr) {
+  if (status == clientcomm::noErr) {
     isHelperAlive_ = true;
-    startedProcess_ = platform::AELastRecipient();
+    startedProcess_ = clientcomm::AELastRecipient();
   }
   firstStartPID();
   clientIDFormHelper();
@@ -213,29 +214,29 @@ OSErr TQHPHelperCommunicate::stopHelper() {
 
 OSErr TQHPHelperCommunicate::isAliveHelper() {
   const OSErr status = TQHPHelperControl::share().isAlive(productID_, productVersion_);
-  if (status != platform::noErr) return status;
-  if (platform::AELastRecipient() != startedProcess_) isHelperAlive_ = false;
+  if (status != clientcomm::noErr) return status;
+  if (clientcomm::AELastRecipient() != startedProcess_) isHelperAlive_ = false;
   if (!isHelperAlive_) startHelper();
   return status;
 }
 
 OSErr TQHPHelperCommunicate::showHelper() {
   const OSErr status = autoRestartHelper();
-  if (status != platform::noErr) return status;
+  if (status != clientcomm::noErr) return status;
   return TQHPHelperControl::share().show(productID_, productVersion_);
 }
 
 OSErr TQHPHelperCommunicate::hideHelper() {
   const OSErr status = autoRestartHelper();
-  if (status != platform::noErr) return status;
+  if (status != clientcomm::noErr) return status;
   return TQHPHelperControl::share().hide(productID_, productVersion_);
 }
 
 OSErr TQHPHelperCommunicate::autoRestartHelper() {
   if (!getDefaultHelperServerOpen()) return kHelperServerClosed;
   if (isInstallationPending_) extract(WaitBudget::none());
-  if (isAliveHelper() == platform::noErr) return platform::noErr;
-  return launchHelepr() ? platform::noErr : kHelperNotLaunched;
+  if (isAliveHelper() == clientcomm::noErr) return clientcomm::noErr;
+  return launchHelepr() ? clientcomm::noErr : kHelperNotLaunched;
 }
 
 bool TQHPHelperCommunicate::getDefaultHelperServerOpen() {
@@ -251,7 +252,7 @@ bool TQHPHelperCommunicate::getDefaultHelperServerOpen() {
 
 void TQHPHelperCommunicate::willHelperExit() { stopHelper(); }
 
-void TQHPHelperCommunicate::didCheckServerOpen(bool isOpen, const platform::Error* /*error*/) {
+void TQHPHelperCommunicate::didCheckServerOpen(bool isOpen, const clientcomm::Error* /*error*/) {
   isServerOpen_ = isOpen;
 }
 
@@ -261,11 +262,11 @@ void TQHPHelperCommunicate::synthesizeUserDefault() {
   guarded([this] {
     const Bundle& host = Bundle::mainBundle();
     productID_ = host.infoString(kPID);
-    productVersion_ = host.infoString(platform::kCFBundleVersionKey);
+    productVersion_ = host.infoString(clientcomm::kCFBundleVersionKey);
     UserDefaults& defaults = UserDefaults::standardUserDefaults();
     defaults.setObject(optionalValue(productID_), kPID);
     defaults.setObject(optionalValue(productVersion_), kVersion);
-    defaults.setObject(platform::PropertyListValue(host.bundlePath()), kExecutableFile);
+    defaults.setObject(clientcomm::PropertyListValue(host.bundlePath()), kExecutableFile);
     defaults.synchronize();
   });
 }
@@ -276,7 +277,7 @@ OptionalString TQHPHelperCommunicate::firstStartPID() {
     const auto isFirstStart = defaults.objectForKey(KIsFirstStart);
     if (isFirstStart && !isFirstStart->boolValue()) return defaults.stringForKey(KFirstStartPID);
     OptionalString productID = Bundle::mainBundle().infoString(kPID);
-    defaults.setObject(platform::PropertyListValue(false), KIsFirstStart);
+    defaults.setObject(clientcomm::PropertyListValue(false), KIsFirstStart);
     defaults.setObject(optionalValue(productID), KFirstStartPID);
     defaults.synchronize();
     return productID;
@@ -319,9 +320,9 @@ bool TQHPHelperCommunicate::launch(const WaitBudget& waits) {
 
 OptionalString TQHPHelperCommunicate::appPath(const std::string& directory) {
   return guarded(OptionalString(), [&]() -> OptionalString {
-    for (const std::string& name : platform::contentsOfDirectoryAtPath(directory)) {
-      if (platform::pathExtension(name) == "app") {
-        return platform::stringByAppendingPathComponent(directory, name);
+    for (const std::string& name : clientcomm::contentsOfDirectoryAtPath(directory)) {
+      if (clientcomm::pathExtension(name) == "app") {
+        return clientcomm::stringByAppendingPathComponent(directory, name);
       }
     }
     return std::nullopt;
@@ -359,7 +360,7 @@ int TQHPHelperCommunicate::compareVersion(const OptionalString& version,
 
 OSErr TQHPHelperCommunicate::productUpgrade() {
   const OSErr status = autoRestartHelper();
-  if (status != platform::noErr) return status;
+  if (status != clientcomm::noErr) return status;
   return TQHPUpgradeByHelper::share().productUpgrade(productID_, productVersion_);
 }
 
@@ -384,7 +385,7 @@ OSErr TQHPHelperCommunicate::uploadLogByEmail(const OptionalString& email,
                                               const OptionalString& title,
                                               const OptionalString& description) {
   const OSErr status = autoRestartHelper();
-  if (status != platform::noErr) return status;
+  if (status != clientcomm::noErr) return status;
   return TQHPUploadByHelper::share().uploadLog(productID_, productVersion_, email, filePath, title,
                                                description);
 }
@@ -394,7 +395,7 @@ OSErr TQHPHelperCommunicate::uploadUserFile(const OptionalString& email,
                                             const OptionalString& title,
                                             const OptionalString& description) {
   const OSErr status = autoRestartHelper();
-  if (status != platform::noErr) return status;
+  if (status != clientcomm::noErr) return status;
   return TQHPUploadByHelper::share().uploadUserFile(productID_, productVersion_, email, filePath,
                                                     title, description);
 }
@@ -409,14 +410,14 @@ OSErr TQHPHelperCommunicate::uploadProductFile(const OptionalString& email,
 
 OSErr TQHPHelperCommunicate::checkForHeleprMessage() {
   const OSErr status = autoRestartHelper();
-  if (status != platform::noErr) return status;
+  if (status != clientcomm::noErr) return status;
   return TQHPCustomerServiceByHelepr::share().checkForHeleprMessage(productID_, productVersion_);
 }
 
 OSErr TQHPHelperCommunicate::customerserviceByEmail(const OptionalString& email,
                                                     const OptionalString& attachment) {
   const OSErr status = autoRestartHelper();
-  if (status != platform::noErr) return status;
+  if (status != clientcomm::noErr) return status;
   return TQHPCustomerServiceByHelepr::share().customerService(productID_, productVersion_, email,
                                                               attachment);
 }
@@ -472,13 +473,13 @@ OptionalString TQHPHelperCommunicate::collectDataPID() {
 void TQHPHelperCommunicate::initDataCollectionPath(const OptionalString& basePath) {
   guarded([&] {
     if (!basePath || !basePath->starts_with('/')) return;
-    const std::string log = platform::stringByAppendingPathComponent(*basePath, "Log");
-    if (!platform::fileExistsAtPath(log)) platform::createDirectoryAtPath(log);
-    const std::string data = platform::stringByAppendingPathComponent(log, "Data");
-    if (platform::fileExistsAtPath(data)) return;
-    UserDefaults::standardUserDefaults().setObject(platform::PropertyListValue(data),
+    const std::string log = clientcomm::stringByAppendingPathComponent(*basePath, "Log");
+    if (!clientcomm::fileExistsAtPath(log)) clientcomm::createDirectoryAtPath(log);
+    const std::string data = clientcomm::stringByAppendingPathComponent(log, "Data");
+    if (clientcomm::fileExistsAtPath(data)) return;
+    UserDefaults::standardUserDefaults().setObject(clientcomm::PropertyListValue(data),
                                                    DataCollectPathKey);
-    platform::createDirectoryAtPath(data);
+    clientcomm::createDirectoryAtPath(data);
   });
 }
 
@@ -541,10 +542,11 @@ void TQHPHelperCommunicate::saveEnableADToStringsFile(bool enable) {
 OptionalString TQHPHelperCommunicate::searchPlistFilePath(const OptionalString& bundlePath) {
   return guarded(OptionalString(), [&]() -> OptionalString {
     if (!bundlePath) return std::nullopt;
-    const std::string contents = platform::stringByAppendingPathComponent(*bundlePath, "Contents");
-    for (const std::string& name : platform::contentsOfDirectoryAtPath(contents)) {
-      if (platform::pathExtension(name) == "plist") {
-        return platform::stringByAppendingPathComponent(contents, name);
+    const std::string contents =
+        clientcomm::stringByAppendingPathComponent(*bundlePath, "Contents");
+    for (const std::string& name : clientcomm::contentsOfDirectoryAtPath(contents)) {
+      if (clientcomm::pathExtension(name) == "plist") {
+        return clientcomm::stringByAppendingPathComponent(contents, name);
       }
     }
     return std::nullopt;
@@ -556,17 +558,17 @@ OptionalString TQHPHelperCommunicate::searchCurrentStringsFilePath(
   return guarded(OptionalString(), [&]() -> OptionalString {
     if (!bundlePath) return std::nullopt;
     const std::string resources =
-        platform::stringByAppendingPathComponent(*bundlePath, "Contents/Resources");
+        clientcomm::stringByAppendingPathComponent(*bundlePath, "Contents/Resources");
     const std::string language = Bundle::mainBundle().preferredLocalizations().front();
     const OptionalString folder = Bundle(resources).pathForResource(language, "lproj");
     if (!folder) return std::nullopt;
-    for (const std::string& name : platform::contentsOfDirectoryAtPath(*folder)) {
-      if (platform::pathExtension(name) != "strings") continue;
-      const std::string path = platform::stringByAppendingPathComponent(*folder, name);
-      const auto table = platform::dictionaryWithContentsOfFile(path);
+    for (const std::string& name : clientcomm::contentsOfDirectoryAtPath(*folder)) {
+      if (clientcomm::pathExtension(name) != "strings") continue;
+      const std::string path = clientcomm::stringByAppendingPathComponent(*folder, name);
+      const auto table = clientcomm::dictionaryWithContentsOfFile(path);
       // One table holds both switches: the one with the tips.
       if (table && table->contains(kTipsEnable)) return path;
     }
-    return platform::stringByAppendingPathComponent(*folder, "InfoPlist.strings");
+    return clientcomm::stringByAppendingPathComponent(*folder, "InfoPlist.strings");
   });
 }

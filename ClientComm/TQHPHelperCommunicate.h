@@ -44,8 +44,8 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   static TQHPHelperCommunicate& share();
 
   /// The class by which the process's registry knows it.
-  static const platform::Class& staticClass();
-  const platform::Class& isa() const override { return staticClass(); }
+  static const clientcomm::Class& staticClass();
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   // --- The helper's life ---
 
@@ -157,7 +157,7 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   // --- TQHPHelperControlCallBackDelegate ---
 
   void willHelperExit() override;
-  void didCheckServerOpen(bool isOpen, const platform::Error* error) override;
+  void didCheckServerOpen(bool isOpen, const clientcomm::Error* error) override;
 
  private:
   TQHPHelperCommunicate() = default;

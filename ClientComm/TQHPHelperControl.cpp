@@ -16,11 +16,11 @@ bool TQHPHelperControlCallBackDelegate::respondsToSelector(std::string_view sele
   return selector == "willHelperExit" || selector == "didCheckServerOpen::";
 }
 
-const platform::Class& TQHPHelperControl::staticClass() {
-  using platform::method;
+const clientcomm::Class& TQHPHelperControl::staticClass() {
+  using clientcomm::method;
   using Self = TQHPHelperControl;
-  static const auto* const cls = new platform::Class(
-      "TQHPHelperControl", platform::makeShared<Self>,
+  static const auto* const cls = new clientcomm::Class(
+      "TQHPHelperControl", clientcomm::makeShared<Self>,
       {method<&Self::isAlive>("isAlive:prodeuctVersion:"),
        method<&Self::hide>("hide:prodeuctVersion:"), method<&Self::show>("show:prodeuctVersion:"),
        method<&Self::exitHelper>("exitHelper:productVersion:"),
@@ -73,7 +73,7 @@ OSErr TQHPHelperControl::helperExitNotify(const OptionalString& /*unused*/) {
   if (helperCtrlDelegate_ != nullptr && helperCtrlDelegate_->respondsToSelector("willHelperExit")) {
     helperCtrlDelegate_->willHelperExit();
   }
-  return platform::noErr;
+  return clientcomm::noErr;
 }
 
 OSErr TQHPHelperControl::checkServerOpenCallBack(const OptionalString& /*unused*/,
@@ -82,27 +82,27 @@ OSErr TQHPHelperControl::checkServerOpenCallBack(const OptionalString& /*unused*
                                                  const OptionalString& description) {
   if (helperCtrlDelegate_ == nullptr ||
       !helperCtrlDelegate_->respondsToSelector("didCheckServerOpen::")) {
-    return platform::noErr;
+    return clientcomm::noErr;
   }
-  std::optional<platform::Error> error;
-  if (platform::intValue(code.value_or(std::string())) != 0) {
+  std::optional<clientcomm::Error> error;
+  if (clientcomm::intValue(code.value_or(std::string())) != 0) {
     error = TQHPHelperError::errorWithCode(code, description);
   }
-  helperCtrlDelegate_->didCheckServerOpen(platform::boolValue(isOpen.value_or(std::string())),
+  helperCtrlDelegate_->didCheckServerOpen(clientcomm::boolValue(isOpen.value_or(std::string())),
                                           error ? &*error : nullptr);
-  return platform::noErr;
+  return clientcomm::noErr;
 }
 
 bool TQHPHelperControl::saveEnableADToPlistFile() {
   return guarded(false, [] {
-    const platform::Bundle& bundle = platform::Bundle::mainBundle();
+    const clientcomm::Bundle& bundle = clientcomm::Bundle::mainBundle();
     const auto enable = bundle.objectForInfoDictionaryKey("EnableAD");
     if (!enable) return true;
     const std::vector<std::string> paths = bundle.pathsForResourcesOfType("plist", "Contents");
     if (paths.empty()) return true;
-    auto dictionary = platform::dictionaryWithContentsOfFile(paths.front());
+    auto dictionary = clientcomm::dictionaryWithContentsOfFile(paths.front());
     if (!dictionary) return false;
     dictionary->insert_or_assign("EnableAD", enable->boolValue());
-    return platform::writeDictionaryToFile(*dictionary, paths.front());
+    return clientcomm::writeDictionaryToFile(*dictionary, paths.front());
   });
 }

@@ -17,7 +17,7 @@ class CLIENTCOMM_EXPORT TQHPHelperControlCallBackDelegate {
 
   /// The helper has checked its server.
   /// @param error null, or what the helper reported; valid during the call.
-  virtual void didCheckServerOpen(bool isOpen, const platform::Error* error) = 0;
+  virtual void didCheckServerOpen(bool isOpen, const clientcomm::Error* error) = 0;
 
  protected:
   ~TQHPHelperControlCallBackDelegate() = default;
@@ -33,8 +33,8 @@ class CLIENTCOMM_EXPORT TQHPHelperControl : public TQHPAppEventBase {
   TQHPHelperControl();
 
   /// The class by which the process's registry knows it.
-  static const platform::Class& staticClass();
-  const platform::Class& isa() const override { return staticClass(); }
+  static const clientcomm::Class& staticClass();
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   /// Receiver of the notices. It is not kept alive: set null, or another one, before it is
   /// destroyed. Null drops the notices.
@@ -64,7 +64,7 @@ class CLIENTCOMM_EXPORT TQHPHelperControl : public TQHPAppEventBase {
   OSErr helperExitNotify(const OptionalString& unused);
   /// Notice from the helper: its server is open or not, with an error where `code` is not 0.
   /// @return 0.
-  /// @throws platform::InvalidArgumentException for a code other than 0 without a description.
+  /// @throws clientcomm::InvalidArgumentException for a code other than 0 without a description.
   OSErr checkServerOpenCallBack(const OptionalString& unused, const OptionalString& isOpen,
                                 const OptionalString& code, const OptionalString& description);
 

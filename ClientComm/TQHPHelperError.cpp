@@ -3,10 +3,10 @@
 #include "ClientComm/platform/runtime.h"
 #include "ClientComm/platform/text.h"
 
-platform::Error TQHPHelperError::errorWithCode(const OptionalString& code,
-                                               const OptionalString& description) {
-  if (!description) throw platform::InvalidArgumentException("an error needs a description");
+clientcomm::Error TQHPHelperError::errorWithCode(const OptionalString& code,
+                                                 const OptionalString& description) {
+  if (!description) throw clientcomm::InvalidArgumentException("an error needs a description");
   return {.domain = kHelperErrorCodeDomain,
-          .code = platform::intValue(code.value_or(std::string())),
+          .code = clientcomm::intValue(code.value_or(std::string())),
           .userInfo = {{kHelperErrorDescription, *description}}};
 }

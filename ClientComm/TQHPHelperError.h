@@ -10,11 +10,11 @@ inline constexpr const char kHelperErrorDescription[] = "HelperCommunicateErrorD
 
 /// Makes the error objects that delegates receive. They are plain platform errors: domain
 /// `kHelperErrorCodeDomain`, the helper's code, and its text under `kHelperErrorDescription`.
-class CLIENTCOMM_EXPORT TQHPHelperError : public platform::Error {
+class CLIENTCOMM_EXPORT TQHPHelperError : public clientcomm::Error {
  public:
   /// @param code the helper's code as text; its leading decimal integer counts, 0 without one.
   /// @param description the helper's text, kept unchanged.
-  /// @throws platform::InvalidArgumentException when `description` is nil.
-  static platform::Error errorWithCode(const OptionalString& code,
-                                       const OptionalString& description);
+  /// @throws clientcomm::InvalidArgumentException when `description` is nil.
+  static clientcomm::Error errorWithCode(const OptionalString& code,
+                                         const OptionalString& description);
 };

@@ -10,12 +10,13 @@
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/process_manager.h"
 
-using platform::kinfo_proc;
+using clientcomm::kinfo_proc;
 
 namespace {
 
 /// Name vector of the request for the process table.
-constexpr int kWholeTable[] = {platform::CTL_KERN, platform::KERN_PROC, platform::KERN_PROC_ALL};
+constexpr int kWholeTable[] = {clientcomm::CTL_KERN, clientcomm::KERN_PROC,
+                               clientcomm::KERN_PROC_ALL};
 
 // A wrong call must end the process in a release build too, where assert() is compiled out.
 void require(bool condition, const char* text, int line) {
@@ -33,7 +34,7 @@ struct FreeTable {
 using ScopedTable = std::unique_ptr<kinfo_proc, FreeTable>;
 
 int call(void* buffer, std::size_t& length) {
-  const int result = platform::sysctl(kWholeTable, 3, buffer, &length, nullptr, 0);
+  const int result = clientcomm::sysctl(kWholeTable, 3, buffer, &length, nullptr, 0);
   return result == -1 ? errno : result;
 }
 
@@ -56,7 +57,7 @@ int readTable(ScopedTable& table, std::size_t& count) {
   }
 }
 
-OptionalString stringFor(const platform::PropertyListDictionary& information,
+OptionalString stringFor(const clientcomm::PropertyListDictionary& information,
                          std::string_view key) {
   const auto entry = information.find(key);
   return entry != information.end() ? entry->second.stringValue() : std::nullopt;
@@ -85,18 +86,18 @@ bool TQHPProcessList::applicationIsRunning(const OptionalString& bundleID,
   if (!bundleID || !bundlePath) return false;
   const auto isApplication = [&](std::int32_t pid) {
     const auto information = infoForPID(pid);
-    return information && stringFor(*information, platform::kCFBundleIdentifierKey) == bundleID &&
-           stringFor(*information, platform::kBundlePathKey) == bundlePath;
+    return information && stringFor(*information, clientcomm::kCFBundleIdentifierKey) == bundleID &&
+           stringFor(*information, clientcomm::kBundlePathKey) == bundlePath;
   };
-  return std::ranges::any_of(platform::processIDs(&GetBSDProcessList), isApplication) ||
-         platform::isRunningUnseen(*bundleID, *bundlePath);
+  return std::ranges::any_of(clientcomm::processIDs(&GetBSDProcessList), isApplication) ||
+         clientcomm::isRunningUnseen(*bundleID, *bundlePath);
 }
 
-std::optional<platform::PropertyListDictionary> TQHPProcessList::infoForPID(std::int32_t pid) {
-  platform::ProcessSerialNumber psn;
-  if (platform::GetProcessForPID(pid, psn) != platform::noErr) return std::nullopt;
-  return platform::ProcessInformationCopyDictionary(
-      psn, platform::kProcessDictionaryIncludeAllInformationMask);
+std::optional<clientcomm::PropertyListDictionary> TQHPProcessList::infoForPID(std::int32_t pid) {
+  clientcomm::ProcessSerialNumber psn;
+  if (clientcomm::GetProcessForPID(pid, psn) != clientcomm::noErr) return std::nullopt;
+  return clientcomm::ProcessInformationCopyDictionary(
+      psn, clientcomm::kProcessDictionaryIncludeAllInformationMask);
 }
 
 std::vector<TQHPProcessList::ProcessRecord> TQHPProcessList::getBSDProcessList() {
@@ -109,7 +110,7 @@ std::vector<TQHPProcessList::ProcessRecord> TQHPProcessList::getBSDProcessList()
     const kinfo_proc& process = list[i];
     const auto information = infoForPID(process.kp_proc.p_pid);
     const auto name =
-        information ? stringFor(*information, platform::kCFBundleNameKey) : std::nullopt;
+        information ? stringFor(*information, clientcomm::kCFBundleNameKey) : std::nullopt;
     records.push_back(
         {{"pname", name.value_or(process.kp_proc.p_comm)},
          {"pid", std::to_string(process.kp_proc.p_pid)},

@@ -15,7 +15,7 @@
 /// @param procList receives the table, or null on error; what it held is overwritten unread.
 /// @param procCount receives the number of records, 0 on error.
 /// @return 0, or an errno value. Aborts when either pointer is null: that is a programming error.
-int GetBSDProcessList(platform::kinfo_proc** procList, std::size_t* procCount);
+int GetBSDProcessList(clientcomm::kinfo_proc** procList, std::size_t* procCount);
 
 /// Tells which applications and processes run. Keeps nothing: every call reads the table afresh.
 class CLIENTCOMM_EXPORT TQHPProcessList {
@@ -33,7 +33,7 @@ class CLIENTCOMM_EXPORT TQHPProcessList {
   bool applicationIsRunning(const OptionalString& bundleID, const OptionalString& bundlePath);
 
   /// What the process manager knows of the process; nothing when it knows none of that ID.
-  std::optional<platform::PropertyListDictionary> infoForPID(std::int32_t pid);
+  std::optional<clientcomm::PropertyListDictionary> infoForPID(std::int32_t pid);
 
   /// All running processes, in the order of the process table.
   std::vector<ProcessRecord> getBSDProcessList();

@@ -6,7 +6,7 @@
 /// Signed 16-bit status of an operation that talks to the helper: 0 success; 10 the helper's server
 /// is marked closed and nothing was sent; 1 the helper was not running and could not be launched;
 /// any other value is the send's own error (see ClientComm/platform/types.h).
-using platform::OSErr;
+using clientcomm::OSErr;
 
 /// nil, or a string; see ClientComm/platform/types.h.
-using platform::OptionalString;
+using clientcomm::OptionalString;

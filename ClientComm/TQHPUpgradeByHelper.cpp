@@ -19,22 +19,22 @@ bool TQHPProductUpgradeCallBackDelegate::respondsToSelector(std::string_view sel
   return selector == "productWillUpgrade:";
 }
 
-void TQHPProductUpgradeCallBackDelegate::productWillUpgrade(const platform::Error* /*error*/) {
+void TQHPProductUpgradeCallBackDelegate::productWillUpgrade(const clientcomm::Error* /*error*/) {
   isOverridden = false;
 }
 
-bool TQHPProductUpgradeCallBackDelegate::tell(const platform::Error* error) {
+bool TQHPProductUpgradeCallBackDelegate::tell(const clientcomm::Error* error) {
   // A delegate may receive another callback while it is told of one.
   const bool outer = std::exchange(isOverridden, true);
   productWillUpgrade(error);
   return std::exchange(isOverridden, outer);
 }
 
-const platform::Class& TQHPUpgradeByHelper::staticClass() {
-  using platform::method;
+const clientcomm::Class& TQHPUpgradeByHelper::staticClass() {
+  using clientcomm::method;
   using Self = TQHPUpgradeByHelper;
-  static const auto* const cls = new platform::Class(
-      "TQHPUpgradeByHelper", platform::makeShared<Self>,
+  static const auto* const cls = new clientcomm::Class(
+      "TQHPUpgradeByHelper", clientcomm::makeShared<Self>,
       {method<&Self::productUpgrade>("productUpgrade:versionID:"),
        method<&Self::productReadyToUpgrade>("productReadyToUpgrade:versionID:ready:"),
        method<&Self::productUpgradeCallBack>("productUpgradeCallBack::::"),
@@ -73,10 +73,10 @@ OSErr TQHPUpgradeByHelper::productUpgradeCallBack(const OptionalString& /*unused
   }
   if (productUpgradeDelegate_ == nullptr ||
       !productUpgradeDelegate_->respondsToSelector("productWillUpgrade:")) {
-    return platform::noErr;
+    return clientcomm::noErr;
   }
-  std::optional<platform::Error> error;
-  if (platform::intValue(code.value_or(std::string())) != 0) {
+  std::optional<clientcomm::Error> error;
+  if (clientcomm::intValue(code.value_or(std::string())) != 0) {
     error = TQHPHelperError::errorWithCode(code, description);
   }
   // Before the call: the delegate may answer from inside it.
@@ -84,5 +84,5 @@ OSErr TQHPUpgradeByHelper::productUpgradeCallBack(const OptionalString& /*unused
   const bool isTold = productUpgradeDelegate_->tell(error ? &*error : nullptr);
   // A delegate that was told may have destroyed this object.
   if (!isTold) isUpgradeQueryResopned_ = true;
-  return platform::noErr;
+  return clientcomm::noErr;
 }

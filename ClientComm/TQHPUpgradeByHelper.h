@@ -16,7 +16,7 @@ class CLIENTCOMM_EXPORT TQHPProductUpgradeCallBackDelegate {
 
   /// Calls `productWillUpgrade`, for the proxy. The delegate may be gone after it.
   /// @return whether the delegate's class overrides it.
-  bool tell(const platform::Error* error);
+  bool tell(const clientcomm::Error* error);
 
  protected:
   ~TQHPProductUpgradeCallBackDelegate() = default;
@@ -25,7 +25,7 @@ class CLIENTCOMM_EXPORT TQHPProductUpgradeCallBackDelegate {
   /// The helper is about to upgrade the product; the host answers with `productReadyToUpgrade`.
   /// Private, so that no override can call this one; an override may be public.
   /// @param error null, or what the helper reported instead; valid during the call.
-  virtual void productWillUpgrade(const platform::Error* error);
+  virtual void productWillUpgrade(const clientcomm::Error* error);
 };
 
 /// Asks the helper for upgrades and receives its question whether the product is ready.
@@ -37,8 +37,8 @@ class CLIENTCOMM_EXPORT TQHPUpgradeByHelper : public TQHPAppEventBase {
   TQHPUpgradeByHelper();
 
   /// The class by which the process's registry knows it.
-  static const platform::Class& staticClass();
-  const platform::Class& isa() const override { return staticClass(); }
+  static const clientcomm::Class& staticClass();
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   /// The host's listener. It is not kept alive: set null, or another one, before it is destroyed.
   /// Null drops the callbacks.
@@ -63,7 +63,7 @@ class CLIENTCOMM_EXPORT TQHPUpgradeByHelper : public TQHPAppEventBase {
   /// The helper's callback: an upgrade is about to happen, or has failed with a code other than 0.
   /// One that comes while the delegate still owes an answer is answered "ignore".
   /// @return 0, or the status of the "ignore".
-  /// @throws platform::InvalidArgumentException for a code other than 0 without a description.
+  /// @throws clientcomm::InvalidArgumentException for a code other than 0 without a description.
   OSErr productUpgradeCallBack(const OptionalString& unused1, const OptionalString& unused2,
                                const OptionalString& code, const OptionalString& description);
 

@@ -20,11 +20,11 @@ OptionalString collectionTypeText(int collectionType) {
 }  // namespace
 
 // `collectData` takes a number and so is not among the methods that can be called by name.
-const platform::Class& TQHPUploadByHelper::staticClass() {
-  using platform::method;
+const clientcomm::Class& TQHPUploadByHelper::staticClass() {
+  using clientcomm::method;
   using Self = TQHPUploadByHelper;
-  static const auto* const cls = new platform::Class(
-      "TQHPUploadByHelper", platform::makeShared<Self>,
+  static const auto* const cls = new clientcomm::Class(
+      "TQHPUploadByHelper", clientcomm::makeShared<Self>,
       {method<&Self::uploadLog>("uploadLog:versionID:email:filePath:title:description:"),
        method<&Self::uploadUserFile>("uploadUserFile:versionID:email:filePath:title:description:"),
        method<&Self::uploadProductFile>(

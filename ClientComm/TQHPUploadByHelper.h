@@ -12,8 +12,8 @@ class CLIENTCOMM_EXPORT TQHPUploadByHelper : public TQHPAppEventBase {
   TQHPUploadByHelper() = default;
 
   /// The class by which the process's registry knows it.
-  static const platform::Class& staticClass();
-  const platform::Class& isa() const override { return staticClass(); }
+  static const clientcomm::Class& staticClass();
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   /// Whether the user joined the improvement programme; always false, nothing sets it.
   bool checkJoinImproveExp() const { return checkJoinImproveExp_; }

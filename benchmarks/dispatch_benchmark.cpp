@@ -23,7 +23,7 @@
 namespace bench {
 namespace {
 
-using platform::AppleEventDescriptor;
+using clientcomm::AppleEventDescriptor;
 
 constexpr int kCounts[] = {0, 2, 6, 100, 1000};
 
@@ -39,12 +39,12 @@ std::vector<std::string> texts(int count) {
 /// Takes any number of arguments, through methods that are listed one for each number.
 class Counter : public TQHPAppEventBase {
  public:
-  static const platform::Class& staticClass() {
+  static const clientcomm::Class& staticClass() {
     static const auto* const cls =
-        new platform::Class(kClassName, platform::makeShared<Counter>, methods());
+        new clientcomm::Class(kClassName, clientcomm::makeShared<Counter>, methods());
     return *cls;
   }
-  const platform::Class& isa() const override { return staticClass(); }
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   OptionalString count(std::span<const OptionalString> arguments) {
     total_ += arguments.size();
@@ -52,13 +52,13 @@ class Counter : public TQHPAppEventBase {
   }
 
  private:
-  static std::vector<platform::Method> methods() {
-    std::vector<platform::Method> all;
+  static std::vector<clientcomm::Method> methods() {
+    std::vector<clientcomm::Method> all;
     for (const int number : kCounts) {
       static auto* const names = new std::vector<std::unique_ptr<std::string>>;
       names->push_back(std::make_unique<std::string>("count" + std::to_string(number)));
       all.push_back({*names->back(), static_cast<std::size_t>(number),
-                     [](platform::Object& receiver, std::span<const OptionalString> arguments) {
+                     [](clientcomm::Object& receiver, std::span<const OptionalString> arguments) {
                        return static_cast<Counter&>(receiver).count(arguments);
                      }});
     }
@@ -69,37 +69,37 @@ class Counter : public TQHPAppEventBase {
 };
 
 std::string flattened(const AppleEventDescriptor& descriptor) {
-  std::string bytes(platform::flattenedSize(descriptor).value(), '\0');
-  platform::flattenTo(descriptor, bytes.data());
+  std::string bytes(clientcomm::flattenedSize(descriptor).value(), '\0');
+  clientcomm::flattenTo(descriptor, bytes.data());
   return bytes;
 }
 
 AppleEventDescriptor ownAddress() {
-  const auto psn = platform::serialNumberForPeer(getpid(), -1);
+  const auto psn = clientcomm::serialNumberForPeer(getpid(), -1);
   if (!psn) {
     std::fputs("the benchmark's own identity cannot be told\n", stderr);
     std::exit(1);
   }
-  return {platform::typeProcessSerialNumber,
+  return {clientcomm::typeProcessSerialNumber,
           std::string(reinterpret_cast<const char*>(&*psn), sizeof *psn)};
 }
 
 /// What the endpoint does with a packet between its receiving and its sending.
 std::size_t decodeAndReply(const std::string& bytes, const AppleEventDescriptor& address,
                            std::string& out) {
-  auto event = platform::unflatten(bytes);
-  event->setAttributeDescriptor(address, platform::keyAddressAttr);
+  auto event = clientcomm::unflatten(bytes);
+  event->setAttributeDescriptor(address, clientcomm::keyAddressAttr);
   AppleEventDescriptor reply = AppleEventDescriptor::appleEvent(
-      platform::fourCharCode("aevt"), platform::fourCharCode("ansr"), {}, event->returnID(),
+      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("ansr"), {}, event->returnID(),
       event->transactionID());
-  platform::AppleEventManager::sharedAppleEventManager().dispatchRawAppleEvent(*event, reply);
-  out.resize(platform::flattenedSize(reply).value());
-  platform::flattenTo(reply, out.data());
+  clientcomm::AppleEventManager::sharedAppleEventManager().dispatchRawAppleEvent(*event, reply);
+  out.resize(clientcomm::flattenedSize(reply).value());
+  clientcomm::flattenTo(reply, out.data());
   return out.size();
 }
 
 std::function<void()> dispatchByLibrary(int count) {
-  platform::registerClass(Counter::staticClass());
+  clientcomm::registerClass(Counter::staticClass());
   TQHPAppleEventProcesser::share();
   const std::string bytes =
       flattened(support::callEvent(kClassName, "count" + std::to_string(count), texts(count)));

@@ -72,7 +72,7 @@ class SocketPairEcho {
     int ends[2];
     require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
     ours_.reset(ends[0]);
-    const platform::ScopedFd theirs(ends[1]);
+    const clientcomm::ScopedFd theirs(ends[1]);
     echo_.emplace(support::ChildProcess::fork([&] {
       pinTo(kReceiverProcessor);
       ours_.reset();
@@ -94,7 +94,7 @@ class SocketPairEcho {
   }
 
   std::vector<char> bytes_;
-  platform::ScopedFd ours_;
+  clientcomm::ScopedFd ours_;
   std::optional<support::ChildProcess> echo_;
 };
 
@@ -108,7 +108,7 @@ void registerLargeArgumentBenchmarks(const Plan& plan) {
       receiver();
       return [text] {
         const auto start = Clock::now();
-        const platform::OptionalString answer = ask(text);
+        const clientcomm::OptionalString answer = ask(text);
         const double seconds = secondsSince(start);
         require(answer == text);
         return seconds;

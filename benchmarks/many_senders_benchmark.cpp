@@ -66,7 +66,7 @@ double measure(const Peer& peer, int senders, int events, const Sender& sender) 
 
 bool sendByLibrary(int events) {
   for (int i = 0; i < events; ++i) {
-    if (sendNote(twoArguments()) != platform::noErr) return false;
+    if (sendNote(twoArguments()) != clientcomm::noErr) return false;
   }
   return true;
 }

@@ -90,27 +90,27 @@ int runSteps(const std::vector<std::string>& /*arguments*/) {
     std::printf("%s\n%.9f\n", step, secondsSince(last));
     last = Clock::now();
   };
-  const platform::Bundle& host = platform::Bundle::mainBundle();
+  const clientcomm::Bundle& host = clientcomm::Bundle::mainBundle();
   const OptionalString productID = host.infoString("PID");
-  const OptionalString version = host.infoString(platform::kCFBundleVersionKey);
+  const OptionalString version = host.infoString(clientcomm::kCFBundleVersionKey);
   note("read the host's Info.plist");
   TQHPHelperControl& control = TQHPHelperControl::share();
   note("open to events, check in");
-  platform::UserDefaults& defaults = platform::UserDefaults::standardUserDefaults();
-  defaults.setObject(platform::PropertyListValue(productID.value_or("")), "PID");
+  clientcomm::UserDefaults& defaults = clientcomm::UserDefaults::standardUserDefaults();
+  defaults.setObject(clientcomm::PropertyListValue(productID.value_or("")), "PID");
   defaults.synchronize();
   note("record the host in its user defaults");
   benchmark::DoNotOptimize(TQHPHelperCommunicate::compareVersion(
-      platform::Bundle(*host.pathForResource("Test Helper", "app"))
-          .infoString(platform::kCFBundleVersionKey),
-      platform::Bundle(installedHelperPath()).infoString(platform::kCFBundleVersionKey)));
+      clientcomm::Bundle(*host.pathForResource("Test Helper", "app"))
+          .infoString(clientcomm::kCFBundleVersionKey),
+      clientcomm::Bundle(installedHelperPath()).infoString(clientcomm::kCFBundleVersionKey)));
   note("compare the versions of the helper's two copies");
   if (!TQHPProcessList::share().applicationIsRunning(OptionalString(support::helperIdentifier()),
                                                      installedHelperPath())) {
     return 1;
   }
   note("look whether the helper runs");
-  if (control.start(productID, version) != platform::noErr) return 1;
+  if (control.start(productID, version) != clientcomm::noErr) return 1;
   note("send the start command");
   if (!TQHPGetDataByHelper::share().clientIDFormHelper()) return 1;
   note("ask for the client ID");

@@ -65,7 +65,7 @@ Sample toHeldStill(Peer& peer, int count, Send send) {
   };
 }
 
-bool sendByLibrary() { return sendNote(twoArguments()) == platform::noErr; }
+bool sendByLibrary() { return sendNote(twoArguments()) == clientcomm::noErr; }
 
 bool sendBySocket() {
   static const std::size_t size = callPacketSize(kNote, twoArguments());
@@ -77,7 +77,7 @@ bool sendByBus() { return sendNoteOverBus(busConnection(), kServiceName, twoArgu
 bool sendToNobody() {
   static const OptionalString nobody = "com.example.nobody";
   return TQHPAppleEventSender::share().sendEvnet(nobody, kReceiverClass, kNote, twoArguments()) ==
-         platform::procNotFound;
+         clientcomm::procNotFound;
 }
 
 }  // namespace

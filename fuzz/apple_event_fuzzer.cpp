@@ -26,55 +26,55 @@
 
 namespace {
 
+using clientcomm::AppleEventDescriptor;
+using clientcomm::DescType;
+using clientcomm::OptionalString;
+using clientcomm::OSErr;
 using fuzz::require;
-using platform::AppleEventDescriptor;
-using platform::DescType;
-using platform::OptionalString;
-using platform::OSErr;
 
-constexpr platform::AEEventClass kEventClass = platform::fourCharCode("aevt");
-constexpr platform::AEEventID kCall = platform::fourCharCode("call");
-constexpr platform::AEEventID kAnswer = platform::fourCharCode("ansr");
+constexpr clientcomm::AEEventClass kEventClass = clientcomm::fourCharCode("aevt");
+constexpr clientcomm::AEEventID kCall = clientcomm::fourCharCode("call");
+constexpr clientcomm::AEEventID kAnswer = clientcomm::fourCharCode("ansr");
 
 std::string flattened(const AppleEventDescriptor& descriptor) {
-  const auto size = platform::flattenedSize(descriptor);
+  const auto size = clientcomm::flattenedSize(descriptor);
   require(size.has_value(), "what a receiver takes can be sent");
   std::string bytes(*size, '\0');
-  require(platform::flattenTo(descriptor, bytes.data()) == bytes.data() + bytes.size(),
+  require(clientcomm::flattenTo(descriptor, bytes.data()) == bytes.data() + bytes.size(),
           "what is written is as long as it was said to be");
   return bytes;
 }
 
 /// Takes what the library sends, checks that the other side could read it, and answers queries.
-class Transport final : public platform::AppleEventTransport {
+class Transport final : public clientcomm::AppleEventTransport {
  public:
   OSErr send(const AppleEventDescriptor& event, AppleEventDescriptor& reply,
-             platform::AESendMode sendMode, std::int32_t /*timeOutInTicks*/) override {
-    const auto received = platform::unflatten(flattened(event));
+             clientcomm::AESendMode sendMode, std::int32_t /*timeOutInTicks*/) override {
+    const auto received = clientcomm::unflatten(flattened(event));
     require(received.has_value(), "an event that is sent can be read");
-    if (sendMode != platform::kAEWaitReply) return platform::noErr;
+    if (sendMode != clientcomm::kAEWaitReply) return clientcomm::noErr;
     reply = AppleEventDescriptor::appleEvent(kEventClass, kAnswer, {}, event.returnID(),
                                              event.transactionID());
     reply.setParamDescriptor(AppleEventDescriptor::descriptorWithString("answer"),
-                             platform::keyDirectObject);
-    return platform::noErr;
+                             clientcomm::keyDirectObject);
+    return clientcomm::noErr;
   }
-  OSErr startReceiving(Receiver /*receiver*/) override { return platform::noErr; }
+  OSErr startReceiving(Receiver /*receiver*/) override { return clientcomm::noErr; }
   void stopReceiving() override {}
 };
 
 /// A class of the host's own, with a method of each kind.
 class Target final : public TQHPAppEventBase {
  public:
-  static const platform::Class& staticClass() {
-    using platform::method;
-    static const auto* const cls = new platform::Class(
-        "Target", platform::makeShared<Target>,
+  static const clientcomm::Class& staticClass() {
+    using clientcomm::method;
+    static const auto* const cls = new clientcomm::Class(
+        "Target", clientcomm::makeShared<Target>,
         {method<&Target::echo>("echo:"), method<&Target::count>("count"),
          method<&Target::last>("last:of:three:"), method<&Target::fail>("fail")});
     return *cls;
   }
-  const platform::Class& isa() const override { return staticClass(); }
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   OptionalString echo(const OptionalString& text) { return text; }
   OSErr count() { return ++calls_; }
@@ -90,7 +90,7 @@ class Target final : public TQHPAppEventBase {
 
 class UpgradeDelegate final : public TQHPProductUpgradeCallBackDelegate {
  public:
-  void productWillUpgrade(const platform::Error* /*error*/) override {
+  void productWillUpgrade(const clientcomm::Error* /*error*/) override {
     TQHPUpgradeByHelper::share().productReadyToUpgrade("P100", "1.0", "yes");
   }
 };
@@ -98,15 +98,15 @@ class UpgradeDelegate final : public TQHPProductUpgradeCallBackDelegate {
 class ControlDelegate final : public TQHPHelperControlCallBackDelegate {
  public:
   void willHelperExit() override {}
-  void didCheckServerOpen(bool /*isOpen*/, const platform::Error* /*error*/) override {}
+  void didCheckServerOpen(bool /*isOpen*/, const clientcomm::Error* /*error*/) override {}
 };
 
 // The form in pieces, joined, is the form in one.
 void requireSameInPieces(const AppleEventDescriptor& descriptor) {
   constexpr std::size_t kRoom = 16;
-  const auto size = platform::flattenedSize(descriptor);
+  const auto size = clientcomm::flattenedSize(descriptor);
   require(size.has_value(), "what a receiver takes can be sent");
-  platform::FlattenedPieces pieces(descriptor, *size, kRoom);
+  clientcomm::FlattenedPieces pieces(descriptor, *size, kRoom);
   std::string joined;
   for (const iovec& piece : pieces.pieces()) {
     joined.append(static_cast<const char*>(piece.iov_base), piece.iov_len);
@@ -119,16 +119,16 @@ void requireSameInPieces(const AppleEventDescriptor& descriptor) {
 void requireSameWithLongData(AppleEventDescriptor descriptor) {
   constexpr std::size_t kLong = std::size_t{20} << 10;
   const auto longText = AppleEventDescriptor::descriptorWithString(std::string(kLong, 'x'));
-  descriptor.setAttributeDescriptor(longText, platform::fourCharCode("long"));
+  descriptor.setAttributeDescriptor(longText, clientcomm::fourCharCode("long"));
   descriptor.insertDescriptor(longText, 1);
   descriptor.insertDescriptor(longText, 0);
   // What is there already may be as many attributes as there can be.
-  if (!platform::flattenedSize(descriptor)) {
-    require(descriptor.attributes().size() > platform::kMaximumKeywords, "only a limit refuses");
+  if (!clientcomm::flattenedSize(descriptor)) {
+    require(descriptor.attributes().size() > clientcomm::kMaximumKeywords, "only a limit refuses");
     return;
   }
   requireSameInPieces(descriptor);
-  const auto again = platform::unflatten(flattened(descriptor));
+  const auto again = clientcomm::unflatten(flattened(descriptor));
   require(again && flattened(*again) == flattened(descriptor), "long data is read as it is");
 }
 
@@ -137,7 +137,7 @@ void requireStable(const AppleEventDescriptor& descriptor, std::string_view byte
   require(written.size() <= bytes.size(), "what was read is written in no more room");
   // A keyword that stands twice in an event is read once; all else is kept.
   if (written.size() == bytes.size()) require(written == bytes, "what was read is written alike");
-  const auto again = platform::unflatten(written);
+  const auto again = clientcomm::unflatten(written);
   require(again.has_value(), "what was written can be read");
   require(flattened(*again) == written, "reading and writing again changes nothing");
   requireSameInPieces(*again);
@@ -147,25 +147,25 @@ void requireStable(const AppleEventDescriptor& descriptor, std::string_view byte
 }
 
 void coerce(const AppleEventDescriptor& descriptor) {
-  static constexpr std::array<DescType, 10> kTypes = {platform::typeNull,
-                                                      platform::typeUnicodeText,
-                                                      platform::typeUTF8Text,
-                                                      platform::typeChar,
-                                                      platform::typeSInt32,
-                                                      platform::typeBoolean,
-                                                      platform::typeAEList,
-                                                      platform::typeAppleEvent,
-                                                      platform::typeApplicationBundleID,
-                                                      platform::typeProcessSerialNumber};
+  static constexpr std::array<DescType, 10> kTypes = {clientcomm::typeNull,
+                                                      clientcomm::typeUnicodeText,
+                                                      clientcomm::typeUTF8Text,
+                                                      clientcomm::typeChar,
+                                                      clientcomm::typeSInt32,
+                                                      clientcomm::typeBoolean,
+                                                      clientcomm::typeAEList,
+                                                      clientcomm::typeAppleEvent,
+                                                      clientcomm::typeApplicationBundleID,
+                                                      clientcomm::typeProcessSerialNumber};
   const OptionalString text = descriptor.stringValue();
   for (const DescType type : kTypes) {
     const auto coerced = descriptor.coerceToDescriptorType(type);
     if (!coerced) continue;
     require(coerced->descriptorType() == type, "a coercion yields the type that was asked for");
-    if (type == platform::typeUnicodeText) {
+    if (type == clientcomm::typeUnicodeText) {
       require(coerced->stringValue() == text, "the text is that of the coercion to text");
     }
-    if (type == platform::typeAEList) {
+    if (type == clientcomm::typeAEList) {
       require(coerced->numberOfItems() == 1 || type == descriptor.descriptorType(),
               "what is no list becomes a list of itself");
     }
@@ -189,13 +189,13 @@ OptionalString answerTo(const AppleEventDescriptor& event) {
   AppleEventDescriptor reply = AppleEventDescriptor::appleEvent(
       kEventClass, kAnswer, {}, event.returnID(), event.transactionID());
   const OSErr status =
-      platform::AppleEventManager::sharedAppleEventManager().dispatchRawAppleEvent(event, reply);
+      clientcomm::AppleEventManager::sharedAppleEventManager().dispatchRawAppleEvent(event, reply);
   const bool isCall = event.eventClass() == kEventClass && event.eventID() == kCall;
-  require(status == (isCall ? platform::noErr : platform::errAEEventNotHandled),
+  require(status == (isCall ? clientcomm::noErr : clientcomm::errAEEventNotHandled),
           "calls are handled, other events are not");
-  require(reply.descriptorType() == platform::typeAppleEvent, "a reply is an event");
-  require(platform::unflatten(flattened(reply)).has_value(), "a reply can be read");
-  const auto* const answer = reply.paramDescriptorForKeyword(platform::keyDirectObject);
+  require(reply.descriptorType() == clientcomm::typeAppleEvent, "a reply is an event");
+  require(clientcomm::unflatten(flattened(reply)).has_value(), "a reply can be read");
+  const auto* const answer = reply.paramDescriptorForKeyword(clientcomm::keyDirectObject);
   return answer == nullptr ? std::nullopt : answer->stringValue();
 }
 
@@ -207,7 +207,7 @@ OptionalString textAt(const AppleEventDescriptor& list, std::size_t index) {
 // What a call of "echo:" has to be answered with; nothing where `event` is not such a call.
 OptionalString expectedEcho(const AppleEventDescriptor& event) {
   if (event.eventClass() != kEventClass || event.eventID() != kCall) return std::nullopt;
-  const auto* const call = event.paramDescriptorForKeyword(platform::keyDirectObject);
+  const auto* const call = event.paramDescriptorForKeyword(clientcomm::keyDirectObject);
   if (call == nullptr || textAt(*call, 1) != "Target" || textAt(*call, 2) != "echo:") {
     return std::nullopt;
   }
@@ -220,11 +220,11 @@ void dispatch(AppleEventDescriptor event) {
   const OptionalString expected = expectedEcho(event);
   // Once with whatever address stands in it, and once with the one that the endpoint puts there.
   answerTo(event);
-  const auto psn = platform::serialNumberForPeer(getpid(), -1);
+  const auto psn = clientcomm::serialNumberForPeer(getpid(), -1);
   require(psn.has_value(), "the fuzzer is known as an application");
-  event.setAttributeDescriptor({platform::typeProcessSerialNumber,
+  event.setAttributeDescriptor({clientcomm::typeProcessSerialNumber,
                                 std::string(reinterpret_cast<const char*>(&*psn), sizeof *psn)},
-                               platform::keyAddressAttr);
+                               clientcomm::keyAddressAttr);
   const OptionalString answer = answerTo(event);
   if (expected) require(answer == expected, "a call is carried out with its arguments");
 }
@@ -233,9 +233,9 @@ void dispatch(AppleEventDescriptor event) {
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
   fuzz::privateFolder();
-  platform::AppleEventManager::sharedAppleEventManager().setTransport(
+  clientcomm::AppleEventManager::sharedAppleEventManager().setTransport(
       std::make_unique<Transport>());
-  platform::registerClass(Target::staticClass());
+  clientcomm::registerClass(Target::staticClass());
   static UpgradeDelegate upgradeDelegate;
   static ControlDelegate controlDelegate;
   TQHPUpgradeByHelper::share().setProductUpgradeDelegate(&upgradeDelegate);
@@ -245,11 +245,11 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-  const auto descriptor = platform::unflatten(bytes);
+  const auto descriptor = clientcomm::unflatten(bytes);
   if (!descriptor) return 0;
   requireStable(*descriptor, bytes);
   int budget = 64;
   coerceAll(*descriptor, budget);
-  if (descriptor->descriptorType() == platform::typeAppleEvent) dispatch(*descriptor);
+  if (descriptor->descriptorType() == clientcomm::typeAppleEvent) dispatch(*descriptor);
   return 0;
 }

@@ -28,13 +28,13 @@
 
 namespace {
 
+using clientcomm::AppleEventDescriptor;
+using clientcomm::OSErr;
+using clientcomm::Packet;
+using clientcomm::PacketKind;
+using clientcomm::ReceiveResult;
+using clientcomm::ScopedFd;
 using fuzz::require;
-using platform::AppleEventDescriptor;
-using platform::OSErr;
-using platform::Packet;
-using platform::PacketKind;
-using platform::ReceiveResult;
-using platform::ScopedFd;
 
 constexpr const char* kIdentifier = "com.example.fuzzer";
 
@@ -45,15 +45,15 @@ std::map<std::int32_t, int>& handled() {
 }
 
 OSErr receive(const AppleEventDescriptor& event, AppleEventDescriptor& reply) {
-  require(event.descriptorType() == platform::typeAppleEvent, "what is handed on is an event");
-  const auto* const address = event.attributeDescriptorForKeyword(platform::keyAddressAttr);
-  require(address != nullptr && address->descriptorType() == platform::typeProcessSerialNumber &&
+  require(event.descriptorType() == clientcomm::typeAppleEvent, "what is handed on is an event");
+  const auto* const address = event.attributeDescriptorForKeyword(clientcomm::keyAddressAttr);
+  require(address != nullptr && address->descriptorType() == clientcomm::typeProcessSerialNumber &&
               address->data().size() == 8,
           "an event has the address of its sender");
   ++handled()[event.transactionID()];
   reply.setParamDescriptor(AppleEventDescriptor::descriptorWithString("answer"),
-                           platform::keyDirectObject);
-  return platform::noErr;
+                           clientcomm::keyDirectObject);
+  return clientcomm::noErr;
 }
 
 // Descriptors cost a sender time; handing over too many makes the kernel refuse the packet.
@@ -76,8 +76,8 @@ class Session {
     const std::int32_t number = sendEvent(last, PacketKind::kEventWantingReply);
     settle();
     Packet answer;
-    require(platform::receivePacket(last.socket.get(), answer) == ReceiveResult::kPacket &&
-                answer.kind == PacketKind::kReply && answer.status == platform::noErr &&
+    require(clientcomm::receivePacket(last.socket.get(), answer) == ReceiveResult::kPacket &&
+                answer.kind == PacketKind::kReply && answer.status == clientcomm::noErr &&
                 answer.descriptor.transactionID() == number,
             "a query is answered");
     for (Peer& peer : peers_) peer = {};
@@ -120,8 +120,8 @@ class Session {
   static void connect(Peer& peer) {
     peer = {};
     peer.socket.reset(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    const platform::SocketPath path(platform::fileNameForIdentifier(kIdentifier));
-    require(::connect(peer.socket.get(), path.address(), platform::SocketPath::size()) == 0,
+    const clientcomm::SocketPath path(clientcomm::fileNameForIdentifier(kIdentifier));
+    require(::connect(peer.socket.get(), path.address(), clientcomm::SocketPath::size()) == 0,
             "the endpoint can be connected to");
   }
 
@@ -130,11 +130,12 @@ class Session {
     if (!peer.socket.isValid() || peer.hasSpoken) connect(peer);
     const std::int32_t number = kFirstNumber + static_cast<std::int32_t>(expected_.size());
     const AppleEventDescriptor event = AppleEventDescriptor::appleEvent(
-        platform::fourCharCode("aevt"), platform::fourCharCode("call"), {}, -1, number);
-    const OSErr status = platform::sendPacket(peer.socket.get(), kind, platform::noErr, event, -1);
+        clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"), {}, -1, number);
+    const OSErr status =
+        clientcomm::sendPacket(peer.socket.get(), kind, clientcomm::noErr, event, -1);
     peer.hasSpoken = true;
     // A connection that its peer has shut down, or that was dropped, takes nothing.
-    if (status == platform::noErr) expected_[number] = 1;
+    if (status == clientcomm::noErr) expected_[number] = 1;
     return number;
   }
 
@@ -182,8 +183,8 @@ int lowestFreeDescriptor() {
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
   fuzz::privateFolder();
-  static auto* const endpoint = new platform::SocketEndpoint(kIdentifier, receive);
-  require(endpoint->open() == platform::noErr, "the endpoint can be opened");
+  static auto* const endpoint = new clientcomm::SocketEndpoint(kIdentifier, receive);
+  require(endpoint->open() == clientcomm::noErr, "the endpoint can be opened");
   return 0;
 }
 

@@ -27,12 +27,12 @@
 
 namespace {
 
+using clientcomm::AppleEventDescriptor;
+using clientcomm::Packet;
+using clientcomm::PacketKind;
+using clientcomm::ReceiveResult;
+using clientcomm::ScopedFd;
 using fuzz::require;
-using platform::AppleEventDescriptor;
-using platform::Packet;
-using platform::PacketKind;
-using platform::ReceiveResult;
-using platform::ScopedFd;
 
 // Options, bit by bit.
 constexpr unsigned kMakeHeader = 1;    // a header with the right magic and version
@@ -130,7 +130,7 @@ std::string packetBytes(unsigned options, std::string_view rest, std::size_t fil
   std::string bytes(rest);
   if ((options & kMakeHeader) == 0) return bytes;
   if (bytes.size() < kHeaderSize) bytes.resize(kHeaderSize);
-  const std::uint32_t magic = platform::fourCharCode("TQHP");
+  const std::uint32_t magic = clientcomm::fourCharCode("TQHP");
   std::memcpy(bytes.data(), &magic, sizeof magic);
   bytes[4] = 1;
   if ((options & kBodyInFile) != 0) bytes.resize(kHeaderSize);
@@ -142,8 +142,8 @@ std::string packetBytes(unsigned options, std::string_view rest, std::size_t fil
 }
 
 std::string flattened(const AppleEventDescriptor& descriptor) {
-  std::string bytes(platform::flattenedSize(descriptor).value(), '\0');
-  platform::flattenTo(descriptor, bytes.data());
+  std::string bytes(clientcomm::flattenedSize(descriptor).value(), '\0');
+  clientcomm::flattenTo(descriptor, bytes.data());
   return bytes;
 }
 
@@ -154,35 +154,35 @@ void sendOn(Packet packet, std::size_t lengthOfMore) {
   if (lengthOfMore > 0 && packet.descriptor.parameters().size() < kMostParameters) {
     packet.descriptor.setParamDescriptor(
         AppleEventDescriptor::descriptorWithString(std::string(lengthOfMore, 'x')),
-        platform::fourCharCode("more"));
+        clientcomm::fourCharCode("more"));
   }
   const bool handsOver = packet.executable.isValid() && packet.kind != PacketKind::kReply;
-  require(platform::sendPacket(sockets().theirs.get(), packet.kind, packet.status,
-                               packet.descriptor, handsOver ? packet.executable.get() : -1,
-                               packet.token) == platform::noErr,
+  require(clientcomm::sendPacket(sockets().theirs.get(), packet.kind, packet.status,
+                                 packet.descriptor, handsOver ? packet.executable.get() : -1,
+                                 packet.token) == clientcomm::noErr,
           "what was received can be sent on");
   Packet again;
-  require(platform::receivePacket(sockets().ours.get(), again) == ReceiveResult::kPacket,
+  require(clientcomm::receivePacket(sockets().ours.get(), again) == ReceiveResult::kPacket,
           "what is sent is received");
   require(again.kind == packet.kind && again.status == packet.status && again.token == packet.token,
           "the kind, the status and the token arrive");
   require(again.executable.isValid() == handsOver, "the executable's descriptor arrives");
-  if (packet.kind == PacketKind::kReply && packet.status != platform::noErr) return;
+  if (packet.kind == PacketKind::kReply && packet.status != clientcomm::noErr) return;
   require(flattened(again.descriptor) == flattened(packet.descriptor), "the event arrives");
 }
 
 void receive(unsigned options) {
   Packet packet;
-  if (platform::receivePacket(sockets().ours.get(), packet) != ReceiveResult::kPacket) return;
-  const bool hasBody = packet.kind != PacketKind::kReply || packet.status == platform::noErr;
+  if (clientcomm::receivePacket(sockets().ours.get(), packet) != ReceiveResult::kPacket) return;
+  const bool hasBody = packet.kind != PacketKind::kReply || packet.status == clientcomm::noErr;
   require(packet.descriptor.descriptorType() ==
-              (hasBody ? platform::typeAppleEvent : platform::typeNull),
+              (hasBody ? clientcomm::typeAppleEvent : clientcomm::typeNull),
           "a packet holds an event, or an error");
   // A peer that has ended is known by the descriptor alone, or by an earlier one.
-  platform::serialNumberForPeer(INT_MAX, packet.executable.get(), packet.token);
+  clientcomm::serialNumberForPeer(INT_MAX, packet.executable.get(), packet.token);
   std::size_t lengthOfMore = 0;
   if (hasBody && (options & kSendLong) != 0) lengthOfMore = std::size_t{20} << 10;
-  if (hasBody && (options & kSendLarge) != 0) lengthOfMore = platform::kMaximumPacketSize;
+  if (hasBody && (options & kSendLarge) != 0) lengthOfMore = clientcomm::kMaximumPacketSize;
   sendOn(std::move(packet), lengthOfMore);
 }
 
@@ -213,7 +213,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   receive(options);
   Packet none;
-  require(platform::receivePacket(sockets().ours.get(), none) == ReceiveResult::kNothingYet,
+  require(clientcomm::receivePacket(sockets().ours.get(), none) == ReceiveResult::kNothingYet,
           "one packet is taken at a time");
   require(lowestFreeDescriptor() == lowestFree, "no descriptor stays open");
   return 0;

@@ -55,7 +55,8 @@ const std::string& privateFolder() {
 }
 
 void writeFile(const std::string& path, std::string_view bytes) {
-  const platform::ScopedFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  const clientcomm::ScopedFd file(
+      open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
   require(file.isValid() &&
               write(file.get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()),
           "a file of the fuzzer can be written");

@@ -24,10 +24,10 @@
 
 namespace {
 
+using clientcomm::Bundle;
+using clientcomm::PropertyListDictionary;
+using clientcomm::PropertyListValue;
 using fuzz::require;
-using platform::Bundle;
-using platform::PropertyListDictionary;
-using platform::PropertyListValue;
 using Value = std::optional<PropertyListValue>;
 
 constexpr std::array<const char*, 3> kLocalizations = {"en", "de", "zh_CN"};
@@ -68,10 +68,10 @@ void requireExecutable(const Bundle& bundle) {
 void lookUp(const Bundle& bundle, std::string_view text) {
   for (const std::string_view type : {"", "strings", "lproj"}) {
     const auto path = bundle.pathForResource(text, type);
-    if (path) require(platform::fileExistsAtPath(*path), "a resource that is found exists");
+    if (path) require(clientcomm::fileExistsAtPath(*path), "a resource that is found exists");
   }
   for (const std::string& path : bundle.pathsForResourcesOfType(text, "Contents/Resources")) {
-    require(platform::pathExtension(path) == text, "resources are found by their extension");
+    require(clientcomm::pathExtension(path) == text, "resources are found by their extension");
   }
   static_cast<void>(bundle.pathsForResourcesOfType("app", text));
 }
@@ -79,7 +79,7 @@ void lookUp(const Bundle& bundle, std::string_view text) {
 void requireInfo(const Bundle& bundle, const PropertyListDictionary& info,
                  const PropertyListDictionary& strings) {
   require(isSame(bundle.infoDictionary(), info), "the Info dictionary is that of the file");
-  require(bundle.bundleIdentifier() == bundle.infoString(platform::kCFBundleIdentifierKey),
+  require(bundle.bundleIdentifier() == bundle.infoString(clientcomm::kCFBundleIdentifierKey),
           "the identifier is that of the Info dictionary");
   for (const PropertyListDictionary* dictionary : {&info, &strings}) {
     int budget = kMostValues;
@@ -140,18 +140,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::writeFile(stringsPath(localization), strings);
   }
 
-  const auto info = platform::dictionaryWithContentsOfFile(infoPath);
+  const auto info = clientcomm::dictionaryWithContentsOfFile(infoPath);
   // A small binary list can unfold into one that takes long to copy.
   if (info && fuzz::measureOf(*info).count > 20'000) return 0;
   const Bundle bundle(bundlePath());
   const std::vector<std::string> localizations = requireLocalizations(bundle);
   std::optional<PropertyListDictionary> localized;
   if (isThere(localizations.front())) {
-    localized = platform::dictionaryWithContentsOfFile(stringsPath(localizations.front()));
+    localized = clientcomm::dictionaryWithContentsOfFile(stringsPath(localizations.front()));
   }
   requireInfo(bundle, info.value_or(PropertyListDictionary()),
               localized.value_or(PropertyListDictionary()));
   requireExecutable(bundle);
-  TQHPHelperCommunicate::compareVersion(bundle.infoString(platform::kCFBundleVersionKey), "1.2.3");
+  TQHPHelperCommunicate::compareVersion(bundle.infoString(clientcomm::kCFBundleVersionKey),
+                                        "1.2.3");
   return 0;
 }

@@ -20,9 +20,9 @@
 
 namespace {
 
+using clientcomm::PropertyListDictionary;
+using clientcomm::PropertyListValue;
 using fuzz::require;
-using platform::PropertyListDictionary;
-using platform::PropertyListValue;
 using Contents = std::optional<PropertyListDictionary>;
 using Value = std::optional<PropertyListValue>;
 
@@ -48,11 +48,11 @@ Value valueOfKind(unsigned kind, std::string_view text) {
     case 0:
       return std::nullopt;
     case 1:
-      return platform::boolValue(text);
+      return clientcomm::boolValue(text);
     case 2:
-      return platform::intValue(text);
+      return clientcomm::intValue(text);
     case 3:
-      return platform::intValue(text) / 64.0;
+      return clientcomm::intValue(text) / 64.0;
     case 4: {
       const auto* bytes = reinterpret_cast<const std::byte*>(text.data());
       return PropertyListValue::Data(bytes, bytes + text.size());
@@ -83,7 +83,7 @@ bool isSame(const Contents& a, const Contents& b) {
   return isSame(a ? Value(*a) : Value(), b ? Value(*b) : Value());
 }
 
-void requireRead(platform::UserDefaults& defaults, const Contents& contents) {
+void requireRead(clientcomm::UserDefaults& defaults, const Contents& contents) {
   require(isSame(defaults.persistentDomainForName(kDomain), contents),
           "the file's values are read");
   if (!contents) return;
@@ -102,7 +102,7 @@ void requireWritten(const Contents& before, std::string_view key, const Value& v
   } else {
     expected.erase(std::string(key));
   }
-  const Contents after = platform::dictionaryWithContentsOfFile(path());
+  const Contents after = clientcomm::dictionaryWithContentsOfFile(path());
   // Nothing is written where there is nothing to write.
   if (!before && !value) {
     require(!after, "removing a value makes no file");
@@ -110,7 +110,7 @@ void requireWritten(const Contents& before, std::string_view key, const Value& v
     require(after.has_value(), "the file can be read after a write");
     require(isSame(after, expected), "the file holds what was set, and all that it held before");
   }
-  platform::UserDefaults another(kDomain);
+  clientcomm::UserDefaults another(kDomain);
   require(isSame(another.persistentDomainForName(kDomain), after), "another reader sees the same");
 }
 
@@ -132,11 +132,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::filesystem::remove(asidePath());
   std::filesystem::remove(path());
   if (hasFile) fuzz::writeFile(path(), file);
-  const Contents before = platform::dictionaryWithContentsOfFile(path());
+  const Contents before = clientcomm::dictionaryWithContentsOfFile(path());
   // A small binary list can unfold into one that takes long to write.
   if (before && fuzz::measureOf(*before).count > 20'000) return 0;
 
-  platform::UserDefaults defaults(kDomain);
+  clientcomm::UserDefaults defaults(kDomain);
   requireRead(defaults, before);
   require(isSame(defaults.objectForKey(key), valueIn(before, key)), "the key is looked up");
   defaults.setObject(value, key);

@@ -27,8 +27,8 @@
 
 namespace {
 
+using clientcomm::PropertyListDictionary;
 using fuzz::require;
-using platform::PropertyListDictionary;
 
 // Options, bit by bit.
 constexpr unsigned kIsRemoved = 1;      // the bundle is removed while it runs
@@ -41,31 +41,32 @@ const std::string& runtimeFolder() {
 }
 
 void checkStat(std::string_view name, std::uint32_t startTime) {
-  static_cast<void>(platform::startTimeInStat(name));
+  static_cast<void>(clientcomm::startTimeInStat(name));
   std::string stat = "4711 (" + std::string(name) + ") S";
   for (int field = 4; field < 22; ++field) stat += " " + std::to_string(field - 5);
   stat += " " + std::to_string(startTime);
-  require(platform::startTimeInStat(stat + " 7 8 9\n") == startTime,
+  require(clientcomm::startTimeInStat(stat + " 7 8 9\n") == startTime,
           "a command's name does not hide the start time");
-  require(!platform::startTimeInStat(stat.substr(0, stat.rfind(' '))),
+  require(!clientcomm::startTimeInStat(stat.substr(0, stat.rfind(' '))),
           "a text without a start time has none");
 }
 
 void checkCommand(std::string_view text) {
-  std::array<char, platform::MAXCOMLEN + 1> name;
+  std::array<char, clientcomm::MAXCOMLEN + 1> name;
   name.fill('x');
-  platform::copyCommandName(text, *reinterpret_cast<char(*)[platform::MAXCOMLEN + 1]>(name.data()));
+  clientcomm::copyCommandName(text,
+                              *reinterpret_cast<char(*)[clientcomm::MAXCOMLEN + 1]>(name.data()));
   const std::string_view plain = text.ends_with('\n') ? text.substr(0, text.size() - 1) : text;
-  const std::size_t length = std::min(plain.size(), platform::MAXCOMLEN);
+  const std::size_t length = std::min(plain.size(), clientcomm::MAXCOMLEN);
   require(std::string_view(name.data(), length) == plain.substr(0, length) && name[length] == '\0',
           "a command's name is its beginning, with a NUL behind it");
 }
 
 void checkExecutablePath(const std::string& path) {
-  const std::string_view bundle = platform::bundleOfExecutable(path);
+  const std::string_view bundle = clientcomm::bundleOfExecutable(path);
   if (bundle.empty()) return;
   require(path.starts_with('/') && path.starts_with(bundle) &&
-              platform::pathBeforeRemoval(bundle).ends_with(".app"),
+              clientcomm::pathBeforeRemoval(bundle).ends_with(".app"),
           "an executable's bundle is an application that encloses it");
   std::string_view rest = std::string_view(path).substr(bundle.size());
   require(rest.starts_with("/Contents/Linux/") || rest.starts_with("/Contents/MacOS/"),
@@ -75,41 +76,41 @@ void checkExecutablePath(const std::string& path) {
 }
 
 void checkRecordName(const std::string& name, pid_t pid) {
-  const pid_t named = platform::processOfRecordName(name);
+  const pid_t named = clientcomm::processOfRecordName(name);
   require(named >= 0 && (named == 0 || name.starts_with("process.")),
           "only the name of a record names a process");
   for (const char* suffix : {"", ".new"}) {
-    require(platform::processOfRecordName("process." + std::to_string(pid) + suffix) == pid,
+    require(clientcomm::processOfRecordName("process." + std::to_string(pid) + suffix) == pid,
             "the name of a record names its process");
   }
 }
 
-void requireSame(const platform::CheckInRecord& record, const PropertyListDictionary& texts) {
+void requireSame(const clientcomm::CheckInRecord& record, const PropertyListDictionary& texts) {
   const auto textOf = [&texts](const char* key) {
     const auto found = texts.find(key);
     return found == texts.end() ? "" : found->second.stringValue().value_or("");
   };
-  require(record.bundleIdentifier == textOf(platform::kCFBundleIdentifierKey) &&
-              record.bundlePath == textOf(platform::kBundlePathKey) &&
-              record.bundleName == textOf(platform::kCFBundleNameKey),
+  require(record.bundleIdentifier == textOf(clientcomm::kCFBundleIdentifierKey) &&
+              record.bundlePath == textOf(clientcomm::kBundlePathKey) &&
+              record.bundleName == textOf(clientcomm::kCFBundleNameKey),
           "a record has the texts of its file");
 }
 
 // A record as it stands, and one that this process could have written.
 void checkRecord(const std::string& name, std::string_view bytes) {
-  const auto record = platform::checkInRecordFromBytes(bytes);
+  const auto record = clientcomm::checkInRecordFromBytes(bytes);
   const std::string path = runtimeFolder() + "/process." + std::to_string(getpid());
   fuzz::writeFile(path, bytes);
-  const auto startTime = platform::processStartTime(getpid());
+  const auto startTime = clientcomm::processStartTime(getpid());
   require(startTime.has_value(), "a process knows when it was started");
-  require(platform::checkInRecordForPID(getpid()).has_value() ==
+  require(clientcomm::checkInRecordForPID(getpid()).has_value() ==
               (record && record->startTime == *startTime),
           "only the record of the process itself counts");
   const PropertyListDictionary own = {{"StartTime", *startTime},
-                                      {platform::kCFBundleIdentifierKey, name},
-                                      {platform::kBundlePathKey, "/" + name}};
-  fuzz::writeFile(path, platform::xmlPropertyList(own));
-  const auto ownRecord = platform::checkInRecordForPID(getpid());
+                                      {clientcomm::kCFBundleIdentifierKey, name},
+                                      {clientcomm::kBundlePathKey, "/" + name}};
+  fuzz::writeFile(path, clientcomm::xmlPropertyList(own));
+  const auto ownRecord = clientcomm::checkInRecordForPID(getpid());
   require(ownRecord.has_value(), "the record of the process itself counts");
   requireSame(*ownRecord, *fuzz::asReadFromXml(own).dictionary());
 }
@@ -134,20 +135,20 @@ void checkPeer(const std::string& name, unsigned options, std::string_view info)
   std::filesystem::create_directories(executables);
   fuzz::writeFile(infoPath, info);
   fuzz::writeFile(executable, "");
-  const auto dictionary = platform::dictionaryWithContentsOfFile(infoPath);
-  const platform::ScopedFd file(open(executable.c_str(), O_PATH | O_CLOEXEC));
+  const auto dictionary = clientcomm::dictionaryWithContentsOfFile(infoPath);
+  const clientcomm::ScopedFd file(open(executable.c_str(), O_PATH | O_CLOEXEC));
   const bool isRemoved = (options & kIsRemoved) != 0;
   if (isRemoved) std::filesystem::remove_all(folder);
 
-  const auto psn = platform::serialNumberForPeer(INT_MAX, file.get());
+  const auto psn = clientcomm::serialNumberForPeer(INT_MAX, file.get());
   require(psn.has_value(), "a caller is known by the executable that it handed over");
-  const auto known = platform::ProcessInformationCopyDictionary(
-      *psn, platform::kProcessDictionaryIncludeAllInformationMask);
-  require(known && known->at(platform::kBundlePathKey).stringValue() == bundle,
+  const auto known = clientcomm::ProcessInformationCopyDictionary(
+      *psn, clientcomm::kProcessDictionaryIncludeAllInformationMask);
+  require(known && known->at(clientcomm::kBundlePathKey).stringValue() == bundle,
           "a caller's bundle is the one that enclosed its executable");
-  const auto identifier = known->find(platform::kCFBundleIdentifierKey);
+  const auto identifier = known->find(clientcomm::kCFBundleIdentifierKey);
   const auto expected = dictionary && !isRemoved
-                            ? dictionary->find(platform::kCFBundleIdentifierKey)
+                            ? dictionary->find(clientcomm::kCFBundleIdentifierKey)
                             : PropertyListDictionary::const_iterator();
   const bool hasIdentifier = dictionary && !isRemoved && expected != dictionary->end() &&
                              expected->second.stringValue().has_value();

@@ -16,32 +16,32 @@
 
 namespace {
 
+using clientcomm::PropertyListDictionary;
+using clientcomm::PropertyListValue;
 using fuzz::require;
-using platform::PropertyListDictionary;
-using platform::PropertyListValue;
 
 void requireReadBackFromXml(const PropertyListDictionary& dictionary) {
-  const std::string xml = platform::xmlPropertyList(dictionary);
-  if (xml.size() > platform::kMaximumSettingsFileSize) return;
-  require(platform::isXmlText(xml), "what is written as XML holds what XML can hold");
-  const auto again = platform::propertyListFromBytes(xml);
+  const std::string xml = clientcomm::xmlPropertyList(dictionary);
+  if (xml.size() > clientcomm::kMaximumSettingsFileSize) return;
+  require(clientcomm::isXmlText(xml), "what is written as XML holds what XML can hold");
+  const auto again = clientcomm::propertyListFromBytes(xml);
   require(again.has_value(), "what is written as XML can be read");
   require(fuzz::asReadFromXml(*again) == fuzz::asReadFromXml(dictionary), "XML keeps every value");
 }
 
 void requireReadBackFromStringsFile(const PropertyListDictionary& dictionary) {
   if (dictionary.empty()) return;  // has no text, and no text is no list
-  const std::string text = platform::descriptionInStringsFileFormat(dictionary);
-  const auto again = platform::propertyListFromBytes(text);
-  require(platform::isUtf8(text), "a strings file is UTF-8, and so has a form in UTF-16");
+  const std::string text = clientcomm::descriptionInStringsFileFormat(dictionary);
+  const auto again = clientcomm::propertyListFromBytes(text);
+  require(clientcomm::isUtf8(text), "a strings file is UTF-8, and so has a form in UTF-16");
   require(again.has_value(), "what is written as strings file can be read");
   require(again->dictionary() != nullptr && again->dictionary()->size() == dictionary.size(),
           "a strings file has all entries");
-  require(platform::descriptionInStringsFileFormat(*again->dictionary()) == text,
+  require(clientcomm::descriptionInStringsFileFormat(*again->dictionary()) == text,
           "writing what was read from a strings file changes nothing");
   const std::string path = fuzz::privateFolder() + "/Table.strings";
-  require(platform::writeTextToFileAsUTF16(text, path), "a strings file can be written");
-  require(platform::dictionaryWithContentsOfFile(path) == *again->dictionary(),
+  require(clientcomm::writeTextToFileAsUTF16(text, path), "a strings file can be written");
+  require(clientcomm::dictionaryWithContentsOfFile(path) == *again->dictionary(),
           "a strings file is the same in UTF-16");
 }
 
@@ -53,18 +53,18 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  auto value = platform::propertyListFromBytes({reinterpret_cast<const char*>(data), size});
+  auto value = clientcomm::propertyListFromBytes({reinterpret_cast<const char*>(data), size});
   if (!value) return 0;
   require(value->stringValue().has_value() == std::holds_alternative<std::string>(value->variant()),
           "only a string has the value of one");
   const fuzz::Measure measure = fuzz::measureOf(*value);
-  require(measure.depth <= platform::kMaximumPropertyListNesting + 1, "the nesting is bounded");
+  require(measure.depth <= clientcomm::kMaximumPropertyListNesting + 1, "the nesting is bounded");
   // A small binary list can unfold into one that takes long to write.
   if (measure.count > 20'000) return 0;
   PropertyListDictionary dictionary;
   if (value->dictionary() != nullptr) {
     dictionary = std::move(*value->dictionary());
-  } else if (measure.depth <= platform::kMaximumPropertyListNesting) {
+  } else if (measure.depth <= clientcomm::kMaximumPropertyListNesting) {
     dictionary.emplace("value", std::move(*value));
   }
   requireReadBackFromXml(dictionary);

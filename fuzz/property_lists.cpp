@@ -11,10 +11,10 @@
 namespace fuzz {
 namespace {
 
-using platform::PropertyListDate;
-using platform::PropertyListDictionary;
-using platform::PropertyListUID;
-using platform::PropertyListValue;
+using clientcomm::PropertyListDate;
+using clientcomm::PropertyListDictionary;
+using clientcomm::PropertyListUID;
+using clientcomm::PropertyListValue;
 
 PropertyListValue readFromXml(const PropertyListValue& value);
 

@@ -22,7 +22,7 @@
 namespace clientcomm {
 namespace {
 
-using platform::Bundle;
+using clientcomm::Bundle;
 
 constexpr const char kHelperAppNameFallback[] = "Helper App name";
 constexpr const char kHelperInstallPathFallback[] = "Helper location path";
@@ -44,7 +44,7 @@ struct HelperLocation {
 };
 
 OptionalString expandedPath(const OptionalString& path) {
-  return path ? OptionalString(platform::stringByExpandingTildeInPath(*path)) : std::nullopt;
+  return path ? OptionalString(clientcomm::stringByExpandingTildeInPath(*path)) : std::nullopt;
 }
 
 HelperLocation helperLocation() {
@@ -59,7 +59,7 @@ HelperLocation helperLocation() {
 }
 
 OptionalString versionOfBundle(const std::string& path) {
-  return Bundle(path).infoString(platform::kCFBundleVersionKey);
+  return Bundle(path).infoString(clientcomm::kCFBundleVersionKey);
 }
 
 }  // namespace
@@ -75,20 +75,20 @@ void HelperInstallation::extract() {
   const HelperLocation location = helperLocation();
   if (!location.name || !location.directory) return;
   // Not for another user: a helper that root installs is one that its owner cannot replace.
-  if (!platform::mayCreateItemAtPath(*location.directory)) return;
-  if (!platform::fileExistsAtPath(*location.directory)) {
-    platform::createDirectoryAtPath(*location.directory);
+  if (!clientcomm::mayCreateItemAtPath(*location.directory)) return;
+  if (!clientcomm::fileExistsAtPath(*location.directory)) {
+    clientcomm::createDirectoryAtPath(*location.directory);
   }
   const OptionalString resource = Bundle::mainBundle().pathForResource(*location.name, "app");
   if (!resource) return;
   const Target target{location.bundleID, *resource,
-                      platform::stringByAppendingPathComponent(
-                          *location.directory, platform::lastPathComponent(*resource))};
+                      clientcomm::stringByAppendingPathComponent(
+                          *location.directory, clientcomm::lastPathComponent(*resource))};
   // Hosts that start at the same moment take turns; each judges what the one before it left.
-  std::optional<platform::DirectoryLock> lock;
+  std::optional<clientcomm::DirectoryLock> lock;
   lock.emplace(*location.directory, waits_.atMost(kLockLimit));
   // While the copy is missing, the holder is installing it.
-  if (!lock->isHeld() && !platform::fileExistsAtPath(target.installed)) {
+  if (!lock->isHeld() && !clientcomm::fileExistsAtPath(target.installed)) {
     lock.emplace(*location.directory, waits_.remaining());
   }
   isPending_ = !lock->isHeld();
@@ -96,11 +96,11 @@ void HelperInstallation::extract() {
 }
 
 void HelperInstallation::extractLocked(const Target& target) {
-  platform::removeUnfinishedCopies(target.installed);
+  clientcomm::removeUnfinishedCopies(target.installed);
   settleEarlierRemovals(target);
   settleMark(target);
-  if (!platform::fileExistsAtPath(target.installed)) {
-    platform::copyPath(target.resource, target.installed);
+  if (!clientcomm::fileExistsAtPath(target.installed)) {
+    clientcomm::copyPath(target.resource, target.installed);
   } else if (TQHPHelperCommunicate::compareVersion(versionOfBundle(target.resource),
                                                    versionOfBundle(target.installed)) == 1) {
     replace(target);
@@ -109,9 +109,9 @@ void HelperInstallation::extractLocked(const Target& target) {
 
 // A place of a removal exists until the old processes have taken the exit command.
 void HelperInstallation::settleEarlierRemovals(const Target& target) {
-  for (const std::string& place : platform::placesMovedAsideFrom(target.installed)) {
+  for (const std::string& place : clientcomm::placesMovedAsideFrom(target.installed)) {
     if (tellProcessesToExit(place)) {
-      platform::removeItemAtPath(place);
+      clientcomm::removeItemAtPath(place);
     } else {
       isPending_ = true;
     }
@@ -121,22 +121,22 @@ void HelperInstallation::settleEarlierRemovals(const Target& target) {
 // Earlier versions of the library remove a bundle in place and leave this mark until the exit
 // command.
 void HelperInstallation::settleMark(const Target& target) {
-  const auto [directory, name] = platform::splitPath(target.installed);
+  const auto [directory, name] = clientcomm::splitPath(target.installed);
   const std::string mark =
-      platform::stringByAppendingPathComponent(directory, "." + name + ".removed");
-  if (!platform::fileExistsAtPath(mark)) return;
-  if (!platform::fileExistsAtPath(target.installed) && isRunning(target)) tellToExit(target);
-  platform::removeItemAtPath(mark);
+      clientcomm::stringByAppendingPathComponent(directory, "." + name + ".removed");
+  if (!clientcomm::fileExistsAtPath(mark)) return;
+  if (!clientcomm::fileExistsAtPath(target.installed) && isRunning(target)) tellToExit(target);
+  clientcomm::removeItemAtPath(mark);
 }
 
 void HelperInstallation::replace(const Target& target) {
   std::string place;
-  const auto error = platform::moveAside(target.installed, place);
+  const auto error = clientcomm::moveAside(target.installed, place);
   const bool isTold = !isRunning(target) || tellToExit(target);
   if (error) return;
-  platform::copyPath(target.resource, target.installed);
+  clientcomm::copyPath(target.resource, target.installed);
   if (isTold) {
-    platform::removeItemAtPath(place);
+    clientcomm::removeItemAtPath(place);
   } else {
     isPending_ = true;
   }
@@ -152,9 +152,10 @@ bool HelperInstallation::isRunning(const Target& target) const {
 bool HelperInstallation::tellToExit(const Target& target) const {
   const WaitBudget waits(waits_.atMost(kExitCommandLimit));
   for (;;) {
-    const platform::AEHandOverLimit limit(waits.remaining());
+    const clientcomm::AEHandOverLimit limit(waits.remaining());
     const OSErr status = TQHPHelperControl::share().exitHelper(productID_, productVersion_);
-    const bool isNotReached = status == platform::procNotFound || status == platform::errAETimeout;
+    const bool isNotReached =
+        status == clientcomm::procNotFound || status == clientcomm::errAETimeout;
     if (!isNotReached || !isRunning(target)) return true;
     if (waits.remaining() == std::chrono::milliseconds(0)) return false;
     std::this_thread::sleep_for(waits.atMost(kExitCommandPause));
@@ -165,32 +166,33 @@ bool HelperInstallation::tellToExit(const Target& target) const {
 // sent only where that process runs from `place`.
 // @return whether such a process has taken the command, or none is left.
 bool HelperInstallation::tellProcessesToExit(const std::string& place) const {
-  const auto processes = platform::processesRunningBelow(place);
+  const auto processes = clientcomm::processesRunningBelow(place);
   if (processes.empty()) return true;
   TQHPHelperControl& control = TQHPHelperControl::share();
-  const platform::AEHandOverLimit limit{std::chrono::milliseconds(0)};
-  if (control.isAlive(productID_, productVersion_) != platform::noErr) return false;
-  const auto receiver = platform::AELastRecipient();
+  const clientcomm::AEHandOverLimit limit{std::chrono::milliseconds(0)};
+  if (control.isAlive(productID_, productVersion_) != clientcomm::noErr) return false;
+  const auto receiver = clientcomm::AELastRecipient();
   const bool isOld = std::any_of(processes.begin(), processes.end(), [receiver](auto process) {
     return static_cast<std::uint64_t>(process) == receiver;
   });
-  return isOld && control.exitHelper(productID_, productVersion_) == platform::noErr;
+  return isOld && control.exitHelper(productID_, productVersion_) == clientcomm::noErr;
 }
 
 bool HelperInstallation::launch() {
   const HelperLocation location = helperLocation();
   if (!location.name || !location.directory) return false;
   const std::string installed =
-      platform::stringByAppendingPathComponent(*location.directory, *location.name) + ".app";
-  if (!platform::fileExistsAtPath(installed)) extract();
+      clientcomm::stringByAppendingPathComponent(*location.directory, *location.name) + ".app";
+  if (!clientcomm::fileExistsAtPath(installed)) extract();
   // Where the system keeps a database of applications, the look-up makes it known there; the path
   // itself is not needed.
-  static_cast<void>(platform::Workspace::sharedWorkspace().fullPathForApplication(*location.name));
+  static_cast<void>(
+      clientcomm::Workspace::sharedWorkspace().fullPathForApplication(*location.name));
   if (TQHPProcessList::share().applicationIsRunning(location.bundleID, installed)) return true;
   // Not while another host is replacing the copy that would be opened, unless its holder is stuck:
   // an old copy that is opened meanwhile gets the exit command too.
-  const platform::DirectoryLock lock(*location.directory, waits_.atMost(kLockLimit));
-  return platform::Workspace::sharedWorkspace().openFile(installed);
+  const clientcomm::DirectoryLock lock(*location.directory, waits_.atMost(kLockLimit));
+  return clientcomm::Workspace::sharedWorkspace().openFile(installed);
 }
 
 }  // namespace clientcomm

@@ -14,12 +14,12 @@ void registerHostClasses() {
   static bool isDone = false;
   if (isDone) return;
   isDone = true;
-  platform::registerClass(TQHPHelperControl::staticClass());
-  platform::registerClass(TQHPHelperCommunicate::staticClass());
-  platform::registerClass(TQHPGetDataByHelper::staticClass());
-  platform::registerClass(TQHPUpgradeByHelper::staticClass());
-  platform::registerClass(TQHPUploadByHelper::staticClass());
-  platform::registerClass(TQHPCustomerServiceByHelepr::staticClass());
+  clientcomm::registerClass(TQHPHelperControl::staticClass());
+  clientcomm::registerClass(TQHPHelperCommunicate::staticClass());
+  clientcomm::registerClass(TQHPGetDataByHelper::staticClass());
+  clientcomm::registerClass(TQHPUpgradeByHelper::staticClass());
+  clientcomm::registerClass(TQHPUploadByHelper::staticClass());
+  clientcomm::registerClass(TQHPCustomerServiceByHelepr::staticClass());
 }
 
 void registerProxy(TQHPAppEventBase& proxy) {

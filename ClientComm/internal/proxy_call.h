@@ -21,7 +21,7 @@ std::vector<std::string> proxyArguments(const Arguments&... arguments) {
 template <typename... Arguments>
 OSErr sendCommand(const TQHPAppEventBase& proxy, std::string_view selector,
                   const Arguments&... arguments) noexcept {
-  return guarded(platform::memFullErr, [&] {
+  return guarded(clientcomm::memFullErr, [&] {
     return TQHPAppleEventSender::share().sendEvnet(proxy.className(), selector,
                                                    proxyArguments(arguments...));
   });

@@ -13,7 +13,7 @@
 #include "ClientComm/platform/types.h"
 
 /// Apple events as values: typed descriptors, lists, and the event record.
-namespace platform {
+namespace clientcomm {
 
 using FourCharCode = std::uint32_t;
 using DescType = FourCharCode;
@@ -129,4 +129,4 @@ class CLIENTCOMM_EXPORT AppleEventDescriptor {
   std::unique_ptr<EventRecord> record_;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

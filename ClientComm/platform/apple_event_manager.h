@@ -11,7 +11,7 @@
 #include "ClientComm/platform/apple_event_transport.h"
 #include "ClientComm/platform/types.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// Handles one event, which it takes over: fills in `reply`, an event record with nothing in it.
 /// @return noErr, or the status that a waiting sender receives.
@@ -73,4 +73,4 @@ class AEHandOverLimit {
 /// to the same process exactly when the numbers are equal. 0 where that cannot be told.
 std::uint64_t AELastRecipient() noexcept;
 
-}  // namespace platform
+}  // namespace clientcomm

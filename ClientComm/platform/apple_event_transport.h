@@ -7,7 +7,7 @@
 #include "ClientComm/platform/apple_event.h"
 #include "ClientComm/platform/types.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// What carries events from one application to another. The library has one for the operating
 /// system; a test or a product can put another in its place.
@@ -39,4 +39,4 @@ class AppleEventTransport {
 /// The operating system's carrier.
 std::unique_ptr<AppleEventTransport> makeSystemTransport();
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -10,7 +10,7 @@
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/types.h"
 
-namespace platform {
+namespace clientcomm {
 
 // Info dictionary keys of the bundle format.
 inline constexpr const char kCFBundleIdentifierKey[] = "CFBundleIdentifier";
@@ -82,4 +82,4 @@ class CLIENTCOMM_EXPORT Bundle {
   std::unique_ptr<State> state_;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-namespace platform {
+namespace clientcomm {
 
 /// The platform's error object: what went wrong, as a domain, a code within it, and details by key.
 struct Error {
@@ -13,4 +13,4 @@ struct Error {
   std::map<std::string, std::string> userInfo;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <string>
 
-namespace platform {
+namespace clientcomm {
 
 /// Holds a directory for one process at a time, among processes that ask the same way. The kernel
 /// lets go when the holder ends, however it ends; nothing is left on disk.
@@ -26,4 +26,4 @@ class DirectoryLock {
   int descriptor_ = -1;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -10,7 +10,7 @@
 #include "ClientComm/platform/path.h"
 
 /// File operations on paths. Paths are bytes and are passed on as they stand.
-namespace platform {
+namespace clientcomm {
 
 /// Domain of the errors that file operations report; the code is the system's errno value.
 inline constexpr const char kFileErrorDomain[] = "FileErrorDomain";
@@ -51,4 +51,4 @@ std::vector<std::string> contentsOfDirectoryAtPath(const std::string& path);
 /// `path` with a leading "~" or "~/" replaced by the user's home folder; otherwise unchanged.
 std::string stringByExpandingTildeInPath(const std::string& path);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -4,7 +4,7 @@
 #include <string_view>
 
 /// The text of paths; nothing here looks at the file system. Paths are bytes.
-namespace platform {
+namespace clientcomm {
 
 /// `path` and `component` joined by one "/". Repeated slashes anywhere in either become one, and
 /// none is left at the end, so that two spellings of a path join to the same text. "." and ".."
@@ -29,4 +29,4 @@ struct SplitPath {
 /// `path` without its last component, and that component, trailing slashes not counted.
 SplitPath splitPath(std::string_view path);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -10,7 +10,7 @@
 #include "ClientComm/platform/types.h"
 
 /// What is known of running applications: from process ID to serial number to bundle.
-namespace platform {
+namespace clientcomm {
 
 /// Names a running process for as long as it runs; eight bytes, as they stand in an event.
 struct ProcessSerialNumber {
@@ -47,4 +47,4 @@ OptionalString bundleIdentifierOfProcess(const ProcessSerialNumber& psn);
 /// process cannot be seen from here: it runs in another process-ID namespace.
 bool isRunningUnseen(const std::string& identifier, const std::string& bundlePath);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -5,7 +5,7 @@
 #include <vector>
 
 /// The kernel's process table, in the form in which the BSD interface hands it out.
-namespace platform {
+namespace clientcomm {
 
 // Names of the request for the whole process table.
 inline constexpr int CTL_KERN = 1;
@@ -52,4 +52,4 @@ using SysctlFunction = decltype(&sysctl);
 /// @return what was in place before.
 SysctlFunction replaceSysctl(SysctlFunction function) noexcept;
 
-}  // namespace platform
+}  // namespace clientcomm

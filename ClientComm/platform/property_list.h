@@ -13,7 +13,7 @@
 #include "ClientComm/platform/types.h"
 
 /// Property lists and strings files: the values, and reading and writing them.
-namespace platform {
+namespace clientcomm {
 
 /// A point in time, in seconds since 1 January 2001, 00:00 UTC (the property list's epoch).
 struct PropertyListDate {
@@ -60,7 +60,7 @@ class CLIENTCOMM_EXPORT PropertyListValue {
   const Dictionary* dictionary() const { return std::get_if<Dictionary>(&value_); }
   Dictionary* dictionary() { return std::get_if<Dictionary>(&value_); }
 
-  /// The truth value: a number is true when it is not zero, a string by `platform::boolValue`,
+  /// The truth value: a number is true when it is not zero, a string by `clientcomm::boolValue`,
   /// anything else is false.
   bool boolValue() const noexcept;
 
@@ -110,4 +110,4 @@ std::string descriptionInStringsFileFormat(const PropertyListDictionary& diction
 /// @return false when it could not be written, or is too large to be read again.
 bool writeTextToFileAsUTF16(std::string_view text, const std::string& path);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -9,7 +9,7 @@
 
 /// The removal of an installed bundle in one step: it is moved to a private place beside its own,
 /// and its files are deleted later. A process that runs from it keeps its `kBundlePathKey`.
-namespace platform {
+namespace clientcomm {
 
 /// Moves what is at `path` to a private place beside it. Nothing is at `path` afterwards.
 /// @param place receives the path to delete later, with `removeItemAtPath`.
@@ -22,4 +22,4 @@ std::vector<std::string> placesMovedAsideFrom(const std::string& path);
 /// IDs of the processes whose executable is below the directory at `path` now.
 std::vector<std::int32_t> processesRunningBelow(const std::string& path);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -18,7 +18,7 @@
 
 /// The run-time registry: classes by name, methods by selector. A class is callable by name only
 /// when its process has registered it, and a method only when its class lists it.
-namespace platform {
+namespace clientcomm {
 
 class Class;
 
@@ -190,4 +190,4 @@ std::shared_ptr<Object> makeShared() {
   return std::make_shared<T>();
 }
 
-}  // namespace platform
+}  // namespace clientcomm

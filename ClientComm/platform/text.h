@@ -9,7 +9,7 @@
 #include "ClientComm/platform/export.h"
 
 /// Readings of text that the library and its peers agree on. None of them throws on any input.
-namespace platform {
+namespace clientcomm {
 
 /// Length of `text` in UTF-16 units. A byte that is not part of well-formed UTF-8 counts as one.
 std::size_t utf16Length(std::string_view text) noexcept;
@@ -36,4 +36,4 @@ CLIENTCOMM_EXPORT std::int32_t intValue(std::string_view text) noexcept;
 /// optional sign and leading zeros, with Y, y, T, t or a digit 1 to 9.
 CLIENTCOMM_EXPORT bool boolValue(std::string_view text) noexcept;
 
-}  // namespace platform
+}  // namespace clientcomm

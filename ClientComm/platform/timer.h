@@ -4,7 +4,7 @@
 #include <functional>
 #include <memory>
 
-namespace platform {
+namespace clientcomm {
 
 /// A timer on the current thread's run loop. It fires only while that loop runs.
 class Timer {
@@ -30,4 +30,4 @@ class Timer {
   std::unique_ptr<State> state_;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -5,7 +5,7 @@
 #include <string>
 
 /// The shared vocabulary of the library: the 16-bit status and the nullable string.
-namespace platform {
+namespace clientcomm {
 
 /// Signed 16-bit status of an operation that talks to another application; 0 is success.
 using OSErr = std::int16_t;
@@ -24,4 +24,4 @@ inline constexpr OSErr errAEEventNotHandled = -1708;  ///< It has no handler for
 inline constexpr OSErr errAETimeout = -1712;          ///< It did not take or answer in time.
 inline constexpr OSErr errAEEventNotPermitted = -1743;  ///< It belongs to another user.
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -9,7 +9,7 @@
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/types.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// The user's settings of one application: one XML property list per bundle identifier in the
 /// folder "Preferences" under the user's configuration directory.
@@ -49,4 +49,4 @@ class CLIENTCOMM_EXPORT UserDefaults {
   std::unique_ptr<State> state_;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

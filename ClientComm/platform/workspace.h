@@ -4,7 +4,7 @@
 
 #include "ClientComm/platform/types.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// The user's session as a place where applications are found and started.
 class Workspace {
@@ -26,4 +26,4 @@ class Workspace {
   Workspace() = default;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

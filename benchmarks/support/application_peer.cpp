@@ -21,14 +21,14 @@ const SharedCounter* handledCalls = nullptr;
 
 class Receiver : public TQHPAppEventBase {
  public:
-  static const platform::Class& staticClass() {
-    using platform::method;
+  static const clientcomm::Class& staticClass() {
+    using clientcomm::method;
     static const auto* const cls =
-        new platform::Class(kReceiverClass, platform::makeShared<Receiver>,
-                            {method<&Receiver::note>(kNote), method<&Receiver::say>(kSay)});
+        new clientcomm::Class(kReceiverClass, clientcomm::makeShared<Receiver>,
+                              {method<&Receiver::note>(kNote), method<&Receiver::say>(kSay)});
     return *cls;
   }
-  const platform::Class& isa() const override { return staticClass(); }
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   void note(const OptionalString& /*name*/, const OptionalString& /*text*/) {
     handledCalls->increment();
@@ -42,7 +42,7 @@ class Receiver : public TQHPAppEventBase {
 int runReceiver(const std::vector<std::string>& arguments) {
   pinTo(kReceiverProcessor);
   handledCalls = new SharedCounter(arguments.at(0));
-  platform::registerClass(Receiver::staticClass());
+  clientcomm::registerClass(Receiver::staticClass());
   TQHPAppleEventProcesser::share();
   GMainLoop* const loop = g_main_loop_new(nullptr, FALSE);
   g_main_loop_run(loop);
@@ -67,12 +67,12 @@ Peer& receiver() {
   return *peer;
 }
 
-platform::OSErr sendNote(std::span<const std::string> arguments) {
+clientcomm::OSErr sendNote(std::span<const std::string> arguments) {
   static const OptionalString target = kReceiverIdentifier;
   return TQHPAppleEventSender::share().sendEvnet(target, kReceiverClass, kNote, arguments);
 }
 
-platform::OptionalString ask(const std::string& text) {
+clientcomm::OptionalString ask(const std::string& text) {
   static const OptionalString target = kReceiverIdentifier;
   OptionalString answer;
   TQHPAppleEventSender::share().sendEvnet(target, kReceiverClass, kSay, {&text, 1}, &answer);
@@ -80,23 +80,24 @@ platform::OptionalString ask(const std::string& text) {
 }
 
 std::size_t callPacketSize(const std::string& selector, const std::vector<std::string>& arguments) {
-  using platform::AppleEventDescriptor;
+  using clientcomm::AppleEventDescriptor;
   AppleEventDescriptor event = support::callEvent(kReceiverClass, selector, arguments);
-  AppleEventDescriptor addressed = AppleEventDescriptor::appleEvent(
-      event.eventClass(), event.eventID(), {platform::typeApplicationBundleID, kReceiverIdentifier},
-      event.returnID(), event.transactionID());
-  addressed.setParamDescriptor(*event.paramDescriptorForKeyword(platform::keyDirectObject),
-                               platform::keyDirectObject);
-  return kPacketHeaderSize + platform::flattenedSize(addressed).value();
+  AppleEventDescriptor addressed =
+      AppleEventDescriptor::appleEvent(event.eventClass(), event.eventID(),
+                                       {clientcomm::typeApplicationBundleID, kReceiverIdentifier},
+                                       event.returnID(), event.transactionID());
+  addressed.setParamDescriptor(*event.paramDescriptorForKeyword(clientcomm::keyDirectObject),
+                               clientcomm::keyDirectObject);
+  return kPacketHeaderSize + clientcomm::flattenedSize(addressed).value();
 }
 
 std::size_t replyPacketSize(const std::string& text) {
-  using platform::AppleEventDescriptor;
+  using clientcomm::AppleEventDescriptor;
   AppleEventDescriptor reply = AppleEventDescriptor::appleEvent(
-      platform::fourCharCode("aevt"), platform::fourCharCode("ansr"), {}, -1, 0);
+      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("ansr"), {}, -1, 0);
   reply.setParamDescriptor(AppleEventDescriptor::descriptorWithString(text),
-                           platform::keyDirectObject);
-  return kPacketHeaderSize + platform::flattenedSize(reply).value();
+                           clientcomm::keyDirectObject);
+  return kPacketHeaderSize + clientcomm::flattenedSize(reply).value();
 }
 
 }  // namespace bench

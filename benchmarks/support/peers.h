@@ -39,9 +39,9 @@ inline constexpr const char kReceiverIdentifier[] = "com.example.benchmark.recei
 Peer& receiver();
 
 /// Sends `note:text:` to the receiver.
-platform::OSErr sendNote(std::span<const std::string> arguments);
+clientcomm::OSErr sendNote(std::span<const std::string> arguments);
 /// Asks the receiver to say `text` back.
-platform::OptionalString ask(const std::string& text);
+clientcomm::OptionalString ask(const std::string& text);
 /// Bytes of the packet that carries `selector` with `arguments` to the receiver, and of the reply
 /// that carries `text` back.
 std::size_t callPacketSize(const std::string& selector, const std::vector<std::string>& arguments);

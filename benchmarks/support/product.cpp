@@ -24,16 +24,16 @@ constexpr const char kHelperRole[] = "benchmark-helper";
 /// The helper's side of the life of a product.
 class HelperControl : public TQHPAppEventBase {
  public:
-  static const platform::Class& staticClass() {
-    using platform::method;
+  static const clientcomm::Class& staticClass() {
+    using clientcomm::method;
     using Self = HelperControl;
-    static const auto* const cls = new platform::Class(
-        "TQHPHelperControl", platform::makeShared<Self>,
+    static const auto* const cls = new clientcomm::Class(
+        "TQHPHelperControl", clientcomm::makeShared<Self>,
         {method<&Self::start>("start:prodeuctVersion:"),
          method<&Self::isAlive>("isAlive:prodeuctVersion:"), method<&Self::process>("process")});
     return *cls;
   }
-  const platform::Class& isa() const override { return staticClass(); }
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   void start(const OptionalString& /*productID*/, const OptionalString& /*version*/) {}
   void isAlive(const OptionalString& /*productID*/, const OptionalString& /*version*/) {
@@ -44,21 +44,21 @@ class HelperControl : public TQHPAppEventBase {
 
 class GetData : public TQHPAppEventBase {
  public:
-  static const platform::Class& staticClass() {
+  static const clientcomm::Class& staticClass() {
     static const auto* const cls =
-        new platform::Class("TQHPGetDataByHelper", platform::makeShared<GetData>,
-                            {platform::method<&GetData::clientID>("clientIDFormHelper")});
+        new clientcomm::Class("TQHPGetDataByHelper", clientcomm::makeShared<GetData>,
+                              {clientcomm::method<&GetData::clientID>("clientIDFormHelper")});
     return *cls;
   }
-  const platform::Class& isa() const override { return staticClass(); }
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   OptionalString clientID() { return "client-1"; }
 };
 
 int runHelper(const std::vector<std::string>& /*arguments*/) {
   pinTo(kReceiverProcessor);
-  platform::registerClass(HelperControl::staticClass());
-  platform::registerClass(GetData::staticClass());
+  clientcomm::registerClass(HelperControl::staticClass());
+  clientcomm::registerClass(GetData::staticClass());
   TQHPAppleEventProcesser::share();
   GMainLoop* const loop = g_main_loop_new(nullptr, FALSE);
   g_main_loop_run(loop);
@@ -88,7 +88,7 @@ pid_t helperProcess() {
   OptionalString process;
   TQHPAppleEventSender::share().sendEvnet(OptionalString(support::helperIdentifier()),
                                           "TQHPHelperControl", "process", {}, &process);
-  return process ? platform::intValue(*process) : 0;
+  return process ? clientcomm::intValue(*process) : 0;
 }
 
 void endHelper() {
@@ -99,7 +99,7 @@ void endHelper() {
 }
 
 std::string makeHost(const std::string& name, const std::string& role) {
-  platform::PropertyListDictionary info = support::defaultHostInfo();
+  clientcomm::PropertyListDictionary info = support::defaultHostInfo();
   info.insert_or_assign("CFBundleIdentifier", "com.example." + role);
   info.insert_or_assign("CFBundleName", name);
   info.insert_or_assign("CFBundleExecutable", name);

@@ -19,7 +19,7 @@ constexpr std::chrono::seconds kLongestWait{60};
 }  // namespace
 
 SharedCounter::SharedCounter(const std::string& path) {
-  const platform::ScopedFd file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  const clientcomm::ScopedFd file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   constexpr std::size_t kSize = sizeof *value_;
   void* memory = MAP_FAILED;
   if (file.isValid() && ftruncate(file.get(), kSize) == 0) {

@@ -20,7 +20,7 @@
 namespace bench {
 namespace {
 
-using platform::ScopedFd;
+using clientcomm::ScopedFd;
 
 constexpr std::size_t kLargestPacket = std::size_t{64} << 10;
 
@@ -31,7 +31,7 @@ char packet[kLargestPacket];
 sockaddr_un addressOf(const char* name) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  const std::string path = platform::runtimeFolderPath() + "/" + name;
+  const std::string path = clientcomm::runtimeFolderPath() + "/" + name;
   path.copy(address.sun_path, sizeof address.sun_path - 1);
   return address;
 }
@@ -110,7 +110,7 @@ void Peer::waitForCalls(std::uint64_t before, std::uint64_t count) const {
 
 Peer& socketServer() {
   static Peer* const peer = [] {
-    const ScopedFd folder = platform::openRuntimeFolder(true);
+    const ScopedFd folder = clientcomm::openRuntimeFolder(true);
     const std::string path = support::sandbox() + "/server-calls";
     const SharedCounter handled(path);
     const ScopedFd listener = listenAt(serverAddress());

@@ -18,7 +18,7 @@ using nlohmann::json;
 constexpr gint64 kFarewellLimitInMicroseconds = 2 * G_USEC_PER_SEC;
 
 std::string ownDataFolder() {
-  const auto identifier = platform::Bundle::mainBundle().bundleIdentifier();
+  const auto identifier = clientcomm::Bundle::mainBundle().bundleIdentifier();
   return std::string(g_get_user_data_dir()) + "/" + identifier.value_or("SampleHelper");
 }
 
@@ -85,14 +85,14 @@ void Application::requestExit() { g_main_loop_quit(loop_); }
 // forgotten; where the notice failed for another reason, the record stays for the next helper.
 void Application::announceExit() {
   callBacks_.flush();
-  std::map<std::string, platform::OSErr> told;
+  std::map<std::string, clientcomm::OSErr> told;
   for (const Product& product : preferences_.products()) {
-    const auto [host, isNew] = told.try_emplace(product.bundleID, platform::noErr);
+    const auto [host, isNew] = told.try_emplace(product.bundleID, clientcomm::noErr);
     if (isNew) {
       host->second = CallBacks::send(
           {product.bundleID, "TQHPHelperControl", "helperExitNotify:", {product.id}, {}});
     }
-    if (host->second != platform::procNotFound) continue;
+    if (host->second != clientcomm::procNotFound) continue;
     try {
       preferences_.removeProduct(product.id, product.bundleID);
     } catch (const std::exception& error) {
@@ -139,14 +139,14 @@ json Application::stored() {
 }
 
 json Application::state() {
-  const platform::Bundle& bundle = platform::Bundle::mainBundle();
+  const clientcomm::Bundle& bundle = clientcomm::Bundle::mainBundle();
   json switches = json::object();
   for (const auto& [product, isOn] : preferences_.collectSwitches()) {
     switches[product] = isOn.boolValue();
   }
   json state = stored();
   state["pid"] = getpid();
-  state["version"] = bundle.infoString(platform::kCFBundleVersionKey).value_or("");
+  state["version"] = bundle.infoString(clientcomm::kCFBundleVersionKey).value_or("");
   state["bundlePath"] = bundle.bundlePath();
   state["dataFolder"] = dataFolder_;
   state["outbox"] = outbox_.folder();

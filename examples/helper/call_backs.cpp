@@ -27,7 +27,7 @@ void CallBacks::flush() {
   }
 }
 
-platform::OSErr CallBacks::send(const CallBack& callBack) {
+clientcomm::OSErr CallBacks::send(const CallBack& callBack) {
   return TQHPAppleEventSender::share().sendEvnet(callBack.bundleID, callBack.className,
                                                  callBack.selector, callBack.arguments);
 }
@@ -36,7 +36,7 @@ bool CallBacks::sendNext() {
   if (!queue_.empty()) {
     const CallBack next = std::move(queue_.front());
     queue_.pop_front();
-    const platform::OSErr status = send(next);
+    const clientcomm::OSErr status = send(next);
     if (next.sent) next.sent(status);
   }
   return !queue_.empty();

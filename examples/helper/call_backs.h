@@ -18,7 +18,7 @@ struct CallBack {
   std::string selector;
   std::vector<std::string> arguments;
   /// Told the send's status; may be empty. Must not throw.
-  std::function<void(platform::OSErr)> sent;
+  std::function<void(clientcomm::OSErr)> sent;
 };
 
 /// Calls into hosts, made from the main loop one at a time and in order, so that no call is made
@@ -36,7 +36,7 @@ class CallBacks {
   void flush();
 
   /// Makes one call at once. @return the send's own status.
-  static platform::OSErr send(const CallBack& callBack);
+  static clientcomm::OSErr send(const CallBack& callBack);
 
  private:
   /// @return whether there is more to send.

@@ -6,10 +6,10 @@
 
 namespace sample {
 
-const platform::Class& Console::wireClass() {
-  using platform::method;
-  static const auto* const wireClass = new platform::Class(
-      "SampleHelperConsole", &platform::makeShared<Console>,
+const clientcomm::Class& Console::wireClass() {
+  using clientcomm::method;
+  static const auto* const wireClass = new clientcomm::Class(
+      "SampleHelperConsole", &clientcomm::makeShared<Console>,
       {method<&Console::closeServer>("closeServer:description:"),
        method<&Console::openServer>("openServer"), method<&Console::announceExit>("announceExit"),
        method<&Console::offerUpgrade>("offerUpgrade:productID:version:code:"

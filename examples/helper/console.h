@@ -8,8 +8,8 @@ namespace sample {
 /// shipping one does of its own accord. A shipping helper has no such class.
 class Console : public WireObject {
  public:
-  static const platform::Class& wireClass();
-  const platform::Class& isa() const override { return wireClass(); }
+  static const clientcomm::Class& wireClass();
+  const clientcomm::Class& isa() const override { return wireClass(); }
 
   /// Closes the server and tells every host why; opens it again and tells them so.
   void closeServer(const OptionalString& code, const OptionalString& description);

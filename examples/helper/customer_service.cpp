@@ -4,10 +4,10 @@
 
 namespace sample {
 
-const platform::Class& CustomerService::wireClass() {
-  using platform::method;
-  static const auto* const wireClass = new platform::Class(
-      "TQHPCustomerServiceByHelepr", &platform::makeShared<CustomerService>,
+const clientcomm::Class& CustomerService::wireClass() {
+  using clientcomm::method;
+  static const auto* const wireClass = new clientcomm::Class(
+      "TQHPCustomerServiceByHelepr", &clientcomm::makeShared<CustomerService>,
       {method<&CustomerService::checkForMessage>("checkForHeleprMessage:versionID:"),
        method<&CustomerService::request>("customerService:versionID:email:attachment:")});
   return *wireClass;

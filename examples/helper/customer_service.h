@@ -7,8 +7,8 @@ namespace sample {
 /// Customer service. On the wire: "TQHPCustomerServiceByHelepr".
 class CustomerService : public WireObject {
  public:
-  static const platform::Class& wireClass();
-  const platform::Class& isa() const override { return wireClass(); }
+  static const clientcomm::Class& wireClass();
+  const clientcomm::Class& isa() const override { return wireClass(); }
 
   /// Notes that the host asked for messages; there is no call to answer it with.
   void checkForMessage(const OptionalString& productID, const OptionalString& version);

@@ -4,10 +4,10 @@
 
 namespace sample {
 
-const platform::Class& DataQuery::wireClass() {
+const clientcomm::Class& DataQuery::wireClass() {
   static const auto* const wireClass =
-      new platform::Class("TQHPGetDataByHelper", &platform::makeShared<DataQuery>,
-                          {platform::method<&DataQuery::clientID>("clientIDFormHelper")});
+      new clientcomm::Class("TQHPGetDataByHelper", &clientcomm::makeShared<DataQuery>,
+                            {clientcomm::method<&DataQuery::clientID>("clientIDFormHelper")});
   return *wireClass;
 }
 

@@ -7,8 +7,8 @@ namespace sample {
 /// What hosts ask the helper for. On the wire: "TQHPGetDataByHelper".
 class DataQuery : public WireObject {
  public:
-  static const platform::Class& wireClass();
-  const platform::Class& isa() const override { return wireClass(); }
+  static const clientcomm::Class& wireClass();
+  const clientcomm::Class& isa() const override { return wireClass(); }
 
   OptionalString clientID();
 };

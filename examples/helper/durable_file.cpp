@@ -32,7 +32,7 @@ void writeAll(int descriptor, std::string_view bytes, const std::string& path) {
 }  // namespace
 
 void makeFolder(const std::string& path) {
-  if (const auto error = platform::createDirectoryAtPath(path)) {
+  if (const auto error = clientcomm::createDirectoryAtPath(path)) {
     errno = static_cast<int>(error->code);
     fail("cannot make", path);
   }

@@ -4,17 +4,17 @@
 
 namespace sample {
 
-const platform::Class& HelperControl::wireClass() {
-  using platform::method;
+const clientcomm::Class& HelperControl::wireClass() {
+  using clientcomm::method;
   // The spelling of the second piece is the wire's own.
   static const auto* const wireClass =
-      new platform::Class("TQHPHelperControl", &platform::makeShared<HelperControl>,
-                          {method<&HelperControl::isAlive>("isAlive:prodeuctVersion:"),
-                           method<&HelperControl::start>("start:prodeuctVersion:"),
-                           method<&HelperControl::stop>("stop:prodeuctVersion:"),
-                           method<&HelperControl::show>("show:prodeuctVersion:"),
-                           method<&HelperControl::hide>("hide:prodeuctVersion:"),
-                           method<&HelperControl::exitHelper>("exitHelper:productVersion:")});
+      new clientcomm::Class("TQHPHelperControl", &clientcomm::makeShared<HelperControl>,
+                            {method<&HelperControl::isAlive>("isAlive:prodeuctVersion:"),
+                             method<&HelperControl::start>("start:prodeuctVersion:"),
+                             method<&HelperControl::stop>("stop:prodeuctVersion:"),
+                             method<&HelperControl::show>("show:prodeuctVersion:"),
+                             method<&HelperControl::hide>("hide:prodeuctVersion:"),
+                             method<&HelperControl::exitHelper>("exitHelper:productVersion:")});
   return *wireClass;
 }
 

@@ -7,8 +7,8 @@ namespace sample {
 /// The helper's life as hosts command it. On the wire: "TQHPHelperControl".
 class HelperControl : public WireObject {
  public:
-  static const platform::Class& wireClass();
-  const platform::Class& isa() const override { return wireClass(); }
+  static const clientcomm::Class& wireClass();
+  const clientcomm::Class& isa() const override { return wireClass(); }
 
   /// Nothing to do: that the call could be handed over is the answer.
   void isAlive(const OptionalString& productID, const OptionalString& version);

@@ -89,7 +89,7 @@ bool Outbox::workOnNext() {
     if (queue_.empty()) return false;
     const Delivery next = std::move(queue_.front());
     queue_.pop_front();
-    if (platform::fileExistsAtPath(folder_ + "/" + next.name)) {
+    if (clientcomm::fileExistsAtPath(folder_ + "/" + next.name)) {
       // The helper was ended between the two last steps.
       journal_.closeDelivery(next.id);
       return true;

@@ -19,14 +19,14 @@ constexpr const char kShown[] = "Shown";
 constexpr const char kCollect[] = "CollectStatus";
 constexpr const char kServerClosed[] = "TQHPServerClosed";
 
-platform::UserDefaults& defaults() { return platform::UserDefaults::standardUserDefaults(); }
+clientcomm::UserDefaults& defaults() { return clientcomm::UserDefaults::standardUserDefaults(); }
 
 bool boolFor(const char* key) {
   const auto value = defaults().objectForKey(key);
   return value && value->boolValue();
 }
 
-std::string textIn(const platform::PropertyListDictionary& entry, const char* key) {
+std::string textIn(const clientcomm::PropertyListDictionary& entry, const char* key) {
   const auto found = entry.find(key);
   return found == entry.end() ? std::string() : found->second.stringValue().value_or("");
 }
@@ -42,7 +42,7 @@ std::vector<Product> Preferences::products() const {
   std::vector<Product> products;
   const auto stored = defaults().objectForKey(kProducts);
   if (!stored || stored->array() == nullptr) return products;
-  for (const platform::PropertyListValue& value : *stored->array()) {
+  for (const clientcomm::PropertyListValue& value : *stored->array()) {
     const auto* entry = value.dictionary();
     if (entry == nullptr) continue;
     products.push_back({textIn(*entry, kProductID), textIn(*entry, kProductVersion),
@@ -76,7 +76,7 @@ void Preferences::removeProduct(const std::string& productID, const std::string&
   if (count > 0) storeProducts(all);
 }
 
-platform::OptionalString Preferences::clientID() {
+clientcomm::OptionalString Preferences::clientID() {
   if (auto stored = defaults().stringForKey(kClientID); stored && !stored->empty()) return stored;
   const std::string made = newIdentifier();
   try {
@@ -93,10 +93,10 @@ void Preferences::setShown(bool isShown) { store(kShown, isShown); }
 bool Preferences::isServerClosed() const { return boolFor(kServerClosed); }
 void Preferences::setServerClosed(bool isClosed) { store(kServerClosed, isClosed); }
 
-platform::PropertyListDictionary Preferences::collectSwitches() const {
+clientcomm::PropertyListDictionary Preferences::collectSwitches() const {
   const auto stored = defaults().objectForKey(kCollect);
   return stored && stored->dictionary() != nullptr ? *stored->dictionary()
-                                                   : platform::PropertyListDictionary();
+                                                   : clientcomm::PropertyListDictionary();
 }
 
 bool Preferences::isCollecting(const std::string& productID) const {
@@ -111,17 +111,17 @@ void Preferences::setCollecting(const std::string& productID, bool isCollecting)
   store(kCollect, std::move(switches));
 }
 
-void Preferences::store(const char* key, platform::PropertyListValue value) {
+void Preferences::store(const char* key, clientcomm::PropertyListValue value) {
   defaults().setObject(std::move(value), key);
   if (!defaults().synchronize()) throw FileError("cannot write the preferences");
 }
 
 void Preferences::storeProducts(const std::vector<Product>& products) {
-  platform::PropertyListValue::Array entries;
+  clientcomm::PropertyListValue::Array entries;
   for (const Product& product : products) {
-    entries.emplace_back(platform::PropertyListDictionary{{kProductID, product.id},
-                                                          {kProductVersion, product.version},
-                                                          {kBundleIdentifier, product.bundleID}});
+    entries.emplace_back(clientcomm::PropertyListDictionary{{kProductID, product.id},
+                                                            {kProductVersion, product.version},
+                                                            {kBundleIdentifier, product.bundleID}});
   }
   store(kProducts, std::move(entries));
 }

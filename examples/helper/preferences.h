@@ -29,7 +29,7 @@ class Preferences {
 
   /// The identifier of this installation, made on first use.
   /// @return nil when it could not be stored: a client ID that changes is worse than none.
-  platform::OptionalString clientID();
+  clientcomm::OptionalString clientID();
 
   bool isShown() const;
   void setShown(bool isShown);
@@ -42,10 +42,10 @@ class Preferences {
   /// Whether usage data of the product is collected; so it is until it is switched off.
   bool isCollecting(const std::string& productID) const;
   void setCollecting(const std::string& productID, bool isCollecting);
-  platform::PropertyListDictionary collectSwitches() const;
+  clientcomm::PropertyListDictionary collectSwitches() const;
 
  private:
-  void store(const char* key, platform::PropertyListValue value);
+  void store(const char* key, clientcomm::PropertyListValue value);
   void storeProducts(const std::vector<Product>& products);
 };
 

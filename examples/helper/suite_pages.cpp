@@ -13,8 +13,8 @@
 namespace sample {
 namespace {
 
-platform::OptionalString pageIn(const std::string& path, const char* kind) {
-  if (!platform::fileExistsAtPath(path)) return std::nullopt;
+clientcomm::OptionalString pageIn(const std::string& path, const char* kind) {
+  if (!clientcomm::fileExistsAtPath(path)) return std::nullopt;
   try {
     const auto pages = nlohmann::json::parse(readFile(path));
     const auto& page = pages.at(kind);
@@ -29,10 +29,10 @@ platform::OptionalString pageIn(const std::string& path, const char* kind) {
 
 }  // namespace
 
-platform::OptionalString suitePage(const std::string& productID, const char* kind) {
+clientcomm::OptionalString suitePage(const std::string& productID, const char* kind) {
   const std::string folder = Application::shared().dataFolder() + "/SuiteInfo/";
   if (auto page = pageIn(folder + fileNameFor(productID) + ".json", kind)) return page;
-  const auto general = platform::Bundle::mainBundle().pathForResource("SuiteInfo", "json");
+  const auto general = clientcomm::Bundle::mainBundle().pathForResource("SuiteInfo", "json");
   return general ? pageIn(*general, kind) : std::nullopt;
 }
 

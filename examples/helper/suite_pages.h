@@ -10,6 +10,6 @@ namespace sample {
 /// the helper's data folder, else from SuiteInfo.json in its bundle. Either holds one object for
 /// each `kind` ("registered", "unregistered") with "url", "width" and "height".
 /// @return nil where neither file tells.
-platform::OptionalString suitePage(const std::string& productID, const char* kind);
+clientcomm::OptionalString suitePage(const std::string& productID, const char* kind);
 
 }  // namespace sample

@@ -39,10 +39,10 @@ void readFeed(const std::string& path, UpgradeOffer& offer) {
 
 }  // namespace
 
-const platform::Class& UpgradeService::wireClass() {
-  using platform::method;
-  static const auto* const wireClass = new platform::Class(
-      "TQHPUpgradeByHelper", &platform::makeShared<UpgradeService>,
+const clientcomm::Class& UpgradeService::wireClass() {
+  using clientcomm::method;
+  static const auto* const wireClass = new clientcomm::Class(
+      "TQHPUpgradeByHelper", &clientcomm::makeShared<UpgradeService>,
       {method<&UpgradeService::upgrade>("productUpgrade:versionID:"),
        method<&UpgradeService::ready>("productReadyToUpgrade:versionID:ready:")});
   return *wireClass;
@@ -56,7 +56,7 @@ void UpgradeService::upgrade(const OptionalString& productID, const OptionalStri
   found.code = "0";
   const std::string feed =
       Application::shared().dataFolder() + "/Feed/" + fileNameFor(found.productID) + ".json";
-  if (platform::fileExistsAtPath(feed)) readFeed(feed, found);
+  if (clientcomm::fileExistsAtPath(feed)) readFeed(feed, found);
   const bool isNewer =
       TQHPHelperCommunicate::compareVersion(found.toVersion, found.fromVersion) == 1;
   if (found.code == "0" && !isNewer) {
@@ -70,11 +70,11 @@ void UpgradeService::upgrade(const OptionalString& productID, const OptionalStri
 void UpgradeService::offer(const UpgradeOffer& offer) {
   Journal& journal = Application::shared().journal();
   UpgradeOffer noted = offer;
-  const bool isError = platform::intValue(offer.code) != 0;
+  const bool isError = clientcomm::intValue(offer.code) != 0;
   noted.outcome = isError ? "error" : kOfferOpen;
   const std::int64_t id = journal.noteOffer(noted);
-  const auto sent = [&journal, id](platform::OSErr status) {
-    if (status == platform::noErr) return;
+  const auto sent = [&journal, id](clientcomm::OSErr status) {
+    if (status == clientcomm::noErr) return;
     try {
       journal.setOutcome(id, "host not reached: " + std::to_string(status));
     } catch (const std::exception& error) {

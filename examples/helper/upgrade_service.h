@@ -11,8 +11,8 @@ namespace sample {
 /// data folder, with either "version", or "error" as an object of "code" and "description".
 class UpgradeService : public WireObject {
  public:
-  static const platform::Class& wireClass();
-  const platform::Class& isa() const override { return wireClass(); }
+  static const clientcomm::Class& wireClass();
+  const clientcomm::Class& isa() const override { return wireClass(); }
 
   /// Looks into the feed: asks the host whether it is ready where there is a newer version, and
   /// tells it of an error; does nothing where there is nothing newer.

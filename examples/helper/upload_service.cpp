@@ -9,11 +9,11 @@
 
 namespace sample {
 
-const platform::Class& UploadService::wireClass() {
-  using platform::method;
+const clientcomm::Class& UploadService::wireClass() {
+  using clientcomm::method;
   using Self = UploadService;
-  static const auto* const wireClass = new platform::Class(
-      "TQHPUploadByHelper", &platform::makeShared<Self>,
+  static const auto* const wireClass = new clientcomm::Class(
+      "TQHPUploadByHelper", &clientcomm::makeShared<Self>,
       {method<&Self::uploadLog>("uploadLog:versionID:email:filePath:title:description:"),
        method<&Self::uploadUserFile>("uploadUserFile:versionID:email:filePath:title:description:"),
        method<&Self::uploadProductFile>(
@@ -66,7 +66,7 @@ void UploadService::takeFile(const char* kind, const OptionalString& productID,
 void UploadService::collectData(const OptionalString& productID, const OptionalString& version,
                                 const OptionalString& type, const OptionalString& target,
                                 const OptionalString& key, const OptionalString& value) {
-  const int kind = platform::intValue(text(type));
+  const int kind = clientcomm::intValue(text(type));
   const bool isKnown = kind == kCommonCounter || kind == kAutoCreatedCounter || kind == kCustomText;
   if (!isKnown || !isCollectingFor(text(productID))) {
     Application::shared().countRefusedRecord();
@@ -119,7 +119,7 @@ OptionalString UploadService::suiteInfoAtEnd(const OptionalString& productID,
 
 OptionalString UploadService::networkErrorPage(const OptionalString& /*productID*/,
                                                const OptionalString& /*version*/) {
-  return platform::Bundle::mainBundle().pathForResource("NetworkError", "html");
+  return clientcomm::Bundle::mainBundle().pathForResource("NetworkError", "html");
 }
 
 }  // namespace sample

@@ -7,8 +7,8 @@ namespace sample {
 /// Uploads, usage data and pages. On the wire: "TQHPUploadByHelper".
 class UploadService : public WireObject {
  public:
-  static const platform::Class& wireClass();
-  const platform::Class& isa() const override { return wireClass(); }
+  static const clientcomm::Class& wireClass();
+  const clientcomm::Class& isa() const override { return wireClass(); }
 
   void uploadLog(const OptionalString& productID, const OptionalString& version,
                  const OptionalString& email, const OptionalString& path,

@@ -15,9 +15,9 @@ namespace {
 // The key under which a host records its folder in its own user defaults.
 constexpr const char kDataCollectPath[] = "DataCollectPath";
 
-platform::OptionalString folderNamedBy(const std::string& bundleID) {
+clientcomm::OptionalString folderNamedBy(const std::string& bundleID) {
   const auto settings =
-      platform::UserDefaults::standardUserDefaults().persistentDomainForName(bundleID);
+      clientcomm::UserDefaults::standardUserDefaults().persistentDomainForName(bundleID);
   if (!settings) return std::nullopt;
   const auto found = settings->find(kDataCollectPath);
   if (found == settings->end()) return std::nullopt;
@@ -88,7 +88,7 @@ void UsageArchive::forEachStore(
     const std::function<void(const std::string& folder, UsageStore&)>& action) {
   for (const std::string& folder : journal_.usageFolders()) {
     try {
-      if (!platform::fileExistsAtPath(folder)) continue;
+      if (!clientcomm::fileExistsAtPath(folder)) continue;
       action(folder, storeIn(folder));
     } catch (const std::runtime_error& error) {
       g_warning("usage data in %s: %s", folder.c_str(), error.what());

@@ -10,12 +10,12 @@
 namespace sample {
 
 void registerWireClasses() {
-  platform::registerClass(HelperControl::wireClass());
-  platform::registerClass(DataQuery::wireClass());
-  platform::registerClass(UpgradeService::wireClass());
-  platform::registerClass(UploadService::wireClass());
-  platform::registerClass(CustomerService::wireClass());
-  platform::registerClass(Console::wireClass());
+  clientcomm::registerClass(HelperControl::wireClass());
+  clientcomm::registerClass(DataQuery::wireClass());
+  clientcomm::registerClass(UpgradeService::wireClass());
+  clientcomm::registerClass(UploadService::wireClass());
+  clientcomm::registerClass(CustomerService::wireClass());
+  clientcomm::registerClass(Console::wireClass());
 }
 
 }  // namespace sample

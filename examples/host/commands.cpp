@@ -14,7 +14,7 @@ namespace {
 TQHPHelper& facade() { return TQHPHelper::share(); }
 TQHPHelperCommunicate& controller() { return TQHPHelperCommunicate::share(); }
 
-Outcome ofStatus(platform::OSErr status, std::string detail = "") {
+Outcome ofStatus(clientcomm::OSErr status, std::string detail = "") {
   return {status, std::move(detail), true};
 }
 
@@ -37,7 +37,7 @@ std::optional<bool> onOrOff(const std::string& word) {
   return std::nullopt;
 }
 
-Outcome notOnOrOff() { return {platform::paramErr, "say on or off", true}; }
+Outcome notOnOrOff() { return {clientcomm::paramErr, "say on or off", true}; }
 
 // --- The helper's life ---
 
@@ -151,7 +151,7 @@ Outcome upgrade(Session& session, const Arguments& words) {
   std::optional<bool> answer;
   if (!words.empty()) {
     if (words[0] != "--ready" && words[0] != "--not-ready") {
-      return {platform::paramErr, "say --ready or --not-ready", true};
+      return {clientcomm::paramErr, "say --ready or --not-ready", true};
     }
     answer = words[0] == "--ready";
   }

@@ -15,12 +15,14 @@ class Session;
 
 /// What came of a command: the library's status, or for a question the answer.
 struct Outcome {
-  std::optional<platform::OSErr> status;
+  std::optional<clientcomm::OSErr> status;
   std::string detail;
   bool isAnswered = true;
 
   /// Whether all went well.
-  bool holds() const { return isAnswered && status.value_or(platform::noErr) == platform::noErr; }
+  bool holds() const {
+    return isAnswered && status.value_or(clientcomm::noErr) == clientcomm::noErr;
+  }
 };
 
 using Arguments = std::vector<std::string>;

@@ -32,7 +32,7 @@ std::string onOneLine(std::string_view text) {
 
 }  // namespace
 
-void logEvent(std::string_view who, std::string_view what, std::optional<platform::OSErr> status,
+void logEvent(std::string_view who, std::string_view what, std::optional<clientcomm::OSErr> status,
               std::string_view detail) {
   const std::string number = status ? std::to_string(*status) : "-";
   std::printf("%s  %-8s  %-20s  %6s  %s\n", timeOfDay().c_str(), std::string(who).c_str(),

@@ -10,14 +10,14 @@
 namespace sample {
 
 std::optional<std::int32_t> runningHelper() {
-  const auto helper = platform::Bundle::mainBundle().infoString(kHelperBundleId);
+  const auto helper = clientcomm::Bundle::mainBundle().infoString(kHelperBundleId);
   if (!helper) return std::nullopt;
   TQHPProcessList& processes = TQHPProcessList::share();
   for (const auto& process : processes.getBSDProcessList()) {
-    const std::int32_t pid = platform::intValue(process.at("pid"));
+    const std::int32_t pid = clientcomm::intValue(process.at("pid"));
     const auto info = processes.infoForPID(pid);
     if (!info) continue;
-    const auto identifier = info->find(platform::kCFBundleIdentifierKey);
+    const auto identifier = info->find(clientcomm::kCFBundleIdentifierKey);
     if (identifier != info->end() && identifier->second.stringValue() == helper) return pid;
   }
   return std::nullopt;

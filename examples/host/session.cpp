@@ -18,7 +18,7 @@ constexpr std::chrono::seconds kHelperLimit{5};
 constexpr std::chrono::seconds kQuestionLimit{3};
 
 int usageError(const std::string& problem) {
-  logEvent("host", "error", platform::paramErr, problem);
+  logEvent("host", "error", clientcomm::paramErr, problem);
   return 2;
 }
 
@@ -31,7 +31,7 @@ Session::Session(Mode mode) : mode_(mode), loop_(g_main_loop_new(nullptr, FALSE)
   // A helper that was launched just now opens to calls a moment later.
   const bool isReady =
       !controller.getDefaultHelperServerOpen() ||
-      waitUntil([&] { return controller.isAliveHelper() == platform::noErr; }, kHelperLimit);
+      waitUntil([&] { return controller.isAliveHelper() == clientcomm::noErr; }, kHelperLimit);
   logEvent("host", "begin", controller.autoRestartHelper(),
            isReady ? "client ID " + controller.clientID().value_or("unknown")
                    : "the helper does not answer");
@@ -105,7 +105,7 @@ Outcome Session::upgrade(std::optional<bool> answer) {
   upgrades_.setAnswer(answer);
   const int before = upgrades_.questionCount();
   const OSErr status = TQHPHelperCommunicate::share().productUpgrade();
-  if (status != platform::noErr || mode_ == Mode::kInteractive) return {status, "", true};
+  if (status != clientcomm::noErr || mode_ == Mode::kInteractive) return {status, "", true};
   const bool isAsked =
       waitUntil([&] { return upgrades_.questionCount() > before; }, kQuestionLimit);
   if (!isAsked) return {status, "the helper has nothing newer", true};

@@ -9,7 +9,7 @@
 namespace sample {
 namespace {
 
-std::string describe(const platform::Error& error) {
+std::string describe(const clientcomm::Error& error) {
   const auto text = error.userInfo.find(kHelperErrorDescription);
   return "error " + std::to_string(error.code) + ": " +
          (text == error.userInfo.end() ? "" : text->second);
@@ -17,7 +17,7 @@ std::string describe(const platform::Error& error) {
 
 }  // namespace
 
-void UpgradeListener::productWillUpgrade(const platform::Error* error) {
+void UpgradeListener::productWillUpgrade(const clientcomm::Error* error) {
   ++questionCount_;
   logEvent("helper", "will-upgrade", std::nullopt,
            error == nullptr ? "the helper is about to upgrade the product" : describe(*error));

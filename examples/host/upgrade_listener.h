@@ -11,7 +11,7 @@ namespace sample {
 /// Hears that the helper is about to upgrade the product, and answers where it has been told how.
 class UpgradeListener final : public TQHPProductUpgradeCallBackDelegate {
  public:
-  void productWillUpgrade(const platform::Error* error) override;
+  void productWillUpgrade(const clientcomm::Error* error) override;
 
   /// What to answer from now on; nothing leaves the answer to the user.
   void setAnswer(std::optional<bool> ready) { answer_ = ready; }

@@ -6,14 +6,14 @@
 #include <ClientComm/platform/runtime.h>
 #include <glib.h>
 
-using platform::method;
+using clientcomm::method;
 
 static GMainLoop* const loop = g_main_loop_new(nullptr, FALSE);
 
 class Control : public TQHPAppEventBase {
  public:
-  static const platform::Class& wireClass();
-  const platform::Class& isa() const override { return wireClass(); }
+  static const clientcomm::Class& wireClass();
+  const clientcomm::Class& isa() const override { return wireClass(); }
 
   void isAlive(const OptionalString& /*productID*/, const OptionalString& /*version*/) {}
   void exitHelper(const OptionalString& /*productID*/, const OptionalString& /*version*/) {
@@ -21,32 +21,32 @@ class Control : public TQHPAppEventBase {
   }
 };
 
-const platform::Class& Control::wireClass() {
+const clientcomm::Class& Control::wireClass() {
   static const auto* const wireClass =
-      new platform::Class("TQHPHelperControl", &platform::makeShared<Control>,
-                          {method<&Control::isAlive>("isAlive:prodeuctVersion:"),
-                           method<&Control::exitHelper>("exitHelper:productVersion:")});
+      new clientcomm::Class("TQHPHelperControl", &clientcomm::makeShared<Control>,
+                            {method<&Control::isAlive>("isAlive:prodeuctVersion:"),
+                             method<&Control::exitHelper>("exitHelper:productVersion:")});
   return *wireClass;
 }
 
 class Query : public TQHPAppEventBase {
  public:
-  static const platform::Class& wireClass();
-  const platform::Class& isa() const override { return wireClass(); }
+  static const clientcomm::Class& wireClass();
+  const clientcomm::Class& isa() const override { return wireClass(); }
 
   OptionalString clientID() { return "one-for-all"; }
 };
 
-const platform::Class& Query::wireClass() {
+const clientcomm::Class& Query::wireClass() {
   static const auto* const wireClass =
-      new platform::Class("TQHPGetDataByHelper", &platform::makeShared<Query>,
-                          {method<&Query::clientID>("clientIDFormHelper")});
+      new clientcomm::Class("TQHPGetDataByHelper", &clientcomm::makeShared<Query>,
+                            {method<&Query::clientID>("clientIDFormHelper")});
   return *wireClass;
 }
 
 int main() {
-  platform::registerClass(Control::wireClass());
-  platform::registerClass(Query::wireClass());
+  clientcomm::registerClass(Control::wireClass());
+  clientcomm::registerClass(Query::wireClass());
   TQHPAppleEventProcesser::share();
   g_main_loop_run(loop);
 }

@@ -53,10 +53,10 @@ std::string makeFolder() {
 
 void rewriteInfo(const fs::path& bundle, const std::string& key, const std::string& value) {
   const std::string path = (bundle / "Contents/Info.plist").string();
-  auto info = platform::dictionaryWithContentsOfFile(path);
+  auto info = clientcomm::dictionaryWithContentsOfFile(path);
   if (!info) throw std::runtime_error("cannot read " + path);
   (*info)[key] = value;
-  if (!platform::writeDictionaryToFile(*info, path))
+  if (!clientcomm::writeDictionaryToFile(*info, path))
     throw std::runtime_error("cannot write " + path);
 }
 

@@ -27,7 +27,7 @@ std::string installedHelper(const Stage& stage) {
 }
 
 std::string installedVersion(const Stage& stage) {
-  return platform::Bundle(installedHelper(stage)).infoString("CFBundleVersion").value_or("none");
+  return clientcomm::Bundle(installedHelper(stage)).infoString("CFBundleVersion").value_or("none");
 }
 
 std::string process(pid_t pid) { return "process " + std::to_string(pid); }

@@ -72,7 +72,7 @@ void Tour::usageData() {
   const std::string folder = stage_.home() + "/Sample/Log/Data";
   const std::string settings = stage_.folder() + "/config/Preferences/com.example.samplehost.plist";
   stage_.waitUntil("the folder in the host's settings", [&] {
-    const auto stored = platform::dictionaryWithContentsOfFile(settings);
+    const auto stored = clientcomm::dictionaryWithContentsOfFile(settings);
     return stored && stored->contains("DataCollectPath");
   });
   printer_.step("SampleHost", "collect-path", std::nullopt, "~/Sample/Log/Data");
@@ -200,9 +200,9 @@ void Tour::pages() {
 
 void Tour::switchTips(bool isOn) {
   stage_.command(*host_, isOn ? "tips on" : "tips off");
-  const auto info = platform::dictionaryWithContentsOfFile(hostFile("Info.plist"));
+  const auto info = clientcomm::dictionaryWithContentsOfFile(hostFile("Info.plist"));
   const auto strings =
-      platform::dictionaryWithContentsOfFile(hostFile("Resources/en.lproj/InfoPlist.strings"));
+      clientcomm::dictionaryWithContentsOfFile(hostFile("Resources/en.lproj/InfoPlist.strings"));
   require(info && strings, "a settings file cannot be read any more");
   require(
       info->at("TipsEnable").boolValue() == isOn && strings->at("TipsEnable").boolValue() == isOn,
@@ -216,7 +216,7 @@ void Tour::switches() {
   switchTips(false);
   switchTips(true);
   stage_.command(*host_, "ads on");
-  const auto info = platform::dictionaryWithContentsOfFile(hostFile("Info.plist"));
+  const auto info = clientcomm::dictionaryWithContentsOfFile(hostFile("Info.plist"));
   require(info && info->at("EnableAD").boolValue(), "advertising is not on");
   printer_.step("SampleHost", "ads on", std::nullopt, "in the bundle's Info.plist");
 }

@@ -188,7 +188,7 @@ class SampleUsageArchive : public testing::Test {
  protected:
   // Records a folder in the settings of a host, as the library does for it.
   static void nameFolder(const std::string& path) {
-    platform::UserDefaults settings("com.example.some");
+    clientcomm::UserDefaults settings("com.example.some");
     settings.setObject(path, "DataCollectPath");
     ASSERT_TRUE(settings.synchronize());
   }
@@ -369,7 +369,7 @@ TEST(SamplePreferences, TheClientIDIsMadeOnceAndIsTheSameForTheNextRun) {
   ASSERT_TRUE(first);
   EXPECT_TRUE(g_uuid_string_is_valid(first->c_str()));
   EXPECT_EQ(sample::Preferences().clientID(), first);
-  const auto stored = platform::UserDefaults("com.example.testhost").objectForKey("ClientID");
+  const auto stored = clientcomm::UserDefaults("com.example.testhost").objectForKey("ClientID");
   ASSERT_TRUE(stored);
   EXPECT_EQ(stored->stringValue(), first);
 }
@@ -390,7 +390,7 @@ TEST(SamplePreferences, TextThatXmlCannotHoldDoesNotSpoilTheFile) {
   sample::Preferences preferences;
   preferences.addProduct({std::string("a\0\x01\xFF", 4), "\x1B[0m", "com.example.a"});
   preferences.setShown(true);
-  platform::UserDefaults fresh("com.example.testhost");
+  clientcomm::UserDefaults fresh("com.example.testhost");
   ASSERT_TRUE(fresh.objectForKey("Products"));
   EXPECT_TRUE(fresh.objectForKey("Shown")->boolValue());
   preferences.removeProduct(std::string("a\0\x01\xFF", 4), "com.example.a");
@@ -433,9 +433,9 @@ TEST(SampleText, FileNamesOfDifferentTextsDifferAndHoldNoSlash) {
 // --- The classes on the wire ---
 
 void expectMethod(const char* className, const char* selector, std::size_t argumentCount) {
-  const platform::Class* const found = platform::classNamed(className);
+  const clientcomm::Class* const found = clientcomm::classNamed(className);
   ASSERT_NE(found, nullptr) << className;
-  const platform::Method* const method = found->methodForSelector(selector);
+  const clientcomm::Method* const method = found->methodForSelector(selector);
   ASSERT_NE(method, nullptr) << className << " " << selector;
   EXPECT_EQ(method->argumentCount, argumentCount) << className << " " << selector;
 }
@@ -470,11 +470,11 @@ TEST(SampleWireClasses, NothingOfTheLibrarysHostSideCanBeCalled) {
   sample::registerWireClasses();
   for (const char* name : {"TQHPHelper", "TQHPHelperCommunicate", "TQHPAppleEventSender",
                            "TQHPAppleEventProcesser", "TQHPAppEventBase", "TQHPProcessList"}) {
-    EXPECT_EQ(platform::classNamed(name), nullptr) << name;
+    EXPECT_EQ(clientcomm::classNamed(name), nullptr) << name;
   }
-  EXPECT_EQ(platform::classNamed("TQHPHelperControl"), &sample::HelperControl::wireClass());
-  EXPECT_EQ(platform::classNamed("TQHPUpgradeByHelper"), &sample::UpgradeService::wireClass());
-  EXPECT_EQ(platform::classNamed("TQHPHelperControl")->methodForSelector("helperExitNotify:"),
+  EXPECT_EQ(clientcomm::classNamed("TQHPHelperControl"), &sample::HelperControl::wireClass());
+  EXPECT_EQ(clientcomm::classNamed("TQHPUpgradeByHelper"), &sample::UpgradeService::wireClass());
+  EXPECT_EQ(clientcomm::classNamed("TQHPHelperControl")->methodForSelector("helperExitNotify:"),
             nullptr);
 }
 

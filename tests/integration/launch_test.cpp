@@ -66,7 +66,7 @@ TEST(Launching, HelperThatEndsAtOnceIsNotLaunchedByEveryRestartStep) {
   TQHPHelper::share();
   EXPECT_TRUE(support::waitUntil([] { return restartStep() == 1; }));
   for (int step = 0; step < 20; ++step) EXPECT_EQ(restartStep(), 1);
-  EXPECT_EQ(launchesThatEnded(), platform::kLaunchesAtOnce);
+  EXPECT_EQ(launchesThatEnded(), clientcomm::kLaunchesAtOnce);
 }
 
 TEST(Launching, HelperWhoseInfoPlistIsDamagedIsLaunchedOnceAndAgainWhenItIsRepaired) {
@@ -78,9 +78,10 @@ TEST(Launching, HelperWhoseInfoPlistIsDamagedIsLaunchedOnceAndAgainWhenItIsRepai
   for (const pid_t pid : processesOf(installedHelperPath())) support::sendSignal(pid, SIGKILL);
   ASSERT_TRUE(support::waitUntil([] { return processesOf(installedHelperPath()).empty(); }));
   // It keeps its version and its role, so that it is not replaced and stays.
-  support::writeFile(plist, platform::xmlPropertyList({{"CFBundleExecutable", support::kHelperName},
-                                                       {"CFBundleVersion", "1.0"},
-                                                       {"TestRole", "product-helper"}}));
+  support::writeFile(plist,
+                     clientcomm::xmlPropertyList({{"CFBundleExecutable", support::kHelperName},
+                                                  {"CFBundleVersion", "1.0"},
+                                                  {"TestRole", "product-helper"}}));
   EXPECT_TRUE(support::waitUntil([] { return restartStep() == 1; }));
   for (int step = 0; step < 5; ++step) EXPECT_EQ(restartStep(), 1);
   EXPECT_EQ(processesOf(installedHelperPath()).size(), 1U);

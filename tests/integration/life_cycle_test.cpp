@@ -154,7 +154,7 @@ TEST_F(LifeCycle, HelperMovedAsideByAHostThatDiedIsToldToExitByTheNextOne) {
   TQHPHelper::share();
   ASSERT_TRUE(isRestarted(1));
   std::string place;
-  ASSERT_FALSE(platform::moveAside(installedHelperPath(), place));
+  ASSERT_FALSE(clientcomm::moveAside(installedHelperPath(), place));
   const std::string newer = makeHost("newer", "v2");
   const ChildProcess host = support::runApplication(newer, {"90000", "50"});
   EXPECT_TRUE(support::waitUntil([] { return countInJournal("exit newer") == 1; }));
@@ -197,12 +197,12 @@ ChildProcess holdInstallDirectory() {
   const std::string directory = fs::path(installedHelperPath()).parent_path();
   fs::create_directories(directory);
   ChildProcess holder = ChildProcess::fork([directory] {
-    const platform::DirectoryLock lock(directory, std::chrono::seconds(10));
+    const clientcomm::DirectoryLock lock(directory, std::chrono::seconds(10));
     for (;;) pause();
     return 1;
   });
   EXPECT_TRUE(support::waitUntil(
-      [&directory] { return !platform::DirectoryLock(directory, milliseconds(0)).isHeld(); }));
+      [&directory] { return !clientcomm::DirectoryLock(directory, milliseconds(0)).isHeld(); }));
   return holder;
 }
 
@@ -249,7 +249,7 @@ TEST_F(LifeCycle, OlderHelperOfAnotherHostChangesNothing) {
   EXPECT_EQ(helperPid(), helper);
   EXPECT_EQ(countInJournal("exit"), 0U);
   EXPECT_EQ(countInJournal("start older"), 1U);
-  EXPECT_EQ(platform::Bundle(installedHelperPath()).infoString("CFBundleVersion"), "2.0.1");
+  EXPECT_EQ(clientcomm::Bundle(installedHelperPath()).infoString("CFBundleVersion"), "2.0.1");
 }
 
 TEST_F(LifeCycle, TenHostsAtOnceEndWithOneHelperAndOneIntactCopy) {
@@ -327,7 +327,7 @@ TEST_F(LifeCycle, CorruptPreferencesFileIsKeptAside) {
   const std::string folder = support::sandbox() + "/config/Preferences";
   support::writeFile(folder + "/com.example.testhost.plist", "not a property list");
   TQHPHelper::share();
-  const auto now = platform::dictionaryWithContentsOfFile(folder + "/com.example.testhost.plist");
+  const auto now = clientcomm::dictionaryWithContentsOfFile(folder + "/com.example.testhost.plist");
   ASSERT_TRUE(now.has_value());
   EXPECT_EQ(now->at("PID").stringValue(), "P100");
   int kept = 0;

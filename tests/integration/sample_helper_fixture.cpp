@@ -22,10 +22,10 @@ std::string SampleHelperFixture::identifier() {
 void SampleHelperFixture::rewriteInfo(const std::string& bundle, const char* key,
                                       const std::string& value) {
   const std::string path = bundle + "/Contents/Info.plist";
-  auto info = platform::dictionaryWithContentsOfFile(path);
+  auto info = clientcomm::dictionaryWithContentsOfFile(path);
   ASSERT_TRUE(info) << path;
   (*info)[key] = value;
-  ASSERT_TRUE(platform::writeDictionaryToFile(*info, path));
+  ASSERT_TRUE(clientcomm::writeDictionaryToFile(*info, path));
 }
 
 void SampleHelperFixture::startHelper() {

@@ -30,7 +30,7 @@ constexpr const char kVersion[] = "1.2.3";
 class Listener final : public TQHPHelperControlCallBackDelegate {
  public:
   void willHelperExit() override { ++exits; }
-  void didCheckServerOpen(bool isOpen, const platform::Error* error) override {
+  void didCheckServerOpen(bool isOpen, const clientcomm::Error* error) override {
     checks.emplace_back(isOpen, error == nullptr ? 0 : error->code);
   }
 
@@ -84,7 +84,7 @@ TEST_F(HelperLife, TheExitCommandIsAnnouncedToTheHostsAndEndsTheHelper) {
   EXPECT_EQ(TQHPHelperControl::share().exitHelper("P100", kVersion), 0);
   EXPECT_EQ(waitForHelper(), 0);
   EXPECT_TRUE(support::runLoopUntil([this] { return listener_.exits == 1; }));
-  EXPECT_EQ(TQHPHelperControl::share().isAlive("P100", kVersion), platform::procNotFound);
+  EXPECT_EQ(TQHPHelperControl::share().isAlive("P100", kVersion), clientcomm::procNotFound);
 }
 
 TEST_F(HelperLife, SigtermIsAnnouncedToTheHostsAndEndsTheHelperCleanly) {
@@ -361,7 +361,7 @@ TEST_F(HelperServices, ASuitePageOfTheProductsOwnGoesBeforeTheGeneralOne) {
 
 class UpgradeListener final : public TQHPProductUpgradeCallBackDelegate {
  public:
-  void productWillUpgrade(const platform::Error* error) override {
+  void productWillUpgrade(const clientcomm::Error* error) override {
     codes.push_back(error == nullptr ? 0 : error->code);
   }
   std::vector<std::int64_t> codes;

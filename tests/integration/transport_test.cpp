@@ -38,8 +38,8 @@
 
 namespace {
 
-using platform::AppleEventDescriptor;
-using platform::ScopedFd;
+using clientcomm::AppleEventDescriptor;
+using clientcomm::ScopedFd;
 using std::chrono::milliseconds;
 using support::ChildProcess;
 namespace raw = support::raw;
@@ -66,8 +66,8 @@ AppleEventDescriptor callEvent(const std::string& selector,
                                const std::vector<std::string>& arguments,
                                const std::string& target = kTarget) {
   AppleEventDescriptor event = AppleEventDescriptor::appleEvent(
-      platform::fourCharCode("aevt"), platform::fourCharCode("call"),
-      {platform::typeApplicationBundleID, target}, -1, 0);
+      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"),
+      {clientcomm::typeApplicationBundleID, target}, -1, 0);
   AppleEventDescriptor list = AppleEventDescriptor::listDescriptor();
   for (const auto& argument : arguments) {
     list.insertDescriptor(AppleEventDescriptor::descriptorWithString(argument), 0);
@@ -76,19 +76,19 @@ AppleEventDescriptor callEvent(const std::string& selector,
   call.insertDescriptor(AppleEventDescriptor::descriptorWithString("Echo"), 0);
   call.insertDescriptor(AppleEventDescriptor::descriptorWithString(selector), 0);
   call.insertDescriptor(list, 0);
-  event.setParamDescriptor(call, platform::keyDirectObject);
+  event.setParamDescriptor(call, clientcomm::keyDirectObject);
   return event;
 }
 
 std::string endpointPath(const std::string& identifier) {
-  return platform::runtimeFolderPath() + "/" + platform::fileNameForIdentifier(identifier);
+  return clientcomm::runtimeFolderPath() + "/" + clientcomm::fileNameForIdentifier(identifier);
 }
 
 /// A bare connection to an endpoint, as any program of the user can make one.
 ScopedFd connectTo(const std::string& identifier) {
   ScopedFd fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  const platform::SocketPath path(platform::fileNameForIdentifier(identifier));
-  if (connect(fd.get(), path.address(), platform::SocketPath::size()) != 0) fd.reset();
+  const clientcomm::SocketPath path(clientcomm::fileNameForIdentifier(identifier));
+  if (connect(fd.get(), path.address(), clientcomm::SocketPath::size()) != 0) fd.reset();
   return fd;
 }
 
@@ -122,17 +122,17 @@ class Transport : public testing::Test {
 // Sends the calls that its arguments name to the target and exits at once, without any clean-up.
 const support::Role sendAndExit("send-and-exit",
                                 [](const std::vector<std::string>& arguments) -> int {
-                                  OSErr status = platform::noErr;
+                                  OSErr status = clientcomm::noErr;
                                   for (const std::string& text : arguments) {
-                                    if (status == platform::noErr) status = send("note:", {text});
+                                    if (status == clientcomm::noErr) status = send("note:", {text});
                                   }
-                                  _exit(status == platform::noErr ? 0 : 1);
+                                  _exit(status == clientcomm::noErr ? 0 : 1);
                                 });
 
 // Calls the target, and has a forked copy call it that exits at once, as this one does after it.
 const support::Role sendFromACopyAndExit(
     "send-from-a-copy-and-exit", [](const std::vector<std::string>& /*arguments*/) -> int {
-      const auto note = [](const char* text) { return send("note:", {text}) == platform::noErr; };
+      const auto note = [](const char* text) { return send("note:", {text}) == clientcomm::noErr; };
       const bool isSent = note("first");
       ChildProcess copy = ChildProcess::fork([&] { return note("copy") ? 0 : 1; });
       const bool isCopySent = copy.wait() == 0;
@@ -141,41 +141,42 @@ const support::Role sendFromACopyAndExit(
 
 // Notes `arguments[0]` numbered texts at the target.
 const support::Role sendMany("send-many", [](const std::vector<std::string>& arguments) {
-  const int count = platform::intValue(arguments.at(0));
+  const int count = clientcomm::intValue(arguments.at(0));
   for (int i = 0; i < count; ++i) {
-    if (send("note:", {arguments.at(1) + std::to_string(i)}) != platform::noErr) return 1;
+    if (send("note:", {arguments.at(1) + std::to_string(i)}) != clientcomm::noErr) return 1;
   }
   return 0;
 });
 
 // The number of the call's arguments, or what its selector asks for.
 OSErr answer(AppleEventDescriptor event, AppleEventDescriptor& reply) {
-  const auto* const call = event.paramDescriptorForKeyword(platform::keyDirectObject);
+  const auto* const call = event.paramDescriptorForKeyword(clientcomm::keyDirectObject);
   const OptionalString selector = call->descriptorAtIndex(2)->stringValue();
   AppleEventDescriptor result = AppleEventDescriptor::descriptorWithString(
       std::to_string(call->descriptorAtIndex(3)->numberOfItems()));
   if (selector == "a large reply") {
     result = AppleEventDescriptor::descriptorWithString(
-        std::string(platform::kMaximumFlattenedSize, 'x'));
+        std::string(clientcomm::kMaximumFlattenedSize, 'x'));
   } else if (selector == "a reply of many") {
     result = AppleEventDescriptor::listDescriptor();
-    for (std::size_t i = 0; i < platform::kMaximumDescriptors; ++i) result.insertDescriptor({}, 0);
+    for (std::size_t i = 0; i < clientcomm::kMaximumDescriptors; ++i)
+      result.insertDescriptor({}, 0);
   } else if (selector == "a reply that is no event") {
     reply = {};
   } else if (selector == "ask back") {
     AppleEventDescriptor unused;
     const OSErr status =
-        platform::AESendMessage(callEvent("say:", {"x"}, "com.example.testhost"), unused,
-                                platform::kAEWaitReply, platform::kNoTimeOut);
+        clientcomm::AESendMessage(callEvent("say:", {"x"}, "com.example.testhost"), unused,
+                                  clientcomm::kAEWaitReply, clientcomm::kNoTimeOut);
     result = AppleEventDescriptor::descriptorWithString(std::to_string(status));
   }
-  reply.setParamDescriptor(std::move(result), platform::keyDirectObject);
-  return platform::noErr;
+  reply.setParamDescriptor(std::move(result), clientcomm::keyDirectObject);
+  return clientcomm::noErr;
 }
 
 const support::Role answerer("answerer", [](const std::vector<std::string>& /*arguments*/) {
-  platform::AppleEventManager::sharedAppleEventManager().setEventHandler(
-      answer, platform::fourCharCode("aevt"), platform::fourCharCode("call"));
+  clientcomm::AppleEventManager::sharedAppleEventManager().setEventHandler(
+      answer, clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"));
   g_main_loop_run(g_main_loop_new(nullptr, FALSE));
   return 0;
 });
@@ -219,13 +220,13 @@ TEST_F(Transport, SocketHeldOpenByAForkedChildIsNotARunningApplication) {
   ASSERT_TRUE(child.has_value());
   target.signal(SIGKILL);
   target.wait();
-  EXPECT_EQ(kill(platform::intValue(*child), 0), 0);
+  EXPECT_EQ(kill(clientcomm::intValue(*child), 0), 0);
   EXPECT_EQ(send("note:", {"x"}), -600);
-  support::sendSignal(platform::intValue(*child), SIGKILL);
+  support::sendSignal(clientcomm::intValue(*child), SIGKILL);
 }
 
 TEST_F(Transport, RegularFileInThePlaceOfTheEndpointIsNoApplication) {
-  ASSERT_TRUE(platform::openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
   support::writeFile(endpointPath(kTarget), "not a socket");
   EXPECT_EQ(send("note:", {"x"}), -600);
   const ChildProcess target = launch();
@@ -264,8 +265,8 @@ TEST_F(Transport, EndedProcessIsNotKnownByATokenThatItHasNotIntroducedItselfWith
   target.signal(SIGSTOP);
   ChildProcess stranger = ChildProcess::fork([] {
     const ScopedFd peer = connectTo(kTarget);
-    return platform::sendPacket(peer.get(), platform::PacketKind::kEvent, 0,
-                                callEvent("note:", {"x"}), -1, 0x1234567);
+    return clientcomm::sendPacket(peer.get(), clientcomm::PacketKind::kEvent, 0,
+                                  callEvent("note:", {"x"}), -1, 0x1234567);
   });
   EXPECT_EQ(stranger.wait(), 0);
   target.signal(SIGCONT);
@@ -294,7 +295,7 @@ TEST_F(Transport, EventsOfSixSendersAtOnceAllArriveEachSendersInOrder) {
   std::map<char, int> next;
   std::size_t lines = 0;
   for (std::size_t at = 0; at < notes.size(); at = notes.find('\n', at) + 1, ++lines) {
-    EXPECT_EQ(platform::intValue(std::string_view(notes).substr(at + 1)), next[notes[at]]++);
+    EXPECT_EQ(clientcomm::intValue(std::string_view(notes).substr(at + 1)), next[notes[at]]++);
   }
   EXPECT_EQ(lines, 3000U);
 }
@@ -316,14 +317,14 @@ TEST_F(Transport, SilentPeersDoNotHoldUpAnotherSendersEvents) {
 /// A packet that has the target note `text`.
 std::string notePacket(raw::Header header, std::string_view text) {
   return raw::packet(
-      header, raw::event(kTarget, platform::fourCharCode("call"),
-                         {{platform::keyDirectObject, raw::callList("Echo", "note:", text)}}));
+      header, raw::event(kTarget, clientcomm::fourCharCode("call"),
+                         {{clientcomm::keyDirectObject, raw::callList("Echo", "note:", text)}}));
 }
 
 TEST_F(Transport, PeerThatSendsRubbishIsDisconnectedAndCostsNoEvent) {
   const ChildProcess target = launch();
   raw::Header wrongMagic;
-  wrongMagic.magic = platform::fourCharCode("PHQT");
+  wrongMagic.magic = clientcomm::fourCharCode("PHQT");
   raw::Header wrongVersion;
   wrongVersion.version = 0;
   raw::Header wrongKind;
@@ -361,8 +362,8 @@ TEST_F(Transport, SilentPeerThatSpeaksInTheEndIsServed) {
   const ScopedFd peer = connectTo(kTarget);
   EXPECT_EQ(ask("say:", {"meanwhile"}), "meanwhile");
   const ScopedFd executable(open("/proc/self/exe", O_PATH | O_CLOEXEC));
-  EXPECT_EQ(platform::sendPacket(peer.get(), platform::PacketKind::kEvent, 0,
-                                 callEvent("note:", {"late"}), executable.get()),
+  EXPECT_EQ(clientcomm::sendPacket(peer.get(), clientcomm::PacketKind::kEvent, 0,
+                                   callEvent("note:", {"late"}), executable.get()),
             0);
   EXPECT_TRUE(isClosedByPeer(peer));
   EXPECT_EQ(ask("notes", {}), "late\n");
@@ -407,8 +408,9 @@ TEST_F(Transport, QueryWithATimeOutGivesUpInTime) {
   const ChildProcess target = launch();
   target.signal(SIGSTOP);
   AppleEventDescriptor reply;
-  EXPECT_EQ(platform::AESendMessage(callEvent("say:", {"x"}), reply, platform::kAEWaitReply, 20),
-            -1712);
+  EXPECT_EQ(
+      clientcomm::AESendMessage(callEvent("say:", {"x"}), reply, clientcomm::kAEWaitReply, 20),
+      -1712);
   target.signal(SIGCONT);
 }
 
@@ -419,11 +421,11 @@ TEST_F(Transport, FullQueueOfAStoppedApplicationIsATimeOutNotAHang) {
   int flags = 0;
   do {
     waiting.emplace_back(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    const platform::SocketPath path(platform::fileNameForIdentifier(kTarget));
-    flags = connect(waiting.back().get(), path.address(), platform::SocketPath::size());
+    const clientcomm::SocketPath path(clientcomm::fileNameForIdentifier(kTarget));
+    flags = connect(waiting.back().get(), path.address(), clientcomm::SocketPath::size());
   } while (flags == 0);
   AppleEventDescriptor reply;
-  EXPECT_EQ(platform::AESendMessage(callEvent("note:", {"x"}), reply, platform::kAENoReply, 20),
+  EXPECT_EQ(clientcomm::AESendMessage(callEvent("note:", {"x"}), reply, clientcomm::kAENoReply, 20),
             -1712);
   waiting.clear();
   target.signal(SIGCONT);
@@ -484,7 +486,7 @@ TEST_F(Transport, EventThatCannotBeCarriedIsRefusedWithAStatus) {
 }
 
 // Six descriptors are the event's own: itself, its target, and the call with its three items.
-constexpr std::size_t kMostArguments = platform::kMaximumDescriptors - 6;
+constexpr std::size_t kMostArguments = clientcomm::kMaximumDescriptors - 6;
 
 TEST_F(Transport, AsManyArgumentsAsAReceiverTakesArriveAndOneMoreIsRefused) {
   const ChildProcess target = launchAnswerer();
@@ -507,19 +509,19 @@ TEST_F(Transport, EventThatNestsTooDeepOrHasTooManyKeywordsIsRefused) {
   const ChildProcess target = launch();
   AppleEventDescriptor reply;
   AppleEventDescriptor nested;
-  for (int i = 0; i < platform::kMaximumNesting; ++i) {
+  for (int i = 0; i < clientcomm::kMaximumNesting; ++i) {
     AppleEventDescriptor outer = AppleEventDescriptor::listDescriptor();
     outer.insertDescriptor(std::move(nested), 0);
     nested = std::move(outer);
   }
   AppleEventDescriptor deep = callEvent("note:", {"deep"});
-  deep.setParamDescriptor(std::move(nested), platform::fourCharCode("deep"));
-  EXPECT_EQ(platform::AESendMessage(deep, reply, platform::kAENoReply, -1), -108);
+  deep.setParamDescriptor(std::move(nested), clientcomm::fourCharCode("deep"));
+  EXPECT_EQ(clientcomm::AESendMessage(deep, reply, clientcomm::kAENoReply, -1), -108);
   AppleEventDescriptor wide = callEvent("note:", {"wide"});
-  for (platform::AEKeyword key = 0; key < platform::kMaximumKeywords; ++key) {
+  for (clientcomm::AEKeyword key = 0; key < clientcomm::kMaximumKeywords; ++key) {
     wide.setParamDescriptor({}, key);
   }
-  EXPECT_EQ(platform::AESendMessage(wide, reply, platform::kAENoReply, -1), -108);
+  EXPECT_EQ(clientcomm::AESendMessage(wide, reply, clientcomm::kAENoReply, -1), -108);
   EXPECT_EQ(ask("notes", {}), "");
 }
 
@@ -538,8 +540,8 @@ TEST_F(Transport, ReplyThatCannotBeCarriedIsAnsweredWithAStatus) {
 
 TEST_F(Transport, LimitsHoldForAProcessThatCallsItselfToo) {
   const char kSelf[] = "com.example.testhost";
-  platform::AppleEventManager::sharedAppleEventManager().setEventHandler(
-      answer, platform::fourCharCode("aevt"), platform::fourCharCode("call"));
+  clientcomm::AppleEventManager::sharedAppleEventManager().setEventHandler(
+      answer, clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"));
   OSErr status = -1;
   EXPECT_EQ(ask("count", {"a"}, &status, kSelf), "1");
   EXPECT_EQ(status, 0);
@@ -554,27 +556,28 @@ TEST_F(Transport, QueryToACallerThatWaitsForItsOwnAnswerIsGivenUpAtOnce) {
   TQHPAppleEventProcesser::share();
   const ChildProcess target = launchAnswerer();
   AppleEventDescriptor reply;
-  constexpr std::int32_t kLimit = 60 * platform::kTicksPerSecond;
+  constexpr std::int32_t kLimit = 60 * clientcomm::kTicksPerSecond;
   ASSERT_EQ(
-      platform::AESendMessage(callEvent("ask back", {}), reply, platform::kAEWaitReply, kLimit), 0);
-  EXPECT_EQ(reply.paramDescriptorForKeyword(platform::keyDirectObject)->stringValue(), "-1712");
+      clientcomm::AESendMessage(callEvent("ask back", {}), reply, clientcomm::kAEWaitReply, kLimit),
+      0);
+  EXPECT_EQ(reply.paramDescriptorForKeyword(clientcomm::keyDirectObject)->stringValue(), "-1712");
 }
 
 TEST_F(Transport, EventWithoutHandlerIsAnsweredWithAStatus) {
   const ChildProcess target = launch();
   const AppleEventDescriptor event = AppleEventDescriptor::appleEvent(
-      platform::fourCharCode("aevt"), platform::fourCharCode("quit"),
-      {platform::typeApplicationBundleID, kTarget}, -1, 0);
+      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("quit"),
+      {clientcomm::typeApplicationBundleID, kTarget}, -1, 0);
   AppleEventDescriptor reply;
-  EXPECT_EQ(platform::AESendMessage(event, reply, platform::kAEWaitReply, -1), -1708);
+  EXPECT_EQ(clientcomm::AESendMessage(event, reply, clientcomm::kAEWaitReply, -1), -1708);
 }
 
 TEST_F(Transport, MalformedRequestsAreRefusedBeforeTheyAreSent) {
   AppleEventDescriptor reply;
-  EXPECT_EQ(platform::AESendMessage({}, reply, 1, -1), -50);
-  EXPECT_EQ(platform::AESendMessage(callEvent("a", {}), reply, 2, -1), -50);
-  EXPECT_EQ(platform::AESendMessage(callEvent("a", {}), reply, 1, -3), -50);
-  EXPECT_EQ(platform::AESendMessage(callEvent("a", {}, ""), reply, 1, -1), -600);
+  EXPECT_EQ(clientcomm::AESendMessage({}, reply, 1, -1), -50);
+  EXPECT_EQ(clientcomm::AESendMessage(callEvent("a", {}), reply, 2, -1), -50);
+  EXPECT_EQ(clientcomm::AESendMessage(callEvent("a", {}), reply, 1, -3), -50);
+  EXPECT_EQ(clientcomm::AESendMessage(callEvent("a", {}, ""), reply, 1, -1), -600);
 }
 
 TEST_F(Transport, MessageThatClaimsAnotherSenderIsTakenForWhatItsSenderIs) {
@@ -583,9 +586,10 @@ TEST_F(Transport, MessageThatClaimsAnotherSenderIsTakenForWhatItsSenderIs) {
   std::string psn(8, '\0');
   const std::int32_t pid = target.pid();
   std::memcpy(psn.data() + 4, &pid, sizeof pid);
-  event.setAttributeDescriptor({platform::typeProcessSerialNumber, psn}, platform::keyAddressAttr);
+  event.setAttributeDescriptor({clientcomm::typeProcessSerialNumber, psn},
+                               clientcomm::keyAddressAttr);
   AppleEventDescriptor reply;
-  EXPECT_EQ(platform::AESendMessage(event, reply, 1, -1), 0);
+  EXPECT_EQ(clientcomm::AESendMessage(event, reply, 1, -1), 0);
   EXPECT_EQ(ask("caller", {}), "com.example.testhost");
 }
 
@@ -598,8 +602,8 @@ TEST_F(Transport, CallerOutsideAnyBundleIsNotServed) {
   const ChildProcess outsider = ChildProcess::fork([&] {
     const ScopedFd own = connectTo(kTarget);
     const ScopedFd claimed(open("/proc/self/exe", O_PATH | O_CLOEXEC));
-    platform::sendPacket(own.get(), platform::PacketKind::kEvent, 0, callEvent("note:", {"x"}),
-                         claimed.get());
+    clientcomm::sendPacket(own.get(), clientcomm::PacketKind::kEvent, 0, callEvent("note:", {"x"}),
+                           claimed.get());
     return execl(program.c_str(), program.c_str(), "60", nullptr);
   });
   const std::string link = "/proc/" + std::to_string(outsider.pid()) + "/exe";
@@ -613,15 +617,15 @@ TEST_F(Transport, PeerOfAnotherUserIsNotServed) {
   const ChildProcess target = launch();
   // Opens the way that the folders' modes close.
   for (const std::string& folder : {support::sandbox(), support::sandbox() + "/runtime",
-                                    platform::runtimeFolderPath(), endpointPath(kTarget)}) {
+                                    clientcomm::runtimeFolderPath(), endpointPath(kTarget)}) {
     ASSERT_EQ(chmod(folder.c_str(), 0777), 0);
   }
   ChildProcess other = ChildProcess::fork([] {
     if (setgid(65534) != 0 || setuid(65534) != 0) return 1;
     const ScopedFd peer = connectTo(kTarget);
     if (!peer.isValid()) return 2;
-    platform::sendPacket(peer.get(), platform::PacketKind::kEventWantingReply, 0,
-                         callEvent("note:", {"foreign"}), -1);
+    clientcomm::sendPacket(peer.get(), clientcomm::PacketKind::kEventWantingReply, 0,
+                           callEvent("note:", {"foreign"}), -1);
     // The library's own send refuses before it has said anything.
     return isClosedByPeer(peer) && send("note:", {"x"}) == -1743 ? 0 : 3;
   });
@@ -646,7 +650,7 @@ TEST_F(Transport, EndpointWhoseFileWasClearedAwayComesBackWithTheNextSend) {
   TQHPAppleEventProcesser::share();
   const std::string own = endpointPath("com.example.testhost");
   ASSERT_TRUE(fs::exists(fs::symlink_status(own)));
-  fs::remove_all(platform::runtimeFolderPath());
+  fs::remove_all(clientcomm::runtimeFolderPath());
   EXPECT_TRUE(support::runLoopUntil([&] {
     send("note:", {"x"}, "com.example.absent");
     return fs::exists(fs::symlink_status(own));
@@ -656,13 +660,13 @@ TEST_F(Transport, EndpointWhoseFileWasClearedAwayComesBackWithTheNextSend) {
 
 TEST_F(Transport, EventThatWaitsAtAClearedAwayEndpointIsStillCarriedOut) {
   int handled = 0;
-  auto& manager = platform::AppleEventManager::sharedAppleEventManager();
+  auto& manager = clientcomm::AppleEventManager::sharedAppleEventManager();
   manager.setEventHandler(
       [&](const AppleEventDescriptor&, AppleEventDescriptor&) {
         ++handled;
-        return platform::noErr;
+        return clientcomm::noErr;
       },
-      platform::fourCharCode("aevt"), platform::fourCharCode("call"));
+      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"));
   EXPECT_EQ(send("note:", {"waits"}, "com.example.testhost"), 0);
   fs::remove(endpointPath("com.example.testhost"));
   EXPECT_TRUE(support::runLoopUntil([&] {
@@ -672,7 +676,7 @@ TEST_F(Transport, EventThatWaitsAtAClearedAwayEndpointIsStillCarriedOut) {
 }
 
 TEST_F(Transport, RuntimeFolderReplacedByALinkIsNotUsedAndMendedWhenItIsGone) {
-  const std::string folder = platform::runtimeFolderPath();
+  const std::string folder = clientcomm::runtimeFolderPath();
   fs::create_directory(support::sandbox() + "/elsewhere");
   fs::create_directory_symlink(support::sandbox() + "/elsewhere", folder);
   TQHPAppleEventProcesser::share();
@@ -692,15 +696,16 @@ TEST_F(Transport, ProcessCanCallItself) {
 }
 
 TEST_F(Transport, HandlerMayCloseTheApplicationToEvents) {
-  auto& manager = platform::AppleEventManager::sharedAppleEventManager();
+  auto& manager = clientcomm::AppleEventManager::sharedAppleEventManager();
   int handled = 0;
   manager.setEventHandler(
       [&](const AppleEventDescriptor&, AppleEventDescriptor&) {
         ++handled;
-        manager.removeEventHandler(platform::fourCharCode("aevt"), platform::fourCharCode("call"));
-        return platform::noErr;
+        manager.removeEventHandler(clientcomm::fourCharCode("aevt"),
+                                   clientcomm::fourCharCode("call"));
+        return clientcomm::noErr;
       },
-      platform::fourCharCode("aevt"), platform::fourCharCode("call"));
+      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"));
   EXPECT_EQ(send("a", {}, "com.example.testhost"), 0);
   EXPECT_EQ(send("b", {}, "com.example.testhost"), 0);
   EXPECT_TRUE(support::runLoopUntil([&] { return handled > 0; }));
@@ -715,7 +720,7 @@ TEST_F(Transport, EventsWaitWhileAHandlerRunsAMainLoopOfItsOwnAndDoNotKeepItBusy
   int handled = 0;
   int depth = 0;
   int turns = 0;
-  platform::AppleEventManager::sharedAppleEventManager().setEventHandler(
+  clientcomm::AppleEventManager::sharedAppleEventManager().setEventHandler(
       [&](const AppleEventDescriptor&, AppleEventDescriptor&) {
         EXPECT_EQ(++depth, 1);
         if (++handled == 1) {
@@ -733,9 +738,9 @@ TEST_F(Transport, EventsWaitWhileAHandlerRunsAMainLoopOfItsOwnAndDoNotKeepItBusy
           }
         }
         --depth;
-        return platform::noErr;
+        return clientcomm::noErr;
       },
-      platform::fourCharCode("aevt"), platform::fourCharCode("call"));
+      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"));
   EXPECT_EQ(send("note:", {"x"}, kSelf), 0);
   EXPECT_TRUE(support::runLoopUntil([&] { return handled == 2; }));
   EXPECT_LT(turns, 100);
@@ -747,14 +752,14 @@ TEST_F(Transport, EventsWaitWhileAHandlerRunsAMainLoopOfItsOwnAndDoNotKeepItBusy
 
 TEST_F(Transport, ApplicationOutOfDescriptorsTakesTheEventsWhenItHasSomeAgain) {
   TQHPAppleEventProcesser::share();
-  const platform::SocketPath path(platform::fileNameForIdentifier("com.example.testhost"));
+  const clientcomm::SocketPath path(clientcomm::fileNameForIdentifier("com.example.testhost"));
   int handled = 0;
-  platform::AppleEventManager::sharedAppleEventManager().setEventHandler(
+  clientcomm::AppleEventManager::sharedAppleEventManager().setEventHandler(
       [&](const AppleEventDescriptor&, AppleEventDescriptor&) {
         ++handled;
-        return platform::noErr;
+        return clientcomm::noErr;
       },
-      platform::fourCharCode("aevt"), platform::fourCharCode("call"));
+      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"));
   EXPECT_EQ(send("note:", {"x"}, "com.example.testhost"), 0);
   rlimit limit{};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);

@@ -117,19 +117,19 @@ const support::Role launchAndCall("launch-and-call", [](const Words& arguments) 
 // Asks the target without having handed anything over. @return the status of the reply.
 const support::Role askUnknown("ask-unknown", [](const Words& /*targets*/) {
   prctl(PR_SET_DUMPABLE, 0);
-  const platform::ScopedFd peer(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  const platform::SocketPath path(platform::fileNameForIdentifier(kTarget));
-  if (connect(peer.get(), path.address(), platform::SocketPath::size()) != 0) return 1;
-  const auto event = platform::AppleEventDescriptor::appleEvent(
-      platform::fourCharCode("aevt"), platform::fourCharCode("call"), {}, -1, 0);
-  platform::sendPacket(peer.get(), platform::PacketKind::kEventWantingReply, 0, event, -1);
-  platform::Packet reply;
+  const clientcomm::ScopedFd peer(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  const clientcomm::SocketPath path(clientcomm::fileNameForIdentifier(kTarget));
+  if (connect(peer.get(), path.address(), clientcomm::SocketPath::size()) != 0) return 1;
+  const auto event = clientcomm::AppleEventDescriptor::appleEvent(
+      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"), {}, -1, 0);
+  clientcomm::sendPacket(peer.get(), clientcomm::PacketKind::kEventWantingReply, 0, event, -1);
+  clientcomm::Packet reply;
   if (!support::waitUntil([&] {
-        return platform::receivePacket(peer.get(), reply) == platform::ReceiveResult::kPacket;
+        return clientcomm::receivePacket(peer.get(), reply) == clientcomm::ReceiveResult::kPacket;
       })) {
     return 2;
   }
-  return reply.status == platform::errAEEventNotPermitted ? 0 : 3;
+  return reply.status == clientcomm::errAEEventNotPermitted ? 0 : 3;
 });
 
 const Words kNamespace = [] {
@@ -231,7 +231,7 @@ TEST_F(ProcessNamespaces, ReceiverThatIsNotSeenAndHasDiedIsNoRunningApplication)
   target.wait();
   sender.write("x");
   EXPECT_EQ(sender.wait(), 0);
-  support::sendSignal(platform::intValue(*child), SIGKILL);
+  support::sendSignal(clientcomm::intValue(*child), SIGKILL);
 }
 
 // Inside, the IDs of the credentials are not those of /proc, and name other processes there.

@@ -37,9 +37,9 @@
 
 namespace {
 
-using platform::AppleEventDescriptor;
-using platform::PacketKind;
-using platform::ScopedFd;
+using clientcomm::AppleEventDescriptor;
+using clientcomm::PacketKind;
+using clientcomm::ScopedFd;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using support::ChildProcess;
@@ -47,7 +47,7 @@ namespace raw = support::raw;
 namespace fs = std::filesystem;
 
 constexpr char kTarget[] = "com.example.target";
-constexpr platform::AEEventID kCallID = platform::fourCharCode("call");
+constexpr clientcomm::AEEventID kCallID = clientcomm::fourCharCode("call");
 
 OSErr send(const std::string& selector, const std::vector<std::string>& arguments) {
   return TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", selector,
@@ -62,7 +62,7 @@ OptionalString ask(const std::string& selector, const std::vector<std::string>& 
 }
 
 std::string endpointPath() {
-  return platform::runtimeFolderPath() + "/" + platform::fileNameForIdentifier(kTarget);
+  return clientcomm::runtimeFolderPath() + "/" + clientcomm::fileNameForIdentifier(kTarget);
 }
 
 ScopedFd connectToTarget() { return raw::connectTo(kTarget); }
@@ -75,14 +75,14 @@ bool sendRaw(std::string_view bytes, const std::vector<int>& descriptors = {}) {
 /// The body of an event that has the target note `text`, with further parameters.
 std::string noteEvent(std::string_view text, const std::vector<raw::Parameter>& more = {}) {
   std::vector<raw::Parameter> parameters = {
-      {platform::keyDirectObject, raw::callList("Echo", "note:", text)}};
+      {clientcomm::keyDirectObject, raw::callList("Echo", "note:", text)}};
   parameters.insert(parameters.end(), more.begin(), more.end());
   return raw::event(kTarget, kCallID, parameters);
 }
 
 /// A further parameter; one that can be read changes nothing about the call.
 raw::Parameter extra(std::string flattened) {
-  return {platform::fourCharCode("xtra"), std::move(flattened)};
+  return {clientcomm::fourCharCode("xtra"), std::move(flattened)};
 }
 
 std::string notePacket(std::string_view text, const std::vector<raw::Parameter>& more = {}) {
@@ -91,15 +91,15 @@ std::string notePacket(std::string_view text, const std::vector<raw::Parameter>&
 
 AppleEventDescriptor callEvent(const std::string& selector, const std::string& argument) {
   AppleEventDescriptor event = AppleEventDescriptor::appleEvent(
-      platform::fourCharCode("aevt"), platform::fourCharCode("call"),
-      {platform::typeApplicationBundleID, kTarget}, -1, 0);
+      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"),
+      {clientcomm::typeApplicationBundleID, kTarget}, -1, 0);
   AppleEventDescriptor list = AppleEventDescriptor::listDescriptor();
   list.insertDescriptor(AppleEventDescriptor::descriptorWithString(argument), 0);
   AppleEventDescriptor call = AppleEventDescriptor::listDescriptor();
   call.insertDescriptor(AppleEventDescriptor::descriptorWithString("Echo"), 0);
   call.insertDescriptor(AppleEventDescriptor::descriptorWithString(selector), 0);
   call.insertDescriptor(list, 0);
-  event.setParamDescriptor(call, platform::keyDirectObject);
+  event.setParamDescriptor(call, clientcomm::keyDirectObject);
   return event;
 }
 
@@ -146,7 +146,7 @@ TEST_F(Attack, ThousandSilentConnectionsHoldUpNobodyAndAreDropped) {
   }
   const auto time = stress::timeOf([] { EXPECT_EQ(ask("say:", {"through"}), "through"); });
   EXPECT_LE(stress::descriptorsOf(target.pid()),
-            descriptors_ + static_cast<int>(platform::kMaximumIdleConnections) + 1);
+            descriptors_ + static_cast<int>(clientcomm::kMaximumIdleConnections) + 1);
   stress::report("a query beside a thousand silent connections: " + std::to_string(time.count()) +
                  " us");
   // Those that are left are dropped after the time that a peer may be silent.
@@ -178,18 +178,18 @@ TEST_F(Attack, EventOfAPeerWhosePlaceASilentOneTakesIsStillCarriedOut) {
   const ScopedFd executable(open("/proc/self/exe", O_PATH | O_CLOEXEC));
   const ScopedFd slow = connectToTarget();
   // Room for one more: the connection of the sender below may be idle for a moment.
-  const SilentCrowd crowd(platform::kMaximumIdleConnections - 2);
+  const SilentCrowd crowd(clientcomm::kMaximumIdleConnections - 2);
   const auto isNearlyFull = [&] {
     return stress::descriptorsOf(target.pid()) >=
-           descriptors_ - 2 + static_cast<int>(platform::kMaximumIdleConnections);
+           descriptors_ - 2 + static_cast<int>(clientcomm::kMaximumIdleConnections);
   };
   ASSERT_TRUE(support::waitUntil(isNearlyFull));
   // While the target is busy the first one speaks, and a further silent one joins the queue.
   ChildProcess busy = ChildProcess::fork([] { return send("sleep:", {"500"}); });
   ASSERT_EQ(busy.wait(), 0);
   stress::pause(milliseconds(100));
-  EXPECT_EQ(platform::sendPacket(slow.get(), PacketKind::kEvent, 0, callEvent("note:", "heard"),
-                                 executable.get()),
+  EXPECT_EQ(clientcomm::sendPacket(slow.get(), PacketKind::kEvent, 0, callEvent("note:", "heard"),
+                                   executable.get()),
             0);
   const SilentCrowd another(2);
   EXPECT_TRUE(support::waitUntil([] { return ask("notes", {}) == "heard\n"; }, seconds(3)));
@@ -211,8 +211,8 @@ TEST_F(Attack, EventSentWhileItsSenderIsBeingDroppedIsCarriedOutOrRefused) {
     // Somewhere among those the target drops the first one.
     stress::pause(stress::randomTime(milliseconds(15)));
     const std::string text = std::to_string(round);
-    if (platform::sendPacket(slow.get(), PacketKind::kEvent, 0, callEvent("note:", text),
-                             executable.get()) == 0) {
+    if (clientcomm::sendPacket(slow.get(), PacketKind::kEvent, 0, callEvent("note:", text),
+                               executable.get()) == 0) {
       expected += text + "\n";
     } else {
       ++refused;
@@ -247,8 +247,8 @@ TEST_F(Attack, OversizedLengthsAreRefusedWithoutMemoryForThem) {
   const auto size = static_cast<std::uint32_t>(body.size());
   for (const std::uint32_t claimed :
        {0U, 1U, 15U, size - 1, size + 1, 1U << 20,
-        static_cast<std::uint32_t>(platform::kMaximumFlattenedSize),
-        static_cast<std::uint32_t>(platform::kMaximumFlattenedSize) + 1, 0xffffffffU}) {
+        static_cast<std::uint32_t>(clientcomm::kMaximumFlattenedSize),
+        static_cast<std::uint32_t>(clientcomm::kMaximumFlattenedSize) + 1, 0xffffffffU}) {
     raw::Header header;
     header.bodySize = claimed;
     EXPECT_TRUE(sendRaw(raw::packet(header) + body)) << claimed;
@@ -256,13 +256,13 @@ TEST_F(Attack, OversizedLengthsAreRefusedWithoutMemoryForThem) {
   }
   for (const std::uint32_t length :
        {0x7fffffffU, 0x80000000U, 0xfffffff8U, 0xffffffffU, 100U, 6U, 4U}) {
-    const std::string wrong = raw::descriptor(platform::typeUTF8Text, "short", length);
+    const std::string wrong = raw::descriptor(clientcomm::typeUTF8Text, "short", length);
     EXPECT_TRUE(sendRaw(notePacket("wrong length of a text", {extra(wrong)}))) << length;
     // More follows, which a reader that goes by the length would look for far behind it.
     const std::string first = raw::event(
         kTarget, kCallID,
         {extra(wrong),
-         {platform::keyDirectObject, raw::callList("Echo", "note:", "wrong length before")}});
+         {clientcomm::keyDirectObject, raw::callList("Echo", "note:", "wrong length before")}});
     EXPECT_TRUE(sendRaw(raw::packet({}, first))) << length;
     std::string event = noteEvent("wrong length of the event");
     event.replace(4, 4, raw::bytesOf(length));
@@ -272,7 +272,7 @@ TEST_F(Attack, OversizedLengthsAreRefusedWithoutMemoryForThem) {
 }
 
 // The event is the first level and its parameter the second.
-constexpr int kDeepestLists = platform::kMaximumNesting - 2;
+constexpr int kDeepestLists = clientcomm::kMaximumNesting - 2;
 
 TEST_F(Attack, DeepNestingIsRefused) {
   const ChildProcess target = launch();
@@ -289,7 +289,7 @@ TEST_F(Attack, DeepNestingInAMemoryFileIsRefused) {
   constexpr std::uint32_t kStep = 12;  // type, length and count of each list
   std::string lists;
   for (std::uint32_t i = kDepth; i > 0; --i) {
-    lists += raw::bytesOf(platform::typeAEList) + raw::bytesOf(i * kStep - 8) +
+    lists += raw::bytesOf(clientcomm::typeAEList) + raw::bytesOf(i * kStep - 8) +
              raw::bytesOf(i == 1 ? 0U : 1U);
   }
   const auto sendInFile = [](const std::string& body) {
@@ -309,10 +309,11 @@ TEST_F(Attack, CountsThatLieAreRefusedWithoutMemoryForThem) {
   for (const std::uint32_t count : {0U, 2U, 1000U, 0x7fffffffU, 0xffffffffU}) {
     EXPECT_TRUE(sendRaw(notePacket("wrong count of a list", {extra(raw::list(count, item))})))
         << count;
-    const std::string event = raw::event(
-        kTarget, kCallID,
-        {{platform::keyDirectObject, raw::callList("Echo", "note:", "wrong count of parameters")}},
-        count);
+    const std::string event =
+        raw::event(kTarget, kCallID,
+                   {{clientcomm::keyDirectObject,
+                     raw::callList("Echo", "note:", "wrong count of parameters")}},
+                   count);
     EXPECT_TRUE(sendRaw(raw::packet({}, event))) << count;
   }
   expectUnharmed(target, "control\n");
@@ -322,7 +323,7 @@ TEST_F(Attack, CountsThatLieInASmallEventReserveNoMemory) {
   const ChildProcess target = launch();
   const long before = stress::statusOf(target.pid(), "VmPeak");
   // As many as one event may hold, in a list of a few bytes.
-  const auto count = static_cast<std::uint32_t>(platform::kMaximumDescriptors) / 2;
+  const auto count = static_cast<std::uint32_t>(clientcomm::kMaximumDescriptors) / 2;
   std::string lists = raw::text("item");
   for (int level = 0; level < kDeepestLists; ++level) lists = raw::list(count, lists);
   EXPECT_TRUE(sendRaw(notePacket("control", {extra(raw::list(1, raw::text("item")))})));
@@ -335,11 +336,11 @@ TEST_F(Attack, CountsThatLieInASmallEventReserveNoMemory) {
 TEST_F(Attack, CountsThatLieAtEveryLevelOfALargeEventCostNoMoreThanItsOwnSize) {
   const ChildProcess target = launch();
   constexpr std::uint32_t kLevels = 12;
-  const auto total = static_cast<std::uint32_t>(platform::kMaximumFlattenedSize) - 256;
+  const auto total = static_cast<std::uint32_t>(clientcomm::kMaximumFlattenedSize) - 256;
   std::string heads;
   for (std::uint32_t level = 0; level < kLevels; ++level) {
     const std::uint32_t payload = total - level * 12 - 8;
-    heads += raw::bytesOf(platform::typeAEList) + raw::bytesOf(payload) +
+    heads += raw::bytesOf(clientcomm::typeAEList) + raw::bytesOf(payload) +
              raw::bytesOf((payload - 4) / 8);
   }
   // An event around them, of which only the beginning is written; the rest are zeros.
@@ -406,19 +407,19 @@ TEST_F(Attack, PeersThatNeverReadTheirRepliesHoldUpNobody) {
   std::vector<ScopedFd> peers;
   for (int i = 0; i < 500; ++i) {
     peers.push_back(connectToTarget());
-    EXPECT_EQ(platform::sendPacket(peers.back().get(), PacketKind::kEventWantingReply, 0,
-                                   callEvent("say:", std::string(50'000, 'r')), executable.get()),
+    EXPECT_EQ(clientcomm::sendPacket(peers.back().get(), PacketKind::kEventWantingReply, 0,
+                                     callEvent("say:", std::string(50'000, 'r')), executable.get()),
               0);
   }
   expectUnharmed(target);
 }
 
-constexpr platform::AEEventID kAnswerID = platform::fourCharCode("ansr");
+constexpr clientcomm::AEEventID kAnswerID = clientcomm::fourCharCode("ansr");
 
 /// A reply packet with the text "answer", as a well-behaved application sends it.
 std::string replyPacket(raw::Header header = {}, const std::vector<raw::Parameter>& more = {}) {
   header.kind = 3;
-  std::vector<raw::Parameter> parameters = {{platform::keyDirectObject, raw::text("answer")}};
+  std::vector<raw::Parameter> parameters = {{clientcomm::keyDirectObject, raw::text("answer")}};
   parameters.insert(parameters.end(), more.begin(), more.end());
   return raw::packet(header, raw::event("", kAnswerID, parameters));
 }
@@ -426,7 +427,7 @@ std::string replyPacket(raw::Header header = {}, const std::vector<raw::Paramete
 /// Replies that are well-formed but for one thing each.
 std::vector<std::string> hostileReplies() {
   raw::Header wrongMagic;
-  wrongMagic.magic = platform::fourCharCode("PHQT");
+  wrongMagic.magic = clientcomm::fourCharCode("PHQT");
   raw::Header wrongVersion;
   wrongVersion.version = 0;
   std::string wrongKind = replyPacket();
@@ -453,8 +454,8 @@ std::vector<std::string> hostileReplies() {
 /// Answers one query after the other with these packets; an empty one is no answer.
 int answerWith(const std::vector<std::string>& answers) {
   const ScopedFd listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  const platform::SocketPath path(platform::fileNameForIdentifier(kTarget));
-  if (bind(listener.get(), path.address(), platform::SocketPath::size()) != 0) return 1;
+  const clientcomm::SocketPath path(clientcomm::fileNameForIdentifier(kTarget));
+  if (bind(listener.get(), path.address(), clientcomm::SocketPath::size()) != 0) return 1;
   if (listen(listener.get(), 16) != 0) return 2;
   for (const std::string& answer : answers) {
     const ScopedFd peer(accept(listener.get(), nullptr, nullptr));
@@ -466,7 +467,7 @@ int answerWith(const std::vector<std::string>& answers) {
 }
 
 TEST_F(Attack, ReplyOfAHostileApplicationIsRefusedAndTheCallerGoesOn) {
-  ASSERT_TRUE(platform::openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
   std::vector<std::string> answers = {replyPacket()};
   const std::vector<std::string> hostile = hostileReplies();
   answers.insert(answers.end(), hostile.begin(), hostile.end());
@@ -474,13 +475,13 @@ TEST_F(Attack, ReplyOfAHostileApplicationIsRefusedAndTheCallerGoesOn) {
   ASSERT_TRUE(support::waitUntil([] { return fs::exists(fs::symlink_status(endpointPath())); }));
   for (std::size_t i = 0; i < answers.size(); ++i) {
     OptionalString result = "untouched";
-    OSErr status = platform::procNotFound;
+    OSErr status = clientcomm::procNotFound;
     EXPECT_TRUE(support::waitUntil([&] {
       status = TQHPAppleEventSender::share().sendEvnet(
           OptionalString(kTarget), "Echo", "say:", std::vector<std::string>{"x"}, &result);
-      return status != platform::procNotFound;
+      return status != clientcomm::procNotFound;
     })) << i;
-    EXPECT_EQ(status, i == 0 ? platform::noErr : platform::connectionInvalid) << i;
+    EXPECT_EQ(status, i == 0 ? clientcomm::noErr : clientcomm::connectionInvalid) << i;
     EXPECT_EQ(result, i == 0 ? OptionalString("answer") : std::nullopt) << i;
   }
   EXPECT_EQ(application.wait(), 0);
@@ -490,9 +491,9 @@ TEST_F(Attack, ReplyOfAHostileApplicationIsRefusedAndTheCallerGoesOn) {
 
 /// The body of a call whose argument makes it nearly as large as an event may be.
 std::string largestCall(std::string_view selector) {
-  const std::string argument(platform::kMaximumFlattenedSize - 1024, 'x');
+  const std::string argument(clientcomm::kMaximumFlattenedSize - 1024, 'x');
   return raw::event(kTarget, kCallID,
-                    {{platform::keyDirectObject, raw::callList("Echo", selector, argument)}});
+                    {{clientcomm::keyDirectObject, raw::callList("Echo", selector, argument)}});
 }
 
 /// The packet of an event, or of another kind, whose body is in a memory file.
@@ -516,8 +517,8 @@ TEST_F(Attack, BodyOfACallerWithoutIdentityIsNotDecoded) {
     for (int i = 0; i < 20; ++i) {
       if (!sendRaw(packetForFile(body.size()), {file.get()})) return 1;
     }
-    const platform::SocketPath path(platform::fileNameForIdentifier(kTarget));
-    if (connect(query.get(), path.address(), platform::SocketPath::size()) != 0 ||
+    const clientcomm::SocketPath path(clientcomm::fileNameForIdentifier(kTarget));
+    if (connect(query.get(), path.address(), clientcomm::SocketPath::size()) != 0 ||
         !raw::send(query.get(), packetForFile(body.size(), 2), {file.get()})) {
       return 1;
     }
@@ -527,16 +528,16 @@ TEST_F(Attack, BodyOfACallerWithoutIdentityIsNotDecoded) {
   ASSERT_TRUE(support::waitUntil([&] { return fs::read_symlink(link) == program; }));
   target.signal(SIGCONT);
   // The outcome is that of a call that the target does not serve.
-  platform::Packet reply;
-  platform::ReceiveResult result = platform::ReceiveResult::kNothingYet;
+  clientcomm::Packet reply;
+  clientcomm::ReceiveResult result = clientcomm::ReceiveResult::kNothingYet;
   EXPECT_TRUE(support::waitUntil([&] {
-    result = platform::receivePacket(query.get(), reply);
-    return result != platform::ReceiveResult::kNothingYet;
+    result = clientcomm::receivePacket(query.get(), reply);
+    return result != clientcomm::ReceiveResult::kNothingYet;
   }));
-  EXPECT_EQ(result, platform::ReceiveResult::kPacket);
+  EXPECT_EQ(result, clientcomm::ReceiveResult::kPacket);
   EXPECT_EQ(reply.kind, PacketKind::kReply);
-  EXPECT_EQ(reply.status, platform::noErr);
-  EXPECT_EQ(reply.descriptor.paramDescriptorForKeyword(platform::keyDirectObject), nullptr);
+  EXPECT_EQ(reply.status, clientcomm::noErr);
+  EXPECT_EQ(reply.descriptor.paramDescriptorForKeyword(clientcomm::keyDirectObject), nullptr);
   expectUnharmed(target);
 }
 
@@ -556,7 +557,7 @@ TEST_F(Attack, CallerWithManyLargeEventsHoldsUpNoOtherCaller) {
     return 0;
   });
   ASSERT_TRUE(support::waitUntil([&] { return fs::exists(mark); }));
-  EXPECT_EQ(send("note:", {"other"}), platform::noErr);
+  EXPECT_EQ(send("note:", {"other"}), clientcomm::noErr);
   target.signal(SIGCONT);
   // The flooder's events stay in order, and all are carried out.
   EXPECT_TRUE(support::waitUntil(
@@ -568,12 +569,12 @@ TEST_F(Attack, CallerWithManyLargeEventsHoldsUpNoOtherCaller) {
 // --- In the place of the endpoint. ---
 
 TEST_F(Attack, SymbolicLinkInThePlaceOfTheEndpointIsReplacedAndItsTargetLeftAlone) {
-  ASSERT_TRUE(platform::openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
   const std::string victim = support::sandbox() + "/victim";
   support::writeFile(victim, "precious");
   fs::create_symlink(victim, endpointPath());
   fs::create_symlink(victim, endpointPath() + "." + std::to_string(getpid()));
-  EXPECT_EQ(send("note:", {"x"}), platform::procNotFound);
+  EXPECT_EQ(send("note:", {"x"}), clientcomm::procNotFound);
   const ChildProcess target = launch();
   EXPECT_EQ(support::readFile(victim), "precious");
   EXPECT_TRUE(fs::is_socket(fs::symlink_status(endpointPath())));
@@ -581,20 +582,20 @@ TEST_F(Attack, SymbolicLinkInThePlaceOfTheEndpointIsReplacedAndItsTargetLeftAlon
 
 TEST_F(Attack, FileOfAnotherUserInThePlaceOfTheEndpointIsReplaced) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can make another user's file";
-  ASSERT_TRUE(platform::openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
   support::writeFile(endpointPath(), "foreign");
   ASSERT_EQ(chown(endpointPath().c_str(), 65534, 65534), 0);
-  EXPECT_EQ(send("note:", {"x"}), platform::procNotFound);
+  EXPECT_EQ(send("note:", {"x"}), clientcomm::procNotFound);
   const ChildProcess target = launch();
   EXPECT_TRUE(fs::is_socket(fs::symlink_status(endpointPath())));
 }
 
 TEST_F(Attack, DirectoryInThePlaceOfTheEndpointIsLeftAloneAndTheEndpointOpensWhenItIsGone) {
-  ASSERT_TRUE(platform::openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
   support::writeFile(endpointPath() + "/inside", "kept");
   ChildProcess target =
       support::runApplication(support::makeApplication("Target", kTarget, support::kEchoRole));
-  EXPECT_FALSE(support::waitUntil([] { return send("note:", {"x"}) != platform::procNotFound; },
+  EXPECT_FALSE(support::waitUntil([] { return send("note:", {"x"}) != clientcomm::procNotFound; },
                                   milliseconds(500)));
   EXPECT_EQ(support::readFile(endpointPath() + "/inside"), "kept");
   fs::remove_all(endpointPath());
@@ -606,8 +607,8 @@ TEST_F(Attack, EndpointTakenByAnotherProgramIsTakenBack) {
   {
     const ScopedFd usurper(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
     fs::remove(endpointPath());
-    const platform::SocketPath path(platform::fileNameForIdentifier(kTarget));
-    ASSERT_EQ(bind(usurper.get(), path.address(), platform::SocketPath::size()), 0);
+    const clientcomm::SocketPath path(clientcomm::fileNameForIdentifier(kTarget));
+    ASSERT_EQ(bind(usurper.get(), path.address(), clientcomm::SocketPath::size()), 0);
     ASSERT_EQ(listen(usurper.get(), 16), 0);
   }
   EXPECT_TRUE(support::waitUntil([] { return ask("say:", {"back"}) == "back"; }));

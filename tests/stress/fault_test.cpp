@@ -145,14 +145,14 @@ TEST_F(Faults, DiskFullDuringAReplacementIsMendedByTheNextRestartStepThatFindsRo
 TEST_F(Faults, DiskFullForThePreferencesLosesNoKeyOnTheDiskAndNoneThatWasSet) {
   const std::string config = folder("config");
   if (!support::ownMounts() || !mountSmallDisk(config, "size=256k")) GTEST_SKIP() << "no mounts";
-  auto& defaults = platform::UserDefaults::standardUserDefaults();
-  defaults.setObject(platform::PropertyListValue("kept"), "Before");
+  auto& defaults = clientcomm::UserDefaults::standardUserDefaults();
+  defaults.setObject(clientcomm::PropertyListValue("kept"), "Before");
   ASSERT_TRUE(defaults.synchronize());
   std::ofstream fill(config + "/filler", std::ios::binary);
   while (fill.write("f", 1).flush()) {
   }
   const std::string large(32 << 10, 'v');
-  defaults.setObject(platform::PropertyListValue(large), "Large");
+  defaults.setObject(clientcomm::PropertyListValue(large), "Large");
   EXPECT_FALSE(defaults.synchronize());
   EXPECT_EQ(defaults.stringForKey("Large"), large);
   EXPECT_EQ(support::hostDefaults().at("Before").stringValue(), "kept");
@@ -182,7 +182,7 @@ TEST_F(Faults, HostWithoutDescriptorsIsToldSoAndStartsTheHelperWhenItHasSome) {
   // The host's own: GLib ends a process that has no descriptor for it.
   g_main_context_default();
   // What the host is, it has asked for already: it is read once.
-  EXPECT_EQ(platform::Bundle::mainBundle().infoString("PID"), "P100");
+  EXPECT_EQ(clientcomm::Bundle::mainBundle().infoString("PID"), "P100");
   support::embedHelper("1.0");
   OSErr status = 0;
   {
@@ -238,12 +238,12 @@ TEST_F(Faults, NoMemoryForTheProcessTableMakesNoSecondHelper) {
     *length = std::numeric_limits<std::size_t>::max() / 2;
     return 0;
   };
-  const auto before = platform::replaceSysctl(endless);
+  const auto before = clientcomm::replaceSysctl(endless);
   EXPECT_FALSE(TQHPProcessList::share().applicationIsRunning(
       OptionalString(support::helperIdentifier()), support::installedHelperPath()));
   EXPECT_TRUE(controller().launchHelepr());
   EXPECT_EQ(controller().autoRestartHelper(), 0);
-  platform::replaceSysctl(before);
+  clientcomm::replaceSysctl(before);
   EXPECT_EQ(support::helperPid(), helper);
   EXPECT_EQ(countInJournal(" up "), 1U);
 }
@@ -269,7 +269,7 @@ TEST_F(Faults, ReadOnlyConfigurationFolderLosesNoSettingAndNoService) {
   EXPECT_TRUE(support::waitUntil([] { return countInJournal(kStart) == 1; }));
   EXPECT_TRUE(support::hostDefaults().empty());
   fs::permissions(folder("config"), fs::perms::owner_all);
-  EXPECT_TRUE(platform::UserDefaults::standardUserDefaults().synchronize());
+  EXPECT_TRUE(clientcomm::UserDefaults::standardUserDefaults().synchronize());
   EXPECT_EQ(support::hostDefaults().at("PID").stringValue(), "P100");
   EXPECT_EQ(support::hostDefaults().at("FirstStartPID").stringValue(), "P100");
 }
@@ -291,7 +291,7 @@ TEST_F(Faults, RuntimeFolderClearedAwayComesBackThoughTheHelperIsIdle) {
   TQHPHelper::share();
   ASSERT_TRUE(support::waitUntil([] { return countInJournal(kStart) == 1; }));
   const pid_t helper = support::helperPid();
-  fs::remove_all(platform::runtimeFolderPath());
+  fs::remove_all(clientcomm::runtimeFolderPath());
   EXPECT_TRUE(support::waitUntil(
       [] { return controller().autoRestartHelper() == 0 && controller().isAliveHelper() == 0; }));
   EXPECT_EQ(support::helperPid(), helper);
@@ -300,12 +300,12 @@ TEST_F(Faults, RuntimeFolderClearedAwayComesBackThoughTheHelperIsIdle) {
 
 TEST_F(Faults, RuntimeFolderOfAnotherUserIsNotUsedAndMendedWhenItIsGone) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can give a folder away";
-  fs::create_directory(platform::runtimeFolderPath());
+  fs::create_directory(clientcomm::runtimeFolderPath());
   const std::string go = folder("go");
   ChildProcess root = ChildProcess::fork([&] {
     if (!support::waitUntil([&] { return fs::exists(go); })) return 1;
-    if (lchown(platform::runtimeFolderPath().c_str(), 0, 0) != 0) return 2;
-    return chmod(platform::runtimeFolderPath().c_str(), 0777);
+    if (lchown(clientcomm::runtimeFolderPath().c_str(), 0, 0) != 0) return 2;
+    return chmod(clientcomm::runtimeFolderPath().c_str(), 0777);
   });
   becomeUser();
   support::writeFile(go, "");
@@ -313,35 +313,35 @@ TEST_F(Faults, RuntimeFolderOfAnotherUserIsNotUsedAndMendedWhenItIsGone) {
   support::embedHelper("1.0");
   TQHPHelper::share();
   EXPECT_EQ(controller().autoRestartHelper(), 1);
-  EXPECT_TRUE(fs::is_empty(platform::runtimeFolderPath()));
-  fs::remove(platform::runtimeFolderPath());
+  EXPECT_TRUE(fs::is_empty(clientcomm::runtimeFolderPath()));
+  fs::remove(clientcomm::runtimeFolderPath());
   EXPECT_TRUE(isStartedOnceMore());
 }
 
 TEST_F(Faults, RuntimeFolderOpenToTheWorldIsClosedBeforeItIsUsed) {
   becomeUser();
-  fs::create_directory(platform::runtimeFolderPath());
-  ASSERT_EQ(chmod(platform::runtimeFolderPath().c_str(), 0777), 0);
+  fs::create_directory(clientcomm::runtimeFolderPath());
+  ASSERT_EQ(chmod(clientcomm::runtimeFolderPath().c_str(), 0777), 0);
   support::embedHelper("1.0");
   TQHPHelper::share();
   ASSERT_TRUE(support::waitUntil([] { return countInJournal(kStart) == 1; }));
   struct stat status {};
-  ASSERT_EQ(stat(platform::runtimeFolderPath().c_str(), &status), 0);
+  ASSERT_EQ(stat(clientcomm::runtimeFolderPath().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777U, 0700U);
 }
 
 /// Listens under the target's name in `elsewhere`. @return 0 when whoever connected said nothing.
 int listenInPlaceOfHelper(const std::string& elsewhere) {
-  const platform::ScopedFd listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  const clientcomm::ScopedFd listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   const std::string path =
-      elsewhere + "/" + platform::fileNameForIdentifier(support::helperIdentifier());
+      elsewhere + "/" + clientcomm::fileNameForIdentifier(support::helperIdentifier());
   path.copy(address.sun_path, sizeof address.sun_path - 1);
   if (bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return 1;
   if (listen(listener.get(), 16) != 0 || chmod(path.c_str(), 0777) != 0) return 2;
   support::writeFile(elsewhere + "/ready", "");
-  const platform::ScopedFd peer(accept(listener.get(), nullptr, nullptr));
+  const clientcomm::ScopedFd peer(accept(listener.get(), nullptr, nullptr));
   char byte = 0;
   return recv(peer.get(), &byte, 1, 0) <= 0 ? 0 : 3;
 }
@@ -360,11 +360,11 @@ TEST_F(Faults, RuntimeFolderSwappedForALinkLeadsNoEventToAnotherUser) {
   fs::create_directory(elsewhere);
   ASSERT_EQ(chmod(elsewhere.c_str(), 0777), 0);
   ASSERT_TRUE(support::waitUntil([&] { return fs::exists(elsewhere + "/ready"); }));
-  fs::remove_all(platform::runtimeFolderPath());
-  fs::create_directory_symlink(elsewhere, platform::runtimeFolderPath());
-  EXPECT_EQ(TQHPHelperControl::share().show("secret", "1"), platform::errAEEventNotPermitted);
+  fs::remove_all(clientcomm::runtimeFolderPath());
+  fs::create_directory_symlink(elsewhere, clientcomm::runtimeFolderPath());
+  EXPECT_EQ(TQHPHelperControl::share().show("secret", "1"), clientcomm::errAEEventNotPermitted);
   EXPECT_EQ(root.wait(), 0);
-  fs::remove(platform::runtimeFolderPath());
+  fs::remove(clientcomm::runtimeFolderPath());
   EXPECT_TRUE(support::waitUntil([] { return controller().isAliveHelper() == 0; }));
 }
 
@@ -374,11 +374,11 @@ constexpr char kWriterRole[] = "stress-preferences-writer";
 
 // Arguments: the writer's name, and how many keys to set, one write for each.
 const support::Role writerRole(kWriterRole, [](const std::vector<std::string>& arguments) {
-  auto& defaults = platform::UserDefaults::standardUserDefaults();
-  const int count = platform::intValue(arguments.at(1));
+  auto& defaults = clientcomm::UserDefaults::standardUserDefaults();
+  const int count = clientcomm::intValue(arguments.at(1));
   for (int i = 0; i < count; ++i) {
     const std::string key = arguments[0] + "-" + std::to_string(i);
-    defaults.setObject(platform::PropertyListValue(key), key);
+    defaults.setObject(clientcomm::PropertyListValue(key), key);
     // One that could not be written for the others stays, and goes with the next.
     defaults.synchronize();
   }
@@ -399,11 +399,11 @@ TEST_F(Faults, PreferencesWrittenByEightProcessesAtOnceLoseNoKey) {
   const std::string path = support::preferencesPath("com.example.writer");
   for (int look = 0; look < 200; ++look) {
     const bool isThere = fs::exists(path);
-    EXPECT_TRUE(!isThere || platform::dictionaryWithContentsOfFile(path).has_value());
+    EXPECT_TRUE(!isThere || clientcomm::dictionaryWithContentsOfFile(path).has_value());
     stress::pause(milliseconds(1));
   }
   for (ChildProcess& writer : writers) EXPECT_EQ(writer.wait(), 0);
-  const auto settings = platform::dictionaryWithContentsOfFile(path);
+  const auto settings = clientcomm::dictionaryWithContentsOfFile(path);
   ASSERT_TRUE(settings.has_value());
   EXPECT_EQ(settings->size(), static_cast<std::size_t>(kWriters * keys));
   EXPECT_EQ(std::distance(fs::directory_iterator(fs::path(path).parent_path()), {}), 1);
@@ -440,13 +440,13 @@ TEST_P(ClockJumps, TimeOutOfAQueryIsNeitherLongerNorShorter) {
   ASSERT_TRUE(support::waitUntilReachable("com.example.target"));
   target.signal(SIGSTOP);
   stress::setWallClockOffset(GetParam());
-  platform::AppleEventDescriptor reply;
-  const platform::AppleEventDescriptor event = platform::AppleEventDescriptor::appleEvent(
-      platform::fourCharCode("aevt"), platform::fourCharCode("call"),
-      {platform::typeApplicationBundleID, "com.example.target"}, -1, 0);
+  clientcomm::AppleEventDescriptor reply;
+  const clientcomm::AppleEventDescriptor event = clientcomm::AppleEventDescriptor::appleEvent(
+      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"),
+      {clientcomm::typeApplicationBundleID, "com.example.target"}, -1, 0);
   const auto time = stress::timeOf([&] {
-    EXPECT_EQ(platform::AESendMessage(event, reply, platform::kAEWaitReply, 30),
-              platform::errAETimeout);
+    EXPECT_EQ(clientcomm::AESendMessage(event, reply, clientcomm::kAEWaitReply, 30),
+              clientcomm::errAETimeout);
   });
   EXPECT_GE(time, milliseconds(490));
   EXPECT_LE(time, milliseconds(1500));
@@ -454,10 +454,10 @@ TEST_P(ClockJumps, TimeOutOfAQueryIsNeitherLongerNorShorter) {
 }
 
 TEST_P(ClockJumps, SettingsAndBundlesThatChangeAreSeenToChange) {
-  auto& defaults = platform::UserDefaults::standardUserDefaults();
+  auto& defaults = clientcomm::UserDefaults::standardUserDefaults();
   const std::string other = "com.example.other";
   support::writeFile(support::preferencesPath(other),
-                     platform::xmlPropertyList({{"Closed", false}}));
+                     clientcomm::xmlPropertyList({{"Closed", false}}));
   EXPECT_FALSE(defaults.persistentDomainForName(other)->at("Closed").boolValue());
   const std::string application =
       support::makeApplication("Target", "com.example.first", support::kEchoRole);
@@ -474,10 +474,10 @@ TEST_P(ClockJumps, SettingsAndBundlesThatChangeAreSeenToChange) {
         "com.example." + std::string(static_cast<std::size_t>(i + 1), 'x');
     support::writeFile(
         support::preferencesPath(other),
-        platform::xmlPropertyList(
+        clientcomm::xmlPropertyList(
             {{"Closed", isClosed}, {"Round", std::string(static_cast<std::size_t>(i), 'r')}}));
     EXPECT_EQ(defaults.persistentDomainForName(other)->at("Closed").boolValue(), isClosed);
-    support::writeFile(info, platform::xmlPropertyList({{"CFBundleIdentifier", identifier}}));
+    support::writeFile(info, clientcomm::xmlPropertyList({{"CFBundleIdentifier", identifier}}));
     EXPECT_EQ(processes.infoForPID(target.pid())->at("CFBundleIdentifier").stringValue(),
               identifier);
   }

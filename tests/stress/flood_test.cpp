@@ -29,20 +29,20 @@ constexpr char kFloodRole[] = "stress-flood";
 /// Counts the events of each sender, which are numbered from 0.
 class Tally : public TQHPAppEventBase {
  public:
-  static const platform::Class& staticClass() {
-    using platform::method;
+  static const clientcomm::Class& staticClass() {
+    using clientcomm::method;
     static const auto* const cls =
-        new platform::Class("Tally", platform::makeShared<Tally>,
-                            {method<&Tally::take>("take:number:"), method<&Tally::sum>("sum"),
-                             method<&Tally::outOfOrder>("outOfOrder")});
+        new clientcomm::Class("Tally", clientcomm::makeShared<Tally>,
+                              {method<&Tally::take>("take:number:"), method<&Tally::sum>("sum"),
+                               method<&Tally::outOfOrder>("outOfOrder")});
     return *cls;
   }
-  const platform::Class& isa() const override { return staticClass(); }
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   void take(const OptionalString& sender, const OptionalString& number) {
     int& next = next_[*sender];
-    if (platform::intValue(*number) != next) ++outOfOrder_;
-    next = platform::intValue(*number) + 1;
+    if (clientcomm::intValue(*number) != next) ++outOfOrder_;
+    next = clientcomm::intValue(*number) + 1;
     ++sum_;
   }
   OptionalString sum() { return std::to_string(sum_); }
@@ -55,7 +55,7 @@ class Tally : public TQHPAppEventBase {
 };
 
 const support::Role tallyRole(kTallyRole, [](const std::vector<std::string>&) {
-  platform::registerClass(Tally::staticClass());
+  clientcomm::registerClass(Tally::staticClass());
   TQHPAppleEventProcesser::share();
   g_main_loop_run(g_main_loop_new(nullptr, FALSE));
   return 0;
@@ -64,15 +64,15 @@ const support::Role tallyRole(kTallyRole, [](const std::vector<std::string>&) {
 // Arguments: the sender's name, and how many events to send. An event that the target did not take
 // in time is sent again. @return 0 when the target took all of them.
 const support::Role floodRole(kFloodRole, [](const std::vector<std::string>& arguments) {
-  const int count = platform::intValue(arguments.at(1));
+  const int count = clientcomm::intValue(arguments.at(1));
   for (int number = 0; number < count; ++number) {
     const std::string texts[] = {arguments[0], std::to_string(number)};
-    OSErr status = platform::errAETimeout;
-    while (status == platform::errAETimeout) {
+    OSErr status = clientcomm::errAETimeout;
+    while (status == clientcomm::errAETimeout) {
       status = TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Tally",
                                                        "take:number:", texts);
     }
-    if (status != platform::noErr) return 1;
+    if (status != clientcomm::noErr) return 1;
   }
   return 0;
 });

@@ -228,16 +228,16 @@ bool haveLaunchesEnded() {
 }
 
 bool isOpen(pid_t helper) {
-  const auto record = platform::checkInRecordForPID(helper);
+  const auto record = clientcomm::checkInRecordForPID(helper);
   return record && record->isOpen;
 }
 
 TEST_F(Kills, HostKilledInTheMidstOfALaunchIsNotJoinedByASecondHelper) {
   ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
   const std::string helper = support::installedHelperPath();
-  ASSERT_FALSE(platform::createDirectoryAtPath(installFolder()));
-  ASSERT_FALSE(platform::copyPath(support::embedHelper("1.0"), helper));
-  const auto launch = [&] { return platform::Workspace::sharedWorkspace().openFile(helper); };
+  ASSERT_FALSE(clientcomm::createDirectoryAtPath(installFolder()));
+  ASSERT_FALSE(clientcomm::copyPath(support::embedHelper("1.0"), helper));
+  const auto launch = [&] { return clientcomm::Workspace::sharedWorkspace().openFile(helper); };
   const microseconds whole = stress::timeOf([&] { EXPECT_TRUE(launch()); });
   const int rounds = stress::sizeFor(50, 500);
   int leftRunning = 0;

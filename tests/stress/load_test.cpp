@@ -85,8 +85,8 @@ SenderReport readReport(const std::string& sender) {
 // Notes "<name> <number>" at the target, one text after the other.
 const support::Role senderRole(kSenderRole, [](const std::vector<std::string>& arguments) {
   const std::string& name = arguments.at(0);
-  const int count = platform::intValue(arguments.at(1));
-  const auto end = Clock::now() + milliseconds(platform::intValue(arguments.at(2)));
+  const int count = clientcomm::intValue(arguments.at(1));
+  const auto end = Clock::now() + milliseconds(clientcomm::intValue(arguments.at(2)));
   SenderReport report;
   for (int i = 0; i < count && Clock::now() < end; ++i) {
     const auto begin = Clock::now();
@@ -95,7 +95,7 @@ const support::Role senderRole(kSenderRole, [](const std::vector<std::string>& a
         TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", "note:", text);
     report.longestSend =
         std::max(report.longestSend, std::chrono::ceil<milliseconds>(Clock::now() - begin));
-    if (status == platform::noErr) {
+    if (status == clientcomm::noErr) {
       report.accepted.push_back(i);
     } else {
       ++report.refused[status];
@@ -204,7 +204,7 @@ TEST_F(Load, EventsOfManyHostsAreCarriedOutOnceEachInTheirSendersOrder) {
     EXPECT_TRUE(notes.contains(name) && notes.at(name) == all) << name;
     longest = std::max(longest, report.longestSend);
   }
-  EXPECT_LE(longest, platform::kHandOverLimit + kSchedulingSlack);
+  EXPECT_LE(longest, clientcomm::kHandOverLimit + kSchedulingSlack);
   stress::report(std::to_string(senders) + " hosts with " + std::to_string(events) +
                  " events each: " + std::to_string(time.count()) + " ms; longest send " +
                  std::to_string(longest.count()) + " ms");
@@ -214,29 +214,29 @@ TEST_F(Load, EventsOfManyHostsAreCarriedOutOnceEachInTheirSendersOrder) {
 // the end arrive.
 TEST(LoadOfPackets, PacketThatItsSenderSendsAndClosesAfterIsNeverTakenForTheEnd) {
   const int rounds = stress::sizeFor(100'000, 1'000'000);
-  const platform::AppleEventDescriptor event =
-      platform::AppleEventDescriptor::appleEvent(0, 0, {}, -1, 0);
+  const clientcomm::AppleEventDescriptor event =
+      clientcomm::AppleEventDescriptor::appleEvent(0, 0, {}, -1, 0);
   std::atomic<int> handedOver = -1;
   std::atomic<bool> isOver = false;
   std::thread sender([&] {
     while (!isOver) {
-      const platform::ScopedFd socket(handedOver.exchange(-1));
+      const clientcomm::ScopedFd socket(handedOver.exchange(-1));
       if (!socket.isValid()) continue;
-      platform::sendPacket(socket.get(), platform::PacketKind::kEvent, 0, event, -1);
+      clientcomm::sendPacket(socket.get(), clientcomm::PacketKind::kEvent, 0, event, -1);
     }
   });
   int lost = 0;
   for (int round = 0; round < rounds; ++round) {
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
-    const platform::ScopedFd socket(ends[0]);
+    const clientcomm::ScopedFd socket(ends[0]);
     handedOver = ends[1];
-    platform::Packet packet;
-    platform::ReceiveResult result = platform::ReceiveResult::kNothingYet;
-    while (result == platform::ReceiveResult::kNothingYet) {
-      result = platform::receivePacket(socket.get(), packet);
+    clientcomm::Packet packet;
+    clientcomm::ReceiveResult result = clientcomm::ReceiveResult::kNothingYet;
+    while (result == clientcomm::ReceiveResult::kNothingYet) {
+      result = clientcomm::receivePacket(socket.get(), packet);
     }
-    if (result != platform::ReceiveResult::kPacket) ++lost;
+    if (result != clientcomm::ReceiveResult::kPacket) ++lost;
   }
   isOver = true;
   sender.join();
@@ -248,27 +248,27 @@ TEST(LoadOfPackets, PacketThatItsSenderSendsAndClosesAfterIsNeverTakenForTheEnd)
 TEST_F(Load, EventsWaitWhileTheUserHasAsManyDescriptorsOnTheirWayAsTheSystemAllows) {
   const ChildProcess target = launchTarget();
   EXPECT_TRUE(notesBySender().empty());  // it has read what was on its way
-  const platform::ScopedFd executable(open("/proc/self/exe", O_PATH | O_CLOEXEC));
+  const clientcomm::ScopedFd executable(open("/proc/self/exe", O_PATH | O_CLOEXEC));
   int ends[2];
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
-  platform::ScopedFd unread(ends[0]);
-  const platform::ScopedFd full(ends[1]);
+  clientcomm::ScopedFd unread(ends[0]);
+  const clientcomm::ScopedFd full(ends[1]);
   rlimit limit{};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
   limit.rlim_cur = 32;
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-  const platform::AppleEventDescriptor event =
-      platform::AppleEventDescriptor::appleEvent(0, 0, {}, -1, 0);
-  while (platform::sendPacket(full.get(), platform::PacketKind::kEvent, 0, event,
-                              executable.get()) == platform::noErr) {
+  const clientcomm::AppleEventDescriptor event =
+      clientcomm::AppleEventDescriptor::appleEvent(0, 0, {}, -1, 0);
+  while (clientcomm::sendPacket(full.get(), clientcomm::PacketKind::kEvent, 0, event,
+                                executable.get()) == clientcomm::noErr) {
   }
   const auto sendLarge = [](const std::string& name) {
     const std::string texts[] = {name + " " + std::string(2'000'000, '1')};
     return TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", "note:", texts);
   };
-  EXPECT_EQ(sendLarge("refused"), platform::errAETimeout);
+  EXPECT_EQ(sendLarge("refused"), clientcomm::errAETimeout);
   unread.reset();
-  EXPECT_EQ(sendLarge("accepted"), platform::noErr);
+  EXPECT_EQ(sendLarge("accepted"), clientcomm::noErr);
   OptionalString notes;
   TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", "notes", {}, &notes);
   EXPECT_EQ(notes, "accepted " + std::string(2'000'000, '1') + "\n");
@@ -300,15 +300,15 @@ TEST_F(Load, HelperThatDoesNotReadBlocksNoHostLongerThanPromisedAndLosesNothingA
     accepted += report.accepted.size();
     for (const auto& [status, times] : report.refused) refused[status] += times;
   }
-  EXPECT_LE(longest, platform::kHandOverLimit + kSchedulingSlack);
+  EXPECT_LE(longest, clientcomm::kHandOverLimit + kSchedulingSlack);
   EXPECT_GT(accepted, 0U);
   for (const auto& [status, times] : refused) {
-    EXPECT_EQ(status, platform::errAETimeout) << times << " times";
+    EXPECT_EQ(status, clientcomm::errAETimeout) << times << " times";
   }
   stress::report(std::to_string(senders) + " hosts before a helper that is silent for " +
                  std::to_string(silence.count()) + " s: accepted and carried out " +
                  std::to_string(accepted) + ", timed out " +
-                 std::to_string(refused[platform::errAETimeout]) + ", longest send " +
+                 std::to_string(refused[clientcomm::errAETimeout]) + ", longest send " +
                  std::to_string(longest.count()) + " ms");
 }
 

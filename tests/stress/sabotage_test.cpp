@@ -134,7 +134,7 @@ std::string installFolder() { return support::sandbox() + "/" + support::kInstal
 
 /// Lays the host out, with its switches the other way round and a helper of `version`.
 void makeVictim(const std::string& version) {
-  platform::PropertyListDictionary info = support::defaultHostInfo();
+  clientcomm::PropertyListDictionary info = support::defaultHostInfo();
   for (const char* key : {"CFBundleName", "CFBundleExecutable", "CFBundleIdentifier"}) {
     info.erase(key);
   }
@@ -300,9 +300,9 @@ class Sabotage : public testing::TestWithParam<Sabotaged> {
   // write of the user defaults, half a second later, leaves it without a record.
   static bool areSettingsWritten() {
     const auto defaults =
-        platform::dictionaryWithContentsOfFile(support::preferencesPath(kVictimIdentifier));
-    const auto info = platform::dictionaryWithContentsOfFile(infoPath());
-    const auto strings = platform::dictionaryWithContentsOfFile(stringsPath());
+        clientcomm::dictionaryWithContentsOfFile(support::preferencesPath(kVictimIdentifier));
+    const auto info = clientcomm::dictionaryWithContentsOfFile(infoPath());
+    const auto strings = clientcomm::dictionaryWithContentsOfFile(stringsPath());
     if (!defaults || !info || !strings) return false;
     return holds(*defaults, {{"PID", kVictim},
                              {"Version", "1.2.3"},
@@ -314,8 +314,8 @@ class Sabotage : public testing::TestWithParam<Sabotaged> {
            holds(*strings, {{"TipsEnable", "0"}, {"EnableAD", "1"}, {"Other", "x"}});
   }
 
-  static bool holds(const platform::PropertyListDictionary& dictionary,
-                    const platform::PropertyListDictionary& expected) {
+  static bool holds(const clientcomm::PropertyListDictionary& dictionary,
+                    const clientcomm::PropertyListDictionary& expected) {
     return std::includes(dictionary.begin(), dictionary.end(), expected.begin(), expected.end(),
                          [](const auto& a, const auto& b) {
                            return a.first != b.first ? a.first < b.first : false;

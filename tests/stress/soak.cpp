@@ -204,12 +204,12 @@ class Soak {
              fs::copy_options::recursive | fs::copy_options::copy_symlinks);
     fs::rename(path + "/Contents/Linux/SampleHost", path + "/Contents/Linux/" + name);
     const std::string infoPath = path + "/Contents/Info.plist";
-    auto info = platform::dictionaryWithContentsOfFile(infoPath);
+    auto info = clientcomm::dictionaryWithContentsOfFile(infoPath);
     if (!info) throw std::runtime_error("no Info.plist in " + path);
     info->insert_or_assign("CFBundleIdentifier", "com.example.soak." + name);
     info->insert_or_assign("CFBundleExecutable", name);
     info->insert_or_assign("PID", name);
-    platform::writeDictionaryToFile(*info, infoPath);
+    clientcomm::writeDictionaryToFile(*info, infoPath);
   }
 
   void startHost(int index) {

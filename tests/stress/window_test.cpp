@@ -48,14 +48,14 @@ gboolean layOut(gpointer /*data*/) {
 
 class Window : public TQHPAppEventBase {
  public:
-  static const platform::Class& staticClass() {
-    using platform::method;
-    static const auto* const cls = new platform::Class(
-        "Window", platform::makeShared<Window>,
+  static const clientcomm::Class& staticClass() {
+    using clientcomm::method;
+    static const auto* const cls = new clientcomm::Class(
+        "Window", clientcomm::makeShared<Window>,
         {method<&Window::note>("note:"), method<&Window::progress>("progress")});
     return *cls;
   }
-  const platform::Class& isa() const override { return staticClass(); }
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   void note(const OptionalString& /*text*/) { ++notes_; }
   /// Frames that were drawn, and calls that were carried out.
@@ -66,7 +66,7 @@ class Window : public TQHPAppEventBase {
 };
 
 const support::Role window("window", [](const std::vector<std::string>& /*arguments*/) -> int {
-  platform::registerClass(Window::staticClass());
+  clientcomm::registerClass(Window::staticClass());
   TQHPAppleEventProcesser::share();
   g_timeout_add_full(kLayoutPriority, kFrameInterval, layOut, nullptr, nullptr);
   g_main_loop_run(g_main_loop_new(nullptr, FALSE));

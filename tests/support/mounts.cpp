@@ -20,7 +20,7 @@
 namespace support {
 namespace {
 
-using platform::ScopedFd;
+using clientcomm::ScopedFd;
 
 std::string failureOf(const std::string& what) { return what + ": " + std::strerror(errno); }
 

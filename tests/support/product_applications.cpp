@@ -40,17 +40,17 @@ void note(const std::string& text) {
 
 class Control : public TQHPAppEventBase {
  public:
-  static const platform::Class& staticClass() {
-    using platform::method;
+  static const clientcomm::Class& staticClass() {
+    using clientcomm::method;
     static const auto* const cls =
-        new platform::Class("TQHPHelperControl", platform::makeShared<Control>,
-                            {method<&Control::start>("start:prodeuctVersion:"),
-                             method<&Control::stop>("stop:prodeuctVersion:"),
-                             method<&Control::isAlive>("isAlive:prodeuctVersion:"),
-                             method<&Control::exitHelper>("exitHelper:productVersion:")});
+        new clientcomm::Class("TQHPHelperControl", clientcomm::makeShared<Control>,
+                              {method<&Control::start>("start:prodeuctVersion:"),
+                               method<&Control::stop>("stop:prodeuctVersion:"),
+                               method<&Control::isAlive>("isAlive:prodeuctVersion:"),
+                               method<&Control::exitHelper>("exitHelper:productVersion:")});
     return *cls;
   }
-  const platform::Class& isa() const override { return staticClass(); }
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   void start(const OptionalString& product, const OptionalString& version) {
     note("start " + *product + " " + *version);
@@ -67,13 +67,13 @@ class Control : public TQHPAppEventBase {
 
 class Data : public TQHPAppEventBase {
  public:
-  static const platform::Class& staticClass() {
-    static const auto* const cls =
-        new platform::Class("TQHPGetDataByHelper", platform::makeShared<Data>,
-                            {platform::method<&Data::clientIDFormHelper>("clientIDFormHelper")});
+  static const clientcomm::Class& staticClass() {
+    static const auto* const cls = new clientcomm::Class(
+        "TQHPGetDataByHelper", clientcomm::makeShared<Data>,
+        {clientcomm::method<&Data::clientIDFormHelper>("clientIDFormHelper")});
     return *cls;
   }
-  const platform::Class& isa() const override { return staticClass(); }
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   OptionalString clientIDFormHelper() { return "client-" + std::to_string(getpid()); }
 };
@@ -96,9 +96,9 @@ const Role hostRole(kProductHostRole, [](const std::vector<std::string>& argumen
     g_main_loop_quit(static_cast<GMainLoop*>(data));
     return G_SOURCE_REMOVE;
   };
-  g_timeout_add(static_cast<guint>(platform::intValue(arguments.at(0))), quit, loop);
+  g_timeout_add(static_cast<guint>(clientcomm::intValue(arguments.at(0))), quit, loop);
   if (arguments.size() > 1) {
-    g_timeout_add(static_cast<guint>(platform::intValue(arguments[1])), runRestartStep, nullptr);
+    g_timeout_add(static_cast<guint>(clientcomm::intValue(arguments[1])), runRestartStep, nullptr);
   }
   g_main_loop_run(loop);
   g_main_loop_unref(loop);
@@ -118,13 +118,13 @@ bool isSameEntry(const fs::path& first, const fs::path& second) {
 }  // namespace
 
 int runProductHelper() {
-  platform::registerClass(Control::staticClass());
-  platform::registerClass(Data::staticClass());
+  clientcomm::registerClass(Control::staticClass());
+  clientcomm::registerClass(Data::staticClass());
   helperLoop = g_main_loop_new(nullptr, FALSE);
-  note("up " + platform::Bundle::mainBundle().infoString("CFBundleVersion").value_or("?"));
-  const auto delay = platform::Bundle::mainBundle().infoString(kStartDelayKey);
+  note("up " + clientcomm::Bundle::mainBundle().infoString("CFBundleVersion").value_or("?"));
+  const auto delay = clientcomm::Bundle::mainBundle().infoString(kStartDelayKey);
   if (delay == kStopped) raise(SIGSTOP);
-  std::this_thread::sleep_for(std::chrono::milliseconds(platform::intValue(delay.value_or("0"))));
+  std::this_thread::sleep_for(std::chrono::milliseconds(clientcomm::intValue(delay.value_or("0"))));
   TQHPAppleEventProcesser::share();
   g_main_loop_run(helperLoop);
   g_main_loop_unref(helperLoop);
@@ -133,15 +133,15 @@ int runProductHelper() {
 }
 
 std::string embedHelper(const std::string& version, const std::string& host,
-                        const platform::PropertyListDictionary& extra) {
-  platform::PropertyListDictionary info = extra;
+                        const clientcomm::PropertyListDictionary& extra) {
+  clientcomm::PropertyListDictionary info = extra;
   info.insert_or_assign("CFBundleVersion", version);
   return makeApplication(kHelperName, helperIdentifier(), kProductHelperRole, info,
                          host + "/Contents/Resources");
 }
 
 std::string makeHost(const std::string& name, const std::string& version) {
-  platform::PropertyListDictionary info = defaultHostInfo();
+  clientcomm::PropertyListDictionary info = defaultHostInfo();
   info.erase("CFBundleName");
   info.erase("CFBundleExecutable");
   info.erase("CFBundleIdentifier");

@@ -28,7 +28,7 @@ int runProductHelper();
 /// `extra` adds to its Info dictionary.
 /// @return the helper's path there.
 std::string embedHelper(const std::string& version, const std::string& host = "TestHost.app",
-                        const platform::PropertyListDictionary& extra = {});
+                        const clientcomm::PropertyListDictionary& extra = {});
 
 /// Makes a further host, <sandbox>/hosts/`name`.app with PID `name`, that brings a helper of
 /// `version`. @return its path.

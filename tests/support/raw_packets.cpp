@@ -14,7 +14,7 @@
 namespace support::raw {
 namespace {
 
-using platform::ScopedFd;
+using clientcomm::ScopedFd;
 
 std::string littleEndian(std::uint64_t value, std::size_t size) {
   std::string bytes;
@@ -38,22 +38,22 @@ std::string packet(Header header, std::string_view body) {
   return packet(header) + std::string(body);
 }
 
-std::string descriptor(platform::DescType type, std::string_view payload, std::uint32_t length) {
+std::string descriptor(clientcomm::DescType type, std::string_view payload, std::uint32_t length) {
   return bytesOf(type) + bytesOf(length) + std::string(payload);
 }
 
-std::string descriptor(platform::DescType type, std::string_view payload) {
+std::string descriptor(clientcomm::DescType type, std::string_view payload) {
   return descriptor(type, payload, static_cast<std::uint32_t>(payload.size()));
 }
 
-std::string text(std::string_view text) { return descriptor(platform::typeUnicodeText, text); }
+std::string text(std::string_view text) { return descriptor(clientcomm::typeUnicodeText, text); }
 
 std::string list(std::uint32_t count, std::string_view items) {
-  return descriptor(platform::typeAEList, bytesOf(count) + std::string(items));
+  return descriptor(clientcomm::typeAEList, bytesOf(count) + std::string(items));
 }
 
 std::string nestedLists(int depth) {
-  std::string nested = descriptor(platform::typeNull, "");
+  std::string nested = descriptor(clientcomm::typeNull, "");
   for (int i = 0; i < depth; ++i) nested = list(1, nested);
   return nested;
 }
@@ -63,27 +63,27 @@ std::string callList(std::string_view className, std::string_view selector,
   return list(3, text(className) + text(selector) + list(1, text(argument)));
 }
 
-std::string event(std::string_view target, platform::AEEventID id,
+std::string event(std::string_view target, clientcomm::AEEventID id,
                   const std::vector<Parameter>& parameters, std::uint32_t count) {
-  std::string payload = bytesOf(platform::fourCharCode("aevt")) + bytesOf(id) +
+  std::string payload = bytesOf(clientcomm::fourCharCode("aevt")) + bytesOf(id) +
                         bytesOf(std::uint16_t{0xFFFF}) + bytesOf(std::uint32_t{0}) +
-                        descriptor(platform::typeApplicationBundleID, target) +
+                        descriptor(clientcomm::typeApplicationBundleID, target) +
                         bytesOf(std::uint32_t{0}) + bytesOf(count);
   for (const Parameter& parameter : parameters) {
     payload += bytesOf(parameter.keyword) + parameter.flattened;
   }
-  return descriptor(platform::typeAppleEvent, payload);
+  return descriptor(clientcomm::typeAppleEvent, payload);
 }
 
-std::string event(std::string_view target, platform::AEEventID id,
+std::string event(std::string_view target, clientcomm::AEEventID id,
                   const std::vector<Parameter>& parameters) {
   return event(target, id, parameters, static_cast<std::uint32_t>(parameters.size()));
 }
 
 ScopedFd connectTo(const std::string& identifier) {
   ScopedFd fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  const platform::SocketPath path(platform::fileNameForIdentifier(identifier));
-  if (connect(fd.get(), path.address(), platform::SocketPath::size()) != 0) fd.reset();
+  const clientcomm::SocketPath path(clientcomm::fileNameForIdentifier(identifier));
+  if (connect(fd.get(), path.address(), clientcomm::SocketPath::size()) != 0) fd.reset();
   return fd;
 }
 

@@ -15,7 +15,7 @@ namespace support::raw {
 
 /// The header of a packet, field by field.
 struct Header {
-  std::uint32_t magic = platform::fourCharCode("TQHP");
+  std::uint32_t magic = clientcomm::fourCharCode("TQHP");
   std::uint8_t version = 1;
   std::uint8_t kind = 1;  ///< 1 event, 2 event that wants a reply, 3 reply.
   std::int16_t status = 0;
@@ -34,8 +34,8 @@ std::string bytesOf(std::uint16_t value);
 std::string bytesOf(std::uint32_t value);
 
 /// A descriptor whose length field says `length`, or the truth.
-std::string descriptor(platform::DescType type, std::string_view payload);
-std::string descriptor(platform::DescType type, std::string_view payload, std::uint32_t length);
+std::string descriptor(clientcomm::DescType type, std::string_view payload);
+std::string descriptor(clientcomm::DescType type, std::string_view payload, std::uint32_t length);
 
 /// A text descriptor.
 std::string text(std::string_view text);
@@ -52,25 +52,25 @@ std::string callList(std::string_view className, std::string_view selector,
 
 /// One parameter of an event.
 struct Parameter {
-  platform::AEKeyword keyword;
+  clientcomm::AEKeyword keyword;
   std::string flattened;
 };
 
 /// An event addressed to `target`, whose parameter count says `count`, or the truth.
-std::string event(std::string_view target, platform::AEEventID id,
+std::string event(std::string_view target, clientcomm::AEEventID id,
                   const std::vector<Parameter>& parameters);
-std::string event(std::string_view target, platform::AEEventID id,
+std::string event(std::string_view target, clientcomm::AEEventID id,
                   const std::vector<Parameter>& parameters, std::uint32_t count);
 
 /// A connection to the endpoint of `identifier`; not valid when there is none.
-platform::ScopedFd connectTo(const std::string& identifier);
+clientcomm::ScopedFd connectTo(const std::string& identifier);
 
 /// Sends the bytes as one packet, with descriptors beside them. @return whether they were taken.
 bool send(int socket, std::string_view bytes, const std::vector<int>& descriptors = {});
 
 /// A memory file of `size` bytes that begins with `head`, sealed with `seals`.
-platform::ScopedFd memoryFile(std::string_view head, std::size_t size, int seals);
+clientcomm::ScopedFd memoryFile(std::string_view head, std::size_t size, int seals);
 /// The same, sealed as the body of an event has to be.
-platform::ScopedFd memoryFile(std::string_view head, std::size_t size);
+clientcomm::ScopedFd memoryFile(std::string_view head, std::size_t size);
 
 }  // namespace support::raw

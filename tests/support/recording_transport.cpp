@@ -12,15 +12,15 @@
 namespace support {
 namespace {
 
-using platform::AppleEventDescriptor;
+using clientcomm::AppleEventDescriptor;
 
 // 'aevt', 'call', 'ansr', 'psn ', 'addr' and '----'.
-constexpr platform::AEEventClass kEventClass = 0x61657674;
-constexpr platform::AEEventID kCall = 0x63616c6c;
-constexpr platform::AEEventID kAnswer = 0x616e7372;
-constexpr platform::DescType kSerialNumber = 0x70736e20;
-constexpr platform::AEKeyword kAddress = 0x61646472;
-constexpr platform::AEKeyword kDirectParameter = 0x2D2D2D2D;
+constexpr clientcomm::AEEventClass kEventClass = 0x61657674;
+constexpr clientcomm::AEEventID kCall = 0x63616c6c;
+constexpr clientcomm::AEEventID kAnswer = 0x616e7372;
+constexpr clientcomm::DescType kSerialNumber = 0x70736e20;
+constexpr clientcomm::AEKeyword kAddress = 0x61646472;
+constexpr clientcomm::AEKeyword kDirectParameter = 0x2D2D2D2D;
 
 AppleEventDescriptor textDescriptor(const std::string& text) {
   return AppleEventDescriptor::descriptorWithString(text);
@@ -58,8 +58,8 @@ RecordedCall recordOf(const AppleEventDescriptor& event) {
 }  // namespace
 
 AppleEventDescriptor addressOfProcess(pid_t pid) {
-  platform::ProcessSerialNumber psn;
-  if (platform::GetProcessForPID(pid, psn) != platform::noErr) return {};
+  clientcomm::ProcessSerialNumber psn;
+  if (clientcomm::GetProcessForPID(pid, psn) != clientcomm::noErr) return {};
   return {kSerialNumber, std::string(reinterpret_cast<const char*>(&psn), sizeof psn)};
 }
 
@@ -81,7 +81,7 @@ AppleEventDescriptor callEvent(const std::string& className, const std::string& 
 RecordingTransport& RecordingTransport::install() {
   auto transport = std::make_unique<RecordingTransport>();
   RecordingTransport& installed = *transport;
-  platform::AppleEventManager::sharedAppleEventManager().setTransport(std::move(transport));
+  clientcomm::AppleEventManager::sharedAppleEventManager().setTransport(std::move(transport));
   return installed;
 }
 
@@ -106,7 +106,7 @@ RecordedCall RecordingTransport::last() const {
 Answer RecordingTransport::deliver(const AppleEventDescriptor& event) {
   Answer answer;
   if (!receiver_) {
-    answer.status = platform::procNotFound;
+    answer.status = clientcomm::procNotFound;
     return answer;
   }
   answer.reply = AppleEventDescriptor::appleEvent(kEventClass, kAnswer, {}, -1, 0);
@@ -124,17 +124,18 @@ Answer RecordingTransport::call(const std::string& className, const std::string&
   return deliver(event);
 }
 
-platform::OSErr RecordingTransport::send(const AppleEventDescriptor& event,
-                                         AppleEventDescriptor& reply, platform::AESendMode sendMode,
-                                         std::int32_t timeOutInTicks) {
+clientcomm::OSErr RecordingTransport::send(const AppleEventDescriptor& event,
+                                           AppleEventDescriptor& reply,
+                                           clientcomm::AESendMode sendMode,
+                                           std::int32_t timeOutInTicks) {
   RecordedCall call = recordOf(event);
   call.sendMode = sendMode;
   call.timeOut = timeOutInTicks;
   calls_.push_back(call);
   if (whenSending_) whenSending_(call);
   const auto scripted = statuses_.find(call.selector);
-  const platform::OSErr status = scripted == statuses_.end() ? status_ : scripted->second;
-  if (status != platform::noErr || sendMode != platform::kAEWaitReply) return status;
+  const clientcomm::OSErr status = scripted == statuses_.end() ? status_ : scripted->second;
+  if (status != clientcomm::noErr || sendMode != clientcomm::kAEWaitReply) return status;
   reply = AppleEventDescriptor::appleEvent(kEventClass, kAnswer, {}, -1, 0);
   if (const auto text = replies_.find(call.selector); text != replies_.end()) {
     reply.setParamDescriptor(textDescriptor(text->second), kDirectParameter);
@@ -142,9 +143,9 @@ platform::OSErr RecordingTransport::send(const AppleEventDescriptor& event,
   return status;
 }
 
-platform::OSErr RecordingTransport::startReceiving(Receiver receiver) {
+clientcomm::OSErr RecordingTransport::startReceiving(Receiver receiver) {
   receiver_ = std::move(receiver);
-  return platform::noErr;
+  return clientcomm::noErr;
 }
 
 std::ostream& operator<<(std::ostream& stream, const RecordedCall& call) {

@@ -17,11 +17,12 @@ namespace support {
 
 /// The sender's address as an event carries it: the serial number of the process `pid`. The null
 /// descriptor for a process that runs no application bundle.
-platform::AppleEventDescriptor addressOfProcess(pid_t pid);
+clientcomm::AppleEventDescriptor addressOfProcess(pid_t pid);
 
 /// A call event as an application of the family sends it, spelled out code by code.
-platform::AppleEventDescriptor callEvent(const std::string& className, const std::string& selector,
-                                         const std::vector<std::string>& arguments);
+clientcomm::AppleEventDescriptor callEvent(const std::string& className,
+                                           const std::string& selector,
+                                           const std::vector<std::string>& arguments);
 
 /// A call that was handed to the transport.
 struct RecordedCall {
@@ -29,21 +30,21 @@ struct RecordedCall {
   std::string className;
   std::string selector;
   std::vector<std::string> arguments;
-  platform::AESendMode sendMode = 0;
+  clientcomm::AESendMode sendMode = 0;
   std::int32_t timeOut = 0;
-  platform::AppleEventDescriptor event;  ///< As it was sent.
+  clientcomm::AppleEventDescriptor event;  ///< As it was sent.
 };
 
 /// What came back for an event that was delivered.
 struct Answer {
-  platform::OSErr status = platform::noErr;
-  platform::AppleEventDescriptor reply;
-  platform::OptionalString text;  ///< The reply's direct parameter; nil without one.
+  clientcomm::OSErr status = clientcomm::noErr;
+  clientcomm::AppleEventDescriptor reply;
+  clientcomm::OptionalString text;  ///< The reply's direct parameter; nil without one.
 };
 
 /// Carries nothing: keeps what is sent, answers as it was told to, and delivers events to this
 /// process on demand.
-class RecordingTransport : public platform::AppleEventTransport {
+class RecordingTransport : public clientcomm::AppleEventTransport {
  public:
   /// Puts a new one in place of the process's transport, which then owns it.
   static RecordingTransport& install();
@@ -57,8 +58,8 @@ class RecordingTransport : public platform::AppleEventTransport {
   void forget() { calls_.clear(); }
 
   /// The status of every send, and of the sends of one selector, which goes before.
-  void setStatus(platform::OSErr status) { status_ = status; }
-  void setStatus(const std::string& selector, platform::OSErr status) {
+  void setStatus(clientcomm::OSErr status) { status_ = status; }
+  void setStatus(const std::string& selector, clientcomm::OSErr status) {
     statuses_[selector] = status;
   }
   /// The text with which calls of `selector` are answered; without one the reply is empty.
@@ -73,22 +74,22 @@ class RecordingTransport : public platform::AppleEventTransport {
   /// Whether this process takes events.
   bool isReceiving() const { return receiver_ != nullptr; }
   /// Hands `event` to this process as it stands.
-  Answer deliver(const platform::AppleEventDescriptor& event);
+  Answer deliver(const clientcomm::AppleEventDescriptor& event);
   /// Hands a call to this process, as from the application that runs as `caller`.
   Answer call(const std::string& className, const std::string& selector,
               const std::vector<std::string>& arguments = {}, pid_t caller = getpid());
 
-  platform::OSErr send(const platform::AppleEventDescriptor& event,
-                       platform::AppleEventDescriptor& reply, platform::AESendMode sendMode,
-                       std::int32_t timeOutInTicks) override;
+  clientcomm::OSErr send(const clientcomm::AppleEventDescriptor& event,
+                         clientcomm::AppleEventDescriptor& reply, clientcomm::AESendMode sendMode,
+                         std::int32_t timeOutInTicks) override;
   std::uint64_t lastRecipient() const override { return recipient_; }
-  platform::OSErr startReceiving(Receiver receiver) override;
+  clientcomm::OSErr startReceiving(Receiver receiver) override;
   void stopReceiving() override { receiver_ = nullptr; }
 
  private:
   std::vector<RecordedCall> calls_;
-  platform::OSErr status_ = platform::noErr;
-  std::map<std::string, platform::OSErr> statuses_;
+  clientcomm::OSErr status_ = clientcomm::noErr;
+  std::map<std::string, clientcomm::OSErr> statuses_;
   std::map<std::string, std::string> replies_;
   std::function<void(const RecordedCall&)> whenSending_;
   std::uint64_t recipient_ = 1;

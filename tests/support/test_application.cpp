@@ -26,16 +26,16 @@ GMainLoop* echoLoop = nullptr;
 
 class Echo : public TQHPAppEventBase {
  public:
-  static const platform::Class& staticClass() {
-    using platform::method;
-    static const auto* const cls = new platform::Class(
-        "Echo", platform::makeShared<Echo>,
+  static const clientcomm::Class& staticClass() {
+    using clientcomm::method;
+    static const auto* const cls = new clientcomm::Class(
+        "Echo", clientcomm::makeShared<Echo>,
         {method<&Echo::say>("say:"), method<&Echo::note>("note:"), method<&Echo::notes>("notes"),
          method<&Echo::caller>("caller"), method<&Echo::sleep>("sleep:"),
          method<&Echo::fork>("fork"), method<&Echo::quit>("quit")});
     return *cls;
   }
-  const platform::Class& isa() const override { return staticClass(); }
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   void setBundleID(const OptionalString& bundleID) override {
     TQHPAppEventBase::setBundleID(bundleID);
@@ -48,7 +48,7 @@ class Echo : public TQHPAppEventBase {
   OptionalString notes() { return notes_; }
   OptionalString caller() { return previousCaller_; }
   void sleep(const OptionalString& milliseconds) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(platform::intValue(*milliseconds)));
+    std::this_thread::sleep_for(std::chrono::milliseconds(clientcomm::intValue(*milliseconds)));
   }
   OptionalString fork() {
     const pid_t child = ::fork();
@@ -72,7 +72,7 @@ gboolean tick(gpointer /*data*/) {
 }
 
 int runEcho(const std::vector<std::string>& arguments) {
-  platform::registerClass(Echo::staticClass());
+  clientcomm::registerClass(Echo::staticClass());
   TQHPAppleEventProcesser::share();
   if (!arguments.empty() && arguments.front() == kTicking) g_timeout_add(200, tick, nullptr);
   echoLoop = g_main_loop_new(nullptr, FALSE);
@@ -89,7 +89,7 @@ Role::Role(const char* name, Body body) { roles().emplace(name, body); }
 
 bool runRole(const std::vector<std::string>& arguments, int& exitStatus) {
   // Through a bundle of its own: a test may still write another Info.plist for the main bundle.
-  const platform::Bundle own(platform::Bundle::mainBundle().bundlePath());
+  const clientcomm::Bundle own(clientcomm::Bundle::mainBundle().bundlePath());
   const auto name = own.infoString("TestRole");
   if (!name) {
     std::error_code error;
@@ -105,17 +105,18 @@ bool runRole(const std::vector<std::string>& arguments, int& exitStatus) {
 }
 
 std::string makeApplication(const std::string& name, const std::string& identifier,
-                            const std::string& role, const platform::PropertyListDictionary& extra,
+                            const std::string& role,
+                            const clientcomm::PropertyListDictionary& extra,
                             const std::string& folder) {
   namespace fs = std::filesystem;
   const std::string path = sandbox() + "/" + folder + "/" + name + ".app";
-  platform::PropertyListDictionary info{{"CFBundleIdentifier", identifier},
-                                        {"CFBundleName", name},
-                                        {"CFBundleExecutable", name},
-                                        {"CFBundleVersion", "1.0"},
-                                        {"TestRole", role}};
+  clientcomm::PropertyListDictionary info{{"CFBundleIdentifier", identifier},
+                                          {"CFBundleName", name},
+                                          {"CFBundleExecutable", name},
+                                          {"CFBundleVersion", "1.0"},
+                                          {"TestRole", role}};
   for (const auto& [key, value] : extra) info.insert_or_assign(key, value);
-  writeFile(path + "/Contents/Info.plist", platform::xmlPropertyList(info));
+  writeFile(path + "/Contents/Info.plist", clientcomm::xmlPropertyList(info));
   fs::create_directories(path + "/Contents/Linux");
   fs::remove(executableOf(path));
   std::error_code error;
@@ -147,7 +148,7 @@ ChildProcess runApplication(const std::string& application,
 bool waitUntilReachable(const std::string& identifier) {
   return waitUntil([&] {
     return TQHPAppleEventSender::share().sendEvnet(OptionalString(identifier), "NoClass", "none",
-                                                   {}) == platform::noErr;
+                                                   {}) == clientcomm::noErr;
   });
 }
 

@@ -26,7 +26,7 @@ bool runRole(const std::vector<std::string>& arguments, int& exitStatus);
 /// @return its path.
 std::string makeApplication(const std::string& name, const std::string& identifier,
                             const std::string& role,
-                            const platform::PropertyListDictionary& extra = {},
+                            const clientcomm::PropertyListDictionary& extra = {},
                             const std::string& folder = "apps");
 
 /// Path of the executable in the bundle at `application`.

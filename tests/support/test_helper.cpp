@@ -51,10 +51,9 @@ std::vector<pid_t> processesOf(const std::string& path) {
     const std::string name = entry.path().filename();
     const fs::path executable = fs::read_symlink(entry.path() / "exe", error);
     // One that runs from a copy that was moved aside is a process of the application still.
-    const bool isThere =
-        !error &&
-        (executable.string().starts_with(executableOf(path)) ||
-         platform::pathBeforeRemoval(platform::bundleOfExecutable(executable.string())) == path);
+    const bool isThere = !error && (executable.string().starts_with(executableOf(path)) ||
+                                    clientcomm::pathBeforeRemoval(clientcomm::bundleOfExecutable(
+                                        executable.string())) == path);
     if (isThere && name.find_first_not_of("0123456789") == std::string::npos) {
       processes.push_back(std::stoi(name));
     }
@@ -66,13 +65,13 @@ std::string preferencesPath(const std::string& identifier) {
   return sandbox() + "/config/Preferences/" + identifier + ".plist";
 }
 
-platform::PropertyListDictionary hostDefaults() {
-  return platform::dictionaryWithContentsOfFile(preferencesPath("com.example.testhost"))
-      .value_or(platform::PropertyListDictionary());
+clientcomm::PropertyListDictionary hostDefaults() {
+  return clientcomm::dictionaryWithContentsOfFile(preferencesPath("com.example.testhost"))
+      .value_or(clientcomm::PropertyListDictionary());
 }
 
-void writeHelperPreferences(const platform::PropertyListDictionary& values) {
-  writeFile(preferencesPath(helperIdentifier()), platform::xmlPropertyList(values));
+void writeHelperPreferences(const clientcomm::PropertyListDictionary& values) {
+  writeFile(preferencesPath(helperIdentifier()), clientcomm::xmlPropertyList(values));
 }
 
 }  // namespace support

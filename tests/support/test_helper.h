@@ -40,9 +40,9 @@ std::vector<pid_t> processesOf(const std::string& path);
 std::string preferencesPath(const std::string& identifier);
 
 /// The host's user defaults as their file stands now; empty when there is none.
-platform::PropertyListDictionary hostDefaults();
+clientcomm::PropertyListDictionary hostDefaults();
 
 /// Writes the helper's own preferences, as the helper does.
-void writeHelperPreferences(const platform::PropertyListDictionary& values);
+void writeHelperPreferences(const clientcomm::PropertyListDictionary& values);
 
 }  // namespace support

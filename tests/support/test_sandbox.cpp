@@ -31,7 +31,7 @@ std::string helperIdentifier() {
   return "com.example.testhelper." + std::filesystem::path(sandbox()).filename().string();
 }
 
-platform::PropertyListDictionary defaultHostInfo() {
+clientcomm::PropertyListDictionary defaultHostInfo() {
   return {{"CFBundleIdentifier", "com.example.testhost"},
           {"CFBundleName", "Test Host"},
           {"CFBundleExecutable", "TestHost"},
@@ -42,8 +42,8 @@ platform::PropertyListDictionary defaultHostInfo() {
           {"Helper loaction path", sandbox() + "/install"}};
 }
 
-void writeHostInfo(const platform::PropertyListDictionary& info) {
-  writeFile(hostBundlePath() + "/Contents/Info.plist", platform::xmlPropertyList(info));
+void writeHostInfo(const clientcomm::PropertyListDictionary& info) {
+  writeFile(hostBundlePath() + "/Contents/Info.plist", clientcomm::xmlPropertyList(info));
 }
 
 void writeFile(const std::string& path, std::string_view text) {

@@ -27,10 +27,10 @@ std::string helperIdentifier();
 /// The Info dictionary that the test's own bundle has unless a test changes it: identifier
 /// com.example.testhost, PID "P100", version "1.2.3", and the helper "Test Helper"
 /// (`helperIdentifier`), to be installed in <sandbox>/install.
-platform::PropertyListDictionary defaultHostInfo();
+clientcomm::PropertyListDictionary defaultHostInfo();
 
 /// Writes the Info.plist of the test's own bundle; only before the main bundle is first used.
-void writeHostInfo(const platform::PropertyListDictionary& info);
+void writeHostInfo(const clientcomm::PropertyListDictionary& info);
 
 /// Writes `text` to the file at `path`, making the folders above it.
 void writeFile(const std::string& path, std::string_view text);

@@ -10,34 +10,34 @@
 
 namespace {
 
-using platform::AppleEventDescriptor;
-using platform::AppleEventManager;
-using platform::OSErr;
+using clientcomm::AppleEventDescriptor;
+using clientcomm::AppleEventManager;
+using clientcomm::OSErr;
 
-constexpr platform::AEEventClass kClass = 0x61657674;  // 'aevt'
-constexpr platform::AEEventID kCall = 0x63616c6c;      // 'call'
-constexpr platform::AEEventID kOther = 0x6f746872;     // 'othr'
+constexpr clientcomm::AEEventClass kClass = 0x61657674;  // 'aevt'
+constexpr clientcomm::AEEventID kCall = 0x63616c6c;      // 'call'
+constexpr clientcomm::AEEventID kOther = 0x6f746872;     // 'othr'
 
-AppleEventDescriptor eventWithID(platform::AEEventID identifier) {
+AppleEventDescriptor eventWithID(clientcomm::AEEventID identifier) {
   return AppleEventDescriptor::appleEvent(kClass, identifier, {}, -1, 0);
 }
 
-OSErr dispatch(platform::AEEventID identifier) {
+OSErr dispatch(clientcomm::AEEventID identifier) {
   AppleEventDescriptor reply;
   return AppleEventManager::sharedAppleEventManager().dispatchRawAppleEvent(eventWithID(identifier),
                                                                             reply);
 }
 
 /// Fails in the way that a carrier must not.
-class ThrowingTransport : public platform::AppleEventTransport {
+class ThrowingTransport : public clientcomm::AppleEventTransport {
  public:
   explicit ThrowingTransport(bool isOutOfMemory) : isOutOfMemory_(isOutOfMemory) {}
-  OSErr send(const AppleEventDescriptor&, AppleEventDescriptor&, platform::AESendMode,
+  OSErr send(const AppleEventDescriptor&, AppleEventDescriptor&, clientcomm::AESendMode,
              std::int32_t) override {
     if (isOutOfMemory_) throw std::bad_alloc();
     throw std::runtime_error("carrier failed");
   }
-  OSErr startReceiving(Receiver) override { return platform::noErr; }
+  OSErr startReceiving(Receiver) override { return clientcomm::noErr; }
   void stopReceiving() override {}
 
  private:
@@ -49,7 +49,7 @@ class AppleEventManagerTest : public testing::Test {
   AppleEventManager& manager_ = AppleEventManager::sharedAppleEventManager();
   support::RecordingTransport& recorder_ = support::RecordingTransport::install();
 
-  void setHandlerWithStatus(OSErr status, platform::AEEventID identifier = kCall) {
+  void setHandlerWithStatus(OSErr status, clientcomm::AEEventID identifier = kCall) {
     manager_.setEventHandler(
         [status](const AppleEventDescriptor&, AppleEventDescriptor&) { return status; }, kClass,
         identifier);
@@ -130,14 +130,15 @@ TEST_F(AppleEventManagerTest, WhatAHandlerThrowsBecomesAStatus) {
 TEST_F(AppleEventManagerTest, OnlyWellFormedRequestsReachTheTransport) {
   AppleEventDescriptor reply;
   const AppleEventDescriptor event = support::callEvent("C", "s", {});
-  EXPECT_EQ(platform::AESendMessage(AppleEventDescriptor(), reply, 1, -1), -50);
-  EXPECT_EQ(platform::AESendMessage(AppleEventDescriptor::descriptorWithString("x"), reply, 1, -1),
-            -50);
-  EXPECT_EQ(platform::AESendMessage(event, reply, 0, -1), -50);
-  EXPECT_EQ(platform::AESendMessage(event, reply, 2, -1), -50);
-  EXPECT_EQ(platform::AESendMessage(event, reply, 1, -3), -50);
+  EXPECT_EQ(clientcomm::AESendMessage(AppleEventDescriptor(), reply, 1, -1), -50);
+  EXPECT_EQ(
+      clientcomm::AESendMessage(AppleEventDescriptor::descriptorWithString("x"), reply, 1, -1),
+      -50);
+  EXPECT_EQ(clientcomm::AESendMessage(event, reply, 0, -1), -50);
+  EXPECT_EQ(clientcomm::AESendMessage(event, reply, 2, -1), -50);
+  EXPECT_EQ(clientcomm::AESendMessage(event, reply, 1, -3), -50);
   EXPECT_TRUE(recorder_.calls().empty());
-  EXPECT_EQ(platform::AESendMessage(event, reply, 1, -1), 0);
+  EXPECT_EQ(clientcomm::AESendMessage(event, reply, 1, -1), 0);
   EXPECT_EQ(recorder_.calls().size(), 1U);
 }
 
@@ -145,16 +146,16 @@ TEST_F(AppleEventManagerTest, TheTransportsStatusComesBackUnchanged) {
   AppleEventDescriptor reply;
   for (const OSErr status : {OSErr{-600}, OSErr{-1712}, OSErr{1}, OSErr{-32768}}) {
     recorder_.setStatus(status);
-    EXPECT_EQ(platform::AESendMessage(support::callEvent("C", "s", {}), reply, 1, -1), status);
+    EXPECT_EQ(clientcomm::AESendMessage(support::callEvent("C", "s", {}), reply, 1, -1), status);
   }
 }
 
 TEST_F(AppleEventManagerTest, WhatATransportThrowsBecomesAStatus) {
   AppleEventDescriptor reply;
   manager_.setTransport(std::make_unique<ThrowingTransport>(true));
-  EXPECT_EQ(platform::AESendMessage(support::callEvent("C", "s", {}), reply, 3, -2), -108);
+  EXPECT_EQ(clientcomm::AESendMessage(support::callEvent("C", "s", {}), reply, 3, -2), -108);
   manager_.setTransport(std::make_unique<ThrowingTransport>(false));
-  EXPECT_EQ(platform::AESendMessage(support::callEvent("C", "s", {}), reply, 3, -2), -609);
+  EXPECT_EQ(clientcomm::AESendMessage(support::callEvent("C", "s", {}), reply, 3, -2), -609);
 }
 
 }  // namespace

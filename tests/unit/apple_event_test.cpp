@@ -9,16 +9,16 @@
 
 namespace {
 
-using Descriptor = platform::AppleEventDescriptor;
+using Descriptor = clientcomm::AppleEventDescriptor;
 
-constexpr platform::DescType kNull = 0x6e756c6c;          // 'null'
-constexpr platform::DescType kText = 0x75747874;          // 'utxt'
-constexpr platform::DescType kList = 0x6c697374;          // 'list'
-constexpr platform::DescType kEvent = 0x61657674;         // 'aevt'
-constexpr platform::DescType kBundle = 0x62756e64;        // 'bund'
-constexpr platform::DescType kNumber = 0x6c6f6e67;        // 'long'
-constexpr platform::DescType kFlag = 0x626f6f6c;          // 'bool'
-constexpr platform::DescType kSerialNumber = 0x70736e20;  // 'psn '
+constexpr clientcomm::DescType kNull = 0x6e756c6c;          // 'null'
+constexpr clientcomm::DescType kText = 0x75747874;          // 'utxt'
+constexpr clientcomm::DescType kList = 0x6c697374;          // 'list'
+constexpr clientcomm::DescType kEvent = 0x61657674;         // 'aevt'
+constexpr clientcomm::DescType kBundle = 0x62756e64;        // 'bund'
+constexpr clientcomm::DescType kNumber = 0x6c6f6e67;        // 'long'
+constexpr clientcomm::DescType kFlag = 0x626f6f6c;          // 'bool'
+constexpr clientcomm::DescType kSerialNumber = 0x70736e20;  // 'psn '
 
 Descriptor text(const std::string& value) { return Descriptor::descriptorWithString(value); }
 
@@ -45,9 +45,9 @@ Descriptor someEvent() {
 }
 
 TEST(AppleEvent, FourCharacterCodesAreReadFromTheLeft) {
-  EXPECT_EQ(platform::fourCharCode("aevt"), 0x61657674U);
-  EXPECT_EQ(platform::fourCharCode("psn "), 0x70736e20U);
-  EXPECT_EQ(platform::fourCharCode("\xFF\x01\x02\x03"), 0xFF010203U);
+  EXPECT_EQ(clientcomm::fourCharCode("aevt"), 0x61657674U);
+  EXPECT_EQ(clientcomm::fourCharCode("psn "), 0x70736e20U);
+  EXPECT_EQ(clientcomm::fourCharCode("\xFF\x01\x02\x03"), 0xFF010203U);
 }
 
 TEST(AppleEvent, ADescriptorIsNullUntilItIsAnythingElse) {

@@ -30,11 +30,11 @@
 namespace {
 
 namespace fs = std::filesystem;
-using platform::identifierOfPeer;
-using platform::kLargestInfo;
-using platform::kMaximumIdentifierLength;
-using platform::ScopedFd;
-using platform::serialNumberForPeer;
+using clientcomm::identifierOfPeer;
+using clientcomm::kLargestInfo;
+using clientcomm::kMaximumIdentifierLength;
+using clientcomm::ScopedFd;
+using clientcomm::serialNumberForPeer;
 using support::ChildProcess;
 
 constexpr char kIdentifier[] = "com.example.waiter";
@@ -54,13 +54,13 @@ ChildProcess startUnrecorded(const std::string& application) {
   return start(application, {"unrecorded"});
 }
 
-platform::OptionalString identifierOf(pid_t pid) {
+clientcomm::OptionalString identifierOf(pid_t pid) {
   const auto psn = serialNumberForPeer(pid, -1);
   return psn ? identifierOfPeer(*psn) : std::nullopt;
 }
 
 std::string infoOfSize(std::size_t size) {
-  std::string text = platform::xmlPropertyList({{"CFBundleIdentifier", kIdentifier}});
+  std::string text = clientcomm::xmlPropertyList({{"CFBundleIdentifier", kIdentifier}});
   const auto end = text.rfind("</plist>");
   return text.insert(end, size - text.size(), ' ');
 }
@@ -139,7 +139,7 @@ bool hasChildren() { return waitpid(-1, nullptr, WNOHANG | __WALL) >= 0 || errno
 // False for a while after a file system did not answer in time.
 bool isReadByAChild(const std::string& path) {
   support::writeFile(path, "text");
-  return platform::readByChildProcess(path, 4) == "text";
+  return clientcomm::readByChildProcess(path, 4) == "text";
 }
 
 TEST(InfoOnAFileSystemThatDoesNotAnswer, IsNotWaitedForWhereTheCallerHasARecord) {
@@ -167,7 +167,7 @@ TEST(InfoOnAFileSystemThatDoesNotAnswer, IsWaitedForOnceForLimitedTimeWhereTheCa
     if (identifierOf(process.pid())) return 1;
     if (identifierOf(other.pid())) return 2;
     const auto waited = std::chrono::steady_clock::now() - begin;
-    if (waited < platform::kReadLimit || waited > std::chrono::seconds(20)) return 3;
+    if (waited < clientcomm::kReadLimit || waited > std::chrono::seconds(20)) return 3;
     return isReadByAChild(support::sandbox() + "/file") ? 4 : 0;
   });
   if (status == kNotAllowed) GTEST_SKIP() << "FUSE cannot be mounted here";
@@ -180,8 +180,8 @@ TEST(InfoOnAFileSystemThatDoesNotAnswer, IsNotAskedForByOpeningWhatIsBelow) {
   const int status = runWithMounts([&] {
     const DeafFileSystem deaf(folder);
     if (!deaf.isMounted()) return kNotAllowed;
-    const auto file = platform::openLocalFile(folder + "/file");
-    return file.access == platform::LocalAccess::kMayBlock ? 0 : 1;
+    const auto file = clientcomm::openLocalFile(folder + "/file");
+    return file.access == clientcomm::LocalAccess::kMayBlock ? 0 : 1;
   });
   if (status == kNotAllowed) GTEST_SKIP() << "FUSE cannot be mounted here";
   EXPECT_EQ(status, 0);
@@ -193,7 +193,7 @@ TEST(ExecutableOnAFileSystemThatDoesNotAnswer, IsNotAskedWhetherItIsRemoved) {
   const int status = runWithMounts([&] {
     const DeafFileSystem deaf(application + "/Contents");
     if (!deaf.isMounted()) return kNotAllowed;
-    return platform::ExecutableLink::ofProcess(process.pid()).isRemoved() ? 0 : 1;
+    return clientcomm::ExecutableLink::ofProcess(process.pid()).isRemoved() ? 0 : 1;
   });
   if (status == kNotAllowed) GTEST_SKIP() << "FUSE cannot be mounted here";
   EXPECT_EQ(status, 0);
@@ -223,10 +223,10 @@ TEST(InfoOnAnotherFileSystem, IsReadByAProcessThatIsGoneAfterwards) {
     if (identifierOf(process.pid())) return 1;  // there is no Info.plist yet
     support::writeFile(contents + "/Info.plist", info);
     const int descriptors = support::openDescriptorCount();
-    const auto bytes = platform::readByChildProcess(contents + "/Info.plist", info.size());
+    const auto bytes = clientcomm::readByChildProcess(contents + "/Info.plist", info.size());
     if (bytes != info) return 2;
-    if (platform::readByChildProcess(contents + "/Info.plist", info.size() - 1)) return 3;
-    if (platform::readByChildProcess(contents, 100)) return 4;
+    if (clientcomm::readByChildProcess(contents + "/Info.plist", info.size() - 1)) return 3;
+    if (clientcomm::readByChildProcess(contents, 100)) return 4;
     if (hasChildren() || support::openDescriptorCount() != descriptors) return 5;
     return 0;
   });
@@ -238,7 +238,7 @@ TEST(InfoOnAnotherFileSystem, OutweighsARecordOfAnotherBundle) {
   const std::string application = makeWaiter();
   const ChildProcess process = start(application);
   const std::string file =
-      platform::runtimeFolderPath() + "/process." + std::to_string(process.pid());
+      clientcomm::runtimeFolderPath() + "/process." + std::to_string(process.pid());
   std::string record = support::readFile(file);
   for (const std::string name : {"/Waiter.app", "example.waiter"}) {
     const auto at = record.find(name);

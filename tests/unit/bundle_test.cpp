@@ -23,9 +23,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using platform::Bundle;
-using platform::PropertyListDictionary;
-using platform::PropertyListValue;
+using clientcomm::Bundle;
+using clientcomm::PropertyListDictionary;
+using clientcomm::PropertyListValue;
 using support::ChildProcess;
 using support::writeFile;
 
@@ -36,7 +36,7 @@ class BundleTest : public testing::Test {
 
   std::string at(const std::string& name) const { return path_ + "/" + name; }
   void writeInfo(const PropertyListDictionary& info) const {
-    writeFile(at("Contents/Info.plist"), platform::xmlPropertyList(info));
+    writeFile(at("Contents/Info.plist"), clientcomm::xmlPropertyList(info));
   }
   void writeProgram(const std::string& name) const {
     writeFile(at(name), "#!/bin/sh\n");
@@ -145,7 +145,7 @@ TEST_F(BundleTest, FindsItsExecutableInEitherFolder) {
 }
 
 TEST_F(BundleTest, NamesItsExecutableAfterItselfByDefault) {
-  const std::string name = platform::lastPathComponent(path_);
+  const std::string name = clientcomm::lastPathComponent(path_);
   const std::string program = "Contents/Linux/" + name.substr(0, name.size() - 4);
   writeProgram(program);
   EXPECT_EQ(Bundle(path_).executablePath(), at(program));
@@ -243,7 +243,7 @@ TEST_F(BundleTest, KeepsItsPathAsItStands) {
   EXPECT_EQ(bundle.resourcePath(), at("Contents/Resources"));
   const std::string bytes = support::sandbox() + "/\xFF\xFE.app";
   writeFile(bytes + "/Contents/Info.plist",
-            platform::xmlPropertyList({{"CFBundleIdentifier", "com.example.bytes"}}));
+            clientcomm::xmlPropertyList({{"CFBundleIdentifier", "com.example.bytes"}}));
   EXPECT_EQ(Bundle(bytes).bundleIdentifier(), "com.example.bytes");
 }
 
@@ -260,16 +260,16 @@ TEST_F(BundleTest, CanBeMoved) {
 TEST(MainBundle, EnclosesTheRunningExecutable) {
   EXPECT_EQ(Bundle::mainBundle().bundlePath(), support::hostBundlePath());
   EXPECT_EQ(Bundle::mainBundle().bundleIdentifier(), "com.example.testhost");
-  EXPECT_EQ(Bundle::mainBundle().executablePath(), platform::ownExecutablePath());
+  EXPECT_EQ(Bundle::mainBundle().executablePath(), clientcomm::ownExecutablePath());
   EXPECT_EQ(&Bundle::mainBundle(), &Bundle::mainBundle());
 }
 
 TEST(MainBundle, KeepsItsPathWhenItIsRemoved) {
   auto child = ChildProcess::fork([] {
-    const std::string executable = platform::ownExecutablePath();
+    const std::string executable = clientcomm::ownExecutablePath();
     fs::remove_all(support::hostBundlePath());
     return Bundle::mainBundle().bundlePath() == support::hostBundlePath() &&
-                   platform::ownExecutablePath() == executable
+                   clientcomm::ownExecutablePath() == executable
                ? 0
                : 1;
   });
@@ -280,7 +280,7 @@ constexpr std::string_view kBundleMark = "main bundle: ";
 
 TEST(MainBundle, LiesAroundItsExecutable) {
   const std::string path = Bundle::mainBundle().bundlePath();
-  EXPECT_TRUE(platform::ownExecutablePath().starts_with(path + "/"));
+  EXPECT_TRUE(clientcomm::ownExecutablePath().starts_with(path + "/"));
   std::cout << kBundleMark << path << std::endl;
 }
 

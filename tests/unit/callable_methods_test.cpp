@@ -95,8 +95,8 @@ const std::map<std::string, Strings> kNotCallable = {
     {"TQHPUploadByHelper", {"collectData:version:collectionType:target:keyID:value:"}},
 };
 
-const platform::Method* methodOf(const std::string& className, const std::string& selector) {
-  const platform::Class* const cls = platform::classNamed(className);
+const clientcomm::Method* methodOf(const std::string& className, const std::string& selector) {
+  const clientcomm::Class* const cls = clientcomm::classNamed(className);
   return cls == nullptr ? nullptr : cls->methodForSelector(selector);
 }
 
@@ -122,7 +122,7 @@ class CallableMethodsTest : public testing::Test {
 TEST_F(CallableMethodsTest, EveryMethodThatTakesStringsAloneIsCallableByItsSelector) {
   for (const auto& [className, selectors] : kCallable) {
     for (const std::string& selector : selectors) {
-      const platform::Method* const method = methodOf(className, selector);
+      const clientcomm::Method* const method = methodOf(className, selector);
       ASSERT_NE(method, nullptr) << className << " " << selector;
       EXPECT_EQ(method->argumentCount, std::ranges::count(selector, ':')) << selector;
     }

@@ -21,8 +21,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using platform::PropertyListDictionary;
-using platform::PropertyListValue;
+using clientcomm::PropertyListDictionary;
+using clientcomm::PropertyListValue;
 using support::installedHelperPath;
 using support::kInstallFolder;
 using support::kResourceFolder;
@@ -42,7 +42,7 @@ std::string infoPathOf(const std::string& bundle) { return bundle + "/Contents/I
 
 /// The version that the bundle at `path` has on disk; nil without one.
 OptionalString versionOf(const std::string& path) {
-  const auto info = platform::dictionaryWithContentsOfFile(infoPathOf(path));
+  const auto info = clientcomm::dictionaryWithContentsOfFile(infoPathOf(path));
   if (!info || !info->contains("CFBundleVersion")) return std::nullopt;
   return info->at("CFBundleVersion").stringValue();
 }
@@ -51,15 +51,15 @@ OptionalString installedVersion() { return versionOf(installedHelperPath()); }
 
 void writeInfoOf(const std::string& bundle, const std::string& key,
                  const PropertyListValue& value) {
-  auto info = *platform::dictionaryWithContentsOfFile(infoPathOf(bundle));
+  auto info = *clientcomm::dictionaryWithContentsOfFile(infoPathOf(bundle));
   info.insert_or_assign(key, value);
-  support::writeFile(infoPathOf(bundle), platform::xmlPropertyList(info));
+  support::writeFile(infoPathOf(bundle), clientcomm::xmlPropertyList(info));
 }
 
 void removeVersionOf(const std::string& bundle) {
-  auto info = *platform::dictionaryWithContentsOfFile(infoPathOf(bundle));
+  auto info = *clientcomm::dictionaryWithContentsOfFile(infoPathOf(bundle));
   info.erase("CFBundleVersion");
-  support::writeFile(infoPathOf(bundle), platform::xmlPropertyList(info));
+  support::writeFile(infoPathOf(bundle), clientcomm::xmlPropertyList(info));
 }
 
 /// Writes the host's Info dictionary without any place for the helper, but with `keys`.
@@ -259,7 +259,7 @@ TEST_F(DeploymentTest, TheOldHelperIsToldToExitHoweverTheInstallDirectoryIsSpelt
 
 /// The entries of the install directory.
 Strings installedEntries() {
-  return platform::contentsOfDirectoryAtPath(support::sandbox() + "/install");
+  return clientcomm::contentsOfDirectoryAtPath(support::sandbox() + "/install");
 }
 
 const Strings kHelperAlone = {"Test Helper.app"};
@@ -319,7 +319,7 @@ void makeLargeHelper(const std::string& folder, const std::string& version) {
 /// same directory is there before and after it.
 /// @return false when it was there and not whole.
 bool isWholeOrMissing() {
-  const platform::ScopedFd bundle(
+  const clientcomm::ScopedFd bundle(
       open(installedHelperPath().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   struct stat before = {};
   if (!bundle.isValid() || fstat(bundle.get(), &before) != 0) return true;

@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using platform::DirectoryLock;
+using clientcomm::DirectoryLock;
 using support::ChildProcess;
 using namespace std::chrono_literals;
 

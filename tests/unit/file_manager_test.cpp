@@ -27,16 +27,16 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using platform::contentsOfDirectoryAtPath;
-using platform::copyPath;
-using platform::createDirectoryAtPath;
-using platform::Error;
-using platform::fileExistsAtPath;
-using platform::lastPathComponent;
-using platform::pathExtension;
-using platform::removeItemAtPath;
-using platform::stringByAppendingPathComponent;
-using platform::stringByExpandingTildeInPath;
+using clientcomm::contentsOfDirectoryAtPath;
+using clientcomm::copyPath;
+using clientcomm::createDirectoryAtPath;
+using clientcomm::Error;
+using clientcomm::fileExistsAtPath;
+using clientcomm::lastPathComponent;
+using clientcomm::pathExtension;
+using clientcomm::removeItemAtPath;
+using clientcomm::stringByAppendingPathComponent;
+using clientcomm::stringByExpandingTildeInPath;
 using support::ChildProcess;
 using support::readFile;
 using support::writeFile;
@@ -45,7 +45,7 @@ constexpr uid_t kNobody = 65534;
 
 std::int64_t codeOf(const std::optional<Error>& error) {
   if (!error) return 0;
-  EXPECT_EQ(error->domain, platform::kFileErrorDomain);
+  EXPECT_EQ(error->domain, clientcomm::kFileErrorDomain);
   return error->code;
 }
 
@@ -348,9 +348,9 @@ TEST_F(FileManager, ClearsUnfinishedCopiesOfRunningProcessesOnRequest) {
   for (const std::string other : {".copy.partial-", ".copy.partial-x1-1", ".other.partial-1-1"}) {
     writeFile(at(other), "other");
   }
-  platform::removeUnfinishedCopies(at("copy"));
+  clientcomm::removeUnfinishedCopies(at("copy"));
   EXPECT_EQ(contentsOfDirectoryAtPath(root_).size(), 3U);
-  platform::removeUnfinishedCopies(at("missing/copy"));
+  clientcomm::removeUnfinishedCopies(at("missing/copy"));
 }
 
 TEST_F(FileManager, CopiesUnderTheLongestName) {

@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using platform::FileSignature;
+using clientcomm::FileSignature;
 
 struct stat changedAt(timespec time) {
   struct stat status = {};

@@ -15,8 +15,8 @@
 
 namespace {
 
-using platform::PropertyListDictionary;
-using platform::PropertyListValue;
+using clientcomm::PropertyListDictionary;
+using clientcomm::PropertyListValue;
 using support::RecordingTransport;
 
 using Strings = std::vector<std::string>;
@@ -31,7 +31,8 @@ constexpr char kClientID[] = "clientIDFormHelper";
 const Strings kIdentity = {"P100", "1.2.3"};
 
 PropertyListDictionary hostInfo() {
-  return platform::dictionaryWithContentsOfFile(support::hostBundlePath() + "/Contents/Info.plist")
+  return clientcomm::dictionaryWithContentsOfFile(support::hostBundlePath() +
+                                                  "/Contents/Info.plist")
       .value_or(PropertyListDictionary());
 }
 
@@ -89,7 +90,7 @@ TEST_F(HelperCommunicateTest, TheExecutableFileIsTheBundlesFolder) {
 
 TEST_F(HelperCommunicateTest, OtherValuesInTheUserDefaultsAreKept) {
   support::writeFile(support::preferencesPath("com.example.testhost"),
-                     platform::xmlPropertyList({{"Mine", 7}, {"Version", "0.9"}}));
+                     clientcomm::xmlPropertyList({{"Mine", 7}, {"Version", "0.9"}}));
   controller();
   EXPECT_EQ(support::hostDefaults().at("Mine"), PropertyListValue(7));
   EXPECT_EQ(support::hostDefaults().at("Version"), PropertyListValue("1.2.3"));
@@ -442,7 +443,7 @@ TEST_F(HelperCommunicateTest, AHostThatNamesNoHelperTakesItsServerForOpen) {
 
 TEST_F(HelperCommunicateTest, AKeyInTheHostsOwnDefaultsDoesNotCloseTheServer) {
   support::writeFile(support::preferencesPath("com.example.testhost"),
-                     platform::xmlPropertyList({{"TQHPServerClosed", true}}));
+                     clientcomm::xmlPropertyList({{"TQHPServerClosed", true}}));
   EXPECT_TRUE(controller().getDefaultHelperServerOpen());
 }
 
@@ -474,7 +475,7 @@ TEST_F(HelperCommunicateTest, TheFirstStartOutlivesAChangeOfTheProductID) {
 
 void writeHostDefaults(const PropertyListDictionary& values) {
   support::writeFile(support::preferencesPath("com.example.testhost"),
-                     platform::xmlPropertyList(values));
+                     clientcomm::xmlPropertyList(values));
 }
 
 TEST_F(HelperCommunicateTest, AFirstStartMarkedAsStillToComeIsRecordedAgain) {

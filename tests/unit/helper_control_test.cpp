@@ -20,7 +20,7 @@ using support::RecordingTransport;
 struct Notice {
   std::string name;
   bool isOpen = false;
-  std::optional<platform::Error> error;
+  std::optional<clientcomm::Error> error;
 };
 
 /// Keeps what it hears; answers the selectors that it was given.
@@ -35,7 +35,7 @@ class Listener final : public TQHPHelperControlCallBackDelegate {
     return selectors_.contains(selector);
   }
   void willHelperExit() override { notices.push_back({"willHelperExit", false, {}}); }
-  void didCheckServerOpen(bool isOpen, const platform::Error* error) override {
+  void didCheckServerOpen(bool isOpen, const clientcomm::Error* error) override {
     notices.push_back({"didCheckServerOpen::", isOpen, {}});
     if (error != nullptr) notices.back().error = *error;
   }

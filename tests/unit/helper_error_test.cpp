@@ -12,7 +12,7 @@ namespace {
 using UserInfo = std::map<std::string, std::string>;
 
 TEST(HelperError, CarriesTheDomainTheCodeAndTheDescriptionAlone) {
-  const platform::Error error = TQHPHelperError::errorWithCode("42", "disk full");
+  const clientcomm::Error error = TQHPHelperError::errorWithCode("42", "disk full");
   EXPECT_EQ(error.domain, "HelperCommunicateErrorDomain");
   EXPECT_EQ(error.code, 42);
   EXPECT_EQ(error.userInfo, (UserInfo{{"HelperCommunicateErrorDescription", "disk full"}}));
@@ -50,7 +50,7 @@ TEST(HelperError, ACodeOutOfRangeSaturates) {
 
 TEST(HelperError, WithoutADescriptionItRaises) {
   EXPECT_THROW(TQHPHelperError::errorWithCode("1", std::nullopt),
-               platform::InvalidArgumentException);
+               clientcomm::InvalidArgumentException);
 }
 
 }  // namespace

@@ -36,7 +36,7 @@ class FacadeTest : public testing::Test {
 TEST_F(FacadeTest, ThereIsOne) { EXPECT_EQ(&TQHPHelper::share(), &facade_); }
 
 TEST_F(FacadeTest, ItsCreationMakesTheController) {
-  EXPECT_EQ(support::hostDefaults().at("PID"), platform::PropertyListValue("P100"));
+  EXPECT_EQ(support::hostDefaults().at("PID"), clientcomm::PropertyListValue("P100"));
   EXPECT_TRUE(recorder_.isReceiving());
 }
 
@@ -71,7 +71,7 @@ TEST_F(FacadeTest, StopSendsTheStopCommand) {
 // --- The timer ---
 
 TEST_F(FacadeTest, AForeignTimerDoesNothing) {
-  const platform::Timer foreign;
+  const clientcomm::Timer foreign;
   facade_.autoautoStartIntervaTimerMethod(&foreign);
   facade_.autoautoStartIntervaTimerMethod(nullptr);
   EXPECT_TRUE(recorder_.calls().empty());
@@ -201,27 +201,27 @@ TEST_F(FacadeTest, AnswersComeBackAsTheControllerReadsThem) {
 
 TEST_F(FacadeTest, TheTipsSwitchIsWrittenIntoTheHostsPropertyList) {
   const auto tips = [] {
-    const auto info =
-        platform::dictionaryWithContentsOfFile(support::hostBundlePath() + "/Contents/Info.plist");
+    const auto info = clientcomm::dictionaryWithContentsOfFile(support::hostBundlePath() +
+                                                               "/Contents/Info.plist");
     return info->at("TipsEnable");
   };
   facade_.setTipsEnable(false);
-  EXPECT_EQ(tips(), platform::PropertyListValue(false));
+  EXPECT_EQ(tips(), clientcomm::PropertyListValue(false));
   facade_.setTipsEnable(true);
-  EXPECT_EQ(tips(), platform::PropertyListValue(true));
+  EXPECT_EQ(tips(), clientcomm::PropertyListValue(true));
 }
 
 TEST_F(FacadeTest, ANilOrEmptyDataCollectionIDIsIgnored) {
   facade_.setDataCollectPID("D7");
   facade_.setDataCollectPID(std::nullopt);
   facade_.setDataCollectPID("");
-  EXPECT_EQ(support::hostDefaults().at("DataCollectPID"), platform::PropertyListValue("D7"));
+  EXPECT_EQ(support::hostDefaults().at("DataCollectPID"), clientcomm::PropertyListValue("D7"));
 }
 
 TEST_F(FacadeTest, ADataCollectionIDOfBlanksIsPassedOn) {
   facade_.setDataCollectPID("D7");
   facade_.setDataCollectPID("  ");
-  EXPECT_EQ(support::hostDefaults().at("DataCollectPID"), platform::PropertyListValue("  "));
+  EXPECT_EQ(support::hostDefaults().at("DataCollectPID"), clientcomm::PropertyListValue("  "));
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 
 namespace {
 
-using platform::launchEnvironment;
+using clientcomm::launchEnvironment;
 using Entries = std::vector<std::string>;
 
 Entries launched(const Entries& entries) {

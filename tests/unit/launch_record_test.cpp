@@ -13,13 +13,13 @@
 
 namespace {
 
-using platform::forgetLaunch;
-using platform::lastLaunchOf;
-using platform::LaunchAdvice;
-using platform::launchAdvice;
-using platform::LaunchRecord;
-using platform::noteLaunch;
-using platform::ScopedFd;
+using clientcomm::forgetLaunch;
+using clientcomm::lastLaunchOf;
+using clientcomm::LaunchAdvice;
+using clientcomm::launchAdvice;
+using clientcomm::LaunchRecord;
+using clientcomm::noteLaunch;
+using clientcomm::ScopedFd;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
@@ -28,14 +28,14 @@ constexpr pid_t kNoProcess = 99'999'999;
 
 /// A launch `age` ago of a process that has ended; `failures` launches before it had failed.
 LaunchRecord endedLaunch(milliseconds age, int failures = 0) {
-  return {kPath, "state", kNoProcess, 1, platform::timeSinceBoot() - age, failures};
+  return {kPath, "state", kNoProcess, 1, clientcomm::timeSinceBoot() - age, failures};
 }
 
 /// A launch `age` ago of a process that lives: this one.
 LaunchRecord liveLaunch(milliseconds age) {
   LaunchRecord record = endedLaunch(age);
   record.pid = getpid();
-  record.startTime = platform::processStartTime(getpid()).value();
+  record.startTime = clientcomm::processStartTime(getpid()).value();
   return record;
 }
 
@@ -84,14 +84,14 @@ TEST(LaunchAdvice, TimeOfAnEarlierBootDoesNotPutALaunchOff) {
 class LaunchRecords : public testing::Test {
  protected:
   std::string file() const {
-    return platform::runtimeFolderPath() + "/launch." + platform::fileNameForIdentifier(kPath);
+    return clientcomm::runtimeFolderPath() + "/launch." + clientcomm::fileNameForIdentifier(kPath);
   }
-  const ScopedFd folder_ = platform::openRuntimeFolder(true);
+  const ScopedFd folder_ = clientcomm::openRuntimeFolder(true);
 };
 
 TEST_F(LaunchRecords, AreReadBackByOtherProcesses) {
   noteLaunch(folder_.get(), "com.example.some", endedLaunch(seconds(3), 4));
-  platform::noteReached("com.example.none");
+  clientcomm::noteReached("com.example.none");
   const auto record = lastLaunchOf(folder_.get(), kPath);
   ASSERT_TRUE(record);
   EXPECT_EQ(record->bundlePath, kPath);
@@ -113,7 +113,7 @@ TEST_F(LaunchRecords, GoWhenTheLaunchedProcessOpensAndStayWhenAnotherDoes) {
 
 TEST_F(LaunchRecords, GoWhenTheLauncherReachesTheApplication) {
   noteLaunch(folder_.get(), "com.example.some", liveLaunch(seconds(1)));
-  platform::noteReached("com.example.some");
+  clientcomm::noteReached("com.example.some");
   EXPECT_FALSE(std::filesystem::exists(file()));
   EXPECT_FALSE(lastLaunchOf(folder_.get(), kPath));
 }

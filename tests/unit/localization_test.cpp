@@ -11,9 +11,9 @@
 
 namespace {
 
-using platform::Bundle;
-using platform::matchingLocalizations;
-using platform::userLanguages;
+using clientcomm::Bundle;
+using clientcomm::matchingLocalizations;
+using clientcomm::userLanguages;
 using Names = std::vector<std::string>;
 
 struct Environment {
@@ -157,7 +157,7 @@ class BundleLocalizations : public testing::Test {
   }
   void setDevelopmentRegion(const char* region) const {
     support::writeFile(bundle_ + "/Contents/Info.plist",
-                       platform::xmlPropertyList({{"CFBundleDevelopmentRegion", region}}));
+                       clientcomm::xmlPropertyList({{"CFBundleDevelopmentRegion", region}}));
   }
   Names preferred(const char* language) const {
     apply({nullptr, nullptr, nullptr, language});

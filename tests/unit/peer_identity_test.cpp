@@ -31,12 +31,12 @@
 
 namespace {
 
-using platform::identifierOfPeer;
-using platform::identityOfPeer;
-using platform::PeerIdentity;
-using platform::PeerKind;
-using platform::ScopedFd;
-using platform::serialNumberForPeer;
+using clientcomm::identifierOfPeer;
+using clientcomm::identityOfPeer;
+using clientcomm::PeerIdentity;
+using clientcomm::PeerKind;
+using clientcomm::ScopedFd;
+using clientcomm::serialNumberForPeer;
 using support::ChildProcess;
 
 constexpr pid_t kNoProcess = 99'999'999;  // more than the kernel ever gives
@@ -60,12 +60,12 @@ ScopedFd openExecutableOf(const std::string& application) {
   return ScopedFd(open(support::executableOf(application).c_str(), O_PATH | O_CLOEXEC));
 }
 
-platform::OptionalString identifierOf(const PeerIdentity& identity) {
+clientcomm::OptionalString identifierOf(const PeerIdentity& identity) {
   if (identity.kind != PeerKind::kApplication) return std::nullopt;
   return identifierOfPeer(identity.psn);
 }
 
-platform::OptionalString identifierOf(pid_t pid, int executable, std::uint32_t token) {
+clientcomm::OptionalString identifierOf(pid_t pid, int executable, std::uint32_t token) {
   return identifierOf(identityOfPeer(pid, -1, executable, token));
 }
 
@@ -122,7 +122,7 @@ TEST(ForeignProc, NamesAPeerByTheIDThatItHasThere) {
     if (getpid() != 1 || socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return 1;
     std::array<char, 16> own{};
     if (readlink("/proc/self", own.data(), own.size() - 1) <= 0) return 2;
-    const platform::PeerProcess peer(getpid(), ends[0]);
+    const clientcomm::PeerProcess peer(getpid(), ends[0]);
     int pidfd = -1;
     socklen_t size = sizeof pidfd;
     const bool hasPidfds = getsockopt(ends[0], SOL_SOCKET, kPeerPidfdOption, &pidfd, &size) == 0;
@@ -135,7 +135,7 @@ TEST(ForeignProc, NamesAPeerByTheIDThatItHasThere) {
 
 TEST(ForeignProc, TellsNothingOfAPeerThatIsKnownByItsIDAlone) {
   const int status = runUnderForeignProc([] {
-    if (platform::PeerProcess(getpid(), -1).idInProc() != 0) return 1;
+    if (clientcomm::PeerProcess(getpid(), -1).idInProc() != 0) return 1;
     return identityOfPeer(getpid(), -1, -1, 0).kind == PeerKind::kUnknown ? 0 : 2;
   });
   if (status == kNotAllowed) GTEST_SKIP() << "no process-ID namespace can be made here";
@@ -160,7 +160,7 @@ TEST(RememberedPeers, TakeABoundedAmountOfMemoryAndTheOneNotHeardOfForLongestIsF
   const auto first = serialNumberForPeer(kNoProcess, executable.get(), kToken);
   const auto second = serialNumberForPeer(kNoProcess + 1, executable.get(), kToken);
   ASSERT_TRUE(first && second);
-  constexpr int kMoreThanFit = platform::kMemoryForPeers / 256;
+  constexpr int kMoreThanFit = clientcomm::kMemoryForPeers / 256;
   for (int i = 2; i < kMoreThanFit; ++i) {
     ASSERT_TRUE(serialNumberForPeer(kNoProcess - i, executable.get(), kToken));
     ASSERT_EQ(serialNumberForPeer(kNoProcess, -1, kToken), first);
@@ -180,13 +180,13 @@ struct Connection {
 
 // A connection of a process that has exited since.
 Connection connectionOfAProcessThatExited() {
-  const platform::SocketPath path("reuse-test");
+  const clientcomm::SocketPath path("reuse-test");
   const ScopedFd listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-  EXPECT_EQ(bind(listener.get(), path.address(), platform::SocketPath::size()), 0);
+  EXPECT_EQ(bind(listener.get(), path.address(), clientcomm::SocketPath::size()), 0);
   EXPECT_EQ(listen(listener.get(), 1), 0);
   ChildProcess peer = ChildProcess::fork([&] {
     const ScopedFd own(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
-    return connect(own.get(), path.address(), platform::SocketPath::size());
+    return connect(own.get(), path.address(), clientcomm::SocketPath::size());
   });
   Connection connection{ScopedFd(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC)),
                         peer.pid()};
@@ -212,7 +212,7 @@ pid_t runWithID(pid_t pid, const std::string& application, int output) {
 }
 
 TEST(ReusedProcessID, LaterProcessIsNotTakenForTheCaller) {
-  ASSERT_TRUE(platform::openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
   const ScopedFd executable = openExecutableOf(makeSleeper("Caller", "com.example.caller"));
   const std::string other = makeSleeper("Other", "com.example.other");
   const Connection connection = connectionOfAProcessThatExited();

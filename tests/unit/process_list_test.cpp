@@ -22,7 +22,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using platform::kinfo_proc;
+using clientcomm::kinfo_proc;
 using support::ChildProcess;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -32,7 +32,7 @@ constexpr bool kHasSanitizer = false;
 #endif
 
 int runUntilEndOfInput(const std::vector<std::string>& /*arguments*/) {
-  platform::checkIn();
+  clientcomm::checkIn();
   std::puts("ready");
   std::fflush(stdout);
   while (std::getchar() != EOF) {
@@ -86,10 +86,10 @@ class FakeTable {
  public:
   FakeTable() {
     current_ = this;
-    platform::replaceSysctl(&FakeTable::answer);
+    clientcomm::replaceSysctl(&FakeTable::answer);
   }
   ~FakeTable() {
-    platform::replaceSysctl(nullptr);
+    clientcomm::replaceSysctl(nullptr);
     current_ = nullptr;
   }
   FakeTable(const FakeTable&) = delete;
@@ -98,7 +98,7 @@ class FakeTable {
   void add(std::int32_t pid, const char* command, std::uint32_t user) {
     kinfo_proc record = {};
     record.kp_proc.p_pid = pid;
-    std::string_view(command).copy(record.kp_proc.p_comm, platform::MAXCOMLEN);
+    std::string_view(command).copy(record.kp_proc.p_comm, clientcomm::MAXCOMLEN);
     record.kp_eproc.e_ucred.cr_uid = user;
     records.push_back(record);
   }
@@ -183,18 +183,18 @@ TEST(GetBSDProcessList, ReadsAgainUntilATableThatGrowsFits) {
 
 TEST(GetBSDProcessList, ReadsAgainWhenManyProcessesStartInBetween) {
   static std::vector<ChildProcess> children;
-  static platform::SysctlFunction system = nullptr;
+  static clientcomm::SysctlFunction system = nullptr;
   static int readings = 0;
-  system = platform::replaceSysctl([](const int* name, unsigned namelen, void* oldp,
-                                      std::size_t* oldlenp, const void* newp,
-                                      std::size_t newlen) noexcept {
+  system = clientcomm::replaceSysctl([](const int* name, unsigned namelen, void* oldp,
+                                        std::size_t* oldlenp, const void* newp,
+                                        std::size_t newlen) noexcept {
     if (oldp != nullptr && ++readings == 1) {
       for (int i = 0; i < 150; ++i) children.push_back(ChildProcess::fork([] { return pause(); }));
     }
     return system(name, namelen, oldp, oldlenp, newp, newlen);
   });
   const Outcome outcome = readList();
-  platform::replaceSysctl(nullptr);
+  clientcomm::replaceSysctl(nullptr);
   EXPECT_EQ(outcome.status, 0);
   EXPECT_GE(readings, 2);
   for (const ChildProcess& child : children) {
@@ -228,14 +228,14 @@ TEST(GetBSDProcessList, AnErrorOfTheReadingGivesItsNumberAndNoTable) {
 TEST(GetBSDProcessList, ATableTooLargeToAllocateIsAnErrorAndNotTriedAgain) {
   if (kHasSanitizer) GTEST_SKIP() << "a sanitizer ends the process when an allocation fails";
   static int calls = 0;
-  platform::replaceSysctl(
+  clientcomm::replaceSysctl(
       [](const int*, unsigned, void*, std::size_t* length, const void*, std::size_t) noexcept {
         ++calls;
         *length = SIZE_MAX / 2;
         return 0;
       });
   const Outcome outcome = readList();
-  platform::replaceSysctl(nullptr);
+  clientcomm::replaceSysctl(nullptr);
   EXPECT_EQ(outcome.status, ENOMEM);
   EXPECT_FALSE(outcome.hasTable);
   EXPECT_EQ(outcome.count, 0U);
@@ -377,9 +377,9 @@ TEST(InfoForPID, GivesIdentifierPathAndNameOfAnApplication) {
   const std::string application = makeListed();
   const ChildProcess process = start(application);
   const auto information = TQHPProcessList::share().infoForPID(process.pid());
-  const platform::PropertyListDictionary expected = {{"CFBundleIdentifier", "com.example.listed"},
-                                                     {"BundlePath", application},
-                                                     {"CFBundleName", "Listed"}};
+  const clientcomm::PropertyListDictionary expected = {{"CFBundleIdentifier", "com.example.listed"},
+                                                       {"BundlePath", application},
+                                                       {"CFBundleName", "Listed"}};
   EXPECT_EQ(information, expected);
 }
 
@@ -424,7 +424,7 @@ TEST(ProcessRecords, NameAnApplicationWithoutABundleNameAsTheKernelDoes) {
   const std::string application =
       support::makeApplication("AnApplicationWithALongName", "com.example.listed", "listed");
   support::writeFile(application + "/Contents/Info.plist",
-                     platform::xmlPropertyList(
+                     clientcomm::xmlPropertyList(
                          {{"CFBundleIdentifier", "com.example.listed"}, {"TestRole", "listed"}}));
   const ChildProcess process = start(application);
   const auto record = recordOf(process.pid());

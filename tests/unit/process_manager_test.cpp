@@ -23,21 +23,21 @@
 namespace {
 
 namespace fs = std::filesystem;
-using platform::GetProcessForPID;
-using platform::kProcessDictionaryIncludeAllInformationMask;
-using platform::noErr;
-using platform::ProcessInformationCopyDictionary;
-using platform::ProcessSerialNumber;
-using platform::procNotFound;
-using platform::PropertyListDictionary;
-using platform::ScopedFd;
-using platform::serialNumberForPeer;
+using clientcomm::GetProcessForPID;
+using clientcomm::kProcessDictionaryIncludeAllInformationMask;
+using clientcomm::noErr;
+using clientcomm::ProcessInformationCopyDictionary;
+using clientcomm::ProcessSerialNumber;
+using clientcomm::procNotFound;
+using clientcomm::PropertyListDictionary;
+using clientcomm::ScopedFd;
+using clientcomm::serialNumberForPeer;
 using support::ChildProcess;
 
 constexpr pid_t kNoProcess = 99'999'999;  // more than the kernel ever gives
 
 int waitForEnd(const std::vector<std::string>& arguments) {
-  if (arguments.empty() || arguments[0] != "unrecorded") platform::checkIn();
+  if (arguments.empty() || arguments[0] != "unrecorded") clientcomm::checkIn();
   std::puts("ready");
   std::fflush(stdout);
   while (std::getchar() != EOF) {
@@ -48,9 +48,9 @@ const support::Role waiter("waiter", waitForEnd);
 
 /// What the process manager says of a process, nil for what it does not say.
 struct Known {
-  platform::OptionalString identifier;
-  platform::OptionalString path;
-  platform::OptionalString name;
+  clientcomm::OptionalString identifier;
+  clientcomm::OptionalString path;
+  clientcomm::OptionalString name;
   bool operator==(const Known&) const = default;
 };
 
@@ -107,7 +107,7 @@ void writeInfo(const std::string& application, const std::string& identifier,
                const std::string& name, const std::string& executable = "") {
   PropertyListDictionary info{{"CFBundleIdentifier", identifier}, {"CFBundleName", name}};
   if (!executable.empty()) info["CFBundleExecutable"] = executable;
-  support::writeFile(application + "/Contents/Info.plist", platform::xmlPropertyList(info));
+  support::writeFile(application + "/Contents/Info.plist", clientcomm::xmlPropertyList(info));
 }
 
 TEST(ProcessManager, KnowsAnApplicationByItsBundle) {
@@ -195,7 +195,7 @@ TEST(ProcessManager, AnExecutableElsewhereThanInABundlesExecutableFolderIsNoAppl
 TEST(ProcessManager, LeavesOutWhatTheInfoDictionaryDoesNotSay) {
   const std::string application = support::sandbox() + "/Silent.app";
   support::writeFile(application + "/Contents/Info.plist",
-                     platform::xmlPropertyList({{"CFBundleIdentifier", 7}}));
+                     clientcomm::xmlPropertyList({{"CFBundleIdentifier", 7}}));
   const ChildProcess process = runProgramAt(application + "/Contents/Linux/Silent");
   EXPECT_EQ(knownOf(process.pid()), (Known{std::nullopt, application, std::nullopt}));
 }
@@ -304,24 +304,24 @@ TEST(ProcessManagerRemovedBundle, OnlyTheExecutableGoneCountsTheSame) {
 void forgeRecord(pid_t pid) {
   support::writeFile(
       support::sandbox() + "/runtime/ClientComm/process." + std::to_string(pid),
-      platform::xmlPropertyList({{"StartTime", platform::processStartTime(pid).value()},
-                                 {"CFBundleIdentifier", "com.example.forged"},
-                                 {"BundlePath", "/forged/Forged.app"},
-                                 {"CFBundleName", "Forged"}}));
+      clientcomm::xmlPropertyList({{"StartTime", clientcomm::processStartTime(pid).value()},
+                                   {"CFBundleIdentifier", "com.example.forged"},
+                                   {"BundlePath", "/forged/Forged.app"},
+                                   {"CFBundleName", "Forged"}}));
 }
 
 TEST(ProcessManager, NeverBelievesARecordWhereTheBundleStands) {
   const std::string application = makeWaiter();
   const ChildProcess process = start(application, {"unrecorded"});
   forgeRecord(process.pid());
-  ASSERT_TRUE(platform::checkInRecordForPID(process.pid()));
+  ASSERT_TRUE(clientcomm::checkInRecordForPID(process.pid()));
   EXPECT_EQ(knownOf(process.pid()), (Known{"com.example.waiter", application, "Waiter"}));
 }
 
 TEST(ProcessManager, NeverBelievesARecordOfAProcessOutsideAnyBundle) {
   const ChildProcess tool = startTool();
   forgeRecord(tool.pid());
-  ASSERT_TRUE(platform::checkInRecordForPID(tool.pid()));
+  ASSERT_TRUE(clientcomm::checkInRecordForPID(tool.pid()));
   EXPECT_FALSE(knownOf(tool.pid()));
 }
 

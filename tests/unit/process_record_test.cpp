@@ -23,10 +23,10 @@
 namespace {
 
 namespace fs = std::filesystem;
-using platform::checkIn;
-using platform::checkInRecordForPID;
-using platform::processStartTime;
-using platform::PropertyListDictionary;
+using clientcomm::checkIn;
+using clientcomm::checkInRecordForPID;
+using clientcomm::processStartTime;
+using clientcomm::PropertyListDictionary;
 using support::ChildProcess;
 
 // Checks in, says so, and does what it is told: "exit", "fork" (a child that ends as programs do),
@@ -87,21 +87,21 @@ std::string makeClerk(const std::string& name = "Clerk") {
 // Writes what a process of that ID that was started at `startTime` would have written.
 void forgeRecord(pid_t pid, std::uint64_t startTime) {
   support::writeFile(recordPath(pid),
-                     platform::xmlPropertyList({{"StartTime", startTime},
-                                                {"CFBundleIdentifier", "com.example.forged"},
-                                                {"BundlePath", "/forged/Forged.app"},
-                                                {"CFBundleName", "Forged"}}));
+                     clientcomm::xmlPropertyList({{"StartTime", startTime},
+                                                  {"CFBundleIdentifier", "com.example.forged"},
+                                                  {"BundlePath", "/forged/Forged.app"},
+                                                  {"CFBundleName", "Forged"}}));
 }
 
 TEST(CheckIn, WritesWhatTheProcessIsForItsUserAlone) {
   const std::string application = makeClerk();
   const ChildProcess process = startClerk(application);
-  const auto record = platform::dictionaryWithContentsOfFile(recordPath(process.pid()));
+  const auto record = clientcomm::dictionaryWithContentsOfFile(recordPath(process.pid()));
   ASSERT_TRUE(record);
-  EXPECT_EQ(record->at("CFBundleIdentifier"), platform::PropertyListValue("com.example.clerk"));
-  EXPECT_EQ(record->at("BundlePath"), platform::PropertyListValue(application));
-  EXPECT_EQ(record->at("CFBundleName"), platform::PropertyListValue("Clerk"));
-  EXPECT_EQ(record->at("StartTime"), platform::PropertyListValue(static_cast<std::int64_t>(
+  EXPECT_EQ(record->at("CFBundleIdentifier"), clientcomm::PropertyListValue("com.example.clerk"));
+  EXPECT_EQ(record->at("BundlePath"), clientcomm::PropertyListValue(application));
+  EXPECT_EQ(record->at("CFBundleName"), clientcomm::PropertyListValue("Clerk"));
+  EXPECT_EQ(record->at("StartTime"), clientcomm::PropertyListValue(static_cast<std::int64_t>(
                                          processStartTime(process.pid()).value())));
   struct stat status = {};
   ASSERT_EQ(stat(recordPath(process.pid()).c_str(), &status), 0);
@@ -110,7 +110,7 @@ TEST(CheckIn, WritesWhatTheProcessIsForItsUserAlone) {
 
 // --- What a process that is killed on the way leaves. ---
 
-std::string digest() { return platform::fileNameForIdentifier("com.example.killed"); }
+std::string digest() { return clientcomm::fileNameForIdentifier("com.example.killed"); }
 
 // The ID of a process that has been reaped.
 pid_t deadProcess() {
@@ -256,7 +256,7 @@ TEST(CheckIn, ForkedChildHasARecordOfItsOwnAndRemovesOnlyThat) {
 TEST(CheckIn, ProcessWithoutABundleIdentifierWritesNothing) {
   const std::string application = makeClerk();
   support::writeFile(application + "/Contents/Info.plist",
-                     platform::xmlPropertyList({{"TestRole", "clerk"}}));
+                     clientcomm::xmlPropertyList({{"TestRole", "clerk"}}));
   const ChildProcess process = startClerk(application);
   EXPECT_FALSE(fs::exists(folderPath()));
 }
@@ -306,8 +306,8 @@ TEST_F(CheckInRecordOfThisProcess, IsNotBelievedWhenItIsRubbish) {
   const std::string broken[] = {"",
                                 "rubbish",
                                 whole.substr(0, whole.size() / 2),
-                                platform::xmlPropertyList({{"CFBundleIdentifier", "x"}}),
-                                platform::xmlPropertyList({{"StartTime", "12"}}),
+                                clientcomm::xmlPropertyList({{"CFBundleIdentifier", "x"}}),
+                                clientcomm::xmlPropertyList({{"StartTime", "12"}}),
                                 "<plist version=\"1.0\"><array/></plist>",
                                 std::string(1 << 20, ' ') + whole};
   for (const std::string& text : broken) {

@@ -20,15 +20,16 @@
 
 namespace {
 
-using platform::kinfo_proc;
+using clientcomm::kinfo_proc;
 using support::ChildProcess;
 using Table = std::vector<kinfo_proc>;
 
-constexpr int kWholeTable[] = {platform::CTL_KERN, platform::KERN_PROC, platform::KERN_PROC_ALL};
+constexpr int kWholeTable[] = {clientcomm::CTL_KERN, clientcomm::KERN_PROC,
+                               clientcomm::KERN_PROC_ALL};
 
 int readInto(Table& table) {
   std::size_t length = table.size() * sizeof(kinfo_proc);
-  const int result = platform::sysctl(kWholeTable, 3, table.data(), &length, nullptr, 0);
+  const int result = clientcomm::sysctl(kWholeTable, 3, table.data(), &length, nullptr, 0);
   table.resize(length / sizeof(kinfo_proc));
   return result;
 }
@@ -41,7 +42,7 @@ Table readTable() {
 
 std::size_t sizeOf() {
   std::size_t length = 0;
-  EXPECT_EQ(platform::sysctl(kWholeTable, 3, nullptr, &length, nullptr, 0), 0);
+  EXPECT_EQ(clientcomm::sysctl(kWholeTable, 3, nullptr, &length, nullptr, 0), 0);
   EXPECT_EQ(length % sizeof(kinfo_proc), 0U);
   return length / sizeof(kinfo_proc);
 }
@@ -121,7 +122,7 @@ TEST(ProcessTable, DoesNotListAProcessThatHasEnded) {
 
 TEST(ProcessTable, TheProcessIDsAreThoseOfTheTableInItsOrder) {
   const ChildProcess child = childThat([] {});
-  const std::vector<std::int32_t> pids = platform::processIDs(&GetBSDProcessList);
+  const std::vector<std::int32_t> pids = clientcomm::processIDs(&GetBSDProcessList);
   EXPECT_TRUE(std::ranges::is_sorted(pids));
   for (const pid_t pid : {pid_t{1}, getpid(), child.pid()}) {
     EXPECT_EQ(std::ranges::count(pids, pid), 1) << pid;
@@ -129,7 +130,7 @@ TEST(ProcessTable, TheProcessIDsAreThoseOfTheTableInItsOrder) {
 }
 
 TEST(ProcessTable, ATableThatIsReadAfterTheProcessIDsHasNamesAndUsers) {
-  platform::processIDs(&GetBSDProcessList);
+  clientcomm::processIDs(&GetBSDProcessList);
   const auto record = recordOf(getpid());
   ASSERT_TRUE(record);
   EXPECT_STREQ(record->kp_proc.p_comm, "TestHost");
@@ -137,7 +138,7 @@ TEST(ProcessTable, ATableThatIsReadAfterTheProcessIDsHasNamesAndUsers) {
 }
 
 TEST(ProcessTable, WithoutATableThereAreNoProcessIDs) {
-  EXPECT_TRUE(platform::processIDs([](kinfo_proc** table, std::size_t* count) {
+  EXPECT_TRUE(clientcomm::processIDs([](kinfo_proc** table, std::size_t* count) {
                 *table = nullptr;
                 *count = 0;
                 return EIO;
@@ -169,37 +170,37 @@ TEST(ProcessTable, WritesNothingBehindABufferThatIsTooSmall) {
   Table table(3);
   std::memset(static_cast<void*>(table.data()), 0x55, 3 * sizeof(kinfo_proc));
   std::size_t length = 2 * sizeof(kinfo_proc) + 1;
-  EXPECT_EQ(platform::sysctl(kWholeTable, 3, table.data(), &length, nullptr, 0), -1);
+  EXPECT_EQ(clientcomm::sysctl(kWholeTable, 3, table.data(), &length, nullptr, 0), -1);
   EXPECT_EQ(errno, ENOMEM);
   EXPECT_EQ(table[2].kp_proc.p_pid, 0x55555555);
 }
 
 TEST(ProcessTable, NamesThatAreNotKnownAreRefused) {
   std::size_t length = 0;
-  const int wrong[][3] = {{platform::CTL_KERN, platform::KERN_PROC, 1},
-                          {platform::CTL_KERN, platform::KERN_PROC, 1000},
-                          {platform::CTL_KERN, 15, platform::KERN_PROC_ALL},
-                          {2, platform::KERN_PROC, platform::KERN_PROC_ALL}};
+  const int wrong[][3] = {{clientcomm::CTL_KERN, clientcomm::KERN_PROC, 1},
+                          {clientcomm::CTL_KERN, clientcomm::KERN_PROC, 1000},
+                          {clientcomm::CTL_KERN, 15, clientcomm::KERN_PROC_ALL},
+                          {2, clientcomm::KERN_PROC, clientcomm::KERN_PROC_ALL}};
   for (const auto& name : wrong) {
-    EXPECT_EQ(platform::sysctl(name, 3, nullptr, &length, nullptr, 0), -1);
+    EXPECT_EQ(clientcomm::sysctl(name, 3, nullptr, &length, nullptr, 0), -1);
     EXPECT_EQ(errno, ENOENT);
   }
-  EXPECT_EQ(platform::sysctl(kWholeTable, 2, nullptr, &length, nullptr, 0), -1);
+  EXPECT_EQ(clientcomm::sysctl(kWholeTable, 2, nullptr, &length, nullptr, 0), -1);
   EXPECT_EQ(errno, ENOENT);
 }
 
 TEST(ProcessTable, CannotBeWrittenTo) {
   std::size_t length = 0;
   const int value = 0;
-  EXPECT_EQ(platform::sysctl(kWholeTable, 3, nullptr, &length, &value, sizeof value), -1);
+  EXPECT_EQ(clientcomm::sysctl(kWholeTable, 3, nullptr, &length, &value, sizeof value), -1);
   EXPECT_EQ(errno, EPERM);
 }
 
 TEST(ProcessTable, MissingPlacesAreRefused) {
   std::size_t length = 0;
-  EXPECT_EQ(platform::sysctl(nullptr, 3, nullptr, &length, nullptr, 0), -1);
+  EXPECT_EQ(clientcomm::sysctl(nullptr, 3, nullptr, &length, nullptr, 0), -1);
   EXPECT_EQ(errno, EFAULT);
-  EXPECT_EQ(platform::sysctl(kWholeTable, 3, nullptr, nullptr, nullptr, 0), -1);
+  EXPECT_EQ(clientcomm::sysctl(kWholeTable, 3, nullptr, nullptr, nullptr, 0), -1);
   EXPECT_EQ(errno, EFAULT);
 }
 
@@ -226,7 +227,7 @@ TEST(ProcessTable, OneThatCannotBeReadIsAnErrorNotAShortTable) {
 TEST(ProcessTable, ReadingLeavesNoDescriptorOpen) {
   const int before = support::openDescriptorCount();
   readTable();
-  platform::processIDs(&GetBSDProcessList);
+  clientcomm::processIDs(&GetBSDProcessList);
   EXPECT_EQ(support::openDescriptorCount(), before);
 }
 
@@ -236,13 +237,13 @@ TEST(ProcessTable, AnotherReaderCanBePutInItsPlaceAndTakenOutAgain) {
     errno = EIO;
     return -1;
   };
-  const platform::SysctlFunction system = platform::replaceSysctl(failing);
+  const clientcomm::SysctlFunction system = clientcomm::replaceSysctl(failing);
   std::size_t length = 0;
-  EXPECT_EQ(platform::sysctl(kWholeTable, 3, nullptr, &length, nullptr, 0), -1);
+  EXPECT_EQ(clientcomm::sysctl(kWholeTable, 3, nullptr, &length, nullptr, 0), -1);
   EXPECT_EQ(errno, EIO);
   EXPECT_EQ(system(kWholeTable, 3, nullptr, &length, nullptr, 0), 0);
-  EXPECT_EQ(platform::replaceSysctl(nullptr), static_cast<platform::SysctlFunction>(failing));
-  EXPECT_EQ(platform::sysctl(kWholeTable, 3, nullptr, &length, nullptr, 0), 0);
+  EXPECT_EQ(clientcomm::replaceSysctl(nullptr), static_cast<clientcomm::SysctlFunction>(failing));
+  EXPECT_EQ(clientcomm::sysctl(kWholeTable, 3, nullptr, &length, nullptr, 0), 0);
 }
 
 }  // namespace

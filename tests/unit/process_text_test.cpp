@@ -7,8 +7,8 @@
 
 namespace {
 
-using platform::bundleOfExecutable;
-using platform::startTimeInStat;
+using clientcomm::bundleOfExecutable;
+using clientcomm::startTimeInStat;
 
 std::string statOf(std::string_view command) {
   return "4711 (" + std::string(command) +
@@ -16,8 +16,8 @@ std::string statOf(std::string_view command) {
 }
 
 std::string commandIn(std::string_view comm) {
-  char name[platform::MAXCOMLEN + 1];
-  platform::copyCommandName(comm, name);
+  char name[clientcomm::MAXCOMLEN + 1];
+  clientcomm::copyCommandName(comm, name);
   return name;
 }
 

@@ -19,13 +19,13 @@
 
 namespace {
 
-using platform::AppleEventDescriptor;
+using clientcomm::AppleEventDescriptor;
 using support::RecordingTransport;
 
-constexpr platform::DescType kText = 0x75747874;              // 'utxt'
-constexpr platform::DescType kSerialNumber = 0x70736e20;      // 'psn '
-constexpr platform::AEKeyword kAddress = 0x61646472;          // 'addr'
-constexpr platform::AEKeyword kDirectParameter = 0x2D2D2D2D;  // '----'
+constexpr clientcomm::DescType kText = 0x75747874;              // 'utxt'
+constexpr clientcomm::DescType kSerialNumber = 0x70736e20;      // 'psn '
+constexpr clientcomm::AEKeyword kAddress = 0x61646472;          // 'addr'
+constexpr clientcomm::AEKeyword kDirectParameter = 0x2D2D2D2D;  // '----'
 
 int instancesMade = 0;
 int instancesGone = 0;
@@ -38,16 +38,16 @@ class Recorder : public TQHPAppEventBase {
   Recorder() { ++instancesMade; }
   ~Recorder() override { ++instancesGone; }
 
-  static const platform::Class& staticClass() {
-    using platform::method;
-    static const auto* const cls =
-        new platform::Class("Recorder", platform::makeShared<Recorder>,
-                            {method<&Recorder::nothing>("nothing"), method<&Recorder::two>("two::"),
-                             method<&Recorder::three>("three:::"),
-                             method<&Recorder::status>("status:"), method<&Recorder::ask>("ask")});
+  static const clientcomm::Class& staticClass() {
+    using clientcomm::method;
+    static const auto* const cls = new clientcomm::Class(
+        "Recorder", clientcomm::makeShared<Recorder>,
+        {method<&Recorder::nothing>("nothing"), method<&Recorder::two>("two::"),
+         method<&Recorder::three>("three:::"), method<&Recorder::status>("status:"),
+         method<&Recorder::ask>("ask")});
     return *cls;
   }
-  const platform::Class& isa() const override { return staticClass(); }
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   OSErr nothing() {
     received.emplace_back("nothing");
@@ -68,22 +68,22 @@ class Recorder : public TQHPAppEventBase {
 };
 
 /// Registered, but no object of the family that takes calls.
-class Stranger : public platform::Object {
+class Stranger : public clientcomm::Object {
  public:
   Stranger() { ++instancesMade; }
-  static const platform::Class& staticClass() {
+  static const clientcomm::Class& staticClass() {
     static const auto* const cls =
-        new platform::Class("Stranger", platform::makeShared<Stranger>, {});
+        new clientcomm::Class("Stranger", clientcomm::makeShared<Stranger>, {});
     return *cls;
   }
-  const platform::Class& isa() const override { return staticClass(); }
+  const clientcomm::Class& isa() const override { return staticClass(); }
 };
 
 class ProcesserTest : public testing::Test {
  protected:
   void SetUp() override {
-    platform::registerClass(Recorder::staticClass());
-    platform::registerClass(Stranger::staticClass());
+    clientcomm::registerClass(Recorder::staticClass());
+    clientcomm::registerClass(Stranger::staticClass());
     TQHPAppleEventProcesser::share();
   }
 
@@ -130,7 +130,7 @@ TEST_F(ProcesserTest, ALaterRegistrationReplacesTheEarlier) {
 TEST_F(ProcesserTest, AClassWithoutAnObjectGetsOneOnTheFirstCallAndKeepsIt) {
   EXPECT_EQ(instancesMade, 0);
   EXPECT_EQ(call("two::", {"1", "2"}), "1|2");
-  platform::Object* const made = TQHPAppleEventProcesser::share().objectForKey("Recorder");
+  clientcomm::Object* const made = TQHPAppleEventProcesser::share().objectForKey("Recorder");
   EXPECT_EQ(call("two::", {"3", "4"}), "3|4");
   EXPECT_EQ(instancesMade, 1);
   EXPECT_EQ(TQHPAppleEventProcesser::share().objectForKey("Recorder"), made);
@@ -365,7 +365,7 @@ TEST_F(ProcesserTest, ACallerWhoseBundleHasNoIdentifierIsNotServed) {
   const std::string path = support::makeApplication("Nameless", "com.example.x", "echo");
   support::writeFile(
       path + "/Contents/Info.plist",
-      platform::xmlPropertyList({{"CFBundleExecutable", "Nameless"}, {"TestRole", "echo"}}));
+      clientcomm::xmlPropertyList({{"CFBundleExecutable", "Nameless"}, {"TestRole", "echo"}}));
   const support::ChildProcess nameless = support::runApplication(path);
   EXPECT_EQ(recorder_.call("Recorder", "two::", {"a", "b"}, nameless.pid()).text, std::nullopt);
   EXPECT_TRUE(received.empty());
@@ -419,14 +419,14 @@ TEST_F(ProcesserTest, WhatAMethodRaisesNeedNotBeAnException) {
 }
 
 TEST_F(ProcesserTest, AClassWhoseInstancesCannotBeMadeYieldsNil) {
-  static const platform::Class none(
-      "None", []() -> std::shared_ptr<platform::Object> { return nullptr; }, {});
-  static const platform::Class failing(
+  static const clientcomm::Class none(
+      "None", []() -> std::shared_ptr<clientcomm::Object> { return nullptr; }, {});
+  static const clientcomm::Class failing(
       "Failing",
-      []() -> std::shared_ptr<platform::Object> { throw std::runtime_error("cannot be made"); },
+      []() -> std::shared_ptr<clientcomm::Object> { throw std::runtime_error("cannot be made"); },
       {});
-  platform::registerClass(none);
-  platform::registerClass(failing);
+  clientcomm::registerClass(none);
+  clientcomm::registerClass(failing);
   EXPECT_EQ(recorder_.call("None", "nothing").text, std::nullopt);
   EXPECT_EQ(recorder_.call("Failing", "nothing").text, std::nullopt);
   EXPECT_EQ(TQHPAppleEventProcesser::share().objectForKey("None"), nullptr);
@@ -471,7 +471,7 @@ TEST_F(ProcesserTest, TheHostsClassesAreNotCallableInAProcessThatIsNoHost) {
           "clientIDFormHelper", "extractHelper", "launchHelepr", "synthesizeUserDefault"}) {
       EXPECT_EQ(recorder_.call(className, selector).text, std::nullopt);
     }
-    EXPECT_EQ(platform::classNamed(className), nullptr) << className;
+    EXPECT_EQ(clientcomm::classNamed(className), nullptr) << className;
     EXPECT_EQ(TQHPAppleEventProcesser::share().objectForKey(className), nullptr) << className;
   }
   EXPECT_TRUE(recorder_.calls().empty()) << "nothing was sent";

@@ -31,14 +31,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using platform::dictionaryWithContentsOfFile;
-using platform::PropertyListDate;
-using platform::PropertyListDictionary;
-using platform::propertyListFromBytes;
-using platform::PropertyListUID;
-using platform::PropertyListValue;
-using platform::writeDictionaryToFile;
-using platform::xmlPropertyList;
+using clientcomm::dictionaryWithContentsOfFile;
+using clientcomm::PropertyListDate;
+using clientcomm::PropertyListDictionary;
+using clientcomm::propertyListFromBytes;
+using clientcomm::PropertyListUID;
+using clientcomm::PropertyListValue;
+using clientcomm::writeDictionaryToFile;
+using clientcomm::xmlPropertyList;
 using Data = PropertyListValue::Data;
 using Array = PropertyListValue::Array;
 
@@ -161,7 +161,7 @@ TEST(PropertyList, ReadsXmlWithByteOrderMarkAndInUtf16) {
   ASSERT_TRUE(expected);
   EXPECT_EQ(propertyListFromBytes("\xEF\xBB\xBF" + xml), expected);
   const std::string path = support::sandbox() + "/utf16.plist";
-  ASSERT_TRUE(platform::writeTextToFileAsUTF16(xml, path));
+  ASSERT_TRUE(clientcomm::writeTextToFileAsUTF16(xml, path));
   EXPECT_EQ(propertyListFromBytes(support::readFile(path)), expected);
 }
 
@@ -422,7 +422,9 @@ class PropertyListFile : public testing::Test {
   const std::string path_ = folder_ + "/Info.plist";
 
   void SetUp() override { fs::create_directory(folder_); }
-  std::vector<std::string> entries() const { return platform::contentsOfDirectoryAtPath(folder_); }
+  std::vector<std::string> entries() const {
+    return clientcomm::contentsOfDirectoryAtPath(folder_);
+  }
 };
 
 TEST_F(PropertyListFile, IsWrittenAndReadBack) {

@@ -22,10 +22,10 @@
 namespace {
 
 namespace fs = std::filesystem;
-using platform::moveAside;
-using platform::pathBeforeRemoval;
-using platform::placesMovedAsideFrom;
-using platform::processesRunningBelow;
+using clientcomm::moveAside;
+using clientcomm::pathBeforeRemoval;
+using clientcomm::placesMovedAsideFrom;
+using clientcomm::processesRunningBelow;
 using support::ChildProcess;
 using support::installedHelperPath;
 
@@ -71,7 +71,7 @@ TEST(RemovedBundle, IsMovedThoughItsFolderIsReadOnly) {
   std::string place;
   EXPECT_FALSE(moveAside(helper, place));
   EXPECT_FALSE(fs::exists(helper));
-  EXPECT_FALSE(platform::removeItemAtPath(place));
+  EXPECT_FALSE(clientcomm::removeItemAtPath(place));
 }
 
 TEST(RemovedBundle, OfAnotherUserIsMovedToo) {
@@ -125,7 +125,7 @@ TEST(RemovedBundle, KeepsItsProcessesKnownWhenItsFilesAreDeletedAndTheNewOneIsTh
   ASSERT_FALSE(moveAside(installedHelperPath(), place));
   support::makeHelper(support::kInstallFolder, "2.0");
   EXPECT_TRUE(isKnownAsInstalledHelper());
-  ASSERT_FALSE(platform::removeItemAtPath(place));
+  ASSERT_FALSE(clientcomm::removeItemAtPath(place));
   EXPECT_TRUE(isKnownAsInstalledHelper());
   EXPECT_TRUE(processesRunningBelow(place).empty());
   EXPECT_TRUE(processesRunningBelow(installedHelperPath()).empty());
@@ -135,8 +135,9 @@ TEST(RemovedName, LeadsBackToThePathBefore) {
   EXPECT_EQ(pathBeforeRemoval("/a/.B.app.removed-1-2/B.app"), "/a/B.app");
   EXPECT_EQ(pathBeforeRemoval("/a/.B.app.removed-1-2"), "/a/B.app");
   const std::string name = std::string(240, 'n') + ".app";
-  EXPECT_EQ(pathBeforeRemoval("/a/" + platform::nextRemovedName(name) + "/" + name), "/a/" + name);
-  EXPECT_EQ(platform::bundleOfExecutable("/a/.B.app.removed-1-2/Contents/Linux/B"),
+  EXPECT_EQ(pathBeforeRemoval("/a/" + clientcomm::nextRemovedName(name) + "/" + name),
+            "/a/" + name);
+  EXPECT_EQ(clientcomm::bundleOfExecutable("/a/.B.app.removed-1-2/Contents/Linux/B"),
             "/a/.B.app.removed-1-2");
 }
 
@@ -147,7 +148,7 @@ TEST(RemovedName, LeavesEveryOtherPathAlone) {
         "/a/.removed-1-2", "/a/.removed-1-2/B.app", "/", "B.app", ""}) {
     EXPECT_EQ(pathBeforeRemoval(path), path);
   }
-  EXPECT_EQ(platform::bundleOfExecutable("/a/.B.removed-1-2/Contents/Linux/B"), "");
+  EXPECT_EQ(clientcomm::bundleOfExecutable("/a/.B.removed-1-2/Contents/Linux/B"), "");
 }
 
 }  // namespace

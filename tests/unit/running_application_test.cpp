@@ -37,7 +37,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using platform::kLaunchLimit;
+using clientcomm::kLaunchLimit;
 using support::ChildProcess;
 
 std::string identifier() {
@@ -109,7 +109,7 @@ std::string makeRunner(const std::string& role, const std::string& folder = "app
 void makeNameless(const std::string& application, const std::string& role) {
   support::writeFile(
       application + "/Contents/Info.plist",
-      platform::xmlPropertyList({{"CFBundleExecutable", "Runner"}, {"TestRole", role}}));
+      clientcomm::xmlPropertyList({{"CFBundleExecutable", "Runner"}, {"TestRole", role}}));
 }
 
 bool isRunning(const std::string& application) {
@@ -117,7 +117,7 @@ bool isRunning(const std::string& application) {
 }
 
 bool openApplication(const std::string& application) {
-  return platform::Workspace::sharedWorkspace().openFile(application);
+  return clientcomm::Workspace::sharedWorkspace().openFile(application);
 }
 
 ChildProcess start(const std::string& application, const std::vector<std::string>& arguments = {}) {
@@ -127,10 +127,10 @@ ChildProcess start(const std::string& application, const std::vector<std::string
 }
 
 void waitUntilOlderThanTheLaunchLimit(pid_t pid) {
-  const auto startTime = platform::processStartTime(pid);
+  const auto startTime = clientcomm::processStartTime(pid);
   ASSERT_TRUE(startTime);
   EXPECT_TRUE(
-      support::waitUntil([&] { return platform::ageByStartTime(*startTime) > kLaunchLimit; },
+      support::waitUntil([&] { return clientcomm::ageByStartTime(*startTime) > kLaunchLimit; },
                          std::chrono::seconds(60)));
 }
 
@@ -177,8 +177,8 @@ TEST(RunningApplication, AForkedCopyDoesNotCountBesideItsParentNorAfterIt) {
   const pid_t copy = std::atoi(process.readLine().value_or("0").c_str());
   ASSERT_GT(copy, 0);
   EXPECT_EQ(process.readLine(), "ready");
-  EXPECT_FALSE(platform::bundleProcess(copy)->presence == platform::Presence::kRunning);
-  EXPECT_TRUE(platform::bundleProcess(process.pid())->presence == platform::Presence::kRunning);
+  EXPECT_FALSE(clientcomm::bundleProcess(copy)->presence == clientcomm::Presence::kRunning);
+  EXPECT_TRUE(clientcomm::bundleProcess(process.pid())->presence == clientcomm::Presence::kRunning);
   waitUntilOlderThanTheLaunchLimit(copy);
   process.signal(SIGKILL);
   process.wait();
@@ -204,7 +204,7 @@ TEST(RunningApplication, OneWhoseRecordIsLostCountsByItsEndpointAndWritesTheReco
   const ChildProcess process = support::runApplication(application);
   ASSERT_TRUE(support::waitUntilReachable(identifier()));
   const std::string record =
-      platform::runtimeFolderPath() + "/process." + std::to_string(process.pid());
+      clientcomm::runtimeFolderPath() + "/process." + std::to_string(process.pid());
   ASSERT_TRUE(support::waitUntil([&] { return fs::exists(record); }));
   waitUntilOlderThanTheLaunchLimit(process.pid());
   fs::remove(record);
@@ -307,13 +307,13 @@ TEST(FailedLaunch, OneThatLivesUnopenedIsNotJoinedByAnother) {
 TEST(FailedLaunch, OneThatEndsAtOnceIsLaunchedThreeTimesAndThenPutOffByAllHosts) {
   const std::string application = makeRunner("ending-at-once");
   EXPECT_TRUE(support::waitUntil([&] { return !openApplication(application); }));
-  EXPECT_EQ(launchCount(), platform::kLaunchesAtOnce);
+  EXPECT_EQ(launchCount(), clientcomm::kLaunchesAtOnce);
   ChildProcess host = ChildProcess::fork([&] { return openApplication(application) ? 0 : 1; });
   EXPECT_EQ(host.wait(), 1);
-  EXPECT_EQ(launchCount(), platform::kLaunchesAtOnce);
+  EXPECT_EQ(launchCount(), clientcomm::kLaunchesAtOnce);
   makeRunner("opening");
   EXPECT_TRUE(openApplication(application));
-  EXPECT_TRUE(support::waitUntil([] { return launchCount() == platform::kLaunchesAtOnce + 1; }));
+  EXPECT_TRUE(support::waitUntil([] { return launchCount() == clientcomm::kLaunchesAtOnce + 1; }));
 }
 
 TEST(FailedLaunch, OneThatHadOpenedBeforeItWasKilledIsLaunchedAgainEachTime) {
@@ -334,7 +334,7 @@ TEST(UnreachableApplication, InAnotherRuntimeFolderIsNotJoinedByASecondOne) {
   const std::string otherFolder = support::sandbox() + "/elsewhere";
   fs::create_directory(otherFolder);
   fs::permissions(otherFolder, fs::perms::owner_all);
-  ASSERT_NE(platform::runtimeFolderPath(), otherFolder);
+  ASSERT_NE(clientcomm::runtimeFolderPath(), otherFolder);
   setenv("XDG_RUNTIME_DIR", otherFolder.c_str(), 1);
   ChildProcess process = start(application);
   setenv("XDG_RUNTIME_DIR", ownFolder.c_str(), 1);
@@ -388,10 +388,10 @@ TEST(UnseenApplication, KeepsItsRecordWhenOneInAnotherPIDNamespaceOpens) {
   const std::string application = makeRunner("opening");
   const ChildProcess process = start(application);
   const std::string record =
-      platform::runtimeFolderPath() + "/process." + std::to_string(process.pid());
+      clientcomm::runtimeFolderPath() + "/process." + std::to_string(process.pid());
   ASSERT_TRUE(fs::exists(record));
   const int status = runInPIDNamespace([] {
-    platform::checkIn();
+    clientcomm::checkIn();
     return 0;
   });
   if (status == kNoNamespaces) GTEST_SKIP() << "no namespaces";

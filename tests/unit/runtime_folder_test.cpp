@@ -15,9 +15,9 @@
 namespace {
 
 namespace fs = std::filesystem;
-using platform::fileNameForIdentifier;
-using platform::openRuntimeFolder;
-using platform::ScopedFd;
+using clientcomm::fileNameForIdentifier;
+using clientcomm::openRuntimeFolder;
+using clientcomm::ScopedFd;
 
 std::string folderPath() { return support::sandbox() + "/runtime/ClientComm"; }
 
@@ -28,7 +28,7 @@ mode_t modeOf(const std::string& path) {
 }
 
 TEST(RuntimeFolder, LiesUnderTheUsersRuntimeDirectory) {
-  EXPECT_EQ(platform::runtimeFolderPath(), folderPath());
+  EXPECT_EQ(clientcomm::runtimeFolderPath(), folderPath());
 }
 
 TEST(RuntimeFolder, IsMadeForTheUserAlone) {
@@ -107,7 +107,7 @@ TEST(RuntimeFolder, ItsPathMayBeLongerThanASocketAddress) {
   setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
   const ScopedFd folder = openRuntimeFolder(true);
   ASSERT_TRUE(folder.isValid());
-  EXPECT_EQ(platform::runtimeFolderPath(), directory + "/ClientComm");
+  EXPECT_EQ(clientcomm::runtimeFolderPath(), directory + "/ClientComm");
   EXPECT_EQ(fs::read_symlink("/proc/self/fd/" + std::to_string(folder.get())),
             directory + "/ClientComm");
 }

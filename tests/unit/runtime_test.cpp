@@ -10,15 +10,15 @@
 
 namespace {
 
-using platform::OptionalString;
+using clientcomm::OptionalString;
 
 /// Callable by name; notes what it was called with.
 class Speaker : public TQHPAppEventBase {
  public:
-  static const platform::Class& staticClass() {
-    using platform::method;
-    static const auto* const cls = new platform::Class(
-        "Speaker", platform::makeShared<Speaker>,
+  static const clientcomm::Class& staticClass() {
+    using clientcomm::method;
+    static const auto* const cls = new clientcomm::Class(
+        "Speaker", clientcomm::makeShared<Speaker>,
         {method<&Speaker::silence>("silence"), method<&Speaker::join>("join:with:and:"),
          method<&Speaker::status>("status:"), method<&Speaker::flag>("flag"),
          method<&Speaker::plainText>("plainText"), method<&Speaker::nothing>("nothing"),
@@ -28,14 +28,14 @@ class Speaker : public TQHPAppEventBase {
          method<&Speaker::reference>("reference")});
     return *cls;
   }
-  const platform::Class& isa() const override { return staticClass(); }
+  const clientcomm::Class& isa() const override { return staticClass(); }
 
   void silence() { ++invocations; }
   OptionalString join(const OptionalString& a, const OptionalString& b, const OptionalString& c) {
     ++invocations;
     return a.value_or("nil") + "," + b.value_or("nil") + "," + c.value_or("nil");
   }
-  platform::OSErr status(const OptionalString& /*unused*/) { return -600; }
+  clientcomm::OSErr status(const OptionalString& /*unused*/) { return -600; }
   bool flag() const { return true; }
   std::string plainText() const { return "text"; }
   OptionalString nothing() { return std::nullopt; }
@@ -59,37 +59,37 @@ OptionalString perform(Speaker& speaker, std::string_view selector,
 }
 
 TEST(Runtime, AClassIsFoundByNameOnlyOnceItIsRegistered) {
-  EXPECT_EQ(platform::classNamed("Speaker"), nullptr);
-  platform::registerClass(Speaker::staticClass());
-  EXPECT_EQ(platform::classNamed("Speaker"), &Speaker::staticClass());
-  EXPECT_EQ(platform::classNamed("speaker"), nullptr);
-  EXPECT_EQ(platform::classNamed(""), nullptr);
+  EXPECT_EQ(clientcomm::classNamed("Speaker"), nullptr);
+  clientcomm::registerClass(Speaker::staticClass());
+  EXPECT_EQ(clientcomm::classNamed("Speaker"), &Speaker::staticClass());
+  EXPECT_EQ(clientcomm::classNamed("speaker"), nullptr);
+  EXPECT_EQ(clientcomm::classNamed(""), nullptr);
 }
 
 TEST(Runtime, ALaterClassOfTheSameNameTakesThePlace) {
-  const platform::Class later("Speaker", platform::makeShared<Speaker>, {});
-  platform::registerClass(Speaker::staticClass());
-  platform::registerClass(later);
-  EXPECT_EQ(platform::classNamed("Speaker"), &later);
-  platform::registerClass(Speaker::staticClass());
+  const clientcomm::Class later("Speaker", clientcomm::makeShared<Speaker>, {});
+  clientcomm::registerClass(Speaker::staticClass());
+  clientcomm::registerClass(later);
+  EXPECT_EQ(clientcomm::classNamed("Speaker"), &later);
+  clientcomm::registerClass(Speaker::staticClass());
 }
 
 TEST(Runtime, AClassMakesInstancesOfItself) {
-  const std::shared_ptr<platform::Object> instance = Speaker::staticClass().makeInstance();
+  const std::shared_ptr<clientcomm::Object> instance = Speaker::staticClass().makeInstance();
   ASSERT_NE(instance, nullptr);
   EXPECT_EQ(&instance->isa(), &Speaker::staticClass());
   EXPECT_NE(Speaker::staticClass().makeInstance(), instance);
 }
 
 TEST(Runtime, AMethodKnowsHowManyArgumentsItTakes) {
-  const platform::Class& cls = Speaker::staticClass();
+  const clientcomm::Class& cls = Speaker::staticClass();
   EXPECT_EQ(cls.methodForSelector("silence")->argumentCount, 0U);
   EXPECT_EQ(cls.methodForSelector("status:")->argumentCount, 1U);
   EXPECT_EQ(cls.methodForSelector("join:with:and:")->argumentCount, 3U);
 }
 
 TEST(Runtime, SelectorsAreMatchedLetterForLetter) {
-  const platform::Class& cls = Speaker::staticClass();
+  const clientcomm::Class& cls = Speaker::staticClass();
   EXPECT_EQ(cls.methodForSelector("join:with:and"), nullptr);
   EXPECT_EQ(cls.methodForSelector("join"), nullptr);
   EXPECT_EQ(cls.methodForSelector("Silence"), nullptr);
@@ -110,8 +110,8 @@ TEST(Runtime, MissingArgumentsAreNil) {
 TEST(Runtime, MoreArgumentsThanTheSelectorTakesRaiseAndNothingIsInvoked) {
   Speaker speaker;
   EXPECT_THROW(perform(speaker, "join:with:and:", {"1", "2", "3", "4"}),
-               platform::InvalidArgumentException);
-  EXPECT_THROW(perform(speaker, "silence", {"1"}), platform::InvalidArgumentException);
+               clientcomm::InvalidArgumentException);
+  EXPECT_THROW(perform(speaker, "silence", {"1"}), clientcomm::InvalidArgumentException);
   EXPECT_EQ(speaker.invocations, 0);
 }
 
@@ -159,11 +159,11 @@ TEST(Runtime, AResultThatIsNoTextIsNilAndATextIsReadThroughAReference) {
 }
 
 TEST(Runtime, AnObserverHearsOfEveryObjectThatIsDestroyedWhileItLives) {
-  std::vector<const platform::Object*> heard;
+  std::vector<const clientcomm::Object*> heard;
   Speaker before;
   {
-    const platform::ObjectObserver observer(
-        [&heard](const platform::Object& object) { heard.push_back(&object); });
+    const clientcomm::ObjectObserver observer(
+        [&heard](const clientcomm::Object& object) { heard.push_back(&object); });
     { const Speaker inside; }
     const auto made = Speaker::staticClass().makeInstance();
     EXPECT_EQ(heard.size(), 1U);

@@ -19,16 +19,16 @@ namespace {
 
 using Arguments = std::vector<std::string>;
 using OptionalArguments = std::vector<OptionalString>;
-using platform::AppleEventDescriptor;
+using clientcomm::AppleEventDescriptor;
 using support::RecordedCall;
 using support::RecordingTransport;
 
 // 'utxt', 'list', 'bund', 'aevt' and '----'.
-constexpr platform::DescType kText = 0x75747874;
-constexpr platform::DescType kList = 0x6c697374;
-constexpr platform::DescType kBundleID = 0x62756e64;
-constexpr platform::DescType kEvent = 0x61657674;
-constexpr platform::AEKeyword kDirectParameter = 0x2D2D2D2D;
+constexpr clientcomm::DescType kText = 0x75747874;
+constexpr clientcomm::DescType kList = 0x6c697374;
+constexpr clientcomm::DescType kBundleID = 0x62756e64;
+constexpr clientcomm::DescType kEvent = 0x61657674;
+constexpr clientcomm::AEKeyword kDirectParameter = 0x2D2D2D2D;
 
 void writeHostInfoNaming(const std::string& helper) {
   auto info = support::defaultHostInfo();

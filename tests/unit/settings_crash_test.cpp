@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using platform::WriteForm;
+using clientcomm::WriteForm;
 
 class SettingsCrash : public testing::Test {
  protected:
@@ -45,14 +45,16 @@ class SettingsCrash : public testing::Test {
   }
 
   int write(const std::string& bytes, WriteForm form = WriteForm::kInPlace) const {
-    return platform::writeSettingsFile(path_, bytes, form, 0666);
+    return clientcomm::writeSettingsFile(path_, bytes, form, 0666);
   }
   std::string readBack() const {
     std::string bytes;
-    EXPECT_EQ(platform::readSettingsFile(path_, bytes), 0);
+    EXPECT_EQ(clientcomm::readSettingsFile(path_, bytes), 0);
     return bytes;
   }
-  std::vector<std::string> entries() const { return platform::contentsOfDirectoryAtPath(folder_); }
+  std::vector<std::string> entries() const {
+    return clientcomm::contentsOfDirectoryAtPath(folder_);
+  }
   void writeCopy(const std::string& before, const std::string& after) const {
     support::writeFile(folder_ + "/" + copyName_,
                        "ClientComm settings write " + std::to_string(before.size()) + " " +
@@ -113,7 +115,7 @@ TEST_F(SettingsCrash, InAFolderThatIsNotWritableIsRecoveredFromThePreferences) {
   const support::BoundByPermissions bound;
   const int steps = killAtEveryStep(old_, new_, WriteForm::kInPlace, [&] {
     expectRecovered(old_, new_);
-    EXPECT_TRUE(platform::contentsOfDirectoryAtPath(preferences_).empty());
+    EXPECT_TRUE(clientcomm::contentsOfDirectoryAtPath(preferences_).empty());
   });
   if (steps == 0) GTEST_SKIP() << "no process can be traced here";
   EXPECT_TRUE(wasCutShort_);

@@ -22,8 +22,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using platform::PropertyListDictionary;
-using platform::PropertyListValue;
+using clientcomm::PropertyListDictionary;
+using clientcomm::PropertyListValue;
 
 std::string contentsPath() { return support::hostBundlePath() + "/Contents"; }
 std::string infoPath() { return contentsPath() + "/Info.plist"; }
@@ -33,7 +33,7 @@ std::string tablePath(const std::string& language, const std::string& name) {
 std::string englishTable() { return tablePath("en", "InfoPlist"); }
 
 PropertyListDictionary read(const std::string& path) {
-  return platform::dictionaryWithContentsOfFile(path).value_or(PropertyListDictionary());
+  return clientcomm::dictionaryWithContentsOfFile(path).value_or(PropertyListDictionary());
 }
 
 /// The value of `key` in the file at `path`; nothing when absent.
@@ -152,10 +152,10 @@ TEST_F(SettingsFilesTest, AValueThatIsNoTruthValueReadsAsFalse) {
 
 TEST_F(SettingsFilesTest, ThePropertyListThatIsWrittenIsTheFirstOfTheListing) {
   for (const char* name : {"a", "zz", "Version"}) {
-    support::writeFile(contentsPath() + "/" + name + ".plist", platform::xmlPropertyList({}));
+    support::writeFile(contentsPath() + "/" + name + ".plist", clientcomm::xmlPropertyList({}));
   }
-  support::writeFile(contentsPath() + "/Other.PLIST", platform::xmlPropertyList({}));
-  support::writeFile(contentsPath() + "/0/nested.plist", platform::xmlPropertyList({}));
+  support::writeFile(contentsPath() + "/Other.PLIST", clientcomm::xmlPropertyList({}));
+  support::writeFile(contentsPath() + "/0/nested.plist", clientcomm::xmlPropertyList({}));
   std::string first;
   for (const fs::directory_entry& entry : fs::directory_iterator(contentsPath())) {
     if (entry.path().extension() == ".plist" && first.empty()) first = entry.path();
@@ -175,7 +175,7 @@ TEST_F(SettingsFilesTest, ThePropertyListThatIsWrittenIsTheFirstOfTheListing) {
 TEST_F(SettingsFilesTest, ABundleWithoutAPropertyListHasNoneToWrite) {
   controller();
   fs::remove(infoPath());
-  support::writeFile(contentsPath() + "/Info.PLIST", platform::xmlPropertyList({}));
+  support::writeFile(contentsPath() + "/Info.PLIST", clientcomm::xmlPropertyList({}));
   EXPECT_EQ(TQHPHelperCommunicate::searchPlistFilePath(support::hostBundlePath()), std::nullopt);
   controller().setTipsEnable(false);
   EXPECT_FALSE(fs::exists(infoPath())) << "it is never made";
@@ -435,7 +435,7 @@ TEST_F(SettingsFilesTest, ATableInUtf16IsReadAndWritten) {
 
 TEST_F(SettingsFilesTest, ATableThatIsAPropertyListIsReadToo) {
   support::writeFile(englishTable(),
-                     platform::xmlPropertyList({{"TipsEnable", true}, {"other", "text"}}));
+                     clientcomm::xmlPropertyList({{"TipsEnable", true}, {"other", "text"}}));
   const FileState before = stateOf(englishTable());
   controller().saveTipsEnableTostringsFile(true);
   EXPECT_EQ(stateOf(englishTable()), before) << "the boolean is equal";
@@ -601,7 +601,7 @@ class SwitchAfterRestartTest : public SettingsFilesTest {
   SwitchAfterRestartTest() {
     writeInfoWith({{"TipsEnable", true}, {"EnableAD", false}});
     // The Info dictionary of the identity is read before any switch is set.
-    EXPECT_EQ(platform::Bundle::mainBundle().infoValue("TipsEnable"), PropertyListValue(true));
+    EXPECT_EQ(clientcomm::Bundle::mainBundle().infoValue("TipsEnable"), PropertyListValue(true));
   }
 };
 

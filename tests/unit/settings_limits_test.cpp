@@ -10,10 +10,10 @@
 
 namespace {
 
-using platform::PropertyListDictionary;
-using platform::PropertyListUID;
-using platform::PropertyListValue;
-using platform::UserDefaults;
+using clientcomm::PropertyListDictionary;
+using clientcomm::PropertyListUID;
+using clientcomm::PropertyListValue;
+using clientcomm::UserDefaults;
 
 constexpr int kDeepest = 128;  // of the values within a property list's top one
 
@@ -32,19 +32,20 @@ TEST(SettingsLimits, AValueNestedToTheLimitIsReadAgain) {
        {PropertyListValue("text"), PropertyListValue(7), PropertyListValue(PropertyListUID{7}),
         PropertyListValue(PropertyListUID{UINT64_MAX})}) {
     const PropertyListDictionary dictionary = {{"key", nested(leaf, kDeepest)}};
-    EXPECT_EQ(platform::propertyListFromBytes(platform::xmlPropertyList(dictionary)), dictionary);
+    EXPECT_EQ(clientcomm::propertyListFromBytes(clientcomm::xmlPropertyList(dictionary)),
+              dictionary);
   }
 }
 
 TEST(SettingsLimits, ASettingMayBeCalledAsTheKeyOfAReference) {
   const PropertyListDictionary dictionary = {{"CF$UID", 7}};
-  EXPECT_EQ(platform::propertyListFromBytes(platform::xmlPropertyList(dictionary)), dictionary);
+  EXPECT_EQ(clientcomm::propertyListFromBytes(clientcomm::xmlPropertyList(dictionary)), dictionary);
 }
 
 TEST(SettingsLimits, AStringsTableIsReadAsDeepAsItIsWritten) {
   const auto read = [](int depth) {
-    return platform::propertyListFromBytes(
-        platform::descriptionInStringsFileFormat({{"key", nested("text", depth)}}));
+    return clientcomm::propertyListFromBytes(
+        clientcomm::descriptionInStringsFileFormat({{"key", nested("text", depth)}}));
   };
   EXPECT_TRUE(read(kDeepest));
   EXPECT_FALSE(read(kDeepest + 1));
@@ -53,12 +54,12 @@ TEST(SettingsLimits, AStringsTableIsReadAsDeepAsItIsWritten) {
 TEST(SettingsLimits, AFileIsNotWrittenThatCouldNotBeReadAgain) {
   const std::string path = support::sandbox() + "/list.plist";
   const PropertyListDictionary before = {{"key", "value"}};
-  ASSERT_TRUE(platform::writeDictionaryToFile(before, path));
-  EXPECT_FALSE(platform::writeDictionaryToFile({{"key", nested("text", kDeepest + 1)}}, path));
-  EXPECT_FALSE(platform::writeDictionaryToFile({{"key", std::string(17 << 20, 'x')}}, path));
-  EXPECT_EQ(platform::dictionaryWithContentsOfFile(path), before);
-  EXPECT_TRUE(platform::writeDictionaryToFile({{"key", nested("text", kDeepest)}}, path));
-  EXPECT_TRUE(platform::dictionaryWithContentsOfFile(path));
+  ASSERT_TRUE(clientcomm::writeDictionaryToFile(before, path));
+  EXPECT_FALSE(clientcomm::writeDictionaryToFile({{"key", nested("text", kDeepest + 1)}}, path));
+  EXPECT_FALSE(clientcomm::writeDictionaryToFile({{"key", std::string(17 << 20, 'x')}}, path));
+  EXPECT_EQ(clientcomm::dictionaryWithContentsOfFile(path), before);
+  EXPECT_TRUE(clientcomm::writeDictionaryToFile({{"key", nested("text", kDeepest)}}, path));
+  EXPECT_TRUE(clientcomm::dictionaryWithContentsOfFile(path));
 }
 
 TEST(SettingsLimits, ASettingThatCouldNotBeReadAgainDoesNotCostTheOthers) {

@@ -24,12 +24,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using platform::PropertyListDictionary;
-using platform::PropertyListValue;
-using platform::WriteForm;
+using clientcomm::PropertyListDictionary;
+using clientcomm::PropertyListValue;
+using clientcomm::WriteForm;
 
 int write(const std::string& path, const std::string& bytes, WriteForm form) {
-  return platform::writeSettingsFile(path, bytes, form, 0666);
+  return clientcomm::writeSettingsFile(path, bytes, form, 0666);
 }
 int writeInPlace(const std::string& path, const std::string& bytes) {
   return write(path, bytes, WriteForm::kInPlace);
@@ -42,7 +42,7 @@ struct stat statusOf(const std::string& path) {
 }
 
 std::vector<std::string> listingOf(const std::string& folder) {
-  return platform::contentsOfDirectoryAtPath(folder);
+  return clientcomm::contentsOfDirectoryAtPath(folder);
 }
 
 /// Runs on one file system each, over a folder of the sandbox.
@@ -68,7 +68,7 @@ TEST_P(SettingsWriteOn, EverySwitchGoesIntoTheSameOneOfTwoPropertyLists) {
   if (IsSkipped()) return;
   support::RecordingTransport::install();
   support::writeHostInfo(support::defaultHostInfo());
-  support::writeFile(contents + "/Other.plist", platform::xmlPropertyList({}));
+  support::writeFile(contents + "/Other.plist", clientcomm::xmlPropertyList({}));
   support::writeFile(contents + "/Resources/en.lproj/A.strings", "\"TipsEnable\" = \"1\";");
   support::writeFile(contents + "/Resources/en.lproj/B.strings", "\"TipsEnable\" = \"1\";");
   auto& controller = TQHPHelperCommunicate::share();
@@ -81,9 +81,9 @@ TEST_P(SettingsWriteOn, EverySwitchGoesIntoTheSameOneOfTwoPropertyLists) {
     controller.setTipsEnable(isOn);
     EXPECT_EQ(listingOf(contents), listing);
     EXPECT_EQ(listingOf(contents + "/Resources/en.lproj"), tables);
-    EXPECT_EQ(platform::dictionaryWithContentsOfFile(*list)->at("TipsEnable"),
+    EXPECT_EQ(clientcomm::dictionaryWithContentsOfFile(*list)->at("TipsEnable"),
               PropertyListValue(isOn));
-    EXPECT_EQ(platform::dictionaryWithContentsOfFile(*table)->at("TipsEnable"),
+    EXPECT_EQ(clientcomm::dictionaryWithContentsOfFile(*table)->at("TipsEnable"),
               PropertyListValue(isOn ? "1" : "0"));
   }
 }
@@ -225,7 +225,7 @@ TEST_F(SettingsWrite, TwoWritersNeverMixTheirContents) {
   int mixed = 0;
   EXPECT_TRUE(support::waitUntil([&] {
     std::string content;
-    EXPECT_EQ(platform::readSettingsFile(path_, content), 0);
+    EXPECT_EQ(clientcomm::readSettingsFile(path_, content), 0);
     mixed += isMixed(content) ? 1 : 0;
     return fs::exists(support::sandbox() + "/done0") && fs::exists(support::sandbox() + "/done1");
   }));

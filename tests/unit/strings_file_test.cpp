@@ -11,12 +11,12 @@
 
 namespace {
 
-using platform::descriptionInStringsFileFormat;
-using platform::dictionaryWithContentsOfFile;
-using platform::PropertyListDictionary;
-using platform::propertyListFromBytes;
-using platform::PropertyListValue;
-using platform::writeTextToFileAsUTF16;
+using clientcomm::descriptionInStringsFileFormat;
+using clientcomm::dictionaryWithContentsOfFile;
+using clientcomm::PropertyListDictionary;
+using clientcomm::propertyListFromBytes;
+using clientcomm::PropertyListValue;
+using clientcomm::writeTextToFileAsUTF16;
 using Array = PropertyListValue::Array;
 using Data = PropertyListValue::Data;
 
@@ -114,7 +114,7 @@ TEST(StringsFile, ReadsUtf16OfBothByteOrdersAndUtf8WithAndWithoutMark) {
 
 TEST(StringsFile, MayBeAPropertyListOfAnyKind) {
   const PropertyListDictionary table = {{"TipsEnable", "1"}};
-  EXPECT_EQ(propertyListFromBytes(platform::xmlPropertyList(table)), PropertyListValue(table));
+  EXPECT_EQ(propertyListFromBytes(clientcomm::xmlPropertyList(table)), PropertyListValue(table));
   EXPECT_EQ(propertyListFromBytes("{ TipsEnable = 1; }"), PropertyListValue(table));
   const std::string binary(
       "bplist00\xD1\x01\x02\x5ATipsEnable\x51\x31\x08\x0B\x16\0\0\0\0\0\0\x01\x01"

@@ -10,11 +10,11 @@
 
 namespace {
 
-using platform::boolValue;
-using platform::intValue;
-using platform::isDecimalDigit;
-using platform::takeCharacter;
-using platform::utf16Length;
+using clientcomm::boolValue;
+using clientcomm::intValue;
+using clientcomm::isDecimalDigit;
+using clientcomm::takeCharacter;
+using clientcomm::utf16Length;
 using namespace std::string_view_literals;
 
 std::vector<char32_t> charactersOf(std::string_view text) {

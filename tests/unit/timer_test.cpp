@@ -12,7 +12,7 @@
 namespace {
 
 using namespace std::chrono_literals;
-using platform::Timer;
+using clientcomm::Timer;
 using Clock = std::chrono::steady_clock;
 
 // Runs what the main loop has to do at this moment, without waiting.

@@ -3,5 +3,5 @@
 #include <gtest/gtest.h>
 
 TEST(Types, NilAndEmptyStringAreDifferentValues) {
-  EXPECT_NE(platform::OptionalString(), platform::OptionalString(""));
+  EXPECT_NE(clientcomm::OptionalString(), clientcomm::OptionalString(""));
 }

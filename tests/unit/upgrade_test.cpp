@@ -19,7 +19,7 @@ namespace {
 using support::RecordingTransport;
 
 using Strings = std::vector<std::string>;
-using ErrorOrNone = std::optional<platform::Error>;
+using ErrorOrNone = std::optional<clientcomm::Error>;
 
 constexpr char kUpgrade[] = "productUpgrade:versionID:";
 constexpr char kReady[] = "productReadyToUpgrade:versionID:ready:";
@@ -29,7 +29,7 @@ constexpr char kIsAlive[] = "isAlive:prodeuctVersion:";
 /// Keeps the errors that it is told, and answers where it was given an answer.
 class Listener final : public TQHPProductUpgradeCallBackDelegate {
  public:
-  void productWillUpgrade(const platform::Error* error) override {
+  void productWillUpgrade(const clientcomm::Error* error) override {
     errors.push_back(error == nullptr ? ErrorOrNone() : ErrorOrNone(*error));
     if (whenTold) whenTold();
   }
@@ -42,7 +42,9 @@ class Listener final : public TQHPProductUpgradeCallBackDelegate {
 class DeafListener final : public TQHPProductUpgradeCallBackDelegate {
  public:
   bool respondsToSelector(std::string_view) const override { return false; }
-  void productWillUpgrade(const platform::Error*) override { ADD_FAILURE() << "not to be called"; }
+  void productWillUpgrade(const clientcomm::Error*) override {
+    ADD_FAILURE() << "not to be called";
+  }
 };
 
 /// A delegate that implements nothing and says nothing about it.

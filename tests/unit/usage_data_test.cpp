@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using platform::PropertyListValue;
+using clientcomm::PropertyListValue;
 using support::RecordingTransport;
 
 using Strings = std::vector<std::string>;
@@ -117,10 +117,10 @@ TEST_F(UsageDataTest, TheProductIDThatWasSetIsStoredAtOnce) {
 }
 
 TEST_F(UsageDataTest, WithoutAProductIDOfTheirOwnRecordsGoOutUnderTheFirstStarts) {
-  platform::UserDefaults::standardUserDefaults().setObject(PropertyListValue(false),
-                                                           "IsFirstStart");
-  platform::UserDefaults::standardUserDefaults().setObject(PropertyListValue("P001"),
-                                                           "FirstStartPID");
+  clientcomm::UserDefaults::standardUserDefaults().setObject(PropertyListValue(false),
+                                                             "IsFirstStart");
+  clientcomm::UserDefaults::standardUserDefaults().setObject(PropertyListValue("P001"),
+                                                             "FirstStartPID");
   EXPECT_EQ(controller_.collectDataPID(), "P001");
   controller_.commIncreaseDataCollect("t", "k");
   expectSent(kCollect, {"P001", "1.2.3", "3", "t", "k", ""});
@@ -141,7 +141,8 @@ TEST_F(UsageDataTest, ANilProductIDRemovesTheOneThatWasSet) {
 }
 
 TEST_F(UsageDataTest, AProductIDThatIsNoTextCountsAsNone) {
-  platform::UserDefaults::standardUserDefaults().setObject(PropertyListValue(7), "DataCollectPID");
+  clientcomm::UserDefaults::standardUserDefaults().setObject(PropertyListValue(7),
+                                                             "DataCollectPID");
   EXPECT_EQ(controller_.collectDataPID(), "P100");
 }
 
@@ -184,7 +185,7 @@ TEST_F(UsageDataTest, TheCollectStatusIsNoWithoutAnAnswer) {
 class DataCollectionPathTest : public UsageDataTest {
  protected:
   static OptionalString recordedPath() {
-    return platform::UserDefaults::standardUserDefaults().stringForKey("DataCollectPath");
+    return clientcomm::UserDefaults::standardUserDefaults().stringForKey("DataCollectPath");
   }
 
   const std::string base_ = support::sandbox() + "/collected/here";
@@ -200,7 +201,7 @@ TEST_F(DataCollectionPathTest, IsMadeWithTheFoldersAboveItAndRecorded) {
 TEST_F(DataCollectionPathTest, IsWrittenToTheUserDefaultsWithTheNextSynchronisation) {
   controller_.initDataCollectionPath(base_);
   EXPECT_FALSE(support::hostDefaults().contains("DataCollectPath"));
-  platform::UserDefaults::standardUserDefaults().synchronize();
+  clientcomm::UserDefaults::standardUserDefaults().synchronize();
   EXPECT_EQ(support::hostDefaults().at("DataCollectPath"), PropertyListValue(data_));
 }
 
@@ -218,8 +219,8 @@ TEST_F(DataCollectionPathTest, AnExistingLogFolderIsUsed) {
 
 TEST_F(DataCollectionPathTest, ASecondTimeLeavesTheRecordAndMakesNothing) {
   controller_.initDataCollectionPath(base_);
-  platform::UserDefaults::standardUserDefaults().setObject(PropertyListValue("/moved"),
-                                                           "DataCollectPath");
+  clientcomm::UserDefaults::standardUserDefaults().setObject(PropertyListValue("/moved"),
+                                                             "DataCollectPath");
   controller_.initDataCollectionPath(base_);
   EXPECT_EQ(recordedPath(), "/moved");
 }

@@ -29,10 +29,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using platform::dictionaryWithContentsOfFile;
-using platform::PropertyListDictionary;
-using platform::PropertyListValue;
-using platform::UserDefaults;
+using clientcomm::dictionaryWithContentsOfFile;
+using clientcomm::PropertyListDictionary;
+using clientcomm::PropertyListValue;
+using clientcomm::UserDefaults;
 using support::ChildProcess;
 using support::readFile;
 using support::writeFile;
@@ -47,7 +47,7 @@ std::optional<PropertyListDictionary> stored(const std::string& domain = kDomain
 }
 
 void store(const PropertyListDictionary& values, const std::string& domain = kDomain) {
-  writeFile(pathOf(domain), platform::xmlPropertyList(values));
+  writeFile(pathOf(domain), clientcomm::xmlPropertyList(values));
 }
 
 struct stat statusOf(const std::string& path) {
@@ -148,7 +148,8 @@ TEST_F(UserDefaultsTest, LoseNoKeyWhenEightProcessesWriteAtOnce) {
   const auto values = stored();
   ASSERT_TRUE(values);
   EXPECT_EQ(values->size(), static_cast<std::size_t>(kProcesses * kKeys));
-  EXPECT_EQ(platform::contentsOfDirectoryAtPath(folder()).size(), 1U) << "and nothing else is left";
+  EXPECT_EQ(clientcomm::contentsOfDirectoryAtPath(folder()).size(), 1U)
+      << "and nothing else is left";
 }
 
 TEST_F(UserDefaultsTest, WriteNothingWhenNothingChanges) {
@@ -182,11 +183,11 @@ TEST_F(UserDefaultsTest, MakeTheirFolderOnlyToWriteAndForTheUserAlone) {
 
 TEST_F(UserDefaultsTest, KeepEveryOtherValueThroughARewrite) {
   PropertyListDictionary values = {
-      {"date", platform::PropertyListDate{1e9}},
+      {"date", clientcomm::PropertyListDate{1e9}},
       {"data", PropertyListValue::Data{std::byte{7}}},
       {"real", 0.1},
       {"large", std::uint64_t{1} << 63U},
-      {"uid", platform::PropertyListUID{4}},
+      {"uid", clientcomm::PropertyListUID{4}},
       {"nested", PropertyListDictionary{{"list", PropertyListValue::Array{true, -1}}}}};
   store(values);
   UserDefaults defaults(kDomain);
@@ -257,12 +258,12 @@ TEST_F(UserDefaultsTest, AreWholeAfterAFullDisk) {
   });
   EXPECT_EQ(writer.wait(), 1);
   EXPECT_EQ(stored(), (PropertyListDictionary{{"a", 1}}));
-  EXPECT_EQ(platform::contentsOfDirectoryAtPath(folder()).size(), 1U);
+  EXPECT_EQ(clientcomm::contentsOfDirectoryAtPath(folder()).size(), 1U);
 }
 
 TEST_F(UserDefaultsTest, AreNotHeldUpForEverByAnother) {
   store({{"a", 1}});
-  const platform::ScopedFd held(open(folder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const clientcomm::ScopedFd held(open(folder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   ASSERT_EQ(flock(held.get(), LOCK_EX), 0);
   UserDefaults defaults(kDomain);
   defaults.setObject(2, "a");
@@ -277,7 +278,7 @@ TEST_F(UserDefaultsTest, AreNotHeldUpForEverByAnother) {
 
 TEST_F(UserDefaultsTest, AreWrittenByTheRunLoopOnceAnotherLetsThemBe) {
   store({{"a", 1}});
-  const platform::ScopedFd held(open(folder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const clientcomm::ScopedFd held(open(folder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   ASSERT_EQ(flock(held.get(), LOCK_EX), 0);
   UserDefaults defaults(kDomain);
   defaults.setObject(2, "a");
@@ -390,9 +391,9 @@ TEST_F(UserDefaultsTest, OfAnotherApplicationAreNotReadAgainWhileTheFileIsUnchan
   store({{"a", 1}}, kHelper);
   UserDefaults defaults(kDomain);
   ASSERT_TRUE(support::waitUntil(
-      [&] { return platform::FileSignature::ofFile(pathOf(kHelper))->isSettled(); }));
+      [&] { return clientcomm::FileSignature::ofFile(pathOf(kHelper))->isSettled(); }));
   EXPECT_TRUE(defaults.persistentDomainForName(kHelper));
-  const platform::ScopedFd watch(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  const clientcomm::ScopedFd watch(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
   ASSERT_GE(inotify_add_watch(watch.get(), pathOf(kHelper).c_str(), IN_OPEN), 0);
   for (int i = 0; i < 100; ++i) EXPECT_TRUE(defaults.persistentDomainForName(kHelper));
   alignas(inotify_event) char event[4096];
@@ -424,10 +425,10 @@ TEST_F(UserDefaultsTest, StayInTheirFolderWhateverTheIdentifier) {
     ASSERT_TRUE(values) << identifier;
     EXPECT_EQ(values->at("who"), PropertyListValue(identifier)) << "no two share a file";
   }
-  const auto names = platform::contentsOfDirectoryAtPath(folder());
+  const auto names = clientcomm::contentsOfDirectoryAtPath(folder());
   EXPECT_EQ(names.size(), std::size(identifiers));
   for (const std::string& name : names) EXPECT_FALSE(name.starts_with('.')) << name;
-  EXPECT_EQ(platform::contentsOfDirectoryAtPath(support::sandbox() + "/config").size(), 1U);
+  EXPECT_EQ(clientcomm::contentsOfDirectoryAtPath(support::sandbox() + "/config").size(), 1U);
 }
 
 TEST_F(UserDefaultsTest, ArePlainXmlUnderTheIdentifiersOwnName) {

@@ -28,8 +28,8 @@
 namespace {
 
 namespace fs = std::filesystem;
-using platform::configDirectory;
-using platform::runtimeDirectory;
+using clientcomm::configDirectory;
+using clientcomm::runtimeDirectory;
 using support::ChildProcess;
 
 constexpr uid_t kAnotherUser = 12345;
@@ -42,7 +42,7 @@ void give(const std::string& path, uid_t user) {
 }
 
 bool writeText(const char* path, const std::string& text) {
-  const platform::ScopedFd file(open(path, O_WRONLY | O_CLOEXEC));
+  const clientcomm::ScopedFd file(open(path, O_WRONLY | O_CLOEXEC));
   return write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
@@ -76,8 +76,8 @@ TEST(UserFolders, RuntimeDirectoryIsTheSessionsWithoutTheVariable) {
     fs::create_directories(sessionDirectory());
     unsetenv("XDG_RUNTIME_DIR");
     return runtimeDirectory() == sessionDirectory() &&
-           platform::runtimeFolderPath() == sessionDirectory() + "/ClientComm" &&
-           platform::openRuntimeFolder(true).isValid();
+           clientcomm::runtimeFolderPath() == sessionDirectory() + "/ClientComm" &&
+           clientcomm::openRuntimeFolder(true).isValid();
   });
 }
 
@@ -111,7 +111,7 @@ TEST(UserFolders, RelativePathsInTheEnvironmentAreIgnored) {
       return false;
     }
     setenv("HOME", "home", 1);
-    return platform::homeDirectory() == passwordHome() &&
+    return clientcomm::homeDirectory() == passwordHome() &&
            configDirectory() == passwordHome() + "/.config";
   });
 }
@@ -133,7 +133,7 @@ TEST(UserFolders, RootMakesNoDirectoryOfAnotherUsersSession) {
     fs::create_directories("/run/user");
     setenv("XDG_RUNTIME_DIR", "/run/user/12345", 1);
     return runtimeDirectory() == support::sandbox() + "/cache" &&
-           platform::openRuntimeFolder(true).isValid() && fs::is_empty("/run/user");
+           clientcomm::openRuntimeFolder(true).isValid() && fs::is_empty("/run/user");
   });
 }
 
@@ -141,13 +141,13 @@ TEST(UserFolders, RootCreatesNothingUnderADirectoryOfAnotherUser) {
   if (geteuid() != 0) GTEST_SKIP() << "about the superuser";
   const std::string home = support::sandbox() + "/home";
   support::writeFile(support::sandbox() + "/source", "text");
-  EXPECT_TRUE(platform::mayCreateItemAtPath(home + "/folder"));
+  EXPECT_TRUE(clientcomm::mayCreateItemAtPath(home + "/folder"));
   give(home, kAnotherUser);
-  EXPECT_FALSE(platform::mayCreateItemAtPath(home + "/folder"));
-  const auto made = platform::createDirectoryAtPath(home + "/folder/below");
+  EXPECT_FALSE(clientcomm::mayCreateItemAtPath(home + "/folder"));
+  const auto made = clientcomm::createDirectoryAtPath(home + "/folder/below");
   ASSERT_TRUE(made.has_value());
   EXPECT_EQ(made->code, EPERM);
-  const auto copied = platform::copyPath(support::sandbox() + "/source", home + "/copy");
+  const auto copied = clientcomm::copyPath(support::sandbox() + "/source", home + "/copy");
   ASSERT_TRUE(copied.has_value());
   EXPECT_EQ(copied->code, EPERM);
   EXPECT_TRUE(fs::is_empty(home));
@@ -173,8 +173,8 @@ TEST(UserFolders, HostThatRootRunsInAUsersEnvironmentLeavesNothingThere) {
       give(support::sandbox() + "/" + name, kAnotherUser);
     }
     TQHPHelper::share();
-    platform::UserDefaults& defaults = platform::UserDefaults::standardUserDefaults();
-    defaults.setObject(platform::PropertyListValue("value"), "key");
+    clientcomm::UserDefaults& defaults = clientcomm::UserDefaults::standardUserDefaults();
+    defaults.setObject(clientcomm::PropertyListValue("value"), "key");
     const bool isWritten = defaults.synchronize();
     for (const char* name : {"runtime", "cache", "config", "data", "home"}) {
       const std::string file = fileOfRootIn(support::sandbox() + "/" + name);
@@ -191,16 +191,16 @@ TEST(UserFolders, HostThatRootRunsInAUsersEnvironmentLeavesNothingThere) {
 // Prints what a setuid process takes its folders to be, and what it does with links.
 const support::Role tellFolders(
     "tell-folders", [](const std::vector<std::string>& arguments) -> int {
-      std::printf("%d\n%s\n%s\n%s\n", platform::isSetuidProcess() ? 1 : 0,
-                  platform::homeDirectory().c_str(), configDirectory().c_str(),
+      std::printf("%d\n%s\n%s\n%s\n", clientcomm::isSetuidProcess() ? 1 : 0,
+                  clientcomm::homeDirectory().c_str(), configDirectory().c_str(),
                   runtimeDirectory().c_str());
       const auto write = [&](const std::string& name, const std::string& bytes) {
-        return platform::writeSettingsFile(arguments.at(0) + name, bytes,
-                                           platform::WriteForm::kInPlace, 0666);
+        return clientcomm::writeSettingsFile(arguments.at(0) + name, bytes,
+                                             clientcomm::WriteForm::kInPlace, 0666);
       };
       std::printf("%d\n", write("/link", "through the link"));
       std::printf("%d\n", write("/plain", "written"));
-      std::printf("%d\n", platform::createDirectoryAtPath(arguments.at(0) + "/folder/x") ? 1 : 0);
+      std::printf("%d\n", clientcomm::createDirectoryAtPath(arguments.at(0) + "/folder/x") ? 1 : 0);
       // A leak check at exit attaches to the process, which a setuid one does not allow.
       std::fflush(stdout);
       _exit(0);

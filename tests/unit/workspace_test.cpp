@@ -38,8 +38,8 @@
 namespace {
 
 namespace fs = std::filesystem;
-using platform::ScopedFd;
-using platform::Workspace;
+using clientcomm::ScopedFd;
+using clientcomm::Workspace;
 using support::ChildProcess;
 
 // An identifier of this test alone: tests run side by side, and an application that runs counts for
@@ -80,7 +80,7 @@ int runWitness(const std::vector<std::string>& arguments) {
        << "\narguments: " << arguments.size() << "\nfolder: " << fs::current_path().string()
        << "\nvariable: " << (std::getenv("WITNESS") != nullptr ? std::getenv("WITNESS") : "")
        << "\nblocked: " << statusField("SigBlk") << "\nignored: " << statusField("SigIgn") << "\n";
-  platform::checkIn();
+  clientcomm::checkIn();
   const std::string path = witnessFolder() + "/" + std::to_string(getpid());
   support::writeFile(path + ".new", text.str());
   fs::rename(path + ".new", path);
@@ -168,8 +168,8 @@ TEST(WorkspaceLaunch, RunsWhenTheCallReturns) {
   const std::string application = makeWitness();
   EXPECT_TRUE(openApplication(application));
   ASSERT_EQ(processesOf().size(), 1U);
-  platform::ProcessSerialNumber psn;
-  EXPECT_EQ(platform::GetProcessForPID(processesOf().front(), psn), platform::noErr);
+  clientcomm::ProcessSerialNumber psn;
+  EXPECT_EQ(clientcomm::GetProcessForPID(processesOf().front(), psn), clientcomm::noErr);
 }
 
 TEST(WorkspaceLaunch, HoldsNoneOfTheHostsDescriptors) {
@@ -537,8 +537,8 @@ TEST(WorkspaceOneInstance, TwentyCallsFromTenProcessesAtOnceStartOne) {
 
 TEST(WorkspaceOneInstance, ALaunchIsRefusedWhileAnotherHoldsTheRuntimeFolder) {
   const std::string application = makeWitness();
-  ASSERT_TRUE(platform::openRuntimeFolder(true).isValid());
-  const ScopedFd lock(::open(platform::runtimeFolderPath().c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
+  const ScopedFd lock(::open(clientcomm::runtimeFolderPath().c_str(), O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
   const auto start = std::chrono::steady_clock::now();
   EXPECT_FALSE(openApplication(application));
@@ -555,9 +555,9 @@ TEST(WorkspaceOneInstance, ALaunchLeavesOneRecordForTheNext) {
   const std::string application = makeWitness();
   EXPECT_TRUE(openApplication(application));
   const pid_t pid = Testimony().pid();
-  const std::set<std::string> allowed = {"process." + std::to_string(pid),
-                                         "launch." + platform::fileNameForIdentifier(application)};
-  for (const auto& entry : fs::directory_iterator(platform::runtimeFolderPath())) {
+  const std::set<std::string> allowed = {
+      "process." + std::to_string(pid), "launch." + clientcomm::fileNameForIdentifier(application)};
+  for (const auto& entry : fs::directory_iterator(clientcomm::runtimeFolderPath())) {
     EXPECT_TRUE(allowed.contains(entry.path().filename())) << entry.path();
   }
 }

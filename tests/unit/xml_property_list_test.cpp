@@ -24,11 +24,11 @@
 namespace {
 
 using namespace std::literals;  // of texts with a NUL
-using platform::PropertyListDate;
-using platform::PropertyListDictionary;
-using platform::propertyListFromBytes;
-using platform::PropertyListValue;
-using platform::xmlPropertyList;
+using clientcomm::PropertyListDate;
+using clientcomm::PropertyListDictionary;
+using clientcomm::propertyListFromBytes;
+using clientcomm::PropertyListValue;
+using clientcomm::xmlPropertyList;
 using Data = PropertyListValue::Data;
 
 constexpr const char* kPublicDoctype =
@@ -142,7 +142,7 @@ TEST(XmlPropertyList, IsRefusedInAnEncodingThatIsNotKnown) {
   for (const char* encoding : {"x-unknown", "ISO-2022-JP", "UTF-7", "ISO-8859-99", "IBM1047"}) {
     EXPECT_EQ(fromEncoding(encoding, "text"), std::nullopt) << encoding;
   }
-  EXPECT_EQ(platform::utf8FromEncoding("text", "WINDOWS-1252//IGNORE"), std::nullopt)
+  EXPECT_EQ(clientcomm::utf8FromEncoding("text", "WINDOWS-1252//IGNORE"), std::nullopt)
       << "a name with an option of iconv's is no encoding";
 }
 
@@ -333,11 +333,11 @@ TEST(XmlPropertyList, KeepsDataApartFromStringsWrittenAsData) {
 
 TEST(XmlPropertyList, KeepsUserDefaultsThatXmlCannotHold) {
   const std::string domain = "com.example.bytes";
-  platform::UserDefaults defaults(domain);
+  clientcomm::UserDefaults defaults(domain);
   const std::vector<std::string> strings = hardStrings();
   for (const std::string& text : strings) defaults.setObject(text, "key " + text);
   ASSERT_TRUE(defaults.synchronize());
-  platform::UserDefaults again(domain);
+  clientcomm::UserDefaults again(domain);
   for (const std::string& text : strings) EXPECT_EQ(again.stringForKey("key " + text), text);
 }
 

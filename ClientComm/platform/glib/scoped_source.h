@@ -4,7 +4,7 @@
 
 #include <utility>
 
-namespace platform {
+namespace clientcomm {
 
 /// Owns a source of a main context, and takes it off the context for good.
 class ScopedSource {
@@ -32,4 +32,4 @@ class ScopedSource {
   GSource* source_ = nullptr;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -4,7 +4,7 @@
 
 #include <limits>
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 constexpr char32_t kReplacementCharacter = 0xFFFD;
@@ -89,4 +89,4 @@ bool boolValue(std::string_view text) noexcept {
   return kTrueBeginnings.find(text.front()) != std::string_view::npos;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -7,7 +7,7 @@
 
 #include "ClientComm/platform/glib/scoped_source.h"
 
-namespace platform {
+namespace clientcomm {
 
 struct Timer::State {
   ScopedSource source;
@@ -51,4 +51,4 @@ void Timer::invalidate() noexcept { state_->source.reset(); }
 
 bool Timer::isValid() const noexcept { return state_->source.isValid(); }
 
-}  // namespace platform
+}  // namespace clientcomm

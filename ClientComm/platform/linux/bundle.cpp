@@ -15,7 +15,7 @@
 #include "ClientComm/platform/posix/bundle_files.h"
 #include "ClientComm/platform/posix/property_list_file.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 constexpr std::string_view kExecutableFolders[] = {"Contents/Linux", "Contents/MacOS"};
@@ -232,4 +232,4 @@ std::string Bundle::developmentRegion() const {
   return region && !region->empty() ? *std::move(region) : kLastResortLocalization;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

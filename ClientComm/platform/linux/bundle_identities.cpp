@@ -13,7 +13,7 @@
 #include "ClientComm/platform/posix/removed_name.h"
 #include "ClientComm/platform/process_manager.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 OptionalString textIn(const PropertyListDictionary& info, const char* key) {
@@ -144,4 +144,4 @@ PropertyListDictionary dictionaryOf(const BundleIdentity& identity) {
   return dictionary;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

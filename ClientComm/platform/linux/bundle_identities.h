@@ -11,7 +11,7 @@
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/types.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// The largest Info.plist of another application that is read, in bytes.
 inline constexpr std::size_t kLargestInfo = std::size_t{64} << 10;
@@ -38,4 +38,4 @@ BundleIdentity successorIdentity(std::string_view bundlePath);
 
 PropertyListDictionary dictionaryOf(const BundleIdentity& identity);
 
-}  // namespace platform
+}  // namespace clientcomm

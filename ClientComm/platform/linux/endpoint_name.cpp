@@ -13,7 +13,7 @@
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/linux/socket_path.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 // Events that wait to be accepted; the kernel cuts it to net.core.somaxconn.
@@ -106,4 +106,4 @@ void EndpointName::remove() const noexcept {
   if (folder.isValid()) removeEndpointRecord(folder.get(), name_);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

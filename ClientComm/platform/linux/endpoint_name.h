@@ -7,7 +7,7 @@
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/types.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// The name under which an application is reached: a socket file in the runtime folder. Removed
 /// again by the destructor, and when the process exits.
@@ -44,4 +44,4 @@ class EndpointName {
   bool isTaken_ = false;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

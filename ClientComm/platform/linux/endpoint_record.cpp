@@ -24,7 +24,7 @@
 #include "ClientComm/platform/process_manager.h"
 #include "ClientComm/platform/property_list.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 constexpr char kDeviceKey[] = "SocketDevice";
@@ -144,4 +144,4 @@ Listening listeningOf(pid_t pid, const std::string& identifier) {
   return result;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

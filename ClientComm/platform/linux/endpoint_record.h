@@ -9,7 +9,7 @@
 
 /// Which bundle an endpoint belongs to. An application writes that down beside its socket, for
 /// processes in another PID namespace, which cannot see its process.
-namespace platform {
+namespace clientcomm {
 
 /// Writes the record of the socket file `socketName`, which has this status, of the application
 /// `identifier`. A program beside its bundle's executable writes none.
@@ -37,4 +37,4 @@ enum class Listening {
 /// parent's socket has not.
 Listening listeningOf(pid_t pid, const std::string& identifier);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -17,7 +17,7 @@
 #include "ClientComm/platform/portable/event_limits.h"
 #include "ClientComm/platform/posix/apple_event_codec.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 static_assert(std::endian::native == std::endian::little,
@@ -301,4 +301,4 @@ ReceiveResult receivePacket(int socket, Packet& packet) {
   return result;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

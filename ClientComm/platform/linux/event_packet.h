@@ -13,7 +13,7 @@
 /// One packet on a connection: a header, and the flattened event or reply behind it. A body too
 /// large for a packet travels as a sealed memory file whose descriptor the packet carries, so that
 /// no sender waits for its peer to read.
-namespace platform {
+namespace clientcomm {
 
 enum class PacketKind : std::uint8_t { kEvent = 1, kEventWantingReply = 2, kReply = 3 };
 
@@ -63,4 +63,4 @@ std::optional<AppleEventDescriptor> decodeBody(const Envelope& envelope);
 /// Takes one packet off the socket, without waiting, and decodes its body.
 ReceiveResult receivePacket(int socket, Packet& packet);
 
-}  // namespace platform
+}  // namespace clientcomm

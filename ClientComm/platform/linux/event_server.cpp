@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 // How long a new connection may stay silent before it counts as idle.
@@ -192,4 +192,4 @@ void EventServer::handle(const PeerConnection& connection, const Envelope& envel
   if (wantsReply) sendReply(connection.socket.get(), status, reply);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -14,7 +14,7 @@
 #include "ClientComm/platform/linux/peer_identity.h"
 #include "ClientComm/platform/linux/postponed_events.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// Serves the connections of senders. From each it receives one event, decides who sent it, has it
 /// handled, and answers. A connection on which nothing has been received is kept as idle; an event
@@ -79,4 +79,4 @@ class EventServer {
   std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
 };
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -9,7 +9,7 @@
 
 #include "ClientComm/platform/linux/local_file.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 constexpr std::string_view kDeletedSuffix = " (deleted)";
@@ -46,4 +46,4 @@ ExecutableLink::ExecutableLink(std::string_view before, int number,
   target_[length_] = '\0';
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <string_view>
 
-namespace platform {
+namespace clientcomm {
 
 /// A link under /proc and the path that it gives, read without an allocation.
 class ExecutableLink {
@@ -33,4 +33,4 @@ class ExecutableLink {
   std::array<char, PATH_MAX> target_;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

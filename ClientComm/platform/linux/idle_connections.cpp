@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 bool isReadable(int socket) noexcept {
@@ -47,4 +47,4 @@ PeerConnection IdleConnections::take(Entries::iterator entry) {
   return connection;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -11,7 +11,7 @@
 #include "ClientComm/platform/glib/scoped_source.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// How long a connection may stay idle: accepted, with nothing received on it.
 inline constexpr std::chrono::milliseconds kIdleLimit = std::chrono::seconds(10);
@@ -69,4 +69,4 @@ class IdleConnections {
   Entries entries_;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

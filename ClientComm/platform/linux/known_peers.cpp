@@ -8,7 +8,7 @@
 #include "ClientComm/platform/linux/peer_identity.h"
 #include "ClientComm/platform/posix/removed_name.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 constexpr std::chrono::seconds kValidity{1};
@@ -131,4 +131,4 @@ void KnownPeers::forgetOldest() {
   peers_.erase(oldest);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -14,7 +14,7 @@
 #include "ClientComm/platform/linux/executable_link.h"
 #include "ClientComm/platform/process_manager.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// The memory that is spent on remembering peers, in bytes: room for some 8,000 with paths of usual
 /// length. The one that was not heard of for the longest time is forgotten first.
@@ -74,4 +74,4 @@ class KnownPeers {
   std::uint32_t next_ = 0;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 /// A variable that a launched application does not get. A name that ends in "*" stands for all that
@@ -148,4 +148,4 @@ std::vector<std::string> launchEnvironment(const char* const* environment) {
   return kept;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -13,7 +13,7 @@
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/property_list.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 using std::chrono::milliseconds;
@@ -158,4 +158,4 @@ void noteReached(const std::string& identifier) noexcept {
   }
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -10,7 +10,7 @@
 /// What is remembered of launches: by this process, that of its last one, since an event for an
 /// application that is still starting waits for it; by all processes of the user, in the runtime
 /// folder, that of each bundle whose launch has not led to an open endpoint.
-namespace platform {
+namespace clientcomm {
 
 /// How long an application may take from its launch until it takes events.
 inline constexpr std::chrono::milliseconds kLaunchLimit = std::chrono::seconds(5);
@@ -61,4 +61,4 @@ bool isStillLaunching(const std::string& identifier) noexcept;
 /// Ends the grace of the application `identifier`: it has been reached.
 void noteReached(const std::string& identifier) noexcept;
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <vector>
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 using MountID = std::uint64_t;
@@ -135,4 +135,4 @@ std::optional<std::string> contentsOfLocalFile(int file, std::size_t limit) {
   return opened.isValid() ? readUpTo(opened.get(), limit) : std::nullopt;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

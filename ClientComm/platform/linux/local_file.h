@@ -9,7 +9,7 @@
 
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// What came of opening a file without asking any file system that may not answer.
 enum class LocalAccess {
@@ -37,4 +37,4 @@ std::optional<struct statx> statusWithoutWaiting(int folder, const char* path) n
 /// @return nothing when it is no regular file, is larger than `limit`, or cannot be read.
 std::optional<std::string> contentsOfLocalFile(int file, std::size_t limit);
 
-}  // namespace platform
+}  // namespace clientcomm

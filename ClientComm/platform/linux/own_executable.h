@@ -2,9 +2,9 @@
 
 #include <string>
 
-namespace platform {
+namespace clientcomm {
 
 /// Full path of the executable that this process runs, also when the file has been removed since.
 std::string ownExecutablePath();
 
-}  // namespace platform
+}  // namespace clientcomm

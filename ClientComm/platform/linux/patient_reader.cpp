@@ -19,7 +19,7 @@
 #include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -136,4 +136,4 @@ std::optional<std::string> readByChildProcess(const std::string& path, std::size
   return bytes.size() <= limit ? std::optional(std::move(bytes)) : std::nullopt;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-namespace platform {
+namespace clientcomm {
 
 /// How long a file system that may not answer is waited for.
 inline constexpr std::chrono::milliseconds kReadLimit{500};
@@ -19,4 +19,4 @@ inline constexpr std::chrono::seconds kReadPause{10};
 /// @return nothing when the file cannot be read in time, or is larger than `limit`.
 std::optional<std::string> readByChildProcess(const std::string& path, std::size_t limit);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -10,7 +10,7 @@
 #include "ClientComm/platform/linux/peer_process.h"
 #include "ClientComm/platform/linux/process_text.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 std::mutex& mutexOfPeers() {
@@ -78,4 +78,4 @@ OptionalString identifierOfPeer(const ProcessSerialNumber& psn) {
   return identity != nullptr ? identity->identifier : std::nullopt;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -7,7 +7,7 @@
 
 #include "ClientComm/platform/process_manager.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// Serial numbers of running processes have the lower bits of the start time in their high half;
 /// those of remembered peers have this bit set there and a running number.
@@ -53,4 +53,4 @@ std::optional<PropertyListDictionary> dictionaryOfPeer(const ProcessSerialNumber
 /// The bundle identifier of a remembered peer.
 OptionalString identifierOfPeer(const ProcessSerialNumber& psn);
 
-}  // namespace platform
+}  // namespace clientcomm

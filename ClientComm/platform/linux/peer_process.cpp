@@ -12,7 +12,7 @@
 #include <optional>
 #include <string_view>
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 // The socket option of Linux 6.5, which the headers of earlier systems lack.
@@ -80,4 +80,4 @@ bool PeerProcess::hasExited() const noexcept {
   return poll(&entry, 1, 0) > 0;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -4,7 +4,7 @@
 
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// The process at the other end of a connected Unix socket. Where the kernel hands out a pidfd of
 /// it (Linux 6.5), a later process with the same ID is never taken for it; elsewhere the ID is all
@@ -30,4 +30,4 @@ class PeerProcess {
   bool isReaped_ = false;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace platform {
+namespace clientcomm {
 
 bool PostponedEvents::contains(pid_t pid) const noexcept {
   return std::any_of(events_.begin(), events_.end(),
@@ -45,4 +45,4 @@ void PostponedEvents::charge(pid_t pid, std::size_t size, Clock::time_point now)
   spent_[pid] += size;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

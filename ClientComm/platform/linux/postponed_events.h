@@ -12,7 +12,7 @@
 #include "ClientComm/platform/linux/idle_connections.h"
 #include "ClientComm/platform/process_manager.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// How much of long bodies one caller has decoded within a second while others wait; at least one
 /// body, whatever its size.
@@ -59,4 +59,4 @@ class PostponedEvents {
   Clock::time_point second_;  ///< When the first body since was served, however long that took.
 };
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -6,7 +6,7 @@
 
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// Walks over the IDs of all processes that can be seen, in ascending order, without looking at any
 /// of them. Allocates nothing.
@@ -32,4 +32,4 @@ class ProcessIDReader {
   alignas(8) char buffer_[32768];
 };
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -7,7 +7,7 @@
 #include "ClientComm/platform/linux/peer_identity.h"
 #include "ClientComm/platform/linux/running_application.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 std::uint32_t highLong(std::uint64_t startTime) noexcept {
@@ -47,4 +47,4 @@ bool isRunningUnseen(const std::string& identifier, const std::string& bundlePat
   return bundleOfUnseenEndpoint(identifier) == bundlePath;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

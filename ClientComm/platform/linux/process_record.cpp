@@ -23,7 +23,7 @@
 #include "ClientComm/platform/process_manager.h"
 #include "ClientComm/platform/property_list.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 constexpr char kStartTimeKey[] = "StartTime";
@@ -239,4 +239,4 @@ pid_t processOfTemporaryName(std::string_view name) noexcept {
   return processIDIn(name.substr(kFileNameLength + 1));
 }
 
-}  // namespace platform
+}  // namespace clientcomm

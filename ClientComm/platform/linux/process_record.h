@@ -12,7 +12,7 @@
 
 /// What a process says of itself when it opens to events, so that it is still known after its
 /// bundle was removed. It never overrides what the kernel and the bundle on disk say.
-namespace platform {
+namespace clientcomm {
 
 struct CheckInRecord {
   std::uint64_t startTime = 0;  ///< Clock ticks after boot, as /proc/<pid>/stat has it.
@@ -50,4 +50,4 @@ pid_t processOfRecordName(std::string_view name) noexcept;
 /// an endpoint's socket, or the draft of a record; 0 when it is neither.
 pid_t processOfTemporaryName(std::string_view name) noexcept;
 
-}  // namespace platform
+}  // namespace clientcomm

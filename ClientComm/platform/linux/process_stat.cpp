@@ -11,7 +11,7 @@
 #include "ClientComm/platform/linux/process_text.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 using std::chrono::milliseconds;
@@ -53,4 +53,4 @@ milliseconds ageByStartTime(std::uint64_t startTime) noexcept {
   return timeSinceBoot() - milliseconds(startTime * 1000 / ticksPerSecond);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

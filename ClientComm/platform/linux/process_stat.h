@@ -7,7 +7,7 @@
 #include <optional>
 
 /// What the kernel tells of a process in /proc/<pid>/stat.
-namespace platform {
+namespace clientcomm {
 
 /// When the process `pid` was started, in clock ticks after boot; nothing when there is none.
 std::optional<std::uint64_t> processStartTime(pid_t pid) noexcept;
@@ -21,4 +21,4 @@ std::chrono::milliseconds timeSinceBoot() noexcept;
 /// How long ago a process was started that has this start time.
 std::chrono::milliseconds ageByStartTime(std::uint64_t startTime) noexcept;
 
-}  // namespace platform
+}  // namespace clientcomm

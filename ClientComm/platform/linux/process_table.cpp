@@ -19,7 +19,7 @@
 #include "ClientComm/platform/linux/process_ids.h"
 #include "ClientComm/platform/linux/process_text.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 constexpr std::size_t kSpareRecords = 16;
@@ -189,4 +189,4 @@ SysctlFunction replaceSysctl(SysctlFunction function) noexcept {
   return previous != nullptr ? previous : &systemSysctl;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

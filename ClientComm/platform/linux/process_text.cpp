@@ -6,7 +6,7 @@
 
 #include "ClientComm/platform/posix/removed_name.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 bool takeSuffix(std::string_view& text, std::string_view suffix) noexcept {
@@ -56,4 +56,4 @@ std::string_view bundleOfExecutable(std::string_view path) noexcept {
   return name.size() > kExtension.size() && name.ends_with(kExtension) ? path : std::string_view();
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -8,7 +8,7 @@
 
 /// The texts in which the kernel describes a process under /proc, read. A process chooses part of
 /// each itself, so none is taken to be well-formed.
-namespace platform {
+namespace clientcomm {
 
 /// When the process was started, in clock ticks after boot, by the text of its "stat"; nothing when
 /// the text is cut short or malformed.
@@ -25,4 +25,4 @@ void copyCommandName(std::string_view comm, char (&name)[MAXCOMLEN + 1]) noexcep
 /// none.
 std::string_view bundleOfExecutable(std::string_view path) noexcept;
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -3,7 +3,7 @@
 #include <sys/mman.h>
 #include <sys/random.h>
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 // Memory that the kernel clears in a forked copy of the process. That costs nothing to look at,
@@ -28,4 +28,4 @@ std::uint32_t processToken(bool& isNew) noexcept {
   return *token;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

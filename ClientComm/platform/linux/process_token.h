@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-namespace platform {
+namespace clientcomm {
 
 /// A random number by which this process is known to those that it has introduced itself to. A
 /// forked copy of the process has another one, which it makes at its first use.
@@ -10,4 +10,4 @@ namespace platform {
 /// @return 0 where the system cannot tell a process from its forked copy.
 std::uint32_t processToken(bool& isNew) noexcept;
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -18,7 +18,7 @@
 #include "ClientComm/platform/posix/removed_name.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 // Makes a folder of a new name in `parent`. @return 0 or an errno value.
@@ -101,4 +101,4 @@ std::vector<std::int32_t> processesRunningBelow(const std::string& path) {
   return processes;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -21,7 +21,7 @@
 #include "ClientComm/platform/posix/bundle_files.h"
 #include "ClientComm/platform/posix/removed_name.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 bool isOfThisUser(pid_t pid) noexcept {
@@ -147,4 +147,4 @@ Presence presenceOf(const std::string& bundlePath, const OptionalString& identif
   return isUnreachable ? Presence::kUnreachable : Presence::kAbsent;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -11,7 +11,7 @@
 /// Which processes count as running applications. A process does that belongs to this user, runs
 /// the executable of its bundle (CFBundleExecutable), and takes events or was started less than
 /// `kLaunchLimit` ago. This process always counts.
-namespace platform {
+namespace clientcomm {
 
 /// Whether an application runs.
 enum class Presence {
@@ -39,4 +39,4 @@ std::optional<BundleProcess> bundleProcess(pid_t pid);
 /// none), runs. A process that cannot be seen from here counts by its endpoint.
 Presence presenceOf(const std::string& bundlePath, const OptionalString& identifier);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -9,7 +9,7 @@
 
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 constexpr std::size_t kLongestRecord = std::size_t{256} * 1024;
@@ -65,4 +65,4 @@ bool createRuntimeFile(int folder, const std::string& name, std::string_view byt
   return file.isValid() && writeAll(file.get(), bytes);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -5,7 +5,7 @@
 #include <string_view>
 
 /// Small files that the processes of one user leave for each other in the runtime folder.
-namespace platform {
+namespace clientcomm {
 
 /// Suffix of a file that is being written and not yet in place.
 inline constexpr std::string_view kDraftSuffix = ".new";
@@ -20,4 +20,4 @@ bool replaceRuntimeFile(int folder, const std::string& name, std::string_view by
 /// Writes the file `name` unless there is one. @return whether it was written.
 bool createRuntimeFile(int folder, const std::string& name, std::string_view bytes);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -11,7 +11,7 @@
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/user_folders.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 constexpr mode_t kPrivateMode = 0700;
@@ -70,4 +70,4 @@ std::string fileNameForIdentifier(std::string_view identifier) {
   return name;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

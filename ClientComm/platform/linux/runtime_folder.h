@@ -7,7 +7,7 @@
 #include "ClientComm/platform/posix/scoped_fd.h"
 
 /// The private folder in which the applications of one user find each other.
-namespace platform {
+namespace clientcomm {
 
 /// Path of the folder "ClientComm" under `runtimeDirectory`.
 const std::string& runtimeFolderPath();
@@ -24,4 +24,4 @@ inline constexpr std::size_t kFileNameLength = 32;
 /// lower-case hexadecimal digits, the front half of its SHA-256.
 std::string fileNameForIdentifier(std::string_view identifier);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -10,7 +10,7 @@
 
 #include "ClientComm/platform/linux/process_record.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 // After drawing, before idle work. GTK resizes at G_PRIORITY_HIGH_IDLE + 10 and draws at + 20, its
@@ -196,4 +196,4 @@ void SocketEndpoint::scheduleWakeUp() {
   g_source_set_ready_time(source_.get(), isDue ? 0 : microseconds(time));
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -13,7 +13,7 @@
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/types.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// The application's own end: a listening socket under the application's name, and a source in the
 /// thread's default main context that takes events off it, one at a time, and never waits. The
@@ -70,4 +70,4 @@ class SocketEndpoint {
   std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
 };
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -5,7 +5,7 @@
 
 #include "ClientComm/platform/linux/runtime_folder.h"
 
-namespace platform {
+namespace clientcomm {
 
 SocketPath::SocketPath(const std::string& name) {
   address_.sun_family = AF_UNIX;
@@ -23,4 +23,4 @@ SocketPath::SocketPath(const std::string& name) {
   std::memcpy(address_.sun_path, path.data(), path.size());
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -7,7 +7,7 @@
 
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// Where the socket file `name` of the runtime folder is bound and connected to, however long the
 /// folder's path is: one that does not fit a socket address is gone through by an open descriptor.
@@ -28,4 +28,4 @@ class SocketPath {
   bool isValid_ = true;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -24,7 +24,7 @@
 #include "ClientComm/platform/posix/apple_event_codec.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -283,4 +283,4 @@ std::unique_ptr<AppleEventTransport> makeSystemTransport() {
   return std::make_unique<SocketTransport>();
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -12,7 +12,7 @@
 #include "ClientComm/platform/apple_event_transport.h"
 #include "ClientComm/platform/linux/socket_endpoint.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// How long a sender waits at most for a target whose queue of events is full; the default time-out
 /// of a send without reply.
@@ -53,4 +53,4 @@ class SocketTransport : public AppleEventTransport {
   std::unordered_map<pid_t, std::chrono::steady_clock::time_point> introductions_;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -30,7 +30,7 @@
 #include "ClientComm/platform/posix/bundle_files.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 constexpr char kApplicationExtension[] = ".app";
@@ -306,4 +306,4 @@ bool Workspace::openFile(const std::string& path) {
   return executable && launchUnlessRunning(*std::move(executable), bundle);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

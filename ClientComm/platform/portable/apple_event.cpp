@@ -5,7 +5,7 @@
 
 #include "ClientComm/platform/text.h"
 
-namespace platform {
+namespace clientcomm {
 
 struct AppleEventDescriptor::EventRecord {
   AEEventClass eventClass;
@@ -199,4 +199,4 @@ const AppleEventDescriptor::KeyedDescriptors& AppleEventDescriptor::attributes()
   return record_ ? record_->attributes : kNoDescriptors;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -4,7 +4,7 @@
 #include <new>
 #include <utility>
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 // The time-out of an event whose sender names none and wants no reply.
@@ -84,4 +84,4 @@ std::uint64_t AELastRecipient() noexcept {
   return AppleEventManager::sharedAppleEventManager().transport().lastRecipient();
 }
 
-}  // namespace platform
+}  // namespace clientcomm

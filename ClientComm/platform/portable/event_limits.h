@@ -6,7 +6,7 @@
 /// What an event or a reply may measure on its way. A receiver refuses what exceeds one of these,
 /// so a sender refuses it first, with `memFullErr`. Part of the protocol: senders and receivers of
 /// every version share the values.
-namespace platform {
+namespace clientcomm {
 
 /// Bytes of the flattened form; ample for a 16 MiB argument.
 inline constexpr std::size_t kMaximumFlattenedSize = std::size_t{64} << 20;
@@ -26,4 +26,4 @@ inline constexpr std::uint32_t kMaximumKeywords = 64;
 /// (net.core.wmem_default, 208 KiB).
 inline constexpr std::size_t kMaximumPacketSize = std::size_t{160} << 10;
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -7,7 +7,7 @@
 #include <tuple>
 #include <utility>
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 // A language as a folder or the environment names it, in lower case.
@@ -189,4 +189,4 @@ std::vector<std::string> matchingLocalizations(const std::vector<std::string>& f
   return matches;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

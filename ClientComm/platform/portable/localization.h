@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-namespace platform {
+namespace clientcomm {
 
 /// The user's languages, in order of preference, as the environment names them: LANGUAGE, then the
 /// first that is set of LC_ALL, LC_MESSAGES and LANG. Character sets are left out, and so are "C"
@@ -18,4 +18,4 @@ std::vector<std::string> userLanguages();
 std::vector<std::string> matchingLocalizations(const std::vector<std::string>& folders,
                                                const std::vector<std::string>& languages);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace platform {
+namespace clientcomm {
 
 std::string_view withoutTrailingSlashes(std::string_view path) {
   while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
@@ -44,4 +44,4 @@ std::string pathExtension(std::string_view path) {
   return dot == std::string::npos || dot == 0 ? std::string() : name.substr(dot + 1);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -3,7 +3,7 @@
 #include <map>
 #include <vector>
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 using Registry = std::map<std::string, const Class*, std::less<>>;
@@ -50,4 +50,4 @@ const Class* classNamed(std::string_view name) noexcept {
   return found == registry().end() ? nullptr : found->second;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -13,7 +13,7 @@
 
 #include "ClientComm/platform/portable/event_limits.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 constexpr std::size_t kDescriptorHeaderSize = 8;
@@ -321,4 +321,4 @@ std::optional<AppleEventDescriptor> unflatten(std::string_view bytes) {
   return descriptor;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

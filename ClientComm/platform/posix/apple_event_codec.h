@@ -20,7 +20,7 @@
 ///                 count:u32 (keyword:u32 descriptor)…   parameters
 ///
 /// Integers are little-endian. The payload of every other type is its bytes as they stand.
-namespace platform {
+namespace clientcomm {
 
 /// Bytes of the flattened form; nothing for a descriptor that exceeds a limit of event_limits.h,
 /// which `unflatten` would refuse.
@@ -51,4 +51,4 @@ class FlattenedPieces {
 /// within the limits of event_limits.h; allocates no more than a small multiple of `bytes`.
 std::optional<AppleEventDescriptor> unflatten(std::string_view bytes);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -12,7 +12,7 @@
 #include "ClientComm/platform/posix/partial_name.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 // Gives the new file the owner and mode of the old one.
@@ -58,4 +58,4 @@ int replaceFile(const std::string& path, std::string_view bytes, mode_t modeOfNe
   return code;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform {
+namespace clientcomm {
 
 /// Replaces the regular file at `path`, or makes it, by a rename: a reader sees the old file or the
 /// new one, and a failure or a kill leaves the old one whole. Owner and mode are kept, or the
@@ -14,4 +14,4 @@ namespace platform {
 /// @return 0, or the system's error.
 int replaceFile(const std::string& path, std::string_view bytes, mode_t modeOfNew);
 
-}  // namespace platform
+}  // namespace clientcomm

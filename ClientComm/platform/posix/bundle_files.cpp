@@ -9,7 +9,7 @@
 
 #include "ClientComm/platform/file_manager.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 std::string nameOfExecutable(const Bundle& bundle) {
@@ -56,4 +56,4 @@ std::string stateOfBundle(const std::string& path, const std::string& executable
   return stateOfFile(path + "/Contents/Info.plist") + " " + stateOfFile(executable);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -5,7 +5,7 @@
 #include "ClientComm/platform/bundle.h"
 
 /// What the files of a bundle tell of it.
-namespace platform {
+namespace clientcomm {
 
 /// Whether the file at `executable`, of which the kernel gives the path, is the one that `bundle`
 /// names as its executable (CFBundleExecutable, else the bundle's own name).
@@ -18,4 +18,4 @@ bool isSameBundle(const std::string& path, const std::string& other) noexcept;
 /// the Info.plist or the executable is written or replaced.
 std::string stateOfBundle(const std::string& path, const std::string& executable);
 
-}  // namespace platform
+}  // namespace clientcomm

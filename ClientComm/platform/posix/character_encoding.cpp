@@ -8,7 +8,7 @@
 
 #include "ClientComm/platform/text.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 // Encodings in which a byte below 0x80 that is no part of a longer character is ASCII. Left out are
@@ -70,4 +70,4 @@ std::optional<std::string> utf8FromEncoding(std::string_view bytes, const std::s
   return converter.isValid() ? converter.convert(bytes) : std::nullopt;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -8,7 +8,7 @@
 
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// The entries of an open directory, without "." and "..".
 class DirectoryReader {
@@ -39,4 +39,4 @@ class DirectoryReader {
   std::unique_ptr<DIR, Close> stream_;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

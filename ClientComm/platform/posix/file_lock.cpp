@@ -9,7 +9,7 @@
 
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 
 DirectoryLock::DirectoryLock(const std::string& path, std::chrono::milliseconds limit) noexcept {
   ScopedFd directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -33,4 +33,4 @@ DirectoryLock::~DirectoryLock() {
   close(descriptor_);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

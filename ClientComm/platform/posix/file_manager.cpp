@@ -14,7 +14,7 @@
 #include "ClientComm/platform/posix/tree_remover.h"
 #include "ClientComm/platform/posix/user_folders.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 std::optional<Error> errorFrom(int code, const std::string& path) {
@@ -111,4 +111,4 @@ std::string stringByExpandingTildeInPath(const std::string& path) {
   return home == "/" ? path.substr(1) : home + path.substr(1);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -1,6 +1,6 @@
 #include "ClientComm/platform/posix/file_signature.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 bool isSame(const timespec& a, const timespec& b) {
@@ -50,4 +50,4 @@ bool FileSignature::operator==(const FileSignature& other) const {
          isSame(changed_, other.changed_);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

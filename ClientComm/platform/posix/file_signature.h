@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-namespace platform {
+namespace clientcomm {
 
 /// Tells one state of a file from another without reading it: the rule by which everything that was
 /// read from a file and kept is valid. Take the signature before reading. What was read is valid as
@@ -46,4 +46,4 @@ class FileSignature {
   bool isSettled_;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace platform {
+namespace clientcomm {
 
 int writeAll(int fd, const char* bytes, std::size_t size) {
   while (size > 0) {
@@ -52,4 +52,4 @@ int renameWithoutReplacing(int directory, const char* from, const char* to) {
   return statusOf(renameat(directory, from, directory, to));
 }
 
-}  // namespace platform
+}  // namespace clientcomm

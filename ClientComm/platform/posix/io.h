@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string>
 
-namespace platform {
+namespace clientcomm {
 
 inline constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
@@ -30,4 +30,4 @@ int flushData(int fd);
 /// @return 0, EEXIST when there is an entry `to`, or the system's error.
 int renameWithoutReplacing(int directory, const char* from, const char* to);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -12,7 +12,7 @@
 #include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 // The process that made the partial `entry`; 0 where it is none.
@@ -55,4 +55,4 @@ void removeAbandonedPartialFiles(int directory, std::string_view name) {
   }
 }
 
-}  // namespace platform
+}  // namespace clientcomm

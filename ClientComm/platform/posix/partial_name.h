@@ -5,7 +5,7 @@
 
 /// Names of what is being built beside its destination. The process's ID in the name tells the
 /// next one whether the builder is still at work.
-namespace platform {
+namespace clientcomm {
 
 /// What the names of all partials of the destination `name` begin with.
 std::string partialPrefix(std::string_view name);
@@ -22,4 +22,4 @@ bool isAbandonedPartial(std::string_view entry, std::string_view prefix);
 /// Removes the abandoned partials of the file `name` from the open `directory`.
 void removeAbandonedPartialFiles(int directory, std::string_view name);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -7,7 +7,7 @@
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/user_folders.h"
 
-namespace platform {
+namespace clientcomm {
 
 std::string preferencesFolder() {
   return stringByAppendingPathComponent(configDirectory(), "Preferences");
@@ -26,4 +26,4 @@ std::string digestOf(std::string_view text) {
   return digest.get();
 }
 
-}  // namespace platform
+}  // namespace clientcomm

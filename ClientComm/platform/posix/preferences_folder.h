@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform {
+namespace clientcomm {
 
 /// The folder of the user's settings files, "Preferences" in the user's configuration folder. Only
 /// this library writes there.
@@ -16,4 +16,4 @@ bool makePreferencesFolder();
 /// The SHA-256 digest of `text` in hexadecimal digits, as part of a file name.
 std::string digestOf(std::string_view text);
 
-}  // namespace platform
+}  // namespace clientcomm

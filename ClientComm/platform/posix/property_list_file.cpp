@@ -7,7 +7,7 @@
 #include "ClientComm/platform/portable/property_list/unicode.h"
 #include "ClientComm/platform/portable/property_list/value.h"
 
-namespace platform {
+namespace clientcomm {
 
 int readDictionaryFile(const std::string& path, std::optional<PropertyListDictionary>& dictionary) {
   dictionary.reset();
@@ -46,4 +46,4 @@ bool writeTextToFileAsUTF16(std::string_view text, const std::string& path) {
          writeSettingsFile(path, bytes, WriteForm::kInPlace, 0666) == 0;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -8,7 +8,7 @@
 #include "ClientComm/platform/posix/settings_file.h"
 #include "ClientComm/platform/property_list.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// As `dictionaryWithContentsOfFile`.
 /// @param dictionary receives what was read; nothing when the file is malformed.
@@ -20,4 +20,4 @@ int readDictionaryFile(const std::string& path, std::optional<PropertyListDictio
 bool writeDictionaryToFile(const PropertyListDictionary& dictionary, const std::string& path,
                            WriteForm form, mode_t modeOfNew);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -19,7 +19,7 @@
 #include "ClientComm/platform/posix/partial_name.h"
 #include "ClientComm/platform/posix/preferences_folder.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 constexpr std::string_view kHeading = "ClientComm settings write ";
@@ -174,4 +174,4 @@ bool RecoveryCopy::isCutShort(std::string_view current) const {
   return true;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -6,7 +6,7 @@
 
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// The old and the new content of a file that is written in place, kept on disk until the write is
 /// complete. It exists under its name only when it is whole and flushed. Its maker holds it locked:
@@ -66,4 +66,4 @@ class RecoveryCopy {
   std::string after_;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -7,7 +7,7 @@
 
 #include "ClientComm/platform/path.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 constexpr std::string_view kMark = ".removed-";
@@ -49,4 +49,4 @@ std::string pathBeforeRemoval(std::string_view path) {
   return before.empty() ? std::string(path) : stringByAppendingPathComponent(folder, before);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -6,7 +6,7 @@
 /// The names of the private places to which bundles are moved before their files are deleted.
 /// "/folder/A.app" moves to "/folder/.A.app.removed-1-2/A.app", or to "/folder/.A.app.removed-1-2"
 /// where its ".." cannot be changed.
-namespace platform {
+namespace clientcomm {
 
 /// A name that this process has not used before, for what was moved away from `name`.
 std::string nextRemovedName(std::string_view name);
@@ -21,4 +21,4 @@ bool isRemovedName(std::string_view entry, std::string_view name);
 /// The path that the bundle at `path` was moved away from; `path` where it was not moved.
 std::string pathBeforeRemoval(std::string_view path);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -4,7 +4,7 @@
 
 #include <utility>
 
-namespace platform {
+namespace clientcomm {
 
 /// Owns a file descriptor and closes it.
 class ScopedFd {
@@ -30,4 +30,4 @@ class ScopedFd {
   int fd_ = -1;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -21,7 +21,7 @@
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/posix/user_folders.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 // Not blocking, since a pipe may have taken the file's place.
@@ -162,4 +162,4 @@ int writeSettingsFile(const std::string& path, std::string_view bytes, WriteForm
   return writeInPlace(target, bytes);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

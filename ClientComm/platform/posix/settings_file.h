@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform {
+namespace clientcomm {
 
 /// How an existing settings file gets its new content. Where a file is not writable, both refuse.
 enum class WriteForm {
@@ -33,4 +33,4 @@ int readSettingsFile(const std::string& path, std::string& bytes);
 int writeSettingsFile(const std::string& path, std::string_view bytes, WriteForm form,
                       mode_t modeOfNew);
 
-}  // namespace platform
+}  // namespace clientcomm

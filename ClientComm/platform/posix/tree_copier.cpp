@@ -14,7 +14,7 @@
 #include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 // From the present offsets of both to the end of `source`.
@@ -151,4 +151,4 @@ int copyTree(int source, const char* name, int target, const char* newName) {
   return TreeCopier().copy(source, name, target, newName);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -10,7 +10,7 @@
 #include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 class TreeRemover {
@@ -86,4 +86,4 @@ class TreeRemover {
 
 int removeTree(int parent, const char* name) { return TreeRemover().remove(parent, name); }
 
-}  // namespace platform
+}  // namespace clientcomm

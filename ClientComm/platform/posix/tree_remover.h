@@ -1,6 +1,6 @@
 #pragma once
 
-namespace platform {
+namespace clientcomm {
 
 /// Removes the entry `name` of the directory `parent`, a tree with all that it holds. All
 /// operations are relative to an open directory fd and use O_NOFOLLOW. An entry that is gone
@@ -8,4 +8,4 @@ namespace platform {
 /// @return 0, or the first error; the rest is removed all the same.
 int removeTree(int parent, const char* name);
 
-}  // namespace platform
+}  // namespace clientcomm

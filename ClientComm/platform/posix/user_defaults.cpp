@@ -25,7 +25,7 @@
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/posix/settings_file.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 constexpr guint kWriteDelayInMilliseconds = 500;
@@ -286,4 +286,4 @@ std::optional<PropertyListDictionary> UserDefaults::persistentDomainForName(
   return state_->file(domain).contents();
 }
 
-}  // namespace platform
+}  // namespace clientcomm

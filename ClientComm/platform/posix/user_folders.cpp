@@ -14,7 +14,7 @@
 
 #include "ClientComm/platform/path.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 constexpr std::string_view kSessionDirectories = "/run/user/";
@@ -127,4 +127,4 @@ bool mayReplaceAt(const std::string& path) noexcept {
   }
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -8,7 +8,7 @@
 /// in a user's environment (su, sudo -E) would leave folders that lock that user out. A setuid or
 /// setgid program (AT_SECURE) would write where its caller wants. The environment therefore counts
 /// only where it names a directory of the effective user, and not at all in a setuid program.
-namespace platform {
+namespace clientcomm {
 
 /// Whether the executable lends this process rights: setuid, setgid or file capabilities.
 bool isSetuidProcess() noexcept;
@@ -35,4 +35,4 @@ bool mayCreateAt(const std::string& path) noexcept;
 /// the path is a symbolic link.
 bool mayReplaceAt(const std::string& path) noexcept;
 
-}  // namespace platform
+}  // namespace clientcomm

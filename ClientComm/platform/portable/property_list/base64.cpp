@@ -5,7 +5,7 @@
 
 #include "ClientComm/platform/portable/property_list/xml_text.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 constexpr std::string_view kDigits =
@@ -64,4 +64,4 @@ std::optional<PropertyListValue::Data> dataFromBase64(std::string_view text) {
   return data;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -6,7 +6,7 @@
 
 #include "ClientComm/platform/property_list.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// The base64 form of `data`, padded and on one line.
 std::string base64FromData(const PropertyListValue::Data& data);
@@ -15,4 +15,4 @@ std::string base64FromData(const PropertyListValue::Data& data);
 /// another character, or is not padded to a multiple of four.
 std::optional<PropertyListValue::Data> dataFromBase64(std::string_view text);
 
-}  // namespace platform
+}  // namespace clientcomm

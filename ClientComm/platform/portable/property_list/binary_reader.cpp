@@ -12,7 +12,7 @@
 #include "ClientComm/platform/portable/property_list/unicode.h"
 #include "ClientComm/platform/portable/property_list/value.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 class BinaryReader {
@@ -230,4 +230,4 @@ std::optional<PropertyListValue> propertyListFromBinary(std::string_view bytes) 
   return BinaryReader(bytes).read();
 }
 
-}  // namespace platform
+}  // namespace clientcomm

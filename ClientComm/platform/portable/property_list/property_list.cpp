@@ -9,7 +9,7 @@
 #include "ClientComm/platform/portable/property_list/value.h"
 #include "ClientComm/platform/portable/property_list/xml_reader.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 using namespace std::literals;  // of texts
@@ -56,4 +56,4 @@ std::optional<PropertyListValue> propertyListFromBytes(std::string_view bytes) {
   return propertyListIn(bytes, hasMark || text ? XmlEncoding::kUtf8 : XmlEncoding::kDeclared);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

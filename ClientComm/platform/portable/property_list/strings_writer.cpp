@@ -11,7 +11,7 @@
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/text.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 class TextWriter {
@@ -108,4 +108,4 @@ std::string descriptionInStringsFileFormat(const PropertyListDictionary& diction
   return TextWriter().write(dictionary);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

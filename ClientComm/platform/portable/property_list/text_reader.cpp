@@ -10,7 +10,7 @@
 #include "ClientComm/platform/portable/property_list/unicode.h"
 #include "ClientComm/platform/portable/property_list/value.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 // The upper half of the 8-bit character set in which the format's octal escapes are written.
@@ -242,4 +242,4 @@ std::optional<PropertyListValue> propertyListFromText(std::string_view text) {
   return Parser(text).stringsTable();
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -5,7 +5,7 @@
 
 #include "ClientComm/platform/property_list.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// Reads an old-style text property list, or the text of a strings file, which is the inside of a
 /// dictionary. `text` is UTF-8 without byte-order mark; text of nothing but blanks and comments is
@@ -18,4 +18,4 @@ namespace platform {
 /// it.
 std::optional<PropertyListValue> propertyListFromText(std::string_view text);
 
-}  // namespace platform
+}  // namespace clientcomm

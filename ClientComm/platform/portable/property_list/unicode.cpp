@@ -4,7 +4,7 @@
 
 #include "ClientComm/platform/text.h"
 
-namespace platform {
+namespace clientcomm {
 
 void appendUtf8(std::string& text, char32_t character) {
   const auto appendBits = [&text](char32_t marker, char32_t bits) {
@@ -76,4 +76,4 @@ std::string utf16FromUtf8(std::string_view text) {
   return bytes;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform {
+namespace clientcomm {
 
 inline constexpr char32_t kReplacementCharacter = 0xFFFD;
 
@@ -33,4 +33,4 @@ std::optional<std::string> utf8FromUtf16(std::string_view bytes, bool isBigEndia
 /// The UTF-16 form of UTF-8 `text`, little-endian with byte-order mark.
 std::string utf16FromUtf8(std::string_view text);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -5,7 +5,7 @@
 
 #include "ClientComm/platform/text.h"
 
-namespace platform {
+namespace clientcomm {
 
 bool isNestedWithinLimit(const PropertyListValue& value, int depth) {
   if (depth > kMaximumPropertyListNesting) return false;
@@ -38,8 +38,8 @@ bool PropertyListValue::boolValue() const noexcept {
   if (const auto* number = std::get_if<std::int64_t>(&value_)) return *number != 0;
   if (const auto* number = std::get_if<std::uint64_t>(&value_)) return *number != 0;
   if (const auto* number = std::get_if<double>(&value_)) return *number != 0;
-  if (const auto* text = std::get_if<std::string>(&value_)) return platform::boolValue(*text);
+  if (const auto* text = std::get_if<std::string>(&value_)) return clientcomm::boolValue(*text);
   return false;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

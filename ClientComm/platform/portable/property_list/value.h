@@ -7,7 +7,7 @@
 
 #include "ClientComm/platform/property_list.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// How deep the values of a property list may be nested; what is nested deeper is malformed.
 inline constexpr int kMaximumPropertyListNesting = 128;
@@ -28,4 +28,4 @@ bool isNestedWithinLimit(const PropertyListValue& value, int depth = 0);
 /// `value` as a signed integer where it fits.
 PropertyListValue integerValue(std::uint64_t value);
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -11,7 +11,7 @@
 #include "ClientComm/platform/portable/property_list/xml_scalars.h"
 #include "ClientComm/platform/portable/property_list/xml_text.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 bool isBlank(std::string_view text) { return std::all_of(text.begin(), text.end(), isXmlBlank); }
@@ -164,4 +164,4 @@ std::optional<PropertyListValue> XmlListBuilder::takeList() {
   return std::move(list_);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -7,7 +7,7 @@
 
 #include "ClientComm/platform/property_list.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// Builds the value of an XML property list from the list's elements as a parser meets them.
 ///
@@ -64,4 +64,4 @@ class XmlListBuilder {
   std::optional<PropertyListValue> list_;
 };
 
-}  // namespace platform
+}  // namespace clientcomm

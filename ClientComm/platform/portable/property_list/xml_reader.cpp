@@ -13,7 +13,7 @@
 #include "ClientComm/platform/portable/property_list/xml_text.h"
 #include "ClientComm/platform/text.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 struct FreeParser {
@@ -121,4 +121,4 @@ std::optional<PropertyListValue> propertyListFromXml(std::string_view bytes, Xml
   return text ? XmlReader(XmlEncoding::kUtf8).read(*text) : std::nullopt;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -5,7 +5,7 @@
 
 #include "ClientComm/platform/property_list.h"
 
-namespace platform {
+namespace clientcomm {
 
 /// Which encoding an XML document has: the one that it declares, or UTF-8 whatever it declares.
 enum class XmlEncoding { kDeclared, kUtf8 };
@@ -18,4 +18,4 @@ enum class XmlEncoding { kDeclared, kUtf8 };
 /// declared, and none is known but the five of XML.
 std::optional<PropertyListValue> propertyListFromXml(std::string_view bytes, XmlEncoding encoding);
 
-}  // namespace platform
+}  // namespace clientcomm

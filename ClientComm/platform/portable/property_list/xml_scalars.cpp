@@ -12,7 +12,7 @@
 #include "ClientComm/platform/portable/property_list/value.h"
 #include "ClientComm/platform/portable/property_list/xml_text.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 namespace chrono = std::chrono;
@@ -116,4 +116,4 @@ std::optional<PropertyListValue> dateFromText(std::string_view text) {
                           static_cast<double>((*hour * 60 + *minute) * 60 + *second)};
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -7,7 +7,7 @@
 
 /// The values that XML elements hold as text. Nothing is repaired: text that is not wholly of the
 /// form has no value.
-namespace platform {
+namespace clientcomm {
 
 /// A decimal integer, or one in hexadecimal after "0x", with optional sign and blanks around.
 /// Leading zeros mean nothing. Nothing when it does not fit 64 bits.
@@ -20,4 +20,4 @@ std::optional<PropertyListValue> realFromText(std::string_view text);
 /// A date of the form 2001-01-31T23:59:59Z; the year is 0001 to 9999.
 std::optional<PropertyListValue> dateFromText(std::string_view text);
 
-}  // namespace platform
+}  // namespace clientcomm

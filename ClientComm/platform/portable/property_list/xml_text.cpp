@@ -6,7 +6,7 @@
 #include "ClientComm/platform/portable/property_list/unicode.h"
 #include "ClientComm/platform/text.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 // Takes the character at the front of `text` off it. @return whether XML can hold it.
@@ -64,4 +64,4 @@ std::optional<std::string> percentDecoded(std::string_view text) {
   return result;
 }
 
-}  // namespace platform
+}  // namespace clientcomm

@@ -17,7 +17,7 @@
 ///
 ///     <?clientcomm percent-encoded?>
 ///     <key>/home/%FF</key>
-namespace platform {
+namespace clientcomm {
 
 /// The target of the processing instructions above, and what they say of the next element.
 inline constexpr std::string_view kXmlNoteTarget = "clientcomm";
@@ -35,4 +35,4 @@ std::string percentEncoded(std::string_view text);
 /// The inverse of `percentEncoded`. Nothing when a "%" begins no such form.
 std::optional<std::string> percentDecoded(std::string_view text);
 
-}  // namespace platform
+}  // namespace clientcomm

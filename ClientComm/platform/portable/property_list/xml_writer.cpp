@@ -16,7 +16,7 @@
 #include "ClientComm/platform/portable/property_list/xml_text.h"
 #include "ClientComm/platform/property_list.h"
 
-namespace platform {
+namespace clientcomm {
 namespace {
 
 namespace chrono = std::chrono;
@@ -146,4 +146,4 @@ std::string xmlPropertyList(const PropertyListDictionary& dictionary) {
   return XmlWriter().write(dictionary);
 }
 
-}  // namespace platform
+}  // namespace clientcomm

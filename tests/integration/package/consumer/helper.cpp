@@ -4,4 +4,4 @@
 #include <cstdio>
 
 // Says which bundle it runs from; its own copy of the library tells.
-int main() { std::puts(platform::Bundle::mainBundle().bundlePath().c_str()); }
+int main() { std::puts(clientcomm::Bundle::mainBundle().bundlePath().c_str()); }

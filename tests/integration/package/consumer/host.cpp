@@ -5,7 +5,7 @@
 
 // Prints what the bundle says of itself, then starts the helper as any host does.
 int main() {
-  const auto& bundle = platform::Bundle::mainBundle();
+  const auto& bundle = clientcomm::Bundle::mainBundle();
   for (const char* key :
        {"CFBundleName", "CFBundleIdentifier", "CFBundleVersion", "PID", "A <key> & its",
         "Helper Bundle indentifiter", "Helepr App name", "Helper loaction path"}) {
