@@ -112,7 +112,7 @@ TEST(LoadOfAWindow, WindowDrawsWhileEightSendersFloodItsApplication) {
   const std::chrono::duration<double> time = after.time - before.time;
   const double framesPerSecond = (after.frames - before.frames) / time.count();
   const double callsPerSecond = (after.notes - before.notes) / time.count();
-  // 30 on a machine with nothing else to do; see docs/reliability.md.
+  // 30 on a machine with nothing else to do; see docs/lab/reliability.md.
   EXPECT_GE(framesPerSecond, 10);
   EXPECT_GT(callsPerSecond, 100);
   stress::report(std::to_string(framesPerSecond) + " frames and " + std::to_string(callsPerSecond) +

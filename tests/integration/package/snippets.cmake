@@ -13,7 +13,7 @@ set(wanted_writing-a-host upgrade_delegate.cpp)
 
 set(pages "${WORK}/pages")
 file(REMOVE_RECURSE "${WORK}")
-file(GLOB files "${SOURCE}/README.md" "${SOURCE}/docs/*.md")
+file(GLOB files "${SOURCE}/README.md" "${SOURCE}/docs/*.md" "${SOURCE}/docs/lab/*.md")
 foreach(file IN LISTS files)
   cmake_path(GET file STEM page)
   extract_snippets("${file}" "${pages}/${page}")
