@@ -95,7 +95,7 @@ int runSteps(const std::vector<std::string>& /*arguments*/) {
   const OptionalString version = host.infoString(clientcomm::kCFBundleVersionKey);
   note("read the host's Info.plist");
   TQHPHelperControl& control = TQHPHelperControl::share();
-  note("open to events, check in");
+  note("open to events, write the process record");
   clientcomm::UserDefaults& defaults = clientcomm::UserDefaults::standardUserDefaults();
   defaults.setObject(clientcomm::PropertyListValue(productID.value_or("")), "PID");
   defaults.synchronize();

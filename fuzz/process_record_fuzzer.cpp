@@ -85,7 +85,7 @@ void checkRecordName(const std::string& name, pid_t pid) {
   }
 }
 
-void requireSame(const clientcomm::CheckInRecord& record, const PropertyListDictionary& texts) {
+void requireSame(const clientcomm::ProcessRecord& record, const PropertyListDictionary& texts) {
   const auto textOf = [&texts](const char* key) {
     const auto found = texts.find(key);
     return found == texts.end() ? "" : found->second.stringValue().value_or("");
@@ -98,19 +98,19 @@ void requireSame(const clientcomm::CheckInRecord& record, const PropertyListDict
 
 // A record as it stands, and one that this process could have written.
 void checkRecord(const std::string& name, std::string_view bytes) {
-  const auto record = clientcomm::checkInRecordFromBytes(bytes);
+  const auto record = clientcomm::processRecordFromBytes(bytes);
   const std::string path = runtimeFolder() + "/process." + std::to_string(getpid());
   fuzz::writeFile(path, bytes);
   const auto startTime = clientcomm::processStartTime(getpid());
   require(startTime.has_value(), "a process knows when it was started");
-  require(clientcomm::checkInRecordForPID(getpid()).has_value() ==
+  require(clientcomm::processRecordForPID(getpid()).has_value() ==
               (record && record->startTime == *startTime),
           "only the record of the process itself counts");
   const PropertyListDictionary own = {{"StartTime", *startTime},
                                       {clientcomm::kCFBundleIdentifierKey, name},
                                       {clientcomm::kBundlePathKey, "/" + name}};
   fuzz::writeFile(path, clientcomm::xmlPropertyList(own));
-  const auto ownRecord = clientcomm::checkInRecordForPID(getpid());
+  const auto ownRecord = clientcomm::processRecordForPID(getpid());
   require(ownRecord.has_value(), "the record of the process itself counts");
   requireSame(*ownRecord, *fuzz::asReadFromXml(own).dictionary());
 }

@@ -228,7 +228,7 @@ bool haveLaunchesEnded() {
 }
 
 bool isOpen(pid_t helper) {
-  const auto record = clientcomm::checkInRecordForPID(helper);
+  const auto record = clientcomm::processRecordForPID(helper);
   return record && record->isOpen;
 }
 

@@ -32,7 +32,7 @@ constexpr bool kHasSanitizer = false;
 #endif
 
 int runUntilEndOfInput(const std::vector<std::string>& /*arguments*/) {
-  clientcomm::checkIn();
+  clientcomm::recordOwnProcess();
   std::puts("ready");
   std::fflush(stdout);
   while (std::getchar() != EOF) {

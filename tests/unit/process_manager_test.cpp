@@ -37,7 +37,7 @@ using support::ChildProcess;
 constexpr pid_t kNoProcess = 99'999'999;  // more than the kernel ever gives
 
 int waitForEnd(const std::vector<std::string>& arguments) {
-  if (arguments.empty() || arguments[0] != "unrecorded") clientcomm::checkIn();
+  if (arguments.empty() || arguments[0] != "unrecorded") clientcomm::recordOwnProcess();
   std::puts("ready");
   std::fflush(stdout);
   while (std::getchar() != EOF) {
@@ -314,14 +314,14 @@ TEST(ProcessManager, NeverBelievesARecordWhereTheBundleStands) {
   const std::string application = makeWaiter();
   const ChildProcess process = start(application, {"unrecorded"});
   forgeRecord(process.pid());
-  ASSERT_TRUE(clientcomm::checkInRecordForPID(process.pid()));
+  ASSERT_TRUE(clientcomm::processRecordForPID(process.pid()));
   EXPECT_EQ(knownOf(process.pid()), (Known{"com.example.waiter", application, "Waiter"}));
 }
 
 TEST(ProcessManager, NeverBelievesARecordOfAProcessOutsideAnyBundle) {
   const ChildProcess tool = startTool();
   forgeRecord(tool.pid());
-  ASSERT_TRUE(clientcomm::checkInRecordForPID(tool.pid()));
+  ASSERT_TRUE(clientcomm::processRecordForPID(tool.pid()));
   EXPECT_FALSE(knownOf(tool.pid()));
 }
 
@@ -455,7 +455,7 @@ TEST(PeerIdentity, OnlyAPlainFileInABundleIsTakenForAnExecutable) {
   close(channel[1]);
 }
 
-TEST(PeerIdentity, OfARemovedBundleIsWhatTheProcessCheckedInAs) {
+TEST(PeerIdentity, OfARemovedBundleIsWhatTheProcessRecorded) {
   const std::string application = makeWaiter();
   const ChildProcess process = start(application);
   fs::remove_all(application);

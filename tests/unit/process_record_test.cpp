@@ -23,16 +23,16 @@
 namespace {
 
 namespace fs = std::filesystem;
-using clientcomm::checkIn;
-using clientcomm::checkInRecordForPID;
+using clientcomm::processRecordForPID;
 using clientcomm::processStartTime;
 using clientcomm::PropertyListDictionary;
+using clientcomm::recordOwnProcess;
 using support::ChildProcess;
 
-// Checks in, says so, and does what it is told: "exit", "fork" (a child that ends as programs do),
-// "child" (a child that checks in itself and waits), "again".
-int runClerk(const std::vector<std::string>& /*arguments*/) {
-  checkIn();
+// Records itself, says so, and does what it is told: "exit", "fork" (a child that ends as programs
+// do), "child" (a child that records itself and waits), "again".
+int runRecorder(const std::vector<std::string>& /*arguments*/) {
+  recordOwnProcess();
   std::puts("ready");
   std::fflush(stdout);
   std::string command;
@@ -42,12 +42,12 @@ int runClerk(const std::vector<std::string>& /*arguments*/) {
       continue;
     }
     if (command == "exit") return 0;
-    if (command == "again") checkIn();
+    if (command == "again") recordOwnProcess();
     if (command == "fork") ChildProcess::fork([]() -> int { std::exit(0); }).wait();
     if (command == "child") {
       ChildProcess::fork([]() -> int {
-        checkIn();
-        std::exit(checkInRecordForPID(getpid()) ? 0 : 1);
+        recordOwnProcess();
+        std::exit(processRecordForPID(getpid()) ? 0 : 1);
       }).wait();
     }
     std::puts("done");
@@ -56,7 +56,7 @@ int runClerk(const std::vector<std::string>& /*arguments*/) {
   }
   return 0;
 }
-const support::Role clerk("clerk", runClerk);
+const support::Role recorder("recorder", runRecorder);
 
 std::string folderPath() { return support::sandbox() + "/runtime/ClientComm"; }
 std::string recordPath(pid_t pid) { return folderPath() + "/process." + std::to_string(pid); }
@@ -69,7 +69,7 @@ std::vector<std::string> namesInFolder() {
   return names;
 }
 
-ChildProcess startClerk(const std::string& application) {
+ChildProcess startRecorder(const std::string& application) {
   ChildProcess process = support::runApplication(application);
   EXPECT_EQ(process.readLine(), "ready");
   return process;
@@ -80,8 +80,8 @@ void tell(ChildProcess& process, const std::string& command) {
   EXPECT_EQ(process.readLine(), "done");
 }
 
-std::string makeClerk(const std::string& name = "Clerk") {
-  return support::makeApplication(name, "com.example.clerk", "clerk");
+std::string makeRecorder(const std::string& name = "Recorder") {
+  return support::makeApplication(name, "com.example.recorder", "recorder");
 }
 
 // Writes what a process of that ID that was started at `startTime` would have written.
@@ -93,14 +93,15 @@ void forgeRecord(pid_t pid, std::uint64_t startTime) {
                                                   {"CFBundleName", "Forged"}}));
 }
 
-TEST(CheckIn, WritesWhatTheProcessIsForItsUserAlone) {
-  const std::string application = makeClerk();
-  const ChildProcess process = startClerk(application);
+TEST(ProcessRecord, WritesWhatTheProcessIsForItsUserAlone) {
+  const std::string application = makeRecorder();
+  const ChildProcess process = startRecorder(application);
   const auto record = clientcomm::dictionaryWithContentsOfFile(recordPath(process.pid()));
   ASSERT_TRUE(record);
-  EXPECT_EQ(record->at("CFBundleIdentifier"), clientcomm::PropertyListValue("com.example.clerk"));
+  EXPECT_EQ(record->at("CFBundleIdentifier"),
+            clientcomm::PropertyListValue("com.example.recorder"));
   EXPECT_EQ(record->at("BundlePath"), clientcomm::PropertyListValue(application));
-  EXPECT_EQ(record->at("CFBundleName"), clientcomm::PropertyListValue("Clerk"));
+  EXPECT_EQ(record->at("CFBundleName"), clientcomm::PropertyListValue("Recorder"));
   EXPECT_EQ(record->at("StartTime"), clientcomm::PropertyListValue(static_cast<std::int64_t>(
                                          processStartTime(process.pid()).value())));
   struct stat status = {};
@@ -120,7 +121,7 @@ pid_t deadProcess() {
   return pid;
 }
 
-TEST(CheckIn, SocketsAndDraftsOfKilledProcessesAreCleared) {
+TEST(ProcessRecord, SocketsAndDraftsOfKilledProcessesAreCleared) {
   const std::string dead = std::to_string(deadProcess());
   const std::string alive = std::to_string(getpid());
   const std::string kept[] = {digest(), digest() + "." + alive, digest() + ".x",
@@ -129,13 +130,13 @@ TEST(CheckIn, SocketsAndDraftsOfKilledProcessesAreCleared) {
   for (const auto& name : kept) support::writeFile(folderPath() + "/" + name, "");
   for (const auto& name : stale) support::writeFile(folderPath() + "/" + name, "");
   chmod(folderPath().c_str(), 0700);
-  const ChildProcess process = startClerk(makeClerk());
+  const ChildProcess process = startRecorder(makeRecorder());
   for (const auto& name : kept) EXPECT_TRUE(fs::exists(folderPath() + "/" + name)) << name;
   for (const auto& name : stale) EXPECT_FALSE(fs::exists(folderPath() + "/" + name)) << name;
 }
 
 // Another process may have got the ID of the one that was killed.
-TEST(CheckIn, OldSocketsAndDraftsAreClearedWhicheverProcessHasTheirIDNow) {
+TEST(ProcessRecord, OldSocketsAndDraftsAreClearedWhicheverProcessHasTheirIDNow) {
   const std::string alive = std::to_string(getpid());
   for (const std::string& name : {digest() + "." + alive, "process." + alive + ".new"}) {
     const fs::path path = folderPath() + "/" + name;
@@ -143,94 +144,94 @@ TEST(CheckIn, OldSocketsAndDraftsAreClearedWhicheverProcessHasTheirIDNow) {
     fs::last_write_time(path, fs::file_time_type::clock::now() - std::chrono::minutes(2));
   }
   chmod(folderPath().c_str(), 0700);
-  const ChildProcess process = startClerk(makeClerk());
+  const ChildProcess process = startRecorder(makeRecorder());
   const std::string record = "process." + std::to_string(process.pid());
   EXPECT_EQ(namesInFolder(), std::vector<std::string>{record});
 }
 
-TEST(CheckIn, RecordIsReadBackByOthers) {
-  const std::string application = makeClerk();
-  const ChildProcess process = startClerk(application);
-  const auto record = checkInRecordForPID(process.pid());
+TEST(ProcessRecord, RecordIsReadBackByOthers) {
+  const std::string application = makeRecorder();
+  const ChildProcess process = startRecorder(application);
+  const auto record = processRecordForPID(process.pid());
   ASSERT_TRUE(record);
-  EXPECT_EQ(record->bundleIdentifier, "com.example.clerk");
+  EXPECT_EQ(record->bundleIdentifier, "com.example.recorder");
   EXPECT_EQ(record->bundlePath, application);
-  EXPECT_EQ(record->bundleName, "Clerk");
+  EXPECT_EQ(record->bundleName, "Recorder");
   EXPECT_EQ(record->startTime, processStartTime(process.pid()));
 }
 
-TEST(CheckIn, PathsOfAnyBytesAreReadBackAsTheyStand) {
+TEST(ProcessRecord, PathsOfAnyBytesAreReadBackAsTheyStand) {
   const std::string folder = " a\xFF\xC3(\n\r\t<&>\"'\x01\xE2\x82\xAC ";
   const std::string application =
-      support::makeApplication("Clerk", "com.example.clerk", "clerk", {}, folder);
-  const ChildProcess process = startClerk(application);
-  const auto record = checkInRecordForPID(process.pid());
+      support::makeApplication("Recorder", "com.example.recorder", "recorder", {}, folder);
+  const ChildProcess process = startRecorder(application);
+  const auto record = processRecordForPID(process.pid());
   ASSERT_TRUE(record);
   EXPECT_EQ(record->bundlePath, application);
 }
 
-TEST(CheckIn, WorksUnderARuntimePathOf200Characters) {
+TEST(ProcessRecord, WorksUnderARuntimePathOf200Characters) {
   setenv("XDG_RUNTIME_DIR", (support::sandbox() + "/" + std::string(200, 'r')).c_str(), 1);
-  const ChildProcess process = startClerk(makeClerk());
-  EXPECT_TRUE(checkInRecordForPID(process.pid()));
+  const ChildProcess process = startRecorder(makeRecorder());
+  EXPECT_TRUE(processRecordForPID(process.pid()));
 }
 
-TEST(CheckIn, RecordGoesWhenTheProcessExits) {
-  ChildProcess process = startClerk(makeClerk());
+TEST(ProcessRecord, RecordGoesWhenTheProcessExits) {
+  ChildProcess process = startRecorder(makeRecorder());
   ASSERT_TRUE(fs::exists(recordPath(process.pid())));
   process.write("exit\n");
   EXPECT_EQ(process.wait(), 0);
   EXPECT_TRUE(namesInFolder().empty());
 }
 
-TEST(CheckIn, RecordOfAKilledProcessIsClearedAwayByTheNext) {
-  const std::string application = makeClerk();
-  ChildProcess killed = startClerk(application);
+TEST(ProcessRecord, RecordOfAKilledProcessIsClearedAwayByTheNext) {
+  const std::string application = makeRecorder();
+  ChildProcess killed = startRecorder(application);
   killed.signal(SIGKILL);
   killed.wait();
   EXPECT_TRUE(fs::exists(recordPath(killed.pid())));
-  EXPECT_FALSE(checkInRecordForPID(killed.pid()));
-  const ChildProcess next = startClerk(application);
+  EXPECT_FALSE(processRecordForPID(killed.pid()));
+  const ChildProcess next = startRecorder(application);
   EXPECT_FALSE(fs::exists(recordPath(killed.pid())));
   EXPECT_TRUE(fs::exists(recordPath(next.pid())));
 }
 
-TEST(CheckIn, RecordOfAnotherLiveProcessIsKept) {
-  const std::string application = makeClerk();
-  const ChildProcess first = startClerk(application);
-  const ChildProcess second = startClerk(application);
-  EXPECT_TRUE(checkInRecordForPID(first.pid()));
-  EXPECT_TRUE(checkInRecordForPID(second.pid()));
+TEST(ProcessRecord, RecordOfAnotherLiveProcessIsKept) {
+  const std::string application = makeRecorder();
+  const ChildProcess first = startRecorder(application);
+  const ChildProcess second = startRecorder(application);
+  EXPECT_TRUE(processRecordForPID(first.pid()));
+  EXPECT_TRUE(processRecordForPID(second.pid()));
 }
 
-TEST(CheckIn, RecordOfAnEarlierProcessOfTheSameIDIsNotBelievedAndClearedAway) {
+TEST(ProcessRecord, RecordOfAnEarlierProcessOfTheSameIDIsNotBelievedAndClearedAway) {
   forgeRecord(getpid(), processStartTime(getpid()).value() - 1);
-  EXPECT_FALSE(checkInRecordForPID(getpid()));
-  const ChildProcess process = startClerk(makeClerk());
+  EXPECT_FALSE(processRecordForPID(getpid()));
+  const ChildProcess process = startRecorder(makeRecorder());
   EXPECT_FALSE(fs::exists(recordPath(getpid())));
 }
 
-TEST(CheckIn, UnfinishedRecordsOfProcessesThatAreGoneAreClearedAway) {
+TEST(ProcessRecord, UnfinishedRecordsOfProcessesThatAreGoneAreClearedAway) {
   support::writeFile(recordPath(99'999'999) + ".new", "<?xml");
   support::writeFile(recordPath(getpid()) + ".new", "<?xml");
-  const ChildProcess process = startClerk(makeClerk());
+  const ChildProcess process = startRecorder(makeRecorder());
   EXPECT_FALSE(fs::exists(recordPath(99'999'999) + ".new"));
   EXPECT_TRUE(fs::exists(recordPath(getpid()) + ".new"));
 }
 
-TEST(CheckIn, LeavesOtherFilesInTheFolderAlone) {
+TEST(ProcessRecord, LeavesOtherFilesInTheFolderAlone) {
   const std::vector<std::string> others = {"process.",    "process.12x", "process.-5",
                                            "process.0",   "other",       "process.99999999999999",
                                            "process.new", "xprocess.12"};
   for (const std::string& name : others) support::writeFile(folderPath() + "/" + name, name);
-  const ChildProcess process = startClerk(makeClerk());
+  const ChildProcess process = startRecorder(makeRecorder());
   for (const std::string& name : others) {
     EXPECT_EQ(support::readFile(folderPath() + "/" + name), name);
   }
 }
 
-TEST(CheckIn, SecondCallInTheSameProcessDoesNothing) {
-  ChildProcess process = startClerk(makeClerk());
+TEST(ProcessRecord, SecondCallInTheSameProcessDoesNothing) {
+  ChildProcess process = startRecorder(makeRecorder());
   struct stat first = {};
   struct stat second = {};
   ASSERT_EQ(stat(recordPath(process.pid()).c_str(), &first), 0);
@@ -240,68 +241,68 @@ TEST(CheckIn, SecondCallInTheSameProcessDoesNothing) {
   EXPECT_EQ(first.st_mtim.tv_nsec, second.st_mtim.tv_nsec);
 }
 
-TEST(CheckIn, ForkedChildThatExitsLeavesItsParentsRecord) {
-  ChildProcess process = startClerk(makeClerk());
+TEST(ProcessRecord, ForkedChildThatExitsLeavesItsParentsRecord) {
+  ChildProcess process = startRecorder(makeRecorder());
   tell(process, "fork");
-  EXPECT_TRUE(checkInRecordForPID(process.pid()));
+  EXPECT_TRUE(processRecordForPID(process.pid()));
 }
 
-TEST(CheckIn, ForkedChildHasARecordOfItsOwnAndRemovesOnlyThat) {
-  ChildProcess process = startClerk(makeClerk());
+TEST(ProcessRecord, ForkedChildHasARecordOfItsOwnAndRemovesOnlyThat) {
+  ChildProcess process = startRecorder(makeRecorder());
   tell(process, "child");
-  EXPECT_TRUE(checkInRecordForPID(process.pid()));
+  EXPECT_TRUE(processRecordForPID(process.pid()));
   EXPECT_EQ(namesInFolder().size(), 1U);
 }
 
-TEST(CheckIn, ProcessWithoutABundleIdentifierWritesNothing) {
-  const std::string application = makeClerk();
+TEST(ProcessRecord, ProcessWithoutABundleIdentifierWritesNothing) {
+  const std::string application = makeRecorder();
   support::writeFile(application + "/Contents/Info.plist",
-                     clientcomm::xmlPropertyList({{"TestRole", "clerk"}}));
-  const ChildProcess process = startClerk(application);
+                     clientcomm::xmlPropertyList({{"TestRole", "recorder"}}));
+  const ChildProcess process = startRecorder(application);
   EXPECT_FALSE(fs::exists(folderPath()));
 }
 
-TEST(CheckIn, WithoutAUsableFolderNothingHappens) {
+TEST(ProcessRecord, WithoutAUsableFolderNothingHappens) {
   support::writeFile(folderPath(), "in the way");
-  ChildProcess process = startClerk(makeClerk());
-  EXPECT_FALSE(checkInRecordForPID(process.pid()));
+  ChildProcess process = startRecorder(makeRecorder());
+  EXPECT_FALSE(processRecordForPID(process.pid()));
   process.write("exit\n");
   EXPECT_EQ(process.wait(), 0);
   EXPECT_EQ(support::readFile(folderPath()), "in the way");
 }
 
-class CheckInRecordOfThisProcess : public testing::Test {
+class RecordOfThisProcess : public testing::Test {
  protected:
   void SetUp() override { forgeRecord(getpid(), processStartTime(getpid()).value()); }
   const std::string path_ = recordPath(getpid());
 };
 
-TEST_F(CheckInRecordOfThisProcess, IsBelievedWhenItIsWhole) {
+TEST_F(RecordOfThisProcess, IsBelievedWhenItIsWhole) {
   ASSERT_EQ(chmod(folderPath().c_str(), 0700), 0);
-  const auto record = checkInRecordForPID(getpid());
+  const auto record = processRecordForPID(getpid());
   ASSERT_TRUE(record);
   EXPECT_EQ(record->bundleIdentifier, "com.example.forged");
 }
 
-TEST_F(CheckInRecordOfThisProcess, IsNotBelievedWhenItIsALink) {
+TEST_F(RecordOfThisProcess, IsNotBelievedWhenItIsALink) {
   fs::rename(path_, folderPath() + "/elsewhere");
   fs::create_symlink("elsewhere", path_);
-  EXPECT_FALSE(checkInRecordForPID(getpid()));
+  EXPECT_FALSE(processRecordForPID(getpid()));
 }
 
-TEST_F(CheckInRecordOfThisProcess, IsNotBelievedWhenAnotherUserWroteIt) {
+TEST_F(RecordOfThisProcess, IsNotBelievedWhenAnotherUserWroteIt) {
   if (geteuid() != 0) GTEST_SKIP() << "only the superuser can give a file away";
   ASSERT_EQ(chown(path_.c_str(), 12345, 12345), 0);
-  EXPECT_FALSE(checkInRecordForPID(getpid()));
+  EXPECT_FALSE(processRecordForPID(getpid()));
 }
 
-TEST_F(CheckInRecordOfThisProcess, IsNotWaitedForWhenItIsAPipe) {
+TEST_F(RecordOfThisProcess, IsNotWaitedForWhenItIsAPipe) {
   fs::remove(path_);
   ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
-  EXPECT_FALSE(checkInRecordForPID(getpid()));
+  EXPECT_FALSE(processRecordForPID(getpid()));
 }
 
-TEST_F(CheckInRecordOfThisProcess, IsNotBelievedWhenItIsRubbish) {
+TEST_F(RecordOfThisProcess, IsNotBelievedWhenItIsRubbish) {
   const std::string whole = support::readFile(path_);
   const std::string broken[] = {"",
                                 "rubbish",
@@ -312,10 +313,10 @@ TEST_F(CheckInRecordOfThisProcess, IsNotBelievedWhenItIsRubbish) {
                                 std::string(1 << 20, ' ') + whole};
   for (const std::string& text : broken) {
     support::writeFile(path_, text);
-    EXPECT_FALSE(checkInRecordForPID(getpid())) << text.substr(0, 200);
+    EXPECT_FALSE(processRecordForPID(getpid())) << text.substr(0, 200);
   }
   support::writeFile(path_, whole);
-  EXPECT_TRUE(checkInRecordForPID(getpid()));
+  EXPECT_TRUE(processRecordForPID(getpid()));
 }
 
 TEST(ProcessStartTime, TellsWhenAProcessWasStarted) {

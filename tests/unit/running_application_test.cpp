@@ -391,7 +391,7 @@ TEST(UnseenApplication, KeepsItsRecordWhenOneInAnotherPIDNamespaceOpens) {
       clientcomm::runtimeFolderPath() + "/process." + std::to_string(process.pid());
   ASSERT_TRUE(fs::exists(record));
   const int status = runInPIDNamespace([] {
-    clientcomm::checkIn();
+    clientcomm::recordOwnProcess();
     return 0;
   });
   if (status == kNoNamespaces) GTEST_SKIP() << "no namespaces";

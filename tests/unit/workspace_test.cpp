@@ -80,7 +80,7 @@ int runWitness(const std::vector<std::string>& arguments) {
        << "\narguments: " << arguments.size() << "\nfolder: " << fs::current_path().string()
        << "\nvariable: " << (std::getenv("WITNESS") != nullptr ? std::getenv("WITNESS") : "")
        << "\nblocked: " << statusField("SigBlk") << "\nignored: " << statusField("SigIgn") << "\n";
-  clientcomm::checkIn();
+  clientcomm::recordOwnProcess();
   const std::string path = witnessFolder() + "/" + std::to_string(getpid());
   support::writeFile(path + ".new", text.str());
   fs::rename(path + ".new", path);

@@ -104,9 +104,9 @@ OptionalString acceptable(std::string text) {
   return isAccepted ? OptionalString(std::move(text)) : std::nullopt;
 }
 
-// What the process itself checked in as, in the place of what it was started from.
-std::optional<BundleIdentity> checkedInIdentity(pid_t pid, const std::string& bundlePath) {
-  auto record = pid > 0 ? checkInRecordForPID(pid) : std::nullopt;
+// What the process recorded of itself, which may no longer be at its path.
+std::optional<BundleIdentity> recordedIdentity(pid_t pid, const std::string& bundlePath) {
+  auto record = pid > 0 ? processRecordForPID(pid) : std::nullopt;
   if (!record) return std::nullopt;
   return BundleIdentity{record->bundlePath.empty() ? bundlePath : record->bundlePath,
                         acceptable(std::move(record->bundleIdentifier)),
@@ -118,16 +118,16 @@ std::optional<BundleIdentity> checkedInIdentity(pid_t pid, const std::string& bu
 std::optional<BundleIdentity> ownIdentity(pid_t pid, const ExecutableLink& link,
                                           std::string_view bundlePath) {
   const std::string path(bundlePath);
-  if (link.isRemoved()) return checkedInIdentity(pid, path);
+  if (link.isRemoved()) return recordedIdentity(pid, path);
   auto local = bundleIdentities().localIdentityAt(path);
   if (local.identity) return std::move(local.identity);
-  auto checkedIn = checkedInIdentity(pid, path);
+  auto recorded = recordedIdentity(pid, path);
   if (local.access != LocalAccess::kMayBlock ||
-      (checkedIn && checkedIn->path == pathBeforeRemoval(path))) {
-    return checkedIn;
+      (recorded && recorded->path == pathBeforeRemoval(path))) {
+    return recorded;
   }
   auto remote = bundleIdentities().remoteIdentityAt(path);
-  return remote ? std::move(remote) : std::move(checkedIn);
+  return remote ? std::move(remote) : std::move(recorded);
 }
 
 BundleIdentity successorIdentity(std::string_view bundlePath) {

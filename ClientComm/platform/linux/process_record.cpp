@@ -78,13 +78,13 @@ std::uint64_t ownPIDNamespace() noexcept {
   return stat("/proc/self/ns/pid", &status) == 0 ? status.st_ino : 0;
 }
 
-std::optional<CheckInRecord> readRecord(int folder, const std::string& name) {
+std::optional<ProcessRecord> readRecord(int folder, const std::string& name) {
   const auto bytes = readRuntimeFile(folder, name);
-  return bytes ? checkInRecordFromBytes(*bytes) : std::nullopt;
+  return bytes ? processRecordFromBytes(*bytes) : std::nullopt;
 }
 
 // Whether the record is of a process that this one would see if it still ran.
-bool isOfOwnNamespace(const CheckInRecord& record, std::uint64_t own) noexcept {
+bool isOfOwnNamespace(const ProcessRecord& record, std::uint64_t own) noexcept {
   return record.pidNamespace == 0 || own == 0 || record.pidNamespace == own;
 }
 
@@ -154,7 +154,7 @@ OptionalString writeOwnRecord(int folder, pid_t pid) {
   return path;
 }
 
-void checkInLaunchedOrThrow(pid_t pid, const Bundle& bundle) {
+void recordLaunchedOrThrow(pid_t pid, const Bundle& bundle) {
   const ScopedFd folder = openRuntimeFolder(false);
   auto record = recordOf(bundle, pid);
   if (!folder.isValid() || !record) return;
@@ -164,7 +164,7 @@ void checkInLaunchedOrThrow(pid_t pid, const Bundle& bundle) {
   createRuntimeFile(folder.get(), recordName(pid), xmlPropertyList(*record));
 }
 
-void checkInOrThrow() {
+void recordOwnOrThrow() {
   const pid_t pid = getpid();
   if (!Bundle::mainBundle().bundleIdentifier()) return;
   const ScopedFd folder = openRuntimeFolder(true);
@@ -184,23 +184,23 @@ void checkInOrThrow() {
 
 }  // namespace
 
-void checkIn() noexcept {
+void recordOwnProcess() noexcept {
   try {
-    checkInOrThrow();
+    recordOwnOrThrow();
   } catch (const std::bad_alloc&) {
     // Without a record the process is known as long as its bundle stands.
   }
 }
 
-void checkInLaunched(pid_t pid, const Bundle& bundle) noexcept {
+void recordLaunchedProcess(pid_t pid, const Bundle& bundle) noexcept {
   try {
-    checkInLaunchedOrThrow(pid, bundle);
+    recordLaunchedOrThrow(pid, bundle);
   } catch (const std::bad_alloc&) {
-    // The process checks in by itself a moment later.
+    // The process writes its own record a moment later.
   }
 }
 
-std::optional<CheckInRecord> checkInRecordForPID(pid_t pid) {
+std::optional<ProcessRecord> processRecordForPID(pid_t pid) {
   const ScopedFd folder = openRuntimeFolder(false);
   if (!folder.isValid()) return std::nullopt;
   auto record = readRecord(folder.get(), recordName(pid));
@@ -208,13 +208,13 @@ std::optional<CheckInRecord> checkInRecordForPID(pid_t pid) {
   return record;
 }
 
-std::optional<CheckInRecord> checkInRecordFromBytes(std::string_view bytes) {
+std::optional<ProcessRecord> processRecordFromBytes(std::string_view bytes) {
   const auto list = propertyListFromBytes(bytes);
   const auto* const dictionary = list ? list->dictionary() : nullptr;
   const auto startTime =
       dictionary != nullptr ? numberIn(*dictionary, kStartTimeKey) : std::nullopt;
   if (!startTime) return std::nullopt;
-  CheckInRecord record{*startTime, textOf(*dictionary, kCFBundleIdentifierKey),
+  ProcessRecord record{*startTime, textOf(*dictionary, kCFBundleIdentifierKey),
                        textOf(*dictionary, kBundlePathKey), textOf(*dictionary, kCFBundleNameKey)};
   // Launchers of older versions leave the path out, and nothing else tells their records apart.
   record.isOpen = !record.bundlePath.empty() && !flagIn(*dictionary, kIsLaunchingKey);

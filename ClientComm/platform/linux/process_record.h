@@ -14,7 +14,7 @@
 /// bundle was removed. It never overrides what the kernel and the bundle on disk say.
 namespace clientcomm {
 
-struct CheckInRecord {
+struct ProcessRecord {
   std::uint64_t startTime = 0;  ///< Clock ticks after boot, as /proc/<pid>/stat has it.
   std::string bundleIdentifier;
   std::string bundlePath;
@@ -28,19 +28,19 @@ struct CheckInRecord {
 /// removes the records of processes that are gone, the unfinished records and sockets of those that
 /// were killed meanwhile, and the record of this process's launch. Does nothing outside a bundle,
 /// or where the record is in place.
-void checkIn() noexcept;
+void recordOwnProcess() noexcept;
 
 /// Writes a first record of the process `pid`, which has just been launched from `bundle` (an
 /// absolute path), so that it is known although the bundle is removed before the process opens to
 /// events. Never replaces one.
-void checkInLaunched(pid_t pid, const Bundle& bundle) noexcept;
+void recordLaunchedProcess(pid_t pid, const Bundle& bundle) noexcept;
 
 /// The record of the process `pid`; nothing when there is none, or it belongs to an earlier process
 /// of that ID.
-std::optional<CheckInRecord> checkInRecordForPID(pid_t pid);
+std::optional<ProcessRecord> processRecordForPID(pid_t pid);
 
 /// The record that a file of `bytes` holds; nothing when it holds none.
-std::optional<CheckInRecord> checkInRecordFromBytes(std::string_view bytes);
+std::optional<ProcessRecord> processRecordFromBytes(std::string_view bytes);
 
 /// The process that the file called `name` in the runtime folder is the record of, or the draft of
 /// one; 0 when it is neither.

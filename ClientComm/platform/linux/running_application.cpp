@@ -74,7 +74,7 @@ Presence presenceWithoutRecord(pid_t pid, std::uint64_t startTime, const Executa
 
 Presence presenceByProcess(pid_t pid, std::uint64_t startTime, const ExecutableLink& link,
                            const BundleIdentity& identity,
-                           const std::optional<CheckInRecord>& record) {
+                           const std::optional<ProcessRecord>& record) {
   if (pid == getpid()) return Presence::kRunning;
   if (!record) return presenceWithoutRecord(pid, startTime, link, identity);
   if (record->isTool) return Presence::kAbsent;
@@ -90,7 +90,7 @@ bool leadsTo(const std::string& path, const std::string& other) {
           isSameBundle(splitPath(path).directory, splitPath(other).directory));
 }
 
-BundleIdentity identityOf(const CheckInRecord& record) {
+BundleIdentity identityOf(const ProcessRecord& record) {
   const auto optional = [](const std::string& text) {
     return text.empty() ? OptionalString() : OptionalString(text);
   };
@@ -102,7 +102,7 @@ BundleIdentity identityOf(const CheckInRecord& record) {
 std::optional<std::uint64_t> startTimeOfBundleProcess(pid_t pid) {
   const ExecutableLink link = ExecutableLink::ofProcess(pid);
   if (!mayRunBundle(link) || !isOfThisUser(pid)) return std::nullopt;
-  if (isUnreadable(link) && !checkInRecordForPID(pid)) return std::nullopt;
+  if (isUnreadable(link) && !processRecordForPID(pid)) return std::nullopt;
   return processStartTime(pid);
 }
 
@@ -111,7 +111,7 @@ std::optional<BundleProcess> bundleProcess(pid_t pid) {
   if (!mayRunBundle(link) || !isOfThisUser(pid)) return std::nullopt;
   const auto startTime = processStartTime(pid);
   if (!startTime) return std::nullopt;
-  const auto record = checkInRecordForPID(pid);
+  const auto record = processRecordForPID(pid);
   const std::string_view bundlePath = bundleOfExecutable(link.target());
   BundleProcess process{*startTime, {}};
   if (bundlePath.empty()) {

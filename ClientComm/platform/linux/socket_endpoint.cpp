@@ -78,7 +78,7 @@ OSErr SocketEndpoint::open() {
 OSErr SocketEndpoint::takeName() {
   if (const OSErr status = name_.take(listener_); status != noErr) return status;
   listenerTag_ = g_source_add_unix_fd(source_.get(), listener_.get(), G_IO_IN);
-  checkIn();
+  recordOwnProcess();
   return noErr;
 }
 
@@ -86,7 +86,7 @@ void SocketEndpoint::verify() {
   const auto now = Clock::now();
   if (now - lastVerified_ < kVerifyInterval) return;
   lastVerified_ = now;
-  if (listener_.isValid()) checkIn();
+  if (listener_.isValid()) recordOwnProcess();
   if (name_.leadsHere() || (listener_.isValid() && name_.leadsElsewhere())) return;
   // Left to the main loop: events that wait at the old socket have to be handled first.
   mustReopen_ = true;

@@ -234,13 +234,13 @@ bool launchAgain(int folder, std::string executable, const Bundle& bundle,
   const auto time = timeSinceBoot();
   const Outcome outcome = launchDetached(std::move(executable), lock);
   if (outcome.error != 0) return false;
-  checkInLaunched(outcome.pid, bundle);
+  recordLaunchedProcess(outcome.pid, bundle);
   const int failures = last && last->bundleState == state ? last->failures + 1 : 0;
   noteLaunch(folder, bundle.bundleIdentifier().value_or(""),
              {bundle.bundlePath(), state, outcome.pid, processStartTime(outcome.pid).value_or(0),
               time, failures});
   // It may have opened before there was a record for it to remove.
-  const auto record = checkInRecordForPID(outcome.pid);
+  const auto record = processRecordForPID(outcome.pid);
   if (record && record->isOpen) forgetLaunch(folder, bundle.bundlePath(), outcome.pid);
   return true;
 }
