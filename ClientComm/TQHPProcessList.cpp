@@ -84,7 +84,9 @@ TQHPProcessList& TQHPProcessList::share() {
 bool TQHPProcessList::applicationIsRunning(const OptionalString& bundleID,
                                            const OptionalString& bundlePath) {
   if (!bundleID || !bundlePath) return false;
+  const auto mayBeApplication = clientcomm::mayRunBundleAt(*bundlePath);
   const auto isApplication = [&](std::int32_t pid) {
+    if (!mayBeApplication(pid)) return false;
     const auto information = infoForPID(pid);
     return information && stringFor(*information, clientcomm::kCFBundleIdentifierKey) == bundleID &&
            stringFor(*information, clientcomm::kBundlePathKey) == bundlePath;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -42,6 +43,11 @@ std::optional<PropertyListDictionary> ProcessInformationCopyDictionary(
 
 /// The `kCFBundleIdentifierKey` of what is known of a process, without the rest; nil when unknown.
 OptionalString bundleIdentifierOfProcess(const ProcessSerialNumber& psn);
+
+/// Tells at the cost of a look at what a process runs whether it may be the application of the
+/// bundle at `bundlePath`: false only where `ProcessInformationCopyDictionary` does not give that
+/// path for it.
+std::function<bool(std::int32_t pid)> mayRunBundleAt(const std::string& bundlePath);
 
 /// Whether the application with exactly this identifier and bundle path takes events, and its
 /// process cannot be seen from here: it runs in another process-ID namespace.

@@ -24,15 +24,24 @@ ExecutableLink ExecutableLink::ofDescriptor(int descriptor) noexcept {
   return link;
 }
 
+bool ExecutableLink::isWithheld() const noexcept { return error_ == EACCES || error_ == EPERM; }
+
+bool ExecutableLink::isMarkedAsRemoved() const noexcept {
+  return target().ends_with(kDeletedSuffix);
+}
+
 bool ExecutableLink::isRemoved() const {
-  if (!target().ends_with(kDeletedSuffix)) return false;
+  if (!isMarkedAsRemoved()) return false;
   const LocalFile file = openLocalFile(target());
   if (file.access != LocalAccess::kOpen) return true;
   const auto named = statusWithoutWaiting(file.file.get(), "");
+  return !named || !leadsTo(*named);
+}
+
+bool ExecutableLink::leadsTo(const struct statx& file) const noexcept {
   const auto linked = statusWithoutWaiting(AT_FDCWD, link_.data());
-  return !named || !linked || named->stx_ino != linked->stx_ino ||
-         named->stx_dev_major != linked->stx_dev_major ||
-         named->stx_dev_minor != linked->stx_dev_minor;
+  return linked && file.stx_ino == linked->stx_ino && file.stx_dev_major == linked->stx_dev_major &&
+         file.stx_dev_minor == linked->stx_dev_minor;
 }
 
 ExecutableLink::ExecutableLink(std::string_view before, int number,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <array>
@@ -20,9 +21,16 @@ class ExecutableLink {
   int error() const noexcept { return error_; }
   /// The path as the kernel gives it, with its mark where the file was removed.
   std::string_view target() const noexcept { return {target_.data(), length_}; }
+  /// Whether the kernel does not tell this process the path: the other one is not dumpable, for
+  /// instance.
+  bool isWithheld() const noexcept;
+  /// Whether the path ends like that of a removed file; see `isRemoved`.
+  bool isMarkedAsRemoved() const noexcept;
   /// Whether the file was removed; one whose own name looks like the kernel's mark was not, unless
   /// it is on a file system that may not answer.
   bool isRemoved() const;
+  /// Whether the file is the one with this status.
+  bool leadsTo(const struct statx& file) const noexcept;
 
  private:
   ExecutableLink(std::string_view before, int number, std::string_view after) noexcept;

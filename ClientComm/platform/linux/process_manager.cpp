@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include "ClientComm/platform/linux/bundle_filter.h"
 #include "ClientComm/platform/linux/bundle_identities.h"
 #include "ClientComm/platform/linux/endpoint_record.h"
 #include "ClientComm/platform/linux/peer_identity.h"
@@ -41,6 +42,10 @@ OptionalString bundleIdentifierOfProcess(const ProcessSerialNumber& psn) {
   if (!info) return std::nullopt;
   const auto identifier = info->find(kCFBundleIdentifierKey);
   return identifier == info->end() ? std::nullopt : identifier->second.stringValue();
+}
+
+std::function<bool(std::int32_t pid)> mayRunBundleAt(const std::string& bundlePath) {
+  return [filter = BundleFilter(bundlePath)](std::int32_t pid) { return filter.mayRun(pid); };
 }
 
 bool isRunningUnseen(const std::string& identifier, const std::string& bundlePath) {

@@ -4,12 +4,12 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <string_view>
 #include <utility>
 
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/linux/bundle_filter.h"
 #include "ClientComm/platform/linux/endpoint_record.h"
 #include "ClientComm/platform/linux/executable_link.h"
 #include "ClientComm/platform/linux/launch_record.h"
@@ -31,12 +31,8 @@ bool isOfThisUser(pid_t pid) noexcept {
   return stat(path.data(), &status) == 0 && status.st_uid == geteuid();
 }
 
-bool isUnreadable(const ExecutableLink& link) noexcept {
-  return link.error() == EACCES || link.error() == EPERM;
-}
-
 bool mayRunBundle(const ExecutableLink& link) noexcept {
-  return isUnreadable(link) || !bundleOfExecutable(link.target()).empty();
+  return link.isWithheld() || !bundleOfExecutable(link.target()).empty();
 }
 
 // A forked child has no record of its own, and it is not the application.
@@ -102,7 +98,7 @@ BundleIdentity identityOf(const ProcessRecord& record) {
 std::optional<std::uint64_t> startTimeOfBundleProcess(pid_t pid) {
   const ExecutableLink link = ExecutableLink::ofProcess(pid);
   if (!mayRunBundle(link) || !isOfThisUser(pid)) return std::nullopt;
-  if (isUnreadable(link) && !processRecordForPID(pid)) return std::nullopt;
+  if (link.isWithheld() && !processRecordForPID(pid)) return std::nullopt;
   return processStartTime(pid);
 }
 
@@ -132,8 +128,10 @@ std::optional<BundleProcess> bundleProcess(pid_t pid) {
 
 Presence presenceOf(const std::string& bundlePath, const OptionalString& identifier) {
   bool isUnreachable = false;
+  const BundleFilter filter(bundlePath);
   ProcessIDReader processes;
   for (pid_t pid = processes.next(); pid != 0; pid = processes.next()) {
+    if (!filter.mayRun(pid)) continue;
     const auto process = bundleProcess(pid);
     if (!process || !isSameBundle(process->identity.path, bundlePath)) continue;
     if (process->presence == Presence::kRunning) return Presence::kRunning;
