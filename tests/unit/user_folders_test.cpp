@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <sched.h>
+#include <sys/inotify.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -87,6 +88,21 @@ TEST(UserFolders, RuntimeDirectoryIsTheCacheWithoutTheVariableAndASession) {
     if (runtimeDirectory() != support::sandbox() + "/cache") return false;
     unsetenv("XDG_CACHE_HOME");
     return runtimeDirectory() == support::sandbox() + "/home/.cache";
+  });
+}
+
+TEST(UserFolders, PasswordDatabaseIsNotReadWhereTheEnvironmentNamesOwnDirectories) {
+  const std::string copy = support::sandbox() + "/passwd";
+  fs::copy_file("/etc/passwd", copy);
+  runBesideTheSystem([&] {
+    if (mount(copy.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) != 0) return false;
+    const clientcomm::ScopedFd watch(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    if (inotify_add_watch(watch.get(), copy.c_str(), IN_OPEN) < 0) return false;
+    alignas(inotify_event) char event[4096];
+    const bool isRead = runtimeDirectory().empty() || configDirectory().empty() ||
+                        read(watch.get(), event, sizeof event) > 0;
+    // Which would have been seen.
+    return !isRead && !passwordHome().empty() && read(watch.get(), event, sizeof event) > 0;
   });
 }
 

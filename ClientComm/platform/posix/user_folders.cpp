@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <initializer_list>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -66,11 +67,14 @@ std::string below(const std::string& home, const char* name) {
   return home.empty() ? home : stringByAppendingPathComponent(home, name);
 }
 
+using Directory = std::string (*)();
+
 // Without a directory that belongs to the effective user, the first is used where it exists, and
-// `mayCreateAt` says whether it may be made.
-std::string firstOwn(const std::vector<std::string>& candidates) {
+// `mayCreateAt` says whether it may be made. The password database, which is slow, comes last.
+std::string firstOwn(std::initializer_list<Directory> directories) {
   std::string first;
-  for (const std::string& candidate : candidates) {
+  for (const Directory directory : directories) {
+    const std::string candidate = directory();
     if (candidate.empty() || isMissingSessionDirectory(candidate)) continue;
     if (belongsToEffectiveUser(candidate)) return candidate;
     if (first.empty()) first = candidate;
@@ -96,17 +100,17 @@ std::string homeDirectory() {
 }
 
 std::string configDirectory() {
-  return firstOwn({directoryInEnvironment("XDG_CONFIG_HOME"),
-                   below(directoryInEnvironment("HOME"), ".config"),
-                   below(homeInPasswordDatabase(), ".config")});
+  return firstOwn({[] { return directoryInEnvironment("XDG_CONFIG_HOME"); },
+                   [] { return below(directoryInEnvironment("HOME"), ".config"); },
+                   [] { return below(homeInPasswordDatabase(), ".config"); }});
 }
 
 std::string runtimeDirectory() {
-  return firstOwn({directoryInEnvironment("XDG_RUNTIME_DIR"),
-                   std::string(kSessionDirectories) + std::to_string(geteuid()),
-                   directoryInEnvironment("XDG_CACHE_HOME"),
-                   below(directoryInEnvironment("HOME"), ".cache"),
-                   below(homeInPasswordDatabase(), ".cache")});
+  return firstOwn({[] { return directoryInEnvironment("XDG_RUNTIME_DIR"); },
+                   [] { return std::string(kSessionDirectories) + std::to_string(geteuid()); },
+                   [] { return directoryInEnvironment("XDG_CACHE_HOME"); },
+                   [] { return below(directoryInEnvironment("HOME"), ".cache"); },
+                   [] { return below(homeInPasswordDatabase(), ".cache"); }});
 }
 
 bool mayCreateAt(const std::string& path) noexcept {
