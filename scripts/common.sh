@@ -19,6 +19,10 @@ build_packages=(
 # shellcheck disable=SC2034
 bench_packages=(libbenchmark-dev libsystemd-dev dbus-daemon libproc2-dev libapt-pkg-dev binutils)
 
+# What the stress tests take in addition: a window to be drawn under load, and a place for it.
+# shellcheck disable=SC2034
+window_packages=(libgtk-4-dev xvfb)
+
 say() {
   printf '==> %s\n' "$*"
 }

@@ -1,0 +1,176 @@
+#include <gtest/gtest.h>
+#include <gtk/gtk.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "ClientComm/TQHPAppEventBase.h"
+#include "ClientComm/TQHPAppleEventProcesser.h"
+#include "ClientComm/TQHPAppleEventSender.h"
+#include "ClientComm/platform/runtime.h"
+#include "tests/stress/stress.h"
+#include "tests/support/child_process.h"
+#include "tests/support/test_application.h"
+
+// A window of GTK that is animated while others flood its application with calls, on an X server
+// without a screen. GTK draws by the processor.
+
+namespace {
+
+using std::chrono::seconds;
+using support::ChildProcess;
+using Clock = std::chrono::steady_clock;
+
+constexpr char kWindow[] = "com.example.gtkwindow";
+constexpr char kFloodRole[] = "flood-gtk-window";
+constexpr int kSenders = 8;
+constexpr int kWidth = 640;
+constexpr int kHeight = 480;
+
+int frames = 0;
+
+class GtkWindowCalls : public TQHPAppEventBase {
+ public:
+  static const clientcomm::Class& staticClass() {
+    using clientcomm::method;
+    static const auto* const cls = new clientcomm::Class(
+        "GtkWindowCalls", clientcomm::makeShared<GtkWindowCalls>,
+        {method<&GtkWindowCalls::note>("note:"), method<&GtkWindowCalls::progress>("progress")});
+    return *cls;
+  }
+  const clientcomm::Class& isa() const override { return staticClass(); }
+
+  void note(const OptionalString& /*text*/) { ++notes_; }
+  /// Frames that were drawn, and calls that were carried out.
+  OptionalString progress() { return std::to_string(frames) + " " + std::to_string(notes_); }
+
+ private:
+  int notes_ = 0;
+};
+
+// A bar that moves over the whole window.
+void draw(GtkDrawingArea* /*area*/, cairo_t* cairo, int width, int height, gpointer /*data*/) {
+  ++frames;
+  cairo_set_source_rgb(cairo, 1, 1, 1);
+  cairo_paint(cairo);
+  cairo_set_source_rgb(cairo, 0, 0, 0.6);
+  cairo_rectangle(cairo, frames * 4 % width, 0, 40, height);
+  cairo_fill(cairo);
+}
+
+gboolean drawNextFrame(GtkWidget* area, GdkFrameClock* /*clock*/, gpointer /*data*/) {
+  gtk_widget_queue_draw(area);
+  return G_SOURCE_CONTINUE;
+}
+
+const support::Role gtkWindow("gtk-window", [](const std::vector<std::string>&) -> int {
+  if (gtk_init_check() == FALSE) return 1;
+  GtkWidget* const area = gtk_drawing_area_new();
+  gtk_drawing_area_set_draw_func(GTK_DRAWING_AREA(area), draw, nullptr, nullptr);
+  gtk_widget_add_tick_callback(area, drawNextFrame, nullptr, nullptr);
+  GtkWidget* const window = gtk_window_new();
+  gtk_window_set_default_size(GTK_WINDOW(window), kWidth, kHeight);
+  gtk_window_set_child(GTK_WINDOW(window), area);
+  gtk_window_present(GTK_WINDOW(window));
+  clientcomm::registerClass(GtkWindowCalls::staticClass());
+  TQHPAppleEventProcesser::share();
+  g_main_loop_run(g_main_loop_new(nullptr, FALSE));
+  return 0;
+});
+
+// Sends until it is ended.
+const support::Role flood(kFloodRole, [](const std::vector<std::string>&) -> int {
+  const std::string text[] = {"text"};
+  for (;;) {
+    TQHPAppleEventSender::share().sendEvnet(OptionalString(kWindow), "GtkWindowCalls",
+                                            "note:", text);
+  }
+});
+
+/// An X server without a screen, and this process's environment for GTK to use it.
+class VirtualDisplay {
+ public:
+  VirtualDisplay()
+      : server_(ChildProcess::spawn({CLIENTCOMM_XVFB, "-displayfd", "1", "-screen", "0",
+                                     "800x600x24", "-nolisten", "tcp", "-noreset"})) {
+    const auto number = server_.readLine();
+    if (!number) return;
+    isRunning_ = true;
+    setenv("DISPLAY", (":" + *number).c_str(), 1);
+    setenv("GDK_BACKEND", "x11", 1);
+    setenv("GSK_RENDERER", "cairo", 1);
+    setenv("GTK_A11Y", "none", 1);
+    setenv("GSETTINGS_BACKEND", "memory", 1);
+  }
+  // Lets the server remove its socket and its lock file.
+  ~VirtualDisplay() {
+    server_.signal(SIGTERM);
+    server_.wait();
+  }
+  VirtualDisplay(const VirtualDisplay&) = delete;
+  VirtualDisplay& operator=(const VirtualDisplay&) = delete;
+
+  bool isRunning() const { return isRunning_; }
+
+ private:
+  ChildProcess server_;
+  bool isRunning_ = false;
+};
+
+struct Progress {
+  int frames = 0;
+  int notes = 0;
+  Clock::time_point time;
+};
+
+Progress progressOfWindow() {
+  OptionalString text;
+  TQHPAppleEventSender::share().sendEvnet(OptionalString(kWindow), "GtkWindowCalls", "progress", {},
+                                          &text);
+  Progress progress;
+  std::istringstream(text.value_or("")) >> progress.frames >> progress.notes;
+  progress.time = Clock::now();
+  return progress;
+}
+
+struct Rate {
+  double frames = 0;  ///< Per second, as `calls`.
+  double calls = 0;
+};
+
+Rate rateOver(seconds time) {
+  const Progress before = progressOfWindow();
+  stress::pause(time);
+  const Progress after = progressOfWindow();
+  const std::chrono::duration<double> passed = after.time - before.time;
+  return {(after.frames - before.frames) / passed.count(),
+          (after.notes - before.notes) / passed.count()};
+}
+
+TEST(LoadOfAGtkWindow, IsDrawnWhileEightSendersFloodItsApplication) {
+  const VirtualDisplay display;
+  ASSERT_TRUE(display.isRunning());
+  const ChildProcess target =
+      support::runApplication(support::makeApplication("GtkWindow", kWindow, "gtk-window"));
+  ASSERT_TRUE(support::waitUntilReachable(kWindow));
+  const seconds time(stress::sizeFor(5, 20));
+  const Rate alone = rateOver(time);
+  std::vector<ChildProcess> senders;
+  for (int i = 0; i < kSenders; ++i) {
+    const std::string name = "Flood" + std::to_string(i);
+    senders.push_back(
+        support::runApplication(support::makeApplication(name, "com.example." + name, kFloodRole)));
+  }
+  const Rate flooded = rateOver(time);
+  // 30 on a machine with nothing else to do; see docs/lab/performance.md.
+  EXPECT_GE(flooded.frames, 10);
+  EXPECT_GT(flooded.calls, 100);
+  stress::report(std::to_string(flooded.frames) + " frames and " + std::to_string(flooded.calls) +
+                 " calls a second, " + std::to_string(alone.frames) + " frames without senders");
+}
+
+}  // namespace
