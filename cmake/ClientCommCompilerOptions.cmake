@@ -8,6 +8,12 @@ target_compile_options(clientcomm_options INTERFACE
 target_compile_options(clientcomm_options INTERFACE
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>)
 
+# Large files, large inode numbers and dates after 2038 in a 32-bit build too. Installed headers use no
+# type whose size this changes. A 64-bit build has nothing to gain.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  target_compile_definitions(clientcomm_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
+
 # clientcomm_optimise(<target> <source>...)
 #
 # The library rides along in every product of a family: a release of it is small, and fast only where

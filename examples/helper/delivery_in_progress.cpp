@@ -78,8 +78,8 @@ bool DeliveryInProgress::work() {
 }
 
 bool DeliveryInProgress::copyPiece() {
-  const auto wanted = std::min(static_cast<std::size_t>(remaining_), buffer_.size());
-  const ssize_t count = read(source_.get(), buffer_.data(), wanted);
+  const auto wanted = std::min(remaining_, static_cast<std::int64_t>(buffer_.size()));
+  const ssize_t count = read(source_.get(), buffer_.data(), static_cast<std::size_t>(wanted));
   if (count < 0) {
     if (errno == EINTR) return true;
     error_ = std::strerror(errno);

@@ -307,6 +307,17 @@ TEST_F(SampleOutbox, ALargeFileIsCopiedInPiecesSoThatNoCallWaitsForItsEnd) {
   EXPECT_FALSE(fs::exists(outbox_.folder() + "/" + name));
 }
 
+TEST_F(SampleOutbox, AFileOfFourGiBIsCopiedLikeAnyOther) {
+  support::writeFile(folder("file"), "");
+  fs::resize_file(folder("file"), std::uintmax_t{1} << 32U);  // a hole, which takes no room
+  take(folder("file"));
+  const std::string name = journal_.openDeliveries().at(0).name;
+  for (std::uintmax_t pieces = 1; pieces <= 3; ++pieces) {
+    ASSERT_TRUE(outbox_.work());
+    EXPECT_EQ(fs::file_size(outbox_.folder() + "/.partial-" + name + "/content"), pieces << 20U);
+  }
+}
+
 TEST_F(SampleOutbox, AnEmptyFileIsDeliveredAsSuch) {
   support::writeFile(folder("file"), "");
   const json record = deliver(folder("file"));

@@ -74,7 +74,7 @@ bool ownMounts() {
 MountedFileSystem::MountedFileSystem(const std::string& type, const std::string& path)
     : path_(path) {
   std::filesystem::create_directories(path_);
-  problem_ = type == "tmpfs" ? mountTmpfs() : mountDisk(type);
+  problem_ = type == "tmpfs" ? mountTmpfs() : type == "overlay" ? mountOverlay() : mountDisk(type);
 }
 
 MountedFileSystem::~MountedFileSystem() {
@@ -84,6 +84,21 @@ MountedFileSystem::~MountedFileSystem() {
 std::string MountedFileSystem::mountTmpfs() const {
   const int result = mount("tmpfs", path_.c_str(), "tmpfs", 0, "size=4m,mode=0700");
   return result == 0 ? "" : failureOf("mounting a tmpfs");
+}
+
+// Numbers of the lower layer tell it from the upper one by their highest bits, since the two are
+// file systems of their own.
+std::string MountedFileSystem::mountOverlay() const {
+  const std::string layers = sandbox() + "/overlay-layers";
+  std::filesystem::create_directories(layers);
+  if (mount("tmpfs", layers.c_str(), "tmpfs", 0, "mode=0700") != 0) {
+    return failureOf("mounting a tmpfs");
+  }
+  for (const char* layer : {"/upper", "/work"}) std::filesystem::create_directory(layers + layer);
+  const std::string options =
+      "xino=on,lowerdir=" + path_ + ",upperdir=" + layers + "/upper,workdir=" + layers + "/work";
+  const int result = mount("overlay", path_.c_str(), "overlay", 0, options.c_str());
+  return result == 0 ? "" : failureOf("mounting an overlay");
 }
 
 std::string MountedFileSystem::mountDisk(const std::string& type) const {

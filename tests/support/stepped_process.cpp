@@ -12,8 +12,15 @@
 namespace support {
 namespace {
 
-constexpr long kChanges[] = {SYS_write,     SYS_pwrite64, SYS_ftruncate, SYS_renameat,
-                             SYS_renameat2, SYS_unlinkat, SYS_fsync,     SYS_fdatasync,
+// Where the kernel has a call of its own for sizes of 64 bits, the C library uses that.
+#ifdef SYS_ftruncate64
+constexpr long kTruncation = SYS_ftruncate64;
+#else
+constexpr long kTruncation = SYS_ftruncate;
+#endif
+
+constexpr long kChanges[] = {SYS_write,     SYS_pwrite64, kTruncation, SYS_renameat,
+                             SYS_renameat2, SYS_unlinkat, SYS_fsync,   SYS_fdatasync,
                              SYS_flock,     SYS_fchmod,   SYS_close};
 
 bool isBeforeChange(pid_t pid) {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -192,7 +193,7 @@ TEST_F(SettingsWrite, OneThatFailsMidwayPutsTheOldContentBack) {
   support::writeFile(path_, old);
   const std::string content(600'000, 'n');
   // Room for the recovery copy, and for half of the content.
-  const std::uintmax_t filler = fs::space(folder_).available - 900'000;
+  const auto filler = static_cast<std::size_t>(fs::space(folder_).available) - 900'000;
   support::writeFile(folder_ + "/filler", std::string(filler, 'f'));
   EXPECT_EQ(writeInPlace(path_, content), ENOSPC);
   EXPECT_EQ(support::readFile(path_), old);

@@ -162,7 +162,7 @@ struct ReceivedDescriptors {
   }
 };
 
-std::optional<AppleEventDescriptor> readMemoryFile(int fd, std::uint64_t size) {
+std::optional<AppleEventDescriptor> readMemoryFile(int fd, std::size_t size) {
   struct stat status {};
   // Unsealed, it could shrink or change under the reader.
   const int seals = fcntl(fd, F_GET_SEALS);

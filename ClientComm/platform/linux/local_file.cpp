@@ -127,7 +127,7 @@ std::optional<struct statx> statusWithoutWaiting(int folder, const char* path) n
 std::optional<std::string> contentsOfLocalFile(int file, std::size_t limit) {
   struct stat status = {};
   if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-  if (static_cast<std::size_t>(status.st_size) > limit) return std::nullopt;
+  if (static_cast<std::uintmax_t>(status.st_size) > limit) return std::nullopt;
   std::array<char, 32> path = {};
   std::snprintf(path.data(), path.size(), "/proc/self/fd/%d", file);
   // O_NONBLOCK: no wait for the holder of a lease.
