@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <list>
 #include <optional>
@@ -54,6 +55,12 @@ class KnownPeers {
   };
   using Peers = std::list<Peer>;
   using Key = std::uint64_t;
+  /// std::hash keeps only the token in a 32-bit build, and that of many peers is 0.
+  struct KeyHash {
+    std::size_t operator()(Key key) const noexcept {
+      return static_cast<std::size_t>(key * 0x9E3779B97F4A7C15U >> 32U);
+    }
+  };
 
   static Key keyOf(pid_t pid, std::uint32_t token);
   static ProcessSerialNumber serialNumberOf(const Peer& peer);
@@ -68,7 +75,7 @@ class KnownPeers {
   void forgetOldest();
 
   Peers peers_;  ///< The one heard of last goes first.
-  std::unordered_multimap<Key, Peers::iterator> byKey_;
+  std::unordered_multimap<Key, Peers::iterator, KeyHash> byKey_;
   std::unordered_map<std::uint32_t, Peers::iterator> byNumber_;
   std::size_t size_ = 0;
   std::uint32_t next_ = 0;
