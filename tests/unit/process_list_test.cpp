@@ -189,7 +189,10 @@ TEST(GetBSDProcessList, ReadsAgainWhenManyProcessesStartInBetween) {
                                         std::size_t* oldlenp, const void* newp,
                                         std::size_t newlen) noexcept {
     if (oldp != nullptr && ++readings == 1) {
-      for (int i = 0; i < 150; ++i) children.push_back(ChildProcess::fork([] { return pause(); }));
+      const std::size_t room = *oldlenp / sizeof(kinfo_proc);
+      while (children.size() < room) {
+        children.push_back(ChildProcess::fork([] { return pause(); }));
+      }
     }
     return system(name, namelen, oldp, oldlenp, newp, newlen);
   });
@@ -231,7 +234,7 @@ TEST(GetBSDProcessList, ATableTooLargeToAllocateIsAnErrorAndNotTriedAgain) {
   clientcomm::replaceSysctl(
       [](const int*, unsigned, void*, std::size_t* length, const void*, std::size_t) noexcept {
         ++calls;
-        *length = SIZE_MAX / 2;
+        *length = SIZE_MAX / 2 + 1;  // more than any address space holds
         return 0;
       });
   const Outcome outcome = readList();
