@@ -5,6 +5,7 @@
 
 #include "ClientComm/TQHPAppleEventSender.h"
 #include "ClientComm/platform/property_list.h"
+#include "tests/support/peer_build.h"
 #include "tests/support/test_sandbox.h"
 
 namespace fs = std::filesystem;
@@ -29,7 +30,7 @@ void SampleHelperFixture::rewriteInfo(const std::string& bundle, const char* key
 }
 
 void SampleHelperFixture::startHelper() {
-  const fs::path built = fs::path(SAMPLE_HELPER_BUNDLE) / "Contents";
+  const fs::path built = fs::path(support::inPeerBuild(SAMPLE_HELPER_BUNDLE)) / "Contents";
   const fs::path own = fs::path(support::sandbox()) / "SampleHelper.app/Contents";
   if (!fs::exists(own)) {
     fs::create_directories(own);

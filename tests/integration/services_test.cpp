@@ -16,6 +16,7 @@
 #include "ClientComm/TQHPUpgradeByHelper.h"
 #include "ClientComm/TQHPUploadByHelper.h"
 #include "tests/integration/sample_helper_fixture.h"
+#include "tests/support/peer_build.h"
 #include "tests/support/test_sandbox.h"
 
 namespace {
@@ -157,8 +158,8 @@ TEST(MinimalHelper, CanBeReachedGivesAClientIDAndEndsWhenToldTo) {
   auto info = support::defaultHostInfo();
   info["Helper Bundle indentifiter"] = "com.example.minimalhelper";
   support::writeHostInfo(info);
-  auto helper =
-      support::ChildProcess::spawn({MINIMAL_HELPER_BUNDLE "/Contents/Linux/MinimalHelper"});
+  auto helper = support::ChildProcess::spawn(
+      {support::inPeerBuild(MINIMAL_HELPER_BUNDLE) + "/Contents/Linux/MinimalHelper"});
   TQHPHelperControl& control = TQHPHelperControl::share();
   ASSERT_TRUE(support::waitUntil([&] { return control.isAlive("P100", kVersion) == 0; }));
   EXPECT_EQ(TQHPGetDataByHelper::share().clientIDFormHelper(), "one-for-all");
@@ -449,7 +450,7 @@ class SampleHostCommands : public SampleHelperFixture {
  protected:
   void SetUp() override {
     SampleHelperFixture::SetUp();
-    fs::copy(SAMPLE_HOST_BUNDLE, sandbox() + "/SampleHost.app",
+    fs::copy(support::inPeerBuild(SAMPLE_HOST_BUNDLE), sandbox() + "/SampleHost.app",
              fs::copy_options::recursive | fs::copy_options::copy_symlinks);
     const std::string host = sandbox() + "/SampleHost.app";
     rewriteInfo(host, "Helper Bundle indentifiter", identifier());

@@ -30,6 +30,7 @@
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/text.h"
 #include "tests/support/child_process.h"
+#include "tests/support/peer_build.h"
 #include "tests/support/raw_packets.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
@@ -469,6 +470,30 @@ TEST_F(Transport, ArgumentOf16MiBGoesThereAndBack) {
   EXPECT_TRUE(ask("say:", {large}) == large);
   EXPECT_EQ(send("note:", {large}), 0);
   EXPECT_TRUE(ask("notes", {}) == large + "\n");
+}
+
+TEST_F(Transport, ArgumentsFromNothingUpToTheLimitArrive) {
+  constexpr std::size_t kRoomForTheRest = 1024;  // class, selector, target and headers
+  const ChildProcess target = launch();
+  for (std::size_t size = 1; size <= clientcomm::kMaximumFlattenedSize; size *= 16) {
+    const std::string text(size == clientcomm::kMaximumFlattenedSize ? 0 : size - 1, 's');
+    EXPECT_TRUE(ask("say:", {text}) == text) << text.size();
+  }
+  const std::string largest(clientcomm::kMaximumFlattenedSize - kRoomForTheRest, 'l');
+  EXPECT_TRUE(ask("say:", {largest}) == largest);
+  EXPECT_EQ(send("note:", {std::string(clientcomm::kMaximumFlattenedSize, 'x')}), -108);
+}
+
+TEST_F(Transport, TwoHundredThousandArgumentsArrive) {
+  const ChildProcess target = launchAnswerer();
+  EXPECT_EQ(ask("count", std::vector<std::string>(200'000, "argument")), "200000");
+}
+
+TEST_F(Transport, ApplicationHasTheWordSizeOfTheBuildThatItIsTakenFrom) {
+  const ChildProcess target = launch();
+  constexpr std::size_t kClass = 4;  // EI_CLASS of an ELF header: 1 for 32 bits, 2 for 64
+  const int elfClass = support::readFile(support::applicationProgram()).at(kClass);
+  EXPECT_EQ(ask("wordSize", {}), elfClass == 1 ? "32" : "64");
 }
 
 TEST_F(Transport, SizesAroundTheLargestPacketArrive) {

@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/peer_build.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
 
@@ -107,6 +108,7 @@ int supervise(char** argv) {
   if (test == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     setEnvironment(sandbox);
+    setTestProgram(fs::read_symlink("/proc/self/exe"));
     writeHostInfo(defaultHostInfo());
     runTestProgram(executable, argv);
   }

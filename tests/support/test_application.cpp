@@ -12,6 +12,7 @@
 #include "ClientComm/TQHPAppleEventSender.h"
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/text.h"
+#include "tests/support/peer_build.h"
 #include "tests/support/test_sandbox.h"
 
 namespace support {
@@ -31,8 +32,8 @@ class Echo : public TQHPAppEventBase {
     static const auto* const cls = new clientcomm::Class(
         "Echo", clientcomm::makeShared<Echo>,
         {method<&Echo::say>("say:"), method<&Echo::note>("note:"), method<&Echo::notes>("notes"),
-         method<&Echo::caller>("caller"), method<&Echo::sleep>("sleep:"),
-         method<&Echo::fork>("fork"), method<&Echo::quit>("quit")});
+         method<&Echo::caller>("caller"), method<&Echo::wordSize>("wordSize"),
+         method<&Echo::sleep>("sleep:"), method<&Echo::fork>("fork"), method<&Echo::quit>("quit")});
     return *cls;
   }
   const clientcomm::Class& isa() const override { return staticClass(); }
@@ -47,6 +48,7 @@ class Echo : public TQHPAppEventBase {
   void note(const OptionalString& text) { notes_ += text.value_or("(nil)") + "\n"; }
   OptionalString notes() { return notes_; }
   OptionalString caller() { return previousCaller_; }
+  OptionalString wordSize() { return std::to_string(8 * sizeof(void*)); }
   void sleep(const OptionalString& milliseconds) {
     std::this_thread::sleep_for(std::chrono::milliseconds(clientcomm::intValue(*milliseconds)));
   }
@@ -120,8 +122,9 @@ std::string makeApplication(const std::string& name, const std::string& identifi
   fs::create_directories(path + "/Contents/Linux");
   fs::remove(executableOf(path));
   std::error_code error;
-  fs::create_hard_link(hostBundlePath() + "/Contents/Linux/TestHost", executableOf(path), error);
-  if (error) fs::copy_file(hostBundlePath() + "/Contents/Linux/TestHost", executableOf(path));
+  const std::string program = applicationProgram();
+  fs::create_hard_link(program, executableOf(path), error);
+  if (error) fs::copy_file(program, executableOf(path));
   return path;
 }
 
