@@ -23,6 +23,28 @@ bench_packages=(libbenchmark-dev libsystemd-dev dbus-daemon libproc2-dev libapt-
 # shellcheck disable=SC2034
 window_packages=(libgtk-4-dev xvfb)
 
+# A program that stands between a process and its executable, such as valgrind or an emulator, makes
+# other processes take it for another program. These suites of unit tests can be passed under it all the
+# same, in one process each,
+# shellcheck disable=SC2034
+interposable_suites=(
+  AppleEvent BundleLocalizations BundleTest EarlyUpgradeTest FileLock FileManager FileNameForIdentifier
+  FilePath HelperError Localizations NetErrorPageTest ProcessText PropertyList PropertyListFile
+  PropertyListValue Runtime SaveEnableADTest SettingsLimits StringsFile SuiteInfo Text Timer Types
+  UserLanguages Version XmlPropertyList
+)
+# without the tests of which program runs, those that count allocations, and a few that take too long.
+uninterposable_tests=(
+  RunningProgram Caller Allocat EveryCharacter SlowImplementation BeyondMeasure MemoryRunsOut
+)
+
+# These tests as a negative filter of GoogleTest.
+uninterposable_filter() {
+  local filter
+  filter=$(printf ':*%s*' "${uninterposable_tests[@]}")
+  printf '%s' "${filter#:}"
+}
+
 say() {
   printf '==> %s\n' "$*"
 }

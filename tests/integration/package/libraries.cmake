@@ -1,5 +1,6 @@
 # A bundle runs on other releases of a distribution than the one that it was built on: its programs
-# and its copy of the library need nothing but GLib, expat, and the run-time libraries of C and C++.
+# and its copy of the library need nothing but GLib, expat, and the run-time libraries of C and C++,
+# and look for libraries beside themselves only.
 # READELF is the program, FILES and ALSO_ALLOWED are lists with "|" between the items.
 include("${CMAKE_CURRENT_LIST_DIR}/support.cmake")
 
@@ -22,6 +23,12 @@ foreach(file IN LISTS libraries files)
       message(FATAL_ERROR "${file} needs ${name}")
     endif()
   endforeach()
+endforeach()
+foreach(file IN LISTS files)
+  run("${READELF}" --dynamic "${file}")
+  if(NOT output MATCHES "\\((RUNPATH|RPATH)\\)[^\n]*\\[[$]ORIGIN/\\.\\./Frameworks\\]")
+    message(FATAL_ERROR "${file} has another run path than its bundle's Frameworks:\n${output}")
+  endif()
 endforeach()
 if(NOT libraries)
   message(FATAL_ERROR "no library is installed below ${PREFIX}")
