@@ -19,12 +19,6 @@ std::size_t utf16Length(std::string_view text) noexcept;
 ///         taken then). `text` must not be empty.
 char32_t takeCharacter(std::string_view& text) noexcept;
 
-/// The UTF-8 form of `bytes`, which are in the character encoding of that (IANA) name: one of the
-/// ISO-8859 or Windows code pages, KOI8, Macintosh, or one of GB2312, GBK, GB18030, Big5,
-/// Shift_JIS, EUC-JP and EUC-KR. Nothing for any other encoding, for one that this system lacks,
-/// and where the bytes are malformed.
-std::optional<std::string> utf8FromEncoding(std::string_view bytes, const std::string& encoding);
-
 /// Whether the UTF-16 unit is in the platform's decimal-digit set (Unicode category Nd).
 bool isDecimalDigit(char16_t unit) noexcept;
 

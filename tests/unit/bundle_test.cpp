@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "ClientComm/platform/file_manager.h"
-#include "ClientComm/platform/linux/own_executable.h"
+#include "ClientComm/platform/own_process.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_sandbox.h"
 

@@ -18,6 +18,7 @@
 #include "ClientComm/TQHPHelper.h"
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/own_process.h"
 #include "ClientComm/platform/posix/settings_file.h"
 #include "ClientComm/platform/user_defaults.h"
 #include "tests/support/child_process.h"

@@ -15,8 +15,8 @@
 #include <string_view>
 #include <vector>
 
+#include "ClientComm/platform/character_encoding.h"
 #include "ClientComm/platform/property_list.h"
-#include "ClientComm/platform/text.h"
 #include "ClientComm/platform/user_defaults.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_sandbox.h"

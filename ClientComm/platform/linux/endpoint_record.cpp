@@ -15,10 +15,10 @@
 #include <string_view>
 
 #include "ClientComm/platform/bundle.h"
-#include "ClientComm/platform/linux/own_executable.h"
 #include "ClientComm/platform/linux/runtime_file.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/linux/socket_path.h"
+#include "ClientComm/platform/own_process.h"
 #include "ClientComm/platform/posix/bundle_files.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/process_manager.h"

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "ClientComm/platform/digest.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/user_folders.h"
 
@@ -63,10 +64,8 @@ ScopedFd openRuntimeFolder(bool create) noexcept {
 }
 
 std::string fileNameForIdentifier(std::string_view identifier) {
-  gchar* const digest = g_compute_checksum_for_data(
-      G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(identifier.data()), identifier.size());
-  std::string name(digest, kFileNameLength);
-  g_free(digest);
+  std::string name = digestOf(identifier);
+  name.resize(kFileNameLength);
   return name;
 }
 

@@ -1,7 +1,5 @@
 #include "ClientComm/platform/posix/apple_event_codec.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -11,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "ClientComm/platform/native_memory.h"
 #include "ClientComm/platform/portable/event_limits.h"
 
 namespace clientcomm {
@@ -180,10 +179,7 @@ std::string copyOf(std::string_view bytes) {
   if (bytes.size() < 2 * kLargePage) return std::string(bytes);
   std::string copy;
   copy.reserve(bytes.size());
-  const auto begin = reinterpret_cast<std::uintptr_t>(copy.data());
-  const std::uintptr_t first = (begin + kLargePage - 1) / kLargePage * kLargePage;
-  const std::uintptr_t end = (begin + copy.capacity()) / kLargePage * kLargePage;
-  if (end > first) madvise(copy.data() + (first - begin), end - first, MADV_HUGEPAGE);
+  preferLargePages(copy.data(), copy.capacity());
   return copy.append(bytes);
 }
 

@@ -1,16 +1,13 @@
 #include "ClientComm/platform/bundle.h"
 
-#include <sys/auxv.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <utility>
 
 #include "ClientComm/platform/file_manager.h"
-#include "ClientComm/platform/linux/own_executable.h"
+#include "ClientComm/platform/own_process.h"
 #include "ClientComm/platform/portable/localization.h"
 #include "ClientComm/platform/posix/bundle_files.h"
 #include "ClientComm/platform/posix/property_list_file.h"
@@ -70,30 +67,13 @@ std::string localizationFolder(const std::string& localization) {
   return localization + "." + std::string(kLocalizationExtension);
 }
 
-}  // namespace
-
-std::string ownExecutablePath() {
-  constexpr std::string_view kRemovedMark = " (deleted)";
-  std::array<char, PATH_MAX> text;
-  const ssize_t length = readlink("/proc/self/exe", text.data(), text.size());
-  if (length <= 0) return {};
-  std::string path(text.data(), static_cast<std::size_t>(length));
-  if (path.ends_with(kRemovedMark) && !fileExistsAtPath(path)) {
-    path.resize(path.size() - kRemovedMark.size());
-  }
-  return path;
-}
-
-namespace {
-
 // The path as this process was launched by, which a host knows it under, where that leads to the
 // same bundle as the path that the kernel gives: that one has no symbolic links.
 std::string launchedBundlePath() {
   std::string path = bundleEnclosing(ownExecutablePath());
-  // NOLINTNEXTLINE(performance-no-int-to-ptr): the form in which the system hands it over
-  const auto* const named = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
-  if (named == nullptr || *named != '/') return path;
-  std::string launched = bundleEnclosing(named);
+  const std::string name = ownLaunchPath();
+  if (name.empty()) return path;
+  std::string launched = bundleEnclosing(name);
   return isApplicationPath(launched) && isSameBundle(launched, path) ? launched : path;
 }
 

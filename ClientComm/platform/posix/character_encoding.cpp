@@ -1,3 +1,5 @@
+#include "ClientComm/platform/character_encoding.h"
+
 #include <iconv.h>
 
 #include <algorithm>
@@ -5,8 +7,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-
-#include "ClientComm/platform/text.h"
 
 namespace clientcomm {
 namespace {

@@ -6,8 +6,10 @@
 
 #include <cerrno>
 
+#include "ClientComm/platform/native_file.h"
 #include "ClientComm/platform/posix/directory_reader.h"
 #include "ClientComm/platform/posix/io.h"
+#include "ClientComm/platform/posix/make_directories.h"
 #include "ClientComm/platform/posix/partial_name.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/posix/tree_copier.h"
@@ -20,11 +22,6 @@ namespace {
 std::optional<Error> errorFrom(int code, const std::string& path) {
   if (code == 0) return std::nullopt;
   return Error{kFileErrorDomain, code, {{"FilePath", path}}};
-}
-
-bool isDirectory(const std::string& path) {
-  struct stat status;
-  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 void removePartials(int parent, std::string_view name,
@@ -63,16 +60,7 @@ bool mayCreateItemAtPath(const std::string& path) noexcept { return mayCreateAt(
 std::optional<Error> createDirectoryAtPath(const std::string& path) {
   const std::string wanted(withoutTrailingSlashes(path));
   if (!fileExistsAtPath(wanted) && !mayCreateAt(wanted)) return errorFrom(EPERM, path);
-  if (mkdir(wanted.c_str(), 0777) == 0) return std::nullopt;
-  int code = errno;
-  if (code == ENOENT && !wanted.empty()) {
-    const std::string parent = splitPath(wanted).directory;
-    if (parent == wanted) return errorFrom(code, path);
-    if (auto error = createDirectoryAtPath(parent)) return error;
-    code = statusOf(mkdir(wanted.c_str(), 0777));
-  }
-  if (code != 0 && isDirectory(wanted)) return std::nullopt;
-  return errorFrom(code, path);
+  return errorFrom(makeDirectories(wanted, 0777), path);
 }
 
 std::optional<Error> removeItemAtPath(const std::string& path) {

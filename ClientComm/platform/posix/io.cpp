@@ -1,6 +1,5 @@
 #include "ClientComm/platform/posix/io.h"
 
-#include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -41,15 +40,6 @@ int readRegularFile(int fd, std::size_t limit, std::string& bytes) {
 int flushData(int fd) {
   if (fdatasync(fd) == 0 || errno == EINVAL || errno == ENOSYS) return 0;
   return errno;
-}
-
-int renameWithoutReplacing(int directory, const char* from, const char* to) {
-  if (renameat2(directory, from, directory, to, RENAME_NOREPLACE) == 0) return 0;
-  // A file system or a sandbox without that kind of renaming.
-  if (errno != EINVAL && errno != ENOSYS && errno != EPERM) return errno;
-  struct stat status;
-  if (fstatat(directory, to, &status, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
-  return statusOf(renameat(directory, from, directory, to));
 }
 
 }  // namespace clientcomm

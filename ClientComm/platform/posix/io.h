@@ -26,8 +26,4 @@ int readRegularFile(int fd, std::size_t limit, std::string& bytes);
 /// @return 0, or the system's error.
 int flushData(int fd);
 
-/// Renames `from` to `to` in `directory`.
-/// @return 0, EEXIST when there is an entry `to`, or the system's error.
-int renameWithoutReplacing(int directory, const char* from, const char* to);
-
 }  // namespace clientcomm

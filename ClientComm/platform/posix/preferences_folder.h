@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 namespace clientcomm {
 
@@ -12,8 +11,5 @@ std::string preferencesFolder();
 /// Makes the folder where it is missing, for the user alone.
 /// @return false when it could not be made.
 bool makePreferencesFolder();
-
-/// The SHA-256 digest of `text` in hexadecimal digits, as part of a file name.
-std::string digestOf(std::string_view text);
 
 }  // namespace clientcomm

@@ -13,6 +13,8 @@
 #include <memory>
 #include <utility>
 
+#include "ClientComm/platform/digest.h"
+#include "ClientComm/platform/native_file.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/portable/property_list/value.h"
 #include "ClientComm/platform/posix/io.h"

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include <climits>
 #include <optional>
 
+#include "ClientComm/platform/native_file.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/portable/property_list/value.h"
 #include "ClientComm/platform/posix/atomic_file.h"
@@ -103,24 +103,9 @@ int writeInPlace(const std::string& target, std::string_view bytes) {
   return code;
 }
 
-// Whether the file has attributes that a new file in its place would not have. The labels of the
-// system's security modules are given to a new file as they were to this one.
-bool hasAttributes(const std::string& target) {
-  std::array<char, 4096> names;
-  const ssize_t length = llistxattr(target.c_str(), names.data(), names.size());
-  if (length < 0) return errno == ERANGE;
-  std::string_view rest(names.data(), static_cast<std::size_t>(length));
-  while (!rest.empty()) {
-    const std::string_view name = rest.substr(0, rest.find('\0'));
-    if (!name.starts_with("security.")) return true;
-    rest.remove_prefix(name.size() + 1);
-  }
-  return false;
-}
-
 // Whether a replacement by rename changes nothing but the content.
 bool isReplaceable(const std::string& target, const struct stat& status) {
-  return status.st_nlink == 1 && status.st_uid == geteuid() && !hasAttributes(target);
+  return status.st_nlink == 1 && status.st_uid == geteuid() && !hasExtendedAttributes(target);
 }
 
 }  // namespace

@@ -7,9 +7,11 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <memory>
 #include <utility>
 
+#include "ClientComm/platform/native_file.h"
 #include "ClientComm/platform/posix/directory_reader.h"
 #include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
@@ -32,23 +34,14 @@ int copyByBuffer(int source, int target) {
   }
 }
 
-bool meansNotSupported(int code) {
-  return code == EXDEV || code == EINVAL || code == ENOSYS || code == EOPNOTSUPP || code == EPERM;
-}
-
 int copyContents(int source, int target, off_t size) {
-  constexpr std::size_t kLargestChunk = std::size_t{1} << 30U;
   if (size == 0) return copyByBuffer(source, target);  // or a file of unknown size
-  off_t copied = 0;
+  std::int64_t copied = 0;
   while (copied < size) {
-    const ssize_t count = copy_file_range(source, nullptr, target, nullptr, kLargestChunk, 0);
-    if (count > 0) {
-      copied += count;
-    } else if (count == 0 || meansNotSupported(errno)) {
-      return copyByBuffer(source, target);  // some file systems give no bytes and no error
-    } else if (errno != EINTR) {
-      return errno;
-    }
+    const std::int64_t count = copyInsideKernel(source, target, size - copied);
+    if (count < 0) return static_cast<int>(-count);
+    if (count == 0) return copyByBuffer(source, target);
+    copied += count;
   }
   return 0;
 }

@@ -1,7 +1,6 @@
 #include "ClientComm/platform/user_defaults.h"
 
 #include <fcntl.h>
-#include <glib.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,10 +12,11 @@
 #include <vector>
 
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/digest.h"
 #include "ClientComm/platform/file_lock.h"
 #include "ClientComm/platform/file_manager.h"
-#include "ClientComm/platform/glib/scoped_source.h"
-#include "ClientComm/platform/linux/own_executable.h"
+#include "ClientComm/platform/native_file.h"
+#include "ClientComm/platform/own_process.h"
 #include "ClientComm/platform/posix/file_signature.h"
 #include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/partial_name.h"
@@ -24,12 +24,13 @@
 #include "ClientComm/platform/posix/property_list_file.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/posix/settings_file.h"
+#include "ClientComm/platform/timer.h"
 
 namespace clientcomm {
 namespace {
 
-constexpr guint kWriteDelayInMilliseconds = 500;
-constexpr guint kRetryDelayInMilliseconds = 2'000;
+constexpr std::chrono::milliseconds kWriteDelay{500};
+constexpr std::chrono::milliseconds kRetryDelay{2'000};
 // How long a write waits for other processes. The run loop repeats it; at the end of the process
 // nothing does.
 constexpr std::chrono::milliseconds kLockLimit{100};
@@ -177,7 +178,7 @@ struct UserDefaults::State {
   std::string domain;
   Changes pending;
   std::map<std::string, CachedFile, std::less<>> files;
-  ScopedSource writeTimer;
+  std::unique_ptr<Timer> writeTimer;
   bool isCleared = false;
 
   // Removes what a process that was killed during a write left beside the file. A write does so
@@ -196,14 +197,9 @@ struct UserDefaults::State {
     return files.emplace(name, CachedFile(pathOfDomain(name))).first->second;
   }
 
-  void writeLater(UserDefaults& defaults, guint milliseconds) {
-    writeTimer.reset(g_timeout_source_new(milliseconds));
-    const auto write = [](gpointer data) noexcept -> gboolean {
-      writeQuietly(*static_cast<UserDefaults*>(data));
-      return G_SOURCE_REMOVE;
-    };
-    g_source_set_callback(writeTimer.get(), write, &defaults, nullptr);
-    g_source_attach(writeTimer.get(), g_main_context_get_thread_default());
+  void writeLater(UserDefaults& defaults, std::chrono::milliseconds delay) {
+    // Fires once: a write ends the timer, whatever becomes of it.
+    writeTimer = Timer::scheduledTimer(delay, [&defaults](Timer&) { writeQuietly(defaults); });
   }
 
   bool writePending() const {
@@ -266,7 +262,7 @@ OptionalString UserDefaults::stringForKey(std::string_view key) {
 void UserDefaults::setObject(std::optional<PropertyListValue> value, std::string_view key) {
   state_->pending.insert_or_assign(std::string(key), std::move(value));
   ExitWriter::add(*this);
-  if (!state_->writeTimer.isValid()) state_->writeLater(*this, kWriteDelayInMilliseconds);
+  if (!state_->writeTimer) state_->writeLater(*this, kWriteDelay);
 }
 
 bool UserDefaults::synchronize() {
@@ -277,7 +273,7 @@ bool UserDefaults::synchronize() {
     state_->pending.clear();
     return true;
   }
-  state_->writeLater(*this, kRetryDelayInMilliseconds);
+  state_->writeLater(*this, kRetryDelay);
   return false;
 }
 

@@ -1,7 +1,6 @@
 #include "ClientComm/platform/posix/user_folders.h"
 
 #include <pwd.h>
-#include <sys/auxv.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "ClientComm/platform/own_process.h"
 #include "ClientComm/platform/path.h"
 
 namespace clientcomm {
@@ -91,8 +91,6 @@ bool leadsThroughLink(const std::string& path) {
 }
 
 }  // namespace
-
-bool isSetuidProcess() noexcept { return getauxval(AT_SECURE) != 0; }
 
 std::string homeDirectory() {
   std::string home = directoryInEnvironment("HOME");

@@ -10,9 +10,6 @@
 /// only where it names a directory of the effective user, and not at all in a setuid program.
 namespace clientcomm {
 
-/// Whether the executable lends this process rights: setuid, setgid or file capabilities.
-bool isSetuidProcess() noexcept;
-
 /// The effective user's home directory: $HOME, where it is absolute; in a setuid process, or
 /// without it, the one in the password database. Empty when there is none.
 std::string homeDirectory();

@@ -4,10 +4,12 @@
 #include <array>
 
 #include "ClientComm/platform/portable/property_list/binary_reader.h"
+#include "ClientComm/platform/portable/property_list/strings_writer.h"
 #include "ClientComm/platform/portable/property_list/text_reader.h"
 #include "ClientComm/platform/portable/property_list/unicode.h"
 #include "ClientComm/platform/portable/property_list/value.h"
 #include "ClientComm/platform/portable/property_list/xml_reader.h"
+#include "ClientComm/platform/portable/property_list/xml_writer.h"
 
 namespace clientcomm {
 namespace {
@@ -54,6 +56,14 @@ std::optional<PropertyListValue> propertyListFromBytes(std::string_view bytes) {
   const bool hasMark = bytes.starts_with(kUtf8Mark);
   if (hasMark) bytes.remove_prefix(kUtf8Mark.size());
   return propertyListIn(bytes, hasMark || text ? XmlEncoding::kUtf8 : XmlEncoding::kDeclared);
+}
+
+std::string xmlPropertyList(const PropertyListDictionary& dictionary) {
+  return propertyListToXml(dictionary);
+}
+
+std::string descriptionInStringsFileFormat(const PropertyListDictionary& dictionary) {
+  return stringsFileText(dictionary);
 }
 
 }  // namespace clientcomm

@@ -1,3 +1,5 @@
+#include "ClientComm/platform/portable/property_list/strings_writer.h"
+
 #include <array>
 #include <charconv>
 #include <cstddef>
@@ -8,7 +10,6 @@
 #include <variant>
 
 #include "ClientComm/platform/portable/property_list/unicode.h"
-#include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/text.h"
 
 namespace clientcomm {
@@ -104,7 +105,7 @@ class TextWriter {
 
 }  // namespace
 
-std::string descriptionInStringsFileFormat(const PropertyListDictionary& dictionary) {
+std::string stringsFileText(const PropertyListDictionary& dictionary) {
   return TextWriter().write(dictionary);
 }
 

@@ -9,9 +9,9 @@
 #include <type_traits>
 #include <utility>
 
+#include "ClientComm/platform/character_encoding.h"
 #include "ClientComm/platform/portable/property_list/xml_builder.h"
 #include "ClientComm/platform/portable/property_list/xml_text.h"
-#include "ClientComm/platform/text.h"
 
 namespace clientcomm {
 namespace {

@@ -1,3 +1,5 @@
+#include "ClientComm/platform/portable/property_list/xml_writer.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -14,7 +16,6 @@
 #include "ClientComm/platform/portable/property_list/base64.h"
 #include "ClientComm/platform/portable/property_list/value.h"
 #include "ClientComm/platform/portable/property_list/xml_text.h"
-#include "ClientComm/platform/property_list.h"
 
 namespace clientcomm {
 namespace {
@@ -142,7 +143,7 @@ void XmlWriter::append(PropertyListDate value) {
 
 }  // namespace
 
-std::string xmlPropertyList(const PropertyListDictionary& dictionary) {
+std::string propertyListToXml(const PropertyListDictionary& dictionary) {
   return XmlWriter().write(dictionary);
 }
 
