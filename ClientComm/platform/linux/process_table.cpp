@@ -1,6 +1,5 @@
 #include "ClientComm/platform/process_table.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,7 +12,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <string_view>
 
 #include "ClientComm/platform/linux/process_ids.h"
@@ -134,33 +132,6 @@ int systemSysctl(const int* name, unsigned namelen, void* oldp, std::size_t* old
 }
 
 }  // namespace
-
-ProcessIDReader::ProcessIDReader() noexcept
-    : directory_(open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-  if (!directory_.isValid()) error_ = errno;
-}
-
-pid_t ProcessIDReader::next() noexcept {
-  while (position_ < filled_ || fill()) {
-    // The kernel lays the entries out aligned, the name as the last member of each.
-    const auto* const entry = std::launder(reinterpret_cast<const dirent64*>(buffer_ + position_));
-    position_ += entry->d_reclen;
-    pid_t pid = 0;
-    const char* const end = entry->d_name + std::strlen(entry->d_name);
-    const auto result = std::from_chars(entry->d_name, end, pid);
-    if (result.ec == std::errc() && result.ptr == end && pid > 0) return pid;
-  }
-  return 0;
-}
-
-bool ProcessIDReader::fill() noexcept {
-  if (error_ != 0) return false;
-  const ssize_t length = getdents64(directory_.get(), buffer_, sizeof buffer_);
-  if (length < 0) error_ = errno;
-  position_ = 0;
-  filled_ = length > 0 ? static_cast<std::size_t>(length) : 0;
-  return filled_ > 0;
-}
 
 int sysctl(const int* name, unsigned namelen, void* oldp, std::size_t* oldlenp, const void* newp,
            std::size_t newlen) noexcept {
