@@ -2,12 +2,20 @@
 
 #include "ClientComm/internal/proxy_call.h"
 
+namespace {
+
+// Selectors, as they travel; each is used by the method table and by the call.
+constexpr std::string_view kCheckForHeleprMessage = "checkForHeleprMessage:versionID:";
+constexpr std::string_view kCustomerService = "customerService:versionID:email:attachment:";
+
+}  // namespace
+
 const clientcomm::Class& TQHPCustomerServiceByHelepr::staticClass() {
   using Self = TQHPCustomerServiceByHelepr;
   static const auto* const cls = new clientcomm::Class(
       "TQHPCustomerServiceByHelepr", clientcomm::makeShared<Self>,
-      {clientcomm::method<&Self::checkForHeleprMessage>("checkForHeleprMessage:versionID:"),
-       clientcomm::method<&Self::customerService>("customerService:versionID:email:attachment:")});
+      {clientcomm::method<&Self::checkForHeleprMessage>(kCheckForHeleprMessage),
+       clientcomm::method<&Self::customerService>(kCustomerService)});
   return *cls;
 }
 
@@ -18,13 +26,12 @@ TQHPCustomerServiceByHelepr& TQHPCustomerServiceByHelepr::share() {
 
 OSErr TQHPCustomerServiceByHelepr::checkForHeleprMessage(const OptionalString& productID,
                                                          const OptionalString& versionID) {
-  return sendCommand(*this, "checkForHeleprMessage:versionID:", productID, versionID);
+  return sendCommand(*this, kCheckForHeleprMessage, productID, versionID);
 }
 
 OSErr TQHPCustomerServiceByHelepr::customerService(const OptionalString& productID,
                                                    const OptionalString& versionID,
                                                    const OptionalString& email,
                                                    const OptionalString& attachment) {
-  return sendCommand(*this, "customerService:versionID:email:attachment:", productID, versionID,
-                     email, attachment);
+  return sendCommand(*this, kCustomerService, productID, versionID, email, attachment);
 }

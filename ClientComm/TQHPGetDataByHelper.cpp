@@ -2,10 +2,17 @@
 
 #include "ClientComm/internal/proxy_call.h"
 
+namespace {
+
+// Selectors, as they travel; each is used by the method table and by the call.
+constexpr std::string_view kClientIDFormHelper = "clientIDFormHelper";
+
+}  // namespace
+
 const clientcomm::Class& TQHPGetDataByHelper::staticClass() {
   static const auto* const cls = new clientcomm::Class(
       "TQHPGetDataByHelper", clientcomm::makeShared<TQHPGetDataByHelper>,
-      {clientcomm::method<&TQHPGetDataByHelper::clientIDFormHelper>("clientIDFormHelper")});
+      {clientcomm::method<&TQHPGetDataByHelper::clientIDFormHelper>(kClientIDFormHelper)});
   return *cls;
 }
 
@@ -15,5 +22,5 @@ TQHPGetDataByHelper& TQHPGetDataByHelper::share() {
 }
 
 OptionalString TQHPGetDataByHelper::clientIDFormHelper() {
-  return sendQuery(*this, "clientIDFormHelper");
+  return sendQuery(*this, kClientIDFormHelper);
 }

@@ -17,6 +17,7 @@
 #include "ClientComm/internal/host_classes.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/text.h"
@@ -77,8 +78,8 @@ TQHPSuiteInfo suiteInfoFromReply(const OptionalString& reply) {
 // Whether `dictionary` has `key` already with the truth value `enable`.
 bool isStored(const clientcomm::PropertyListDictionary& dictionary, std::string_view key,
               bool enable) {
-  const auto old = dictionary.find(key);
-  return old != dictionary.end() && old->second.boolValue() == enable;
+  const clientcomm::PropertyListValue* const old = clientcomm::valueFor(dictionary, key);
+  return old != nullptr && old->boolValue() == enable;
 }
 
 void saveToPlistFile(const char* key, bool enable) {
@@ -106,6 +107,14 @@ void saveToStringsFile(const char* key, bool enable) {
 bool effectiveSwitch(const char* key, bool valueWhenAbsent) {
   const auto value = Bundle::mainBundle().objectForInfoDictionaryKey(key);
   return value ? value->boolValue() : valueWhenAbsent;
+}
+
+// Runs the restart step, then `send`. @return the restart step's status unless it is 0, else
+// send's.
+template <typename Send>
+OSErr sendToRunningHelper(TQHPHelperCommunicate& controller, Send send) {
+  const OSErr status = controller.autoRestartHelper();
+  return status == clientcomm::noErr ? send() : status;
 }
 
 using clientcomm::method;
@@ -221,15 +230,13 @@ OSErr TQHPHelperCommunicate::isAliveHelper() {
 }
 
 OSErr TQHPHelperCommunicate::showHelper() {
-  const OSErr status = autoRestartHelper();
-  if (status != clientcomm::noErr) return status;
-  return TQHPHelperControl::share().show(productID_, productVersion_);
+  return sendToRunningHelper(
+      *this, [&] { return TQHPHelperControl::share().show(productID_, productVersion_); });
 }
 
 OSErr TQHPHelperCommunicate::hideHelper() {
-  const OSErr status = autoRestartHelper();
-  if (status != clientcomm::noErr) return status;
-  return TQHPHelperControl::share().hide(productID_, productVersion_);
+  return sendToRunningHelper(
+      *this, [&] { return TQHPHelperControl::share().hide(productID_, productVersion_); });
 }
 
 OSErr TQHPHelperCommunicate::autoRestartHelper() {
@@ -244,9 +251,7 @@ bool TQHPHelperCommunicate::getDefaultHelperServerOpen() {
     const OptionalString helper = Bundle::mainBundle().infoString(kHelperBundleId);
     if (!helper) return true;
     const auto domain = UserDefaults::standardUserDefaults().persistentDomainForName(*helper);
-    if (!domain) return true;
-    const auto closed = domain->find(TQHPServerClosed);
-    return closed == domain->end() || !closed->second.boolValue();
+    return !domain || !clientcomm::flagFor(*domain, TQHPServerClosed);
   });
 }
 
@@ -359,9 +364,9 @@ int TQHPHelperCommunicate::compareVersion(const OptionalString& version,
 // --- Upgrade ---
 
 OSErr TQHPHelperCommunicate::productUpgrade() {
-  const OSErr status = autoRestartHelper();
-  if (status != clientcomm::noErr) return status;
-  return TQHPUpgradeByHelper::share().productUpgrade(productID_, productVersion_);
+  return sendToRunningHelper(*this, [&] {
+    return TQHPUpgradeByHelper::share().productUpgrade(productID_, productVersion_);
+  });
 }
 
 OSErr TQHPHelperCommunicate::productReadyToUpgrade(bool ready) {
@@ -384,20 +389,20 @@ OSErr TQHPHelperCommunicate::uploadLogByEmail(const OptionalString& email,
                                               const OptionalString& filePath,
                                               const OptionalString& title,
                                               const OptionalString& description) {
-  const OSErr status = autoRestartHelper();
-  if (status != clientcomm::noErr) return status;
-  return TQHPUploadByHelper::share().uploadLog(productID_, productVersion_, email, filePath, title,
-                                               description);
+  return sendToRunningHelper(*this, [&] {
+    return TQHPUploadByHelper::share().uploadLog(productID_, productVersion_, email, filePath,
+                                                 title, description);
+  });
 }
 
 OSErr TQHPHelperCommunicate::uploadUserFile(const OptionalString& email,
                                             const OptionalString& filePath,
                                             const OptionalString& title,
                                             const OptionalString& description) {
-  const OSErr status = autoRestartHelper();
-  if (status != clientcomm::noErr) return status;
-  return TQHPUploadByHelper::share().uploadUserFile(productID_, productVersion_, email, filePath,
-                                                    title, description);
+  return sendToRunningHelper(*this, [&] {
+    return TQHPUploadByHelper::share().uploadUserFile(productID_, productVersion_, email, filePath,
+                                                      title, description);
+  });
 }
 
 OSErr TQHPHelperCommunicate::uploadProductFile(const OptionalString& email,
@@ -409,17 +414,17 @@ OSErr TQHPHelperCommunicate::uploadProductFile(const OptionalString& email,
 }
 
 OSErr TQHPHelperCommunicate::checkForHeleprMessage() {
-  const OSErr status = autoRestartHelper();
-  if (status != clientcomm::noErr) return status;
-  return TQHPCustomerServiceByHelepr::share().checkForHeleprMessage(productID_, productVersion_);
+  return sendToRunningHelper(*this, [&] {
+    return TQHPCustomerServiceByHelepr::share().checkForHeleprMessage(productID_, productVersion_);
+  });
 }
 
 OSErr TQHPHelperCommunicate::customerserviceByEmail(const OptionalString& email,
                                                     const OptionalString& attachment) {
-  const OSErr status = autoRestartHelper();
-  if (status != clientcomm::noErr) return status;
-  return TQHPCustomerServiceByHelepr::share().customerService(productID_, productVersion_, email,
-                                                              attachment);
+  return sendToRunningHelper(*this, [&] {
+    return TQHPCustomerServiceByHelepr::share().customerService(productID_, productVersion_, email,
+                                                                attachment);
+  });
 }
 
 // --- Usage data ---

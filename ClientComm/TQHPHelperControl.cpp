@@ -12,8 +12,22 @@
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/text.h"
 
+namespace {
+
+// Selectors, as they travel; each is used by the method table and by the call.
+constexpr std::string_view kIsAlive = "isAlive:prodeuctVersion:";
+constexpr std::string_view kHide = "hide:prodeuctVersion:";
+constexpr std::string_view kShow = "show:prodeuctVersion:";
+constexpr std::string_view kExitHelper = "exitHelper:productVersion:";
+constexpr std::string_view kStop = "stop:prodeuctVersion:";
+constexpr std::string_view kStart = "start:prodeuctVersion:";
+constexpr std::string_view kWillHelperExit = "willHelperExit";
+constexpr std::string_view kDidCheckServerOpen = "didCheckServerOpen::";
+
+}  // namespace
+
 bool TQHPHelperControlCallBackDelegate::respondsToSelector(std::string_view selector) const {
-  return selector == "willHelperExit" || selector == "didCheckServerOpen::";
+  return selector == kWillHelperExit || selector == kDidCheckServerOpen;
 }
 
 const clientcomm::Class& TQHPHelperControl::staticClass() {
@@ -21,11 +35,9 @@ const clientcomm::Class& TQHPHelperControl::staticClass() {
   using Self = TQHPHelperControl;
   static const auto* const cls = new clientcomm::Class(
       "TQHPHelperControl", clientcomm::makeShared<Self>,
-      {method<&Self::isAlive>("isAlive:prodeuctVersion:"),
-       method<&Self::hide>("hide:prodeuctVersion:"), method<&Self::show>("show:prodeuctVersion:"),
-       method<&Self::exitHelper>("exitHelper:productVersion:"),
-       method<&Self::stop>("stop:prodeuctVersion:"), method<&Self::start>("start:prodeuctVersion:"),
-       method<&Self::helperExitNotify>("helperExitNotify:"),
+      {method<&Self::isAlive>(kIsAlive), method<&Self::hide>(kHide), method<&Self::show>(kShow),
+       method<&Self::exitHelper>(kExitHelper), method<&Self::stop>(kStop),
+       method<&Self::start>(kStart), method<&Self::helperExitNotify>("helperExitNotify:"),
        method<&Self::checkServerOpenCallBack>("checkServerOpenCallBack::::"),
        method<&Self::saveEnableADToPlistFile>("saveEnableADToPlistFile"),
        method<&Self::helperCtrlDelegate>("helperCtrlDelegate")});
@@ -41,36 +53,36 @@ TQHPHelperControl::TQHPHelperControl() { registerProxy(*this); }
 
 OSErr TQHPHelperControl::isAlive(const OptionalString& productID,
                                  const OptionalString& prodeuctVersion) {
-  return sendCommand(*this, "isAlive:prodeuctVersion:", productID, prodeuctVersion);
+  return sendCommand(*this, kIsAlive, productID, prodeuctVersion);
 }
 
 OSErr TQHPHelperControl::hide(const OptionalString& productID,
                               const OptionalString& prodeuctVersion) {
-  return sendCommand(*this, "hide:prodeuctVersion:", productID, prodeuctVersion);
+  return sendCommand(*this, kHide, productID, prodeuctVersion);
 }
 
 OSErr TQHPHelperControl::show(const OptionalString& productID,
                               const OptionalString& prodeuctVersion) {
-  return sendCommand(*this, "show:prodeuctVersion:", productID, prodeuctVersion);
+  return sendCommand(*this, kShow, productID, prodeuctVersion);
 }
 
 OSErr TQHPHelperControl::exitHelper(const OptionalString& productID,
                                     const OptionalString& productVersion) {
-  return sendCommand(*this, "exitHelper:productVersion:", productID, productVersion);
+  return sendCommand(*this, kExitHelper, productID, productVersion);
 }
 
 OSErr TQHPHelperControl::stop(const OptionalString& productID,
                               const OptionalString& prodeuctVersion) {
-  return sendCommand(*this, "stop:prodeuctVersion:", productID, prodeuctVersion);
+  return sendCommand(*this, kStop, productID, prodeuctVersion);
 }
 
 OSErr TQHPHelperControl::start(const OptionalString& productID,
                                const OptionalString& prodeuctVersion) {
-  return sendCommand(*this, "start:prodeuctVersion:", productID, prodeuctVersion);
+  return sendCommand(*this, kStart, productID, prodeuctVersion);
 }
 
 OSErr TQHPHelperControl::helperExitNotify(const OptionalString& /*unused*/) {
-  if (helperCtrlDelegate_ != nullptr && helperCtrlDelegate_->respondsToSelector("willHelperExit")) {
+  if (helperCtrlDelegate_ != nullptr && helperCtrlDelegate_->respondsToSelector(kWillHelperExit)) {
     helperCtrlDelegate_->willHelperExit();
   }
   return clientcomm::noErr;
@@ -81,7 +93,7 @@ OSErr TQHPHelperControl::checkServerOpenCallBack(const OptionalString& /*unused*
                                                  const OptionalString& code,
                                                  const OptionalString& description) {
   if (helperCtrlDelegate_ == nullptr ||
-      !helperCtrlDelegate_->respondsToSelector("didCheckServerOpen::")) {
+      !helperCtrlDelegate_->respondsToSelector(kDidCheckServerOpen)) {
     return clientcomm::noErr;
   }
   std::optional<clientcomm::Error> error;

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/process_manager.h"
 
 using clientcomm::kinfo_proc;
@@ -57,12 +58,6 @@ int readTable(ScopedTable& table, std::size_t& count) {
   }
 }
 
-OptionalString stringFor(const clientcomm::PropertyListDictionary& information,
-                         std::string_view key) {
-  const auto entry = information.find(key);
-  return entry != information.end() ? entry->second.stringValue() : std::nullopt;
-}
-
 }  // namespace
 
 int GetBSDProcessList(kinfo_proc** procList, std::size_t* procCount) {
@@ -88,8 +83,9 @@ bool TQHPProcessList::applicationIsRunning(const OptionalString& bundleID,
   const auto isApplication = [&](std::int32_t pid) {
     if (!mayBeApplication(pid)) return false;
     const auto information = infoForPID(pid);
-    return information && stringFor(*information, clientcomm::kCFBundleIdentifierKey) == bundleID &&
-           stringFor(*information, clientcomm::kBundlePathKey) == bundlePath;
+    return information &&
+           clientcomm::stringFor(*information, clientcomm::kCFBundleIdentifierKey) == bundleID &&
+           clientcomm::stringFor(*information, clientcomm::kBundlePathKey) == bundlePath;
   };
   return std::ranges::any_of(clientcomm::processIDs(&GetBSDProcessList), isApplication) ||
          clientcomm::isRunningUnseen(*bundleID, *bundlePath);
@@ -111,8 +107,9 @@ std::vector<TQHPProcessList::ProcessRecord> TQHPProcessList::getBSDProcessList()
   for (std::size_t i = 0; i < count; ++i) {
     const kinfo_proc& process = list[i];
     const auto information = infoForPID(process.kp_proc.p_pid);
-    const auto name =
-        information ? stringFor(*information, clientcomm::kCFBundleNameKey) : std::nullopt;
+    const auto name = information
+                          ? clientcomm::stringFor(*information, clientcomm::kCFBundleNameKey)
+                          : std::nullopt;
     records.push_back(
         {{"pname", name.value_or(process.kp_proc.p_comm)},
          {"pid", std::to_string(process.kp_proc.p_pid)},

@@ -10,13 +10,18 @@
 
 namespace {
 
+// Selectors, as they travel; each is used by the method table and by the call.
+constexpr std::string_view kProductUpgrade = "productUpgrade:versionID:";
+constexpr std::string_view kProductReadyToUpgrade = "productReadyToUpgrade:versionID:ready:";
+constexpr std::string_view kProductWillUpgrade = "productWillUpgrade:";
+
 // Cleared by the protocol's own `productWillUpgrade`, which runs only where no class overrides it.
 bool isOverridden = true;
 
 }  // namespace
 
 bool TQHPProductUpgradeCallBackDelegate::respondsToSelector(std::string_view selector) const {
-  return selector == "productWillUpgrade:";
+  return selector == kProductWillUpgrade;
 }
 
 void TQHPProductUpgradeCallBackDelegate::productWillUpgrade(const clientcomm::Error* /*error*/) {
@@ -35,8 +40,8 @@ const clientcomm::Class& TQHPUpgradeByHelper::staticClass() {
   using Self = TQHPUpgradeByHelper;
   static const auto* const cls = new clientcomm::Class(
       "TQHPUpgradeByHelper", clientcomm::makeShared<Self>,
-      {method<&Self::productUpgrade>("productUpgrade:versionID:"),
-       method<&Self::productReadyToUpgrade>("productReadyToUpgrade:versionID:ready:"),
+      {method<&Self::productUpgrade>(kProductUpgrade),
+       method<&Self::productReadyToUpgrade>(kProductReadyToUpgrade),
        method<&Self::productUpgradeCallBack>("productUpgradeCallBack::::"),
        method<&Self::productUpgradeDelegate>("productUpgradeDelegate"),
        method<&Self::getProductUpgradeDelegate>("getProductUpgradeDelegate")});
@@ -52,14 +57,14 @@ TQHPUpgradeByHelper::TQHPUpgradeByHelper() { registerProxy(*this); }
 
 OSErr TQHPUpgradeByHelper::productUpgrade(const OptionalString& productID,
                                           const OptionalString& versionID) {
-  return sendCommand(*this, "productUpgrade:versionID:", productID, versionID);
+  return sendCommand(*this, kProductUpgrade, productID, versionID);
 }
 
 OSErr TQHPUpgradeByHelper::productReadyToUpgrade(const OptionalString& productID,
                                                  const OptionalString& versionID,
                                                  const OptionalString& ready) {
   isUpgradeQueryResopned_ = true;
-  return sendCommand(*this, "productReadyToUpgrade:versionID:ready:", productID, versionID, ready);
+  return sendCommand(*this, kProductReadyToUpgrade, productID, versionID, ready);
 }
 
 OSErr TQHPUpgradeByHelper::productUpgradeCallBack(const OptionalString& /*unused1*/,
@@ -72,7 +77,7 @@ OSErr TQHPUpgradeByHelper::productUpgradeCallBack(const OptionalString& /*unused
     return status;
   }
   if (productUpgradeDelegate_ == nullptr ||
-      !productUpgradeDelegate_->respondsToSelector("productWillUpgrade:")) {
+      !productUpgradeDelegate_->respondsToSelector(kProductWillUpgrade)) {
     return clientcomm::noErr;
   }
   std::optional<clientcomm::Error> error;

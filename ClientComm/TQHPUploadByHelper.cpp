@@ -4,6 +4,20 @@
 
 namespace {
 
+// Selectors, as they travel; each is used by the method table and by the call.
+constexpr std::string_view kUploadLog = "uploadLog:versionID:email:filePath:title:description:";
+constexpr std::string_view kUploadUserFile =
+    "uploadUserFile:versionID:email:filePath:title:description:";
+constexpr std::string_view kUploadProductFile =
+    "uploadProductFile:versionID:email:filePath:title:description:";
+constexpr std::string_view kCollectData = "collectData:version:collectionType:target:keyID:value:";
+constexpr std::string_view kDirectUploadData = "directUploadData:version:";
+constexpr std::string_view kSetProductCollectStatus = "setProductCollectStatus:version:status:";
+constexpr std::string_view kProductCollectStatus = "productCollectStatus:version:";
+constexpr std::string_view kRegSuiteInfo = "regSuiteInfo:version:";
+constexpr std::string_view kUnRegSuiteInfo = "unRegSuiteInfo:version:";
+constexpr std::string_view kNetErrorPagePath = "netErrorPagePath:version:";
+
 OptionalString collectionTypeText(int collectionType) {
   switch (collectionType) {
     case 3:
@@ -25,16 +39,13 @@ const clientcomm::Class& TQHPUploadByHelper::staticClass() {
   using Self = TQHPUploadByHelper;
   static const auto* const cls = new clientcomm::Class(
       "TQHPUploadByHelper", clientcomm::makeShared<Self>,
-      {method<&Self::uploadLog>("uploadLog:versionID:email:filePath:title:description:"),
-       method<&Self::uploadUserFile>("uploadUserFile:versionID:email:filePath:title:description:"),
-       method<&Self::uploadProductFile>(
-           "uploadProductFile:versionID:email:filePath:title:description:"),
-       method<&Self::directUploadData>("directUploadData:version:"),
-       method<&Self::setProductCollectStatus>("setProductCollectStatus:version:status:"),
-       method<&Self::productCollectStatus>("productCollectStatus:version:"),
-       method<&Self::regSuiteInfo>("regSuiteInfo:version:"),
-       method<&Self::unRegSuiteInfo>("unRegSuiteInfo:version:"),
-       method<&Self::netErrorPagePath>("netErrorPagePath:version:"),
+      {method<&Self::uploadLog>(kUploadLog), method<&Self::uploadUserFile>(kUploadUserFile),
+       method<&Self::uploadProductFile>(kUploadProductFile),
+       method<&Self::directUploadData>(kDirectUploadData),
+       method<&Self::setProductCollectStatus>(kSetProductCollectStatus),
+       method<&Self::productCollectStatus>(kProductCollectStatus),
+       method<&Self::regSuiteInfo>(kRegSuiteInfo), method<&Self::unRegSuiteInfo>(kUnRegSuiteInfo),
+       method<&Self::netErrorPagePath>(kNetErrorPagePath),
        method<&Self::checkJoinImproveExp>("checkJoinImproveExp")});
   return *cls;
 }
@@ -48,8 +59,7 @@ OSErr TQHPUploadByHelper::uploadLog(const OptionalString& productID,
                                     const OptionalString& versionID, const OptionalString& email,
                                     const OptionalString& filePath, const OptionalString& title,
                                     const OptionalString& description) {
-  return sendCommand(*this, "uploadLog:versionID:email:filePath:title:description:", productID,
-                     versionID, email, filePath, title, description);
+  return sendCommand(*this, kUploadLog, productID, versionID, email, filePath, title, description);
 }
 
 OSErr TQHPUploadByHelper::uploadUserFile(const OptionalString& productID,
@@ -58,8 +68,8 @@ OSErr TQHPUploadByHelper::uploadUserFile(const OptionalString& productID,
                                          const OptionalString& filePath,
                                          const OptionalString& title,
                                          const OptionalString& description) {
-  return sendCommand(*this, "uploadUserFile:versionID:email:filePath:title:description:", productID,
-                     versionID, email, filePath, title, description);
+  return sendCommand(*this, kUploadUserFile, productID, versionID, email, filePath, title,
+                     description);
 }
 
 OSErr TQHPUploadByHelper::uploadProductFile(const OptionalString& productID,
@@ -68,46 +78,45 @@ OSErr TQHPUploadByHelper::uploadProductFile(const OptionalString& productID,
                                             const OptionalString& filePath,
                                             const OptionalString& title,
                                             const OptionalString& description) {
-  return sendCommand(*this,
-                     "uploadProductFile:versionID:email:filePath:title:description:", productID,
-                     versionID, email, filePath, title, description);
+  return sendCommand(*this, kUploadProductFile, productID, versionID, email, filePath, title,
+                     description);
 }
 
 OSErr TQHPUploadByHelper::collectData(const OptionalString& productID,
                                       const OptionalString& version, int collectionType,
                                       const OptionalString& target, const OptionalString& keyID,
                                       const OptionalString& value) {
-  return sendCommand(*this, "collectData:version:collectionType:target:keyID:value:", productID,
-                     version, collectionTypeText(collectionType), target, keyID, value);
+  return sendCommand(*this, kCollectData, productID, version, collectionTypeText(collectionType),
+                     target, keyID, value);
 }
 
 OSErr TQHPUploadByHelper::directUploadData(const OptionalString& productID,
                                            const OptionalString& version) {
-  return sendCommand(*this, "directUploadData:version:", productID, version);
+  return sendCommand(*this, kDirectUploadData, productID, version);
 }
 
 OSErr TQHPUploadByHelper::setProductCollectStatus(const OptionalString& productID,
                                                   const OptionalString& version,
                                                   const OptionalString& status) {
-  return sendCommand(*this, "setProductCollectStatus:version:status:", productID, version, status);
+  return sendCommand(*this, kSetProductCollectStatus, productID, version, status);
 }
 
 OptionalString TQHPUploadByHelper::productCollectStatus(const OptionalString& productID,
                                                         const OptionalString& version) {
-  return sendQuery(*this, "productCollectStatus:version:", productID, version);
+  return sendQuery(*this, kProductCollectStatus, productID, version);
 }
 
 OptionalString TQHPUploadByHelper::regSuiteInfo(const OptionalString& productID,
                                                 const OptionalString& version) {
-  return sendQuery(*this, "regSuiteInfo:version:", productID, version);
+  return sendQuery(*this, kRegSuiteInfo, productID, version);
 }
 
 OptionalString TQHPUploadByHelper::unRegSuiteInfo(const OptionalString& productID,
                                                   const OptionalString& version) {
-  return sendQuery(*this, "unRegSuiteInfo:version:", productID, version);
+  return sendQuery(*this, kUnRegSuiteInfo, productID, version);
 }
 
 OptionalString TQHPUploadByHelper::netErrorPagePath(const OptionalString& productID,
                                                     const OptionalString& version) {
-  return sendQuery(*this, "netErrorPagePath:version:", productID, version);
+  return sendQuery(*this, kNetErrorPagePath, productID, version);
 }

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/linux/local_file.h"
 #include "ClientComm/platform/linux/patient_reader.h"
 #include "ClientComm/platform/linux/process_record.h"
@@ -17,8 +18,7 @@ namespace clientcomm {
 namespace {
 
 OptionalString textIn(const PropertyListDictionary& info, const char* key) {
-  const auto value = info.find(key);
-  OptionalString text = value != info.end() ? value->second.stringValue() : std::nullopt;
+  OptionalString text = stringFor(info, key);
   return text && text->size() <= kMaximumIdentifierLength ? text : std::nullopt;
 }
 

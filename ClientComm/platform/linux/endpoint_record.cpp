@@ -15,6 +15,7 @@
 #include <string_view>
 
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/linux/runtime_file.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/linux/socket_path.h"
@@ -33,18 +34,6 @@ constexpr char kInodeKey[] = "SocketInode";
 std::string recordName(const std::string& socketName) { return "endpoint." + socketName; }
 
 PropertyListValue numberValue(std::uint64_t number) { return number; }
-
-bool hasNumber(const PropertyListDictionary& dictionary, std::string_view key,
-               std::uint64_t number) {
-  const auto entry = dictionary.find(key);
-  if (entry == dictionary.end()) return false;
-  const auto& value = entry->second.variant();
-  if (const auto* const small = std::get_if<std::int64_t>(&value)) {
-    return *small >= 0 && static_cast<std::uint64_t>(*small) == number;
-  }
-  const auto* const large = std::get_if<std::uint64_t>(&value);
-  return large != nullptr && *large == number;
-}
 
 // The process that listens on the socket file; 0 when it cannot be seen from here, or its queue is
 // full; nothing when no process of this user listens.
@@ -67,8 +56,8 @@ OptionalString bundlePathInRecord(int folder, const std::string& socketName) {
   const auto* const record = list ? list->dictionary() : nullptr;
   struct stat socket = {};
   if (record == nullptr || fstatat(folder, socketName.c_str(), &socket, AT_SYMLINK_NOFOLLOW) != 0 ||
-      !hasNumber(*record, kDeviceKey, socket.st_dev) ||
-      !hasNumber(*record, kInodeKey, socket.st_ino)) {
+      unsignedFor(*record, kDeviceKey) != socket.st_dev ||
+      unsignedFor(*record, kInodeKey) != socket.st_ino) {
     return std::nullopt;
   }
   const auto path = record->find(kBundlePathKey);

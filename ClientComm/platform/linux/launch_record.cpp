@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/linux/process_stat.h"
 #include "ClientComm/platform/linux/runtime_file.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
@@ -64,15 +65,8 @@ milliseconds backOff(int failures) noexcept {
 
 // 0 for a missing, negative or oversized number.
 std::int64_t numberIn(const PropertyListDictionary& dictionary, std::string_view key) {
-  const auto entry = dictionary.find(key);
-  if (entry == dictionary.end()) return 0;
-  const auto* const number = std::get_if<std::int64_t>(&entry->second.variant());
-  return number != nullptr ? std::max<std::int64_t>(*number, 0) : 0;
-}
-
-std::string textIn(const PropertyListDictionary& dictionary, std::string_view key) {
-  const auto entry = dictionary.find(key);
-  return entry != dictionary.end() ? entry->second.stringValue().value_or("") : "";
+  const std::uint64_t number = unsignedFor(dictionary, key).value_or(0);
+  return std::in_range<std::int64_t>(number) ? static_cast<std::int64_t>(number) : 0;
 }
 
 std::string bytesOf(const LaunchRecord& record) {
@@ -92,7 +86,7 @@ std::optional<LaunchRecord> readRecord(int folder, const std::string& bundlePath
   constexpr std::int64_t kMostFailures = 1'000'000;
   return LaunchRecord{
       bundlePath,
-      textIn(*dictionary, kBundleStateKey),
+      stringFor(*dictionary, kBundleStateKey).value_or(""),
       static_cast<pid_t>(numberIn(*dictionary, kProcessIDKey)),
       static_cast<std::uint64_t>(numberIn(*dictionary, kStartTimeKey)),
       milliseconds(numberIn(*dictionary, kTimeKey)),

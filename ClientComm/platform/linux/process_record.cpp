@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/linux/launch_record.h"
 #include "ClientComm/platform/linux/runtime_file.h"
@@ -51,27 +52,6 @@ std::string pathOfDescriptor(int descriptor) {
 }
 
 std::string recordName(pid_t pid) { return std::string(kPrefix) + std::to_string(pid); }
-
-std::string textOf(const PropertyListDictionary& dictionary, std::string_view key) {
-  const auto entry = dictionary.find(key);
-  return entry != dictionary.end() ? entry->second.stringValue().value_or("") : "";
-}
-
-bool flagIn(const PropertyListDictionary& dictionary, std::string_view key) {
-  const auto entry = dictionary.find(key);
-  return entry != dictionary.end() && entry->second.boolValue();
-}
-
-std::optional<std::uint64_t> numberIn(const PropertyListDictionary& dictionary,
-                                      std::string_view key) {
-  const auto entry = dictionary.find(key);
-  if (entry == dictionary.end()) return std::nullopt;
-  if (const auto* number = std::get_if<std::int64_t>(&entry->second.variant())) {
-    return static_cast<std::uint64_t>(*number);
-  }
-  const auto* number = std::get_if<std::uint64_t>(&entry->second.variant());
-  return number != nullptr ? std::optional(*number) : std::nullopt;
-}
 
 std::uint64_t ownPIDNamespace() noexcept {
   struct stat status = {};
@@ -212,14 +192,15 @@ std::optional<ProcessRecord> processRecordFromBytes(std::string_view bytes) {
   const auto list = propertyListFromBytes(bytes);
   const auto* const dictionary = list ? list->dictionary() : nullptr;
   const auto startTime =
-      dictionary != nullptr ? numberIn(*dictionary, kStartTimeKey) : std::nullopt;
+      dictionary != nullptr ? unsignedFor(*dictionary, kStartTimeKey) : std::nullopt;
   if (!startTime) return std::nullopt;
-  ProcessRecord record{*startTime, textOf(*dictionary, kCFBundleIdentifierKey),
-                       textOf(*dictionary, kBundlePathKey), textOf(*dictionary, kCFBundleNameKey)};
+  ProcessRecord record{*startTime, stringFor(*dictionary, kCFBundleIdentifierKey).value_or(""),
+                       stringFor(*dictionary, kBundlePathKey).value_or(""),
+                       stringFor(*dictionary, kCFBundleNameKey).value_or("")};
   // Launchers of older versions leave the path out, and nothing else tells their records apart.
-  record.isOpen = !record.bundlePath.empty() && !flagIn(*dictionary, kIsLaunchingKey);
-  record.isTool = flagIn(*dictionary, kIsToolKey);
-  record.pidNamespace = numberIn(*dictionary, kPIDNamespaceKey).value_or(0);
+  record.isOpen = !record.bundlePath.empty() && !flagFor(*dictionary, kIsLaunchingKey);
+  record.isTool = flagFor(*dictionary, kIsToolKey);
+  record.pidNamespace = unsignedFor(*dictionary, kPIDNamespaceKey).value_or(0);
   return record;
 }
 

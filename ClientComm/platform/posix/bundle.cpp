@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/own_process.h"
 #include "ClientComm/platform/portable/localization.h"
@@ -44,12 +45,10 @@ bool isExecutableFile(const std::string& path) {
          access(path.c_str(), X_OK) == 0;
 }
 
-std::optional<PropertyListValue> valueIn(const std::optional<PropertyListDictionary>& dictionary,
-                                         std::string_view key) {
-  if (!dictionary) return std::nullopt;
-  const auto found = dictionary->find(key);
-  if (found == dictionary->end()) return std::nullopt;
-  return found->second;
+std::optional<PropertyListValue> copyFrom(const std::optional<PropertyListDictionary>& dictionary,
+                                          std::string_view key) {
+  const PropertyListValue* const value = dictionary ? valueFor(*dictionary, key) : nullptr;
+  return value != nullptr ? std::optional(*value) : std::nullopt;
 }
 
 // The names of the localisation folders in `resources`, without their extension.
@@ -126,22 +125,19 @@ const PropertyListDictionary& Bundle::infoDictionary() const {
 }
 
 std::optional<PropertyListValue> Bundle::infoValue(std::string_view key) const {
-  const PropertyListDictionary& info = infoDictionary();
-  const auto found = info.find(key);
-  if (found == info.end()) return std::nullopt;
-  return found->second;
+  const PropertyListValue* const value = valueFor(infoDictionary(), key);
+  return value != nullptr ? std::optional(*value) : std::nullopt;
 }
 
 OptionalString Bundle::infoString(std::string_view key) const {
-  const auto value = infoValue(key);
-  return value ? value->stringValue() : std::nullopt;
+  return stringFor(infoDictionary(), key);
 }
 
 std::optional<PropertyListValue> Bundle::objectForInfoDictionaryKey(std::string_view key) const {
   if (const auto strings = pathForResource("InfoPlist", "strings")) {
-    if (auto localized = valueIn(dictionaryWithContentsOfFile(*strings), key)) return localized;
+    if (auto localized = copyFrom(dictionaryWithContentsOfFile(*strings), key)) return localized;
   }
-  return valueIn(state_->readInfo(), key);
+  return copyFrom(state_->readInfo(), key);
 }
 
 OptionalString Bundle::bundleIdentifier() const { return infoString(kCFBundleIdentifierKey); }

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/digest.h"
 #include "ClientComm/platform/file_lock.h"
 #include "ClientComm/platform/file_manager.h"
@@ -223,9 +224,8 @@ struct UserDefaults::State {
                           [](const auto& change) { return change.second.has_value(); });
     }
     return std::all_of(pending.begin(), pending.end(), [&contents](const auto& change) {
-      const auto found = contents->find(change.first);
-      if (found == contents->end()) return !change.second.has_value();
-      return change.second.has_value() && *change.second == found->second;
+      const PropertyListValue* const value = valueFor(*contents, change.first);
+      return value != nullptr ? change.second == *value : !change.second.has_value();
     });
   }
 };
@@ -249,9 +249,8 @@ std::optional<PropertyListValue> UserDefaults::objectForKey(std::string_view key
   if (change != state_->pending.end()) return change->second;
   const auto& contents = state_->file(state_->domain).contents();
   if (!contents) return std::nullopt;
-  const auto found = contents->find(key);
-  if (found == contents->end()) return std::nullopt;
-  return found->second;
+  const PropertyListValue* const value = valueFor(*contents, key);
+  return value != nullptr ? std::optional(*value) : std::nullopt;
 }
 
 OptionalString UserDefaults::stringForKey(std::string_view key) {
