@@ -167,12 +167,13 @@ def check_page(project, files):
         yield f"{page} is missing"
         return
     # A row of a table begins with the file's path; a header and its source share one row.
-    listed = set(re.findall(r"^\| `(ClientComm/[^`]+?)(?:\.\{h,cpp\}|\.h|\.cpp)` \|", text, re.M))
-    units = {path.rsplit(".", 1)[0] for path in files}
-    for unit in sorted(units - listed):
-        yield f"{page}: has no line for {unit}"
-    for unit in sorted(listed - units):
-        yield f"{page}: names {unit}, which does not exist"
+    listed = set()
+    for path, extension in re.findall(r"^\| `(ClientComm/[^`]+?)\.(h|cpp|\{h,cpp\})` \|", text, re.M):
+        listed.update(f"{path}.{name}" for name in extension.strip("{}").split(","))
+    for path in sorted(files.keys() - listed):
+        yield f"{page}: has no line for {path}"
+    for path in sorted(listed - files.keys()):
+        yield f"{page}: names {path}, which does not exist"
 
 
 def violations(project):

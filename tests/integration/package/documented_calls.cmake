@@ -1,9 +1,11 @@
-# docs/writing-a-helper.md, README and the sample helper name the same calls, letter for letter.
+# Both parts of docs/services.md and the sample helper name the same calls, letter for letter.
 include("${CMAKE_CURRENT_LIST_DIR}/support.cmake")
 
 set(selector "[a-z][A-Za-z]*:([A-Za-z]*:)*")
-file(READ "${SOURCE}/docs/writing-a-helper.md" guide)
-file(READ "${SOURCE}/README.md" readme)
+file(READ "${SOURCE}/docs/services.md" page)
+string(FIND "${page}" "\n## What a helper answers\n" middle)
+string(SUBSTRING "${page}" 0 ${middle} host_side)
+string(SUBSTRING "${page}" ${middle} -1 helper_side)
 file(GLOB files "${SOURCE}/examples/helper/*.cpp")
 list(FILTER files EXCLUDE REGEX "/console\\.cpp$") # only for tests and tours
 set(sample "")
@@ -27,6 +29,9 @@ function(expect_all_in pattern from before after in what)
   endforeach()
 endfunction()
 
-expect_all_in("`${selector}`" "${guide}" "\"" "\"" "${sample}" "in the guide, not in the sample")
-expect_all_in(">\\(\"[A-Za-z:]+\"\\)" "${sample}" "`" "`" "${guide}" "in the sample, not in the guide")
-expect_all_in("`${selector}`" "${readme}" "`" "`" "${guide}" "in README, not in the guide")
+expect_all_in("`${selector}`" "${helper_side}" "\"" "\"" "${sample}"
+              "among the helper's calls, not in the sample")
+expect_all_in(">\\(\"[A-Za-z:]+\"\\)" "${sample}" "`" "`" "${helper_side}"
+              "in the sample, not among the helper's calls")
+expect_all_in("`${selector}`" "${host_side}" "`" "`" "${helper_side}"
+              "among the host's calls, not among the helper's")
