@@ -17,7 +17,10 @@ build_packages=(
 
 # What the benchmarks take in addition: their own library, and what they are compared with.
 # shellcheck disable=SC2034
-bench_packages=(libbenchmark-dev libsystemd-dev dbus-daemon libproc2-dev libapt-pkg-dev binutils)
+bench_packages=(
+  libbenchmark-dev libsystemd-dev dbus-daemon libproc2-dev libapt-pkg-dev binutils
+  python3 gnuplot-nox  # the table and the plots
+)
 
 # What the stress tests take in addition: a window to be drawn under load, and a place for it.
 # shellcheck disable=SC2034
