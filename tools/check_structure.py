@@ -12,7 +12,8 @@ Prints a line for each violation; the exit status is 1 when there is one. Checke
   linux/ include GLib;
 - a source has the name of its header, which is in the same folder, or neutral in
   ClientComm/platform;
-- docs/architecture.md has a line for each file, and names no file that does not exist.
+- docs/architecture.md has a line for each file, and names no file that does not exist;
+- docs/porting.md has a row for each neutral header.
 """
 
 import os
@@ -158,14 +159,17 @@ def check_names(files):
             yield f"{name}: more than one source has this name: {', '.join(sorted(paths))}"
 
 
-def check_page(project, files):
-    page = "docs/architecture.md"
+def read_page(project, page):
     try:
         with open(os.path.join(project, page), encoding="utf-8") as file:
-            text = file.read()
+            return file.read()
     except FileNotFoundError:
-        yield f"{page} is missing"
-        return
+        return ""
+
+
+def check_page(project, files):
+    page = "docs/architecture.md"
+    text = read_page(project, page)
     # A row of a table begins with the file's path; a header and its source share one row.
     listed = set()
     for path, extension in re.findall(r"^\| `(ClientComm/[^`]+?)\.(h|cpp|\{h,cpp\})` \|", text, re.M):
@@ -174,6 +178,15 @@ def check_page(project, files):
         yield f"{page}: has no line for {path}"
     for path in sorted(listed - files.keys()):
         yield f"{page}: names {path}, which does not exist"
+
+
+def check_porting(project, files):
+    page = "docs/porting.md"
+    rows = "\n".join(re.findall(r"^\| (`.*?) \|", read_page(project, page), re.M))
+    for path in sorted(files):
+        name = os.path.basename(path)
+        if layer_of(path) == NEUTRAL and f"`{name}`" not in rows:
+            yield f"{page}: has no row for {name}"
 
 
 def violations(project):
@@ -186,6 +199,7 @@ def violations(project):
         *check_cycles(files),
         *check_names(files),
         *check_page(project, files),
+        *check_porting(project, files),
     ]
 
 

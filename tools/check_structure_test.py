@@ -23,20 +23,23 @@ SOUND = {
 
 
 class CheckStructureTest(unittest.TestCase):
-    def violations(self, changes=None, page=None):
+    def violations(self, changes=None, page=None, porting=None):
         files = {**SOUND, **(changes or {})}
         with tempfile.TemporaryDirectory() as project:
             if page is None:
                 page = "".join(f"| `{path}` | a job |\n" for path in files)
-            for path, text in {**files, "docs/architecture.md": page}.items():
+            if porting is None:
+                porting = "".join(f"| `{os.path.basename(path)}` | a promise |\n" for path in files)
+            pages = {"docs/architecture.md": page, "docs/porting.md": porting}
+            for path, text in {**files, **pages}.items():
                 path = os.path.join(project, path)
                 os.makedirs(os.path.dirname(path), exist_ok=True)
                 with open(path, "w", encoding="utf-8") as file:
                     file.write(text)
             return check_structure.violations(project)
 
-    def expect_one(self, part, changes=None, page=None):
-        found = self.violations(changes, page)
+    def expect_one(self, part, changes=None, page=None, porting=None):
+        found = self.violations(changes, page, porting)
         self.assertEqual(len(found), 1, found)
         self.assertIn(part, found[0])
 
@@ -105,6 +108,9 @@ class CheckStructureTest(unittest.TestCase):
     def test_a_line_on_the_page_without_a_file(self):
         page = "".join(f"| `{path}` | a job |\n" for path in SOUND) + "| `ClientComm/gone.h` | a job |\n"
         self.expect_one("names ClientComm/gone.h", page=page)
+
+    def test_a_neutral_header_without_a_row_on_porting(self):
+        self.expect_one("docs/porting.md: has no row for clock.h", porting="| `other.h` | a promise |\n")
 
 
 if __name__ == "__main__":

@@ -29,7 +29,9 @@ function(expect_all_in pattern from before after in what)
   endforeach()
 endfunction()
 
-expect_all_in("`${selector}`" "${helper_side}" "\"" "\"" "${sample}"
+# A row with this sign is a call that the sample leaves out on purpose.
+string(REGEX REPLACE "[^\n]*†[^\n]*" "" answered "${helper_side}")
+expect_all_in("`${selector}`" "${answered}" "\"" "\"" "${sample}"
               "among the helper's calls, not in the sample")
 expect_all_in(">\\(\"[A-Za-z:]+\"\\)" "${sample}" "`" "`" "${helper_side}"
               "in the sample, not among the helper's calls")
