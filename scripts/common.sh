@@ -31,8 +31,8 @@ window_packages=(libgtk-4-dev xvfb)
 # same, in one process each,
 # shellcheck disable=SC2034
 interposable_suites=(
-  AppleEvent BundleLocalizations BundleTest EarlyUpgradeTest FileLock FileManager FileNameForIdentifier
-  FilePath HelperError Localizations NetErrorPageTest ProcessText PropertyList PropertyListFile
+  AppleEvent BundleLocalizations BundleTest Dictionary EarlyUpgradeTest FileLock FileManager
+  FileNameForIdentifier FilePath HelperError Localizations NetErrorPageTest ProcessText PropertyList PropertyListFile
   PropertyListValue Runtime SaveEnableADTest SettingsLimits StringsFile SuiteInfo Text Timer Types
   UserLanguages Version XmlPropertyList
 )
