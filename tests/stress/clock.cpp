@@ -10,7 +10,8 @@ namespace {
 
 std::atomic<time_t> wallClockOffset{0};
 
-// Where the kernel has a call of its own for seconds of 64 bits, `timespec` here is the one it fills.
+// Where the kernel has a call of its own for seconds of 64 bits, `timespec` here is the one it
+// fills.
 #ifdef SYS_clock_gettime64
 constexpr long kGetTime = SYS_clock_gettime64;
 #else

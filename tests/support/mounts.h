@@ -12,9 +12,9 @@ bool ownMounts();
 /// a disk file is detached by the kernel together with the mount.
 class MountedFileSystem {
  public:
-  /// Mounts a new file system of `type` ("tmpfs", "ext4", "btrfs" or "overlay") over the folder `path`, made
-  /// where it is missing. An overlay shows what the folder holds, under inode numbers of more than
-  /// 32 bits. `ownMounts` must have succeeded before.
+  /// Mounts a new file system of `type` ("tmpfs", "ext4", "btrfs" or "overlay") over the folder
+  /// `path`, made where it is missing. An overlay shows what the folder holds, under inode numbers
+  /// of more than 32 bits. `ownMounts` must have succeeded before.
   MountedFileSystem(const std::string& type, const std::string& path);
   ~MountedFileSystem();
   MountedFileSystem(const MountedFileSystem&) = delete;

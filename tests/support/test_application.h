@@ -41,7 +41,8 @@ bool waitUntilReachable(const std::string& identifier);
 
 /// A role for everybody: "echo" registers the class "Echo", which answers `say:` with its argument,
 /// keeps what `note:` brings, gives that back, one per line, for `notes`, tells the caller of the
-/// last call for `caller`, its bits per word for `wordSize`, `sleep:` milliseconds, `fork` into a child that lives on, and `quit`.
+/// last call for `caller`, its bits per word for `wordSize`, `sleep:` milliseconds, `fork` into a
+/// child that lives on, and `quit`.
 inline constexpr const char kEchoRole[] = "echo";
 
 /// Argument with which an echo application sends an event to nobody five times a second.
