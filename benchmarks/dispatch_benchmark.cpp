@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 #include "ClientComm/TQHPAppEventBase.h"
 #include "ClientComm/TQHPAppleEventProcesser.h"
@@ -92,7 +93,8 @@ std::size_t decodeAndReply(const std::string& bytes, const AppleEventDescriptor&
   AppleEventDescriptor reply = AppleEventDescriptor::appleEvent(
       clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("ansr"), {}, event->returnID(),
       event->transactionID());
-  clientcomm::AppleEventManager::sharedAppleEventManager().dispatchRawAppleEvent(*event, reply);
+  clientcomm::AppleEventManager::sharedAppleEventManager().dispatchRawAppleEvent(*std::move(event),
+                                                                                 reply);
   out.resize(clientcomm::flattenedSize(reply).value());
   clientcomm::flattenTo(reply, out.data());
   return out.size();
