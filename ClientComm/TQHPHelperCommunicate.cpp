@@ -15,6 +15,7 @@
 #include "ClientComm/internal/guard.h"
 #include "ClientComm/internal/helper_installation.h"
 #include "ClientComm/internal/host_classes.h"
+#include "ClientComm/internal/settings_keys.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/dictionary.h"
@@ -30,11 +31,6 @@ using clientcomm::HelperInstallation;
 using clientcomm::UserDefaults;
 using clientcomm::WaitBudget;
 
-constexpr const char kPID[] = "PID";
-constexpr const char kVersion[] = "Version";
-constexpr const char kExecutableFile[] = "ExecutableFile";
-constexpr const char kTipsEnable[] = "TipsEnable";
-constexpr const char kEnableAD[] = "EnableAD";
 constexpr const char kSuiteInfoSeparator[] = "###";
 
 // Kinds of usage records, as the helper knows them.
@@ -266,12 +262,13 @@ void TQHPHelperCommunicate::didCheckServerOpen(bool isOpen, const clientcomm::Er
 void TQHPHelperCommunicate::synthesizeUserDefault() {
   guarded([this] {
     const Bundle& host = Bundle::mainBundle();
-    productID_ = host.infoString(kPID);
+    productID_ = host.infoString(clientcomm::kPIDKey);
     productVersion_ = host.infoString(clientcomm::kCFBundleVersionKey);
     UserDefaults& defaults = UserDefaults::standardUserDefaults();
-    defaults.setObject(optionalValue(productID_), kPID);
-    defaults.setObject(optionalValue(productVersion_), kVersion);
-    defaults.setObject(clientcomm::PropertyListValue(host.bundlePath()), kExecutableFile);
+    defaults.setObject(optionalValue(productID_), clientcomm::kPIDKey);
+    defaults.setObject(optionalValue(productVersion_), clientcomm::kVersionKey);
+    defaults.setObject(clientcomm::PropertyListValue(host.bundlePath()),
+                       clientcomm::kExecutableFileKey);
     defaults.synchronize();
   });
 }
@@ -281,7 +278,7 @@ OptionalString TQHPHelperCommunicate::firstStartPID() {
     UserDefaults& defaults = UserDefaults::standardUserDefaults();
     const auto isFirstStart = defaults.objectForKey(KIsFirstStart);
     if (isFirstStart && !isFirstStart->boolValue()) return defaults.stringForKey(KFirstStartPID);
-    OptionalString productID = Bundle::mainBundle().infoString(kPID);
+    OptionalString productID = Bundle::mainBundle().infoString(clientcomm::kPIDKey);
     defaults.setObject(clientcomm::PropertyListValue(false), KIsFirstStart);
     defaults.setObject(optionalValue(productID), KFirstStartPID);
     defaults.synchronize();
@@ -521,27 +518,27 @@ void TQHPHelperCommunicate::setEnableAD(bool enable) {
 }
 
 void TQHPHelperCommunicate::saveTipsEnable() {
-  guarded([this] { saveTipsEnableToPlistFile(effectiveSwitch(kTipsEnable, true)); });
+  guarded([this] { saveTipsEnableToPlistFile(effectiveSwitch(clientcomm::kTipsEnableKey, true)); });
 }
 
 void TQHPHelperCommunicate::saveEnableAD() {
-  guarded([this] { saveEnableADToPlistFile(effectiveSwitch(kEnableAD, false)); });
+  guarded([this] { saveEnableADToPlistFile(effectiveSwitch(clientcomm::kEnableADKey, false)); });
 }
 
 void TQHPHelperCommunicate::saveTipsEnableToPlistFile(bool enable) {
-  guarded([&] { saveToPlistFile(kTipsEnable, enable); });
+  guarded([&] { saveToPlistFile(clientcomm::kTipsEnableKey, enable); });
 }
 
 void TQHPHelperCommunicate::saveEnableADToPlistFile(bool enable) {
-  guarded([&] { saveToPlistFile(kEnableAD, enable); });
+  guarded([&] { saveToPlistFile(clientcomm::kEnableADKey, enable); });
 }
 
 void TQHPHelperCommunicate::saveTipsEnableTostringsFile(bool enable) {
-  guarded([&] { saveToStringsFile(kTipsEnable, enable); });
+  guarded([&] { saveToStringsFile(clientcomm::kTipsEnableKey, enable); });
 }
 
 void TQHPHelperCommunicate::saveEnableADToStringsFile(bool enable) {
-  guarded([&] { saveToStringsFile(kEnableAD, enable); });
+  guarded([&] { saveToStringsFile(clientcomm::kEnableADKey, enable); });
 }
 
 OptionalString TQHPHelperCommunicate::searchPlistFilePath(const OptionalString& bundlePath) {
@@ -572,7 +569,7 @@ OptionalString TQHPHelperCommunicate::searchCurrentStringsFilePath(
       const std::string path = clientcomm::stringByAppendingPathComponent(*folder, name);
       const auto table = clientcomm::dictionaryWithContentsOfFile(path);
       // One table holds both switches: the one with the tips.
-      if (table && table->contains(kTipsEnable)) return path;
+      if (table && table->contains(clientcomm::kTipsEnableKey)) return path;
     }
     return clientcomm::stringByAppendingPathComponent(*folder, "InfoPlist.strings");
   });

@@ -8,6 +8,7 @@
 #include "ClientComm/internal/guard.h"
 #include "ClientComm/internal/host_classes.h"
 #include "ClientComm/internal/proxy_call.h"
+#include "ClientComm/internal/settings_keys.h"
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/text.h"
@@ -108,13 +109,13 @@ OSErr TQHPHelperControl::checkServerOpenCallBack(const OptionalString& /*unused*
 bool TQHPHelperControl::saveEnableADToPlistFile() {
   return guarded(false, [] {
     const clientcomm::Bundle& bundle = clientcomm::Bundle::mainBundle();
-    const auto enable = bundle.objectForInfoDictionaryKey("EnableAD");
+    const auto enable = bundle.objectForInfoDictionaryKey(clientcomm::kEnableADKey);
     if (!enable) return true;
     const std::vector<std::string> paths = bundle.pathsForResourcesOfType("plist", "Contents");
     if (paths.empty()) return true;
     auto dictionary = clientcomm::dictionaryWithContentsOfFile(paths.front());
     if (!dictionary) return false;
-    dictionary->insert_or_assign("EnableAD", enable->boolValue());
+    dictionary->insert_or_assign(clientcomm::kEnableADKey, enable->boolValue());
     return clientcomm::writeDictionaryToFile(*dictionary, paths.front());
   });
 }

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <utility>
 
+#include "ClientComm/platform/posix/preferences_format.h"
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/text.h"
 #include "ClientComm/platform/user_defaults.h"
@@ -32,11 +33,12 @@ constexpr unsigned kNoFile = 0x80;
 
 const std::string& path() {
   static const auto* const path =
-      new std::string(fuzz::privateFolder() + "/Preferences/" + kDomain + ".plist");
+      new std::string(fuzz::privateFolder() + "/" + clientcomm::kPreferencesFolderName + "/" +
+                      kDomain + clientcomm::kPreferencesExtension);
   return *path;
 }
 
-std::string asidePath() { return path() + ".corrupt-1"; }
+std::string asidePath() { return path() + clientcomm::kCorruptInfix + "1"; }
 
 std::string readFile(const std::string& file) {
   std::ifstream stream(file, std::ios::binary);
@@ -117,7 +119,8 @@ void requireWritten(const Contents& before, std::string_view key, const Value& v
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-  std::filesystem::create_directory(fuzz::privateFolder() + "/Preferences");
+  std::filesystem::create_directory(fuzz::privateFolder() + "/" +
+                                    clientcomm::kPreferencesFolderName);
   return 0;
 }
 

@@ -17,7 +17,10 @@
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/linux/peer_identity.h"
 #include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/linux/process_record_format.h"
 #include "ClientComm/platform/linux/process_text.h"
+#include "ClientComm/platform/linux/runtime_file_name.h"
+#include "ClientComm/platform/linux/runtime_folder_format.h"
 #include "ClientComm/platform/posix/removed_name.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/process_manager.h"
@@ -36,7 +39,8 @@ constexpr unsigned kLooksRemoved = 2;   // the executable's own name ends as the
 constexpr unsigned kInOlderFolder = 4;  // the executable lies in MacOS/
 
 const std::string& runtimeFolder() {
-  static const auto* const path = new std::string(fuzz::privateFolder() + "/ClientComm");
+  static const auto* const path =
+      new std::string(fuzz::privateFolder() + "/" + clientcomm::kRuntimeFolderName);
   return *path;
 }
 
@@ -76,13 +80,17 @@ void checkExecutablePath(const std::string& path) {
 }
 
 void checkRecordName(const std::string& name, pid_t pid) {
-  const pid_t named = clientcomm::processOfRecordName(name);
-  require(named >= 0 && (named == 0 || name.starts_with("process.")),
-          "only the name of a record names a process");
-  for (const char* suffix : {"", ".new"}) {
-    require(clientcomm::processOfRecordName("process." + std::to_string(pid) + suffix) == pid,
-            "the name of a record names its process");
-  }
+  using clientcomm::parseRuntimeFileName;
+  using clientcomm::RuntimeFileKind;
+  const auto parsed = parseRuntimeFileName(name);
+  require(parsed.kind != RuntimeFileKind::kProcessRecord ||
+              (parsed.pid > 0 && name.starts_with(clientcomm::kProcessRecordPrefix)),
+          "only the name of a record names the process of one");
+  const std::string record = clientcomm::processRecordName(pid);
+  require(parseRuntimeFileName(record).pid == pid, "the name of a record names its process");
+  const auto draft = parseRuntimeFileName(clientcomm::draftName(record));
+  require(draft.kind == RuntimeFileKind::kDraft && draft.pid == getpid(),
+          "the name of a draft names its writer");
 }
 
 void requireSame(const clientcomm::ProcessRecord& record, const PropertyListDictionary& texts) {
@@ -99,14 +107,14 @@ void requireSame(const clientcomm::ProcessRecord& record, const PropertyListDict
 // A record as it stands, and one that this process could have written.
 void checkRecord(const std::string& name, std::string_view bytes) {
   const auto record = clientcomm::processRecordFromBytes(bytes);
-  const std::string path = runtimeFolder() + "/process." + std::to_string(getpid());
+  const std::string path = runtimeFolder() + "/" + clientcomm::processRecordName(getpid());
   fuzz::writeFile(path, bytes);
   const auto startTime = clientcomm::processStartTime(getpid());
   require(startTime.has_value(), "a process knows when it was started");
   require(clientcomm::processRecordForPID(getpid()).has_value() ==
               (record && record->startTime == *startTime),
           "only the record of the process itself counts");
-  const PropertyListDictionary own = {{"StartTime", *startTime},
+  const PropertyListDictionary own = {{clientcomm::kStartTimeKey, *startTime},
                                       {clientcomm::kCFBundleIdentifierKey, name},
                                       {clientcomm::kBundlePathKey, "/" + name}};
   fuzz::writeFile(path, clientcomm::xmlPropertyList(own));

@@ -16,6 +16,7 @@
 #include "ClientComm/platform/file_lock.h"
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/path.h"
+#include "ClientComm/platform/removal_format.h"
 #include "ClientComm/platform/removed_bundle.h"
 #include "ClientComm/platform/workspace.h"
 
@@ -122,8 +123,8 @@ void HelperInstallation::settleEarlierRemovals(const Target& target) {
 // command.
 void HelperInstallation::settleMark(const Target& target) {
   const auto [directory, name] = clientcomm::splitPath(target.installed);
-  const std::string mark =
-      clientcomm::stringByAppendingPathComponent(directory, "." + name + ".removed");
+  const std::string mark = clientcomm::stringByAppendingPathComponent(
+      directory, "." + name + clientcomm::kRemovalMarkSuffix);
   if (!clientcomm::fileExistsAtPath(mark)) return;
   if (!clientcomm::fileExistsAtPath(target.installed) && isRunning(target)) tellToExit(target);
   clientcomm::removeItemAtPath(mark);

@@ -18,6 +18,7 @@
 #include "ClientComm/platform/linux/local_file.h"
 #include "ClientComm/platform/linux/patient_reader.h"
 #include "ClientComm/platform/linux/peer_identity.h"
+#include "ClientComm/platform/linux/runtime_file_name.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "tests/support/child_process.h"
@@ -238,7 +239,7 @@ TEST(InfoOnAnotherFileSystem, OutweighsARecordOfAnotherBundle) {
   const std::string application = makeWaiter();
   const ChildProcess process = start(application);
   const std::string file =
-      clientcomm::runtimeFolderPath() + "/process." + std::to_string(process.pid());
+      clientcomm::runtimeFolderPath() + "/" + clientcomm::processRecordName(process.pid());
   std::string record = support::readFile(file);
   for (const std::string name : {"/Waiter.app", "example.waiter"}) {
     const auto at = record.find(name);

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "ClientComm/platform/linux/process_stat.h"
+#include "ClientComm/platform/linux/runtime_file_name.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "tests/support/test_sandbox.h"
 
@@ -81,10 +82,19 @@ TEST(LaunchAdvice, TimeOfAnEarlierBootDoesNotPutALaunchOff) {
   EXPECT_EQ(launchAdvice(endedLaunch(-seconds(100'000), 20), "state"), LaunchAdvice::kLaunch);
 }
 
+TEST(LaunchAdvice, ProcessOfAnotherPIDNamespaceIsStartingUntilTheLaunchLimitAndEndedAfterIt) {
+  LaunchRecord record = endedLaunch(seconds(0));
+  record.pidNamespace = clientcomm::ownPIDNamespace() + 1;
+  EXPECT_EQ(launchAdvice(record, "state"), LaunchAdvice::kIsStarting);
+  record = liveLaunch(seconds(6));
+  record.pidNamespace = clientcomm::ownPIDNamespace() + 1;
+  EXPECT_EQ(launchAdvice(record, "state"), LaunchAdvice::kLaunch);
+}
+
 class LaunchRecords : public testing::Test {
  protected:
   std::string file() const {
-    return clientcomm::runtimeFolderPath() + "/launch." + clientcomm::fileNameForIdentifier(kPath);
+    return clientcomm::runtimeFolderPath() + "/" + clientcomm::launchRecordName(kPath);
   }
   const ScopedFd folder_ = clientcomm::openRuntimeFolder(true);
 };

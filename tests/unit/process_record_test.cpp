@@ -14,9 +14,12 @@
 #include <string>
 #include <vector>
 
+#include "ClientComm/platform/linux/process_record_format.h"
+#include "ClientComm/platform/linux/runtime_file_name.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/property_list.h"
 #include "tests/support/child_process.h"
+#include "tests/support/stepped_process.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
 
@@ -26,6 +29,7 @@ namespace fs = std::filesystem;
 using clientcomm::processRecordForPID;
 using clientcomm::processStartTime;
 using clientcomm::PropertyListDictionary;
+using clientcomm::PropertyListValue;
 using clientcomm::recordOwnProcess;
 using support::ChildProcess;
 
@@ -59,7 +63,14 @@ int runRecorder(const std::vector<std::string>& /*arguments*/) {
 const support::Role recorder("recorder", runRecorder);
 
 std::string folderPath() { return support::sandbox() + "/runtime/ClientComm"; }
-std::string recordPath(pid_t pid) { return folderPath() + "/process." + std::to_string(pid); }
+std::string recordPath(pid_t pid) {
+  return folderPath() + "/" + clientcomm::processRecordName(pid);
+}
+
+// The second name, where another PID namespace has the first.
+std::string secondPath(pid_t pid) {
+  return folderPath() + "/" + clientcomm::processRecordName(pid, clientcomm::ownPIDNamespace());
+}
 
 std::vector<std::string> namesInFolder() {
   std::vector<std::string> names;
@@ -84,13 +95,25 @@ std::string makeRecorder(const std::string& name = "Recorder") {
   return support::makeApplication(name, "com.example.recorder", "recorder");
 }
 
+PropertyListDictionary forgedRecord(std::uint64_t startTime) {
+  return {{clientcomm::kStartTimeKey, startTime},
+          {clientcomm::kCFBundleIdentifierKey, "com.example.forged"},
+          {clientcomm::kBundlePathKey, "/forged/Forged.app"},
+          {clientcomm::kCFBundleNameKey, "Forged"}};
+}
+
 // Writes what a process of that ID that was started at `startTime` would have written.
 void forgeRecord(pid_t pid, std::uint64_t startTime) {
-  support::writeFile(recordPath(pid),
-                     clientcomm::xmlPropertyList({{"StartTime", startTime},
-                                                  {"CFBundleIdentifier", "com.example.forged"},
-                                                  {"BundlePath", "/forged/Forged.app"},
-                                                  {"CFBundleName", "Forged"}}));
+  support::writeFile(recordPath(pid), clientcomm::xmlPropertyList(forgedRecord(startTime)));
+}
+
+// The same of a process in another PID namespace, which has the same ID there and, so that nothing
+// else tells the two apart, was started in the same instant.
+void forgeForeignRecord(pid_t pid) {
+  auto record = forgedRecord(processStartTime(pid).value());
+  record.insert_or_assign(clientcomm::kPIDNamespaceKey, clientcomm::ownPIDNamespace() + 1);
+  support::writeFile(recordPath(pid) + ".moved", clientcomm::xmlPropertyList(record));
+  fs::rename(recordPath(pid) + ".moved", recordPath(pid));
 }
 
 TEST(ProcessRecord, WritesWhatTheProcessIsForItsUserAlone) {
@@ -98,12 +121,11 @@ TEST(ProcessRecord, WritesWhatTheProcessIsForItsUserAlone) {
   const ChildProcess process = startRecorder(application);
   const auto record = clientcomm::dictionaryWithContentsOfFile(recordPath(process.pid()));
   ASSERT_TRUE(record);
-  EXPECT_EQ(record->at("CFBundleIdentifier"),
-            clientcomm::PropertyListValue("com.example.recorder"));
-  EXPECT_EQ(record->at("BundlePath"), clientcomm::PropertyListValue(application));
-  EXPECT_EQ(record->at("CFBundleName"), clientcomm::PropertyListValue("Recorder"));
-  EXPECT_EQ(record->at("StartTime"), clientcomm::PropertyListValue(static_cast<std::int64_t>(
-                                         processStartTime(process.pid()).value())));
+  EXPECT_EQ(record->at("CFBundleIdentifier"), PropertyListValue("com.example.recorder"));
+  EXPECT_EQ(record->at("BundlePath"), PropertyListValue(application));
+  EXPECT_EQ(record->at("CFBundleName"), PropertyListValue("Recorder"));
+  EXPECT_EQ(record->at("StartTime"),
+            PropertyListValue(static_cast<std::int64_t>(processStartTime(process.pid()).value())));
   struct stat status = {};
   ASSERT_EQ(stat(recordPath(process.pid()).c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777U, 0600U);
@@ -124,9 +146,24 @@ pid_t deadProcess() {
 TEST(ProcessRecord, SocketsAndDraftsOfKilledProcessesAreCleared) {
   const std::string dead = std::to_string(deadProcess());
   const std::string alive = std::to_string(getpid());
-  const std::string kept[] = {digest(), digest() + "." + alive, digest() + ".x",
-                              digest().substr(1) + "." + dead, "process." + alive + ".new"};
-  const std::string stale[] = {digest() + "." + dead, "process." + dead + ".new"};
+  const std::string kept[] = {digest(),
+                              digest() + "." + alive,
+                              digest() + "." + alive + ".1",
+                              digest() + ".x",
+                              digest().substr(1) + "." + dead,
+                              "process." + alive + ".new",
+                              "process." + dead + "." + alive + ".new",
+                              "launch." + digest() + "." + alive + ".new",
+                              "launch." + digest() + ".new",
+                              "endpoint." + digest() + "." + alive + ".new",
+                              "endpoint." + digest() + ".new"};
+  const std::string stale[] = {digest() + "." + dead,
+                               digest() + "." + dead + ".1",
+                               "process." + dead + ".new",
+                               "process." + alive + "." + dead + ".new",
+                               "process." + alive + ".12." + dead + ".new",
+                               "launch." + digest() + "." + dead + ".new",
+                               "endpoint." + digest() + "." + dead + ".new"};
   for (const auto& name : kept) support::writeFile(folderPath() + "/" + name, "");
   for (const auto& name : stale) support::writeFile(folderPath() + "/" + name, "");
   chmod(folderPath().c_str(), 0700);
@@ -138,7 +175,9 @@ TEST(ProcessRecord, SocketsAndDraftsOfKilledProcessesAreCleared) {
 // Another process may have got the ID of the one that was killed.
 TEST(ProcessRecord, OldSocketsAndDraftsAreClearedWhicheverProcessHasTheirIDNow) {
   const std::string alive = std::to_string(getpid());
-  for (const std::string& name : {digest() + "." + alive, "process." + alive + ".new"}) {
+  for (const std::string& name :
+       {digest() + "." + alive, "process." + alive + ".new", "launch." + digest() + ".new",
+        "endpoint." + digest() + ".new", "endpoint." + digest() + "." + alive + ".new"}) {
     const fs::path path = folderPath() + "/" + name;
     support::writeFile(path, "");
     fs::last_write_time(path, fs::file_time_type::clock::now() - std::chrono::minutes(2));
@@ -270,6 +309,73 @@ TEST(ProcessRecord, WithoutAUsableFolderNothingHappens) {
   EXPECT_EQ(process.wait(), 0);
   EXPECT_EQ(support::readFile(folderPath()), "in the way");
 }
+
+// --- Processes of the same ID in different PID namespaces. ---
+
+bool isForeign(const std::string& path) {
+  const auto record = clientcomm::dictionaryWithContentsOfFile(path);
+  return record && record->at(clientcomm::kCFBundleNameKey) == PropertyListValue("Forged");
+}
+
+TEST(ProcessRecord, IsWrittenUnderTheSecondNameWhereAnotherNamespaceHasTheFirst) {
+  const clientcomm::ScopedFd folder = clientcomm::openRuntimeFolder(true);
+  forgeForeignRecord(getpid());
+  recordOwnProcess();
+  EXPECT_TRUE(isForeign(recordPath(getpid())));
+  EXPECT_TRUE(fs::exists(secondPath(getpid())));
+  const auto record = processRecordForPID(getpid());
+  ASSERT_TRUE(record);
+  EXPECT_EQ(record->bundleIdentifier, "com.example.testhost");
+}
+
+TEST(ProcessRecord, OfTheLauncherIsWrittenUnderTheSecondNameToo) {
+  const clientcomm::ScopedFd folder = clientcomm::openRuntimeFolder(true);
+  forgeForeignRecord(getpid());
+  clientcomm::recordLaunchedProcess(getpid(), clientcomm::Bundle(support::hostBundlePath()));
+  EXPECT_TRUE(isForeign(recordPath(getpid())));
+  const auto record = processRecordForPID(getpid());
+  ASSERT_TRUE(record);
+  EXPECT_FALSE(record->isOpen);
+}
+
+TEST(ProcessRecord, OfTheLauncherIsNeverSeenHalfWritten) {
+  const clientcomm::ScopedFd folder = clientcomm::openRuntimeFolder(true);
+  const pid_t pid = getpid();
+  const clientcomm::Bundle bundle(support::hostBundlePath());
+  support::SteppedProcess launcher([&] { clientcomm::recordLaunchedProcess(pid, bundle); });
+  if (!launcher.isTraced()) GTEST_SKIP() << "no process can be traced here";
+  bool isSeen = false;
+  while (launcher.step()) {
+    isSeen = isSeen || fs::exists(recordPath(pid));
+    EXPECT_EQ(processRecordForPID(pid).has_value(), isSeen);
+  }
+  EXPECT_TRUE(processRecordForPID(pid));
+}
+
+TEST(ProcessRecord, ThatAnotherNamespaceOverwritesIsWrittenAgainAndGoesWithTheProcess) {
+  ChildProcess process = startRecorder(makeRecorder());
+  forgeForeignRecord(process.pid());
+  tell(process, "again");
+  EXPECT_TRUE(isForeign(recordPath(process.pid())));
+  EXPECT_EQ(processRecordForPID(process.pid())->bundleIdentifier, "com.example.recorder");
+  process.write("exit\n");
+  EXPECT_EQ(process.wait(), 0);
+  EXPECT_TRUE(isForeign(recordPath(process.pid())));
+  EXPECT_FALSE(fs::exists(secondPath(process.pid())));
+}
+
+TEST(ProcessRecord, UnderTheSecondNameIsClearedByItsOwnNamespaceOnly) {
+  const std::string dead = "process." + std::to_string(deadProcess()) + ".";
+  const std::string own = dead + std::to_string(clientcomm::ownPIDNamespace());
+  const std::string foreign = dead + std::to_string(clientcomm::ownPIDNamespace() + 1);
+  const std::string record = clientcomm::xmlPropertyList(forgedRecord(1));
+  for (const auto& name : {own, foreign}) support::writeFile(folderPath() + "/" + name, record);
+  const ChildProcess process = startRecorder(makeRecorder());
+  EXPECT_FALSE(fs::exists(folderPath() + "/" + own));
+  EXPECT_TRUE(fs::exists(folderPath() + "/" + foreign));
+}
+
+// --- What is believed. ---
 
 class RecordOfThisProcess : public testing::Test {
  protected:

@@ -25,6 +25,7 @@
 #include "ClientComm/platform/linux/launch_record.h"
 #include "ClientComm/platform/linux/process_record.h"
 #include "ClientComm/platform/linux/process_stat.h"
+#include "ClientComm/platform/linux/runtime_file_name.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/workspace.h"
 #include "tests/support/child_process.h"
@@ -204,7 +205,7 @@ TEST(RunningApplication, OneWhoseRecordIsLostCountsByItsEndpointAndWritesTheReco
   const ChildProcess process = support::runApplication(application);
   ASSERT_TRUE(support::waitUntilReachable(identifier()));
   const std::string record =
-      clientcomm::runtimeFolderPath() + "/process." + std::to_string(process.pid());
+      clientcomm::runtimeFolderPath() + "/" + clientcomm::processRecordName(process.pid());
   ASSERT_TRUE(support::waitUntil([&] { return fs::exists(record); }));
   waitUntilOlderThanTheLaunchLimit(process.pid());
   fs::remove(record);
@@ -388,7 +389,7 @@ TEST(UnseenApplication, KeepsItsRecordWhenOneInAnotherPIDNamespaceOpens) {
   const std::string application = makeRunner("opening");
   const ChildProcess process = start(application);
   const std::string record =
-      clientcomm::runtimeFolderPath() + "/process." + std::to_string(process.pid());
+      clientcomm::runtimeFolderPath() + "/" + clientcomm::processRecordName(process.pid());
   ASSERT_TRUE(fs::exists(record));
   const int status = runInPIDNamespace([] {
     clientcomm::recordOwnProcess();
@@ -397,6 +398,32 @@ TEST(UnseenApplication, KeepsItsRecordWhenOneInAnotherPIDNamespaceOpens) {
   if (status == kNoNamespaces) GTEST_SKIP() << "no namespaces";
   EXPECT_EQ(status, 0);
   EXPECT_TRUE(fs::exists(record));
+}
+
+// Both have the process ID 1.
+TEST(UnseenApplication, AndAnotherOfTheSameProcessIDHaveARecordEach) {
+  const auto exists = [](const std::string& name) {
+    return fs::exists(support::sandbox() + "/" + name);
+  };
+  const auto hasOwnRecord = [] {
+    const auto record = clientcomm::processRecordForPID(getpid());
+    return record && record->pidNamespace == clientcomm::ownPIDNamespace();
+  };
+  ChildProcess first = startInPIDNamespace([&] {
+    clientcomm::recordOwnProcess();
+    support::writeFile(support::sandbox() + "/first", "");
+    if (!support::waitUntil([&] { return exists("second"); })) return 2;
+    return hasOwnRecord() ? 0 : 3;
+  });
+  const int second = runInPIDNamespace([&] {
+    if (!support::waitUntil([&] { return exists("first"); })) return 2;
+    clientcomm::recordOwnProcess();
+    support::writeFile(support::sandbox() + "/second", "");
+    return hasOwnRecord() ? 0 : 3;
+  });
+  if (second == kNoNamespaces) GTEST_SKIP() << "no namespaces";
+  EXPECT_EQ(second, 0);
+  EXPECT_EQ(first.wait(), 0);
 }
 
 TEST(UnseenApplication, CountsForThoseWhoSeeItThoughItsRecordBearsAnotherProcessID) {

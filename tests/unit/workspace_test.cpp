@@ -27,6 +27,7 @@
 #include <vector>
 
 #include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/linux/runtime_file_name.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/process_manager.h"
@@ -555,8 +556,8 @@ TEST(WorkspaceOneInstance, ALaunchLeavesOneRecordForTheNext) {
   const std::string application = makeWitness();
   EXPECT_TRUE(openApplication(application));
   const pid_t pid = Testimony().pid();
-  const std::set<std::string> allowed = {
-      "process." + std::to_string(pid), "launch." + clientcomm::fileNameForIdentifier(application)};
+  const std::set<std::string> allowed = {clientcomm::processRecordName(pid),
+                                         clientcomm::launchRecordName(application)};
   for (const auto& entry : fs::directory_iterator(clientcomm::runtimeFolderPath())) {
     EXPECT_TRUE(allowed.contains(entry.path().filename())) << entry.path();
   }

@@ -4,20 +4,25 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <optional>
 #include <sstream>
 #include <string_view>
+#include <utility>
 
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/dictionary.h"
+#include "ClientComm/platform/linux/endpoint_record_format.h"
+#include "ClientComm/platform/linux/record_file.h"
 #include "ClientComm/platform/linux/runtime_file.h"
+#include "ClientComm/platform/linux/runtime_file_name.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/linux/runtime_folder_format.h"
 #include "ClientComm/platform/linux/socket_path.h"
 #include "ClientComm/platform/own_process.h"
 #include "ClientComm/platform/posix/bundle_files.h"
@@ -27,13 +32,6 @@
 
 namespace clientcomm {
 namespace {
-
-constexpr char kDeviceKey[] = "SocketDevice";
-constexpr char kInodeKey[] = "SocketInode";
-
-std::string recordName(const std::string& socketName) { return "endpoint." + socketName; }
-
-PropertyListValue numberValue(std::uint64_t number) { return number; }
 
 // The process that listens on the socket file; 0 when it cannot be seen from here, or its queue is
 // full; nothing when no process of this user listens.
@@ -51,17 +49,13 @@ std::optional<pid_t> listenerOf(const std::string& socketName) {
 }
 
 OptionalString bundlePathInRecord(int folder, const std::string& socketName) {
-  const auto bytes = readRuntimeFile(folder, recordName(socketName));
-  const auto list = bytes ? propertyListFromBytes(*bytes) : std::nullopt;
-  const auto* const record = list ? list->dictionary() : nullptr;
+  const auto bytes = readRuntimeFile(folder, endpointRecordName(socketName));
+  auto record = bytes ? endpointRecordFromBytes(*bytes) : std::nullopt;
   struct stat socket = {};
-  if (record == nullptr || fstatat(folder, socketName.c_str(), &socket, AT_SYMLINK_NOFOLLOW) != 0 ||
-      unsignedFor(*record, kDeviceKey) != socket.st_dev ||
-      unsignedFor(*record, kInodeKey) != socket.st_ino) {
-    return std::nullopt;
-  }
-  const auto path = record->find(kBundlePathKey);
-  return path != record->end() ? path->second.stringValue() : std::nullopt;
+  const bool isOfSocket = record &&
+                          fstatat(folder, socketName.c_str(), &socket, AT_SYMLINK_NOFOLLOW) == 0 &&
+                          record->device == socket.st_dev && record->inode == socket.st_ino;
+  return isOfSocket ? OptionalString(std::move(record->bundlePath)) : std::nullopt;
 }
 
 // The path under which a socket of this line of /proc/net/unix listens; empty when it does not.
@@ -93,15 +87,28 @@ bool isOwnFolder(const std::string& process, const std::string& path) {
 void writeEndpointRecord(int folder, const std::string& socketName, const struct stat& socket) {
   const Bundle& bundle = Bundle::mainBundle();
   if (!isMainExecutable(bundle, ownExecutablePath())) return;
-  replaceRuntimeFile(folder, recordName(socketName),
+  replaceRuntimeFile(folder, endpointRecordName(socketName),
                      xmlPropertyList({{kBundlePathKey, bundle.bundlePath()},
-                                      {kDeviceKey, numberValue(socket.st_dev)},
-                                      {kInodeKey, numberValue(socket.st_ino)}}));
+                                      {kSocketDeviceKey, std::uint64_t{socket.st_dev}},
+                                      {kSocketInodeKey, std::uint64_t{socket.st_ino}}}));
+}
+
+std::optional<EndpointRecord> endpointRecordFromBytes(std::string_view bytes) {
+  const auto list = propertyListFromBytes(bytes);
+  const auto* const content = list ? list->dictionary() : nullptr;
+  if (content == nullptr) return std::nullopt;
+  auto path = stringFor(*content, kBundlePathKey);
+  const auto device = unsignedFor(*content, kSocketDeviceKey);
+  const auto inode = unsignedFor(*content, kSocketInodeKey);
+  if (!path || !device || !inode) return std::nullopt;
+  return EndpointRecord{*std::move(path), *device, *inode};
 }
 
 void removeEndpointRecord(int folder, const std::string& socketName) noexcept {
-  std::array<char, 128> name = {};
-  std::snprintf(name.data(), name.size(), "endpoint.%s", socketName.c_str());
+  std::array<char, kEndpointRecordPrefix.size() + kFileNameLength + 1> name = {};
+  char* const end =
+      std::copy(kEndpointRecordPrefix.begin(), kEndpointRecordPrefix.end(), name.begin());
+  socketName.copy(end, kFileNameLength);
   unlinkat(folder, name.data(), 0);
 }
 

@@ -3,13 +3,25 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "ClientComm/platform/types.h"
 
 /// Which bundle an endpoint belongs to. An application writes that down beside its socket, for
 /// processes in another PID namespace, which cannot see its process.
 namespace clientcomm {
+
+struct EndpointRecord {
+  std::string bundlePath;
+  std::uint64_t device = 0;  ///< Of the socket file, and its inode.
+  std::uint64_t inode = 0;
+};
+
+/// The record that a file of `bytes` holds; nothing when it holds none.
+std::optional<EndpointRecord> endpointRecordFromBytes(std::string_view bytes);
 
 /// Writes the record of the socket file `socketName`, which has this status, of the application
 /// `identifier`. A program beside its bundle's executable writes none.

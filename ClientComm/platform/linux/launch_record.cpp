@@ -6,11 +6,15 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <limits>
 #include <utility>
 
 #include "ClientComm/platform/dictionary.h"
+#include "ClientComm/platform/linux/launch_record_format.h"
 #include "ClientComm/platform/linux/process_stat.h"
+#include "ClientComm/platform/linux/record_file.h"
 #include "ClientComm/platform/linux/runtime_file.h"
+#include "ClientComm/platform/linux/runtime_file_name.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/property_list.h"
 
@@ -18,13 +22,6 @@ namespace clientcomm {
 namespace {
 
 using std::chrono::milliseconds;
-
-constexpr char kBundlePathKey[] = "BundlePath";
-constexpr char kBundleStateKey[] = "BundleState";
-constexpr char kProcessIDKey[] = "ProcessID";
-constexpr char kStartTimeKey[] = "StartTime";
-constexpr char kTimeKey[] = "Time";
-constexpr char kFailuresKey[] = "Failures";
 
 /// The last launch by this process.
 struct OwnLaunch {
@@ -39,16 +36,17 @@ OwnLaunch& ownLaunch() {
   return *launch;
 }
 
-std::string recordName(const std::string& bundlePath) {
-  return "launch." + fileNameForIdentifier(bundlePath);
-}
-
 // A zombie has no exe link.
 bool hasExecutable(pid_t pid) noexcept {
   std::array<char, 32> link = {};
   std::snprintf(link.data(), link.size(), "/proc/%d/exe", pid);
   char byte = 0;
   return readlink(link.data(), &byte, 1) >= 0 || errno != ENOENT;
+}
+
+// A process of another PID namespace cannot be looked at.
+bool isUnseen(const LaunchRecord& record) noexcept {
+  return record.pidNamespace != 0 && record.pidNamespace != ownPIDNamespace();
 }
 
 bool isProcessAlive(const LaunchRecord& record) noexcept {
@@ -63,34 +61,38 @@ milliseconds backOff(int failures) noexcept {
   return std::min(kShortestBackOff * (1 << doublings), kLongestBackOff);
 }
 
-// 0 for a missing, negative or oversized number.
-std::int64_t numberIn(const PropertyListDictionary& dictionary, std::string_view key) {
-  const std::uint64_t number = unsignedFor(dictionary, key).value_or(0);
-  return std::in_range<std::int64_t>(number) ? static_cast<std::int64_t>(number) : 0;
+PropertyListDictionary contentOf(const LaunchRecord& record) {
+  PropertyListDictionary content = {
+      {kBundlePathKey, record.bundlePath},           {kBundleStateKey, record.bundleState},
+      {kProcessIDKey, std::int64_t{record.pid}},     {kStartTimeKey, record.startTime},
+      {kTimeKey, std::int64_t{record.time.count()}}, {kFailuresKey, std::int64_t{record.failures}}};
+  if (record.pidNamespace != 0) content[kPIDNamespaceKey] = record.pidNamespace;
+  return content;
 }
 
-std::string bytesOf(const LaunchRecord& record) {
-  return xmlPropertyList({{kBundlePathKey, record.bundlePath},
-                          {kBundleStateKey, record.bundleState},
-                          {kProcessIDKey, std::int64_t{record.pid}},
-                          {kStartTimeKey, record.startTime},
-                          {kTimeKey, std::int64_t{record.time.count()}},
-                          {kFailuresKey, std::int64_t{record.failures}}});
+// The number for `key`, at most `limit`; 0 when it is missing.
+std::uint64_t numberUpTo(std::uint64_t limit, const PropertyListDictionary& content,
+                         std::string_view key) {
+  return std::min(unsignedFor(content, key).value_or(0), limit);
+}
+
+std::optional<LaunchRecord> recordIn(const PropertyListDictionary& content,
+                                     const std::string& bundlePath) {
+  constexpr std::uint64_t kMostProcessID = std::numeric_limits<pid_t>::max();
+  constexpr std::uint64_t kMostTime = std::numeric_limits<milliseconds::rep>::max();
+  const auto pid = unsignedFor(content, kProcessIDKey).value_or(0);
+  if (pid == 0 || pid > kMostProcessID) return std::nullopt;
+  LaunchRecord record{bundlePath, stringFor(content, kBundleStateKey).value_or(""),
+                      static_cast<pid_t>(pid), unsignedFor(content, kStartTimeKey).value_or(0)};
+  record.time = milliseconds(numberUpTo(kMostTime, content, kTimeKey));
+  record.failures = static_cast<int>(numberUpTo(kMostFailures, content, kFailuresKey));
+  record.pidNamespace = unsignedFor(content, kPIDNamespaceKey).value_or(0);
+  return record;
 }
 
 std::optional<LaunchRecord> readRecord(int folder, const std::string& bundlePath) {
-  const auto bytes = readRuntimeFile(folder, recordName(bundlePath));
-  const auto list = bytes ? propertyListFromBytes(*bytes) : std::nullopt;
-  const auto* const dictionary = list ? list->dictionary() : nullptr;
-  if (dictionary == nullptr || numberIn(*dictionary, kProcessIDKey) == 0) return std::nullopt;
-  constexpr std::int64_t kMostFailures = 1'000'000;
-  return LaunchRecord{
-      bundlePath,
-      stringFor(*dictionary, kBundleStateKey).value_or(""),
-      static_cast<pid_t>(numberIn(*dictionary, kProcessIDKey)),
-      static_cast<std::uint64_t>(numberIn(*dictionary, kStartTimeKey)),
-      milliseconds(numberIn(*dictionary, kTimeKey)),
-      static_cast<int>(std::min(numberIn(*dictionary, kFailuresKey), kMostFailures))};
+  const auto content = readRecordFile(folder, launchRecordName(bundlePath));
+  return content ? recordIn(*content, bundlePath) : std::nullopt;
 }
 
 bool isSameLaunch(const LaunchRecord& record, const LaunchRecord& other) noexcept {
@@ -110,23 +112,29 @@ LaunchAdvice launchAdvice(const std::optional<LaunchRecord>& record,
                           const std::string& bundleState) noexcept {
   if (!record || record->bundleState != bundleState) return LaunchAdvice::kLaunch;
   const milliseconds age = timeSinceBoot() - record->time;
-  if (isProcessAlive(*record)) {
-    return age < kLaunchLimit ? LaunchAdvice::kIsStarting : LaunchAdvice::kIsHung;
-  }
+  const bool counts =
+      isUnseen(*record) ? age >= milliseconds(0) && age < kLaunchLimit : isProcessAlive(*record);
+  if (counts) return age < kLaunchLimit ? LaunchAdvice::kIsStarting : LaunchAdvice::kIsHung;
   // The time of an earlier boot can be ahead.
   const bool isDue = age < milliseconds(0) || age >= backOff(record->failures + 1);
   return isDue ? LaunchAdvice::kLaunch : LaunchAdvice::kBackOff;
 }
 
 void noteLaunch(int folder, const std::string& identifier, const LaunchRecord& record) {
-  const bool isOnDisk = replaceRuntimeFile(folder, recordName(record.bundlePath), bytesOf(record));
+  const std::string name = launchRecordName(record.bundlePath);
+  PropertyListDictionary content = contentOf(record);
+  auto earlier = readRecordFile(folder, name);
+  if (earlier && stringFor(*earlier, kBundleStateKey).value_or("") == record.bundleState) {
+    keepUnknownKeys(*std::move(earlier), kLaunchRecordKeys, content);
+  }
+  const bool isOnDisk = replaceRuntimeFile(folder, name, xmlPropertyList(content)).has_value();
   ownLaunch() = {identifier, record, false, isOnDisk};
 }
 
 void forgetLaunch(int folder, const std::string& bundlePath, pid_t pid) {
   const auto record = readRecord(folder, bundlePath);
   const bool isOwn = record && record->pid == pid && record->startTime == processStartTime(pid);
-  if (isOwn) unlinkat(folder, recordName(bundlePath).c_str(), 0);
+  if (isOwn) unlinkat(folder, launchRecordName(bundlePath).c_str(), 0);
 }
 
 bool isStillLaunching(const std::string& identifier) noexcept {
@@ -145,7 +153,7 @@ void noteReached(const std::string& identifier) noexcept {
     const auto record =
         folder.isValid() ? readRecord(folder.get(), own.record.bundlePath) : std::nullopt;
     if (record && isSameLaunch(*record, own.record)) {
-      unlinkat(folder.get(), recordName(own.record.bundlePath).c_str(), 0);
+      unlinkat(folder.get(), launchRecordName(own.record.bundlePath).c_str(), 0);
     }
   } catch (const std::bad_alloc&) {
     // The next launch counts this one as failed.

@@ -29,6 +29,7 @@ struct LaunchRecord {
   std::uint64_t startTime = 0;  ///< Of the process; 0 when it had ended before it was asked for.
   std::chrono::milliseconds time{};  ///< Of the launch, since boot.
   int failures = 0;                  ///< Launches before this one that have failed in a row.
+  std::uint64_t pidNamespace = 0;    ///< Of the launcher, as in a process record; 0 when unknown.
 };
 
 /// What to do about an application that is not known to run.

@@ -25,9 +25,8 @@ struct ProcessRecord {
 };
 
 /// Writes the record of this process into the runtime folder, removed when the process exits;
-/// removes the records of processes that are gone, the unfinished records and sockets of those that
-/// were killed meanwhile, and the record of this process's launch. Does nothing outside a bundle,
-/// or where the record is in place.
+/// clears stale files there, and removes the record of this process's launch. Does nothing outside
+/// a bundle, or where the record is in place.
 void recordOwnProcess() noexcept;
 
 /// Writes a first record of the process `pid`, which has just been launched from `bundle` (an
@@ -39,15 +38,14 @@ void recordLaunchedProcess(pid_t pid, const Bundle& bundle) noexcept;
 /// of that ID.
 std::optional<ProcessRecord> processRecordForPID(pid_t pid);
 
+/// The record in the file `name` of the runtime folder, whichever process it is of.
+std::optional<ProcessRecord> readProcessRecord(int folder, const std::string& name);
+
 /// The record that a file of `bytes` holds; nothing when it holds none.
 std::optional<ProcessRecord> processRecordFromBytes(std::string_view bytes);
 
-/// The process that the file called `name` in the runtime folder is the record of, or the draft of
-/// one; 0 when it is neither.
-pid_t processOfRecordName(std::string_view name) noexcept;
-
-/// The process that made the file called `name` in the runtime folder on its way to another name:
-/// an endpoint's socket, or the draft of a record; 0 when it is neither.
-pid_t processOfTemporaryName(std::string_view name) noexcept;
+/// Whether the record may be of a process in the PID namespace `pidNamespace`; 0 when that is not
+/// known.
+bool mayBeOfNamespace(const ProcessRecord& record, std::uint64_t pidNamespace) noexcept;
 
 }  // namespace clientcomm

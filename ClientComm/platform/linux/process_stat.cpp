@@ -1,6 +1,7 @@
 #include "ClientComm/platform/linux/process_stat.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -40,6 +41,11 @@ std::optional<std::uint64_t> processStartTime(pid_t pid) noexcept {
 }
 
 pid_t parentOfProcess(pid_t pid) noexcept { return parentInStat(StatText(pid).view()); }
+
+std::uint64_t ownPIDNamespace() noexcept {
+  struct stat status = {};
+  return stat("/proc/self/ns/pid", &status) == 0 ? status.st_ino : 0;
+}
 
 milliseconds timeSinceBoot() noexcept {
   timespec now = {};

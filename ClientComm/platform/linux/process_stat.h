@@ -15,6 +15,9 @@ std::optional<std::uint64_t> processStartTime(pid_t pid) noexcept;
 /// The parent of the process `pid`; 0 when there is none.
 pid_t parentOfProcess(pid_t pid) noexcept;
 
+/// The PID namespace of this process, by its inode; 0 when it cannot be told.
+std::uint64_t ownPIDNamespace() noexcept;
+
 /// Time since boot, suspension included.
 std::chrono::milliseconds timeSinceBoot() noexcept;
 

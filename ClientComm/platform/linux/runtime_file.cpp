@@ -7,12 +7,14 @@
 #include <array>
 #include <cerrno>
 
+#include "ClientComm/platform/linux/runtime_file_name.h"
+#include "ClientComm/platform/linux/runtime_folder_format.h"
+#include "ClientComm/platform/native_file.h"
+#include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 
 namespace clientcomm {
 namespace {
-
-constexpr std::size_t kLongestRecord = std::size_t{256} * 1024;
 
 std::optional<std::string> readAll(int file) {
   std::string text;
@@ -26,14 +28,15 @@ std::optional<std::string> readAll(int file) {
   }
 }
 
-bool writeAll(int file, std::string_view bytes) noexcept {
-  while (!bytes.empty()) {
-    const ssize_t count = write(file, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return true;
+// Writes the file `draft` of this process whole. @return its inode; nothing when it failed.
+std::optional<ino_t> writeDraft(int folder, const std::string& draft, std::string_view bytes) {
+  unlinkat(folder, draft.c_str(), 0);  // left by an earlier process that had this one's ID
+  const ScopedFd file(
+      openat(folder, draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  struct stat status = {};
+  const bool isWritten = file.isValid() && fstat(file.get(), &status) == 0 &&
+                         writeAll(file.get(), bytes.data(), bytes.size()) == 0;
+  return isWritten ? std::optional(status.st_ino) : std::nullopt;
 }
 
 }  // namespace
@@ -46,23 +49,21 @@ std::optional<std::string> readRuntimeFile(int folder, const std::string& name) 
   return readAll(file.get());
 }
 
-bool replaceRuntimeFile(int folder, const std::string& name, std::string_view bytes) {
-  const std::string draft = name + std::string(kDraftSuffix);
+std::optional<ino_t> replaceRuntimeFile(int folder, const std::string& name,
+                                        std::string_view bytes) {
+  const std::string draft = draftName(name);
+  const auto inode = writeDraft(folder, draft, bytes);
+  if (inode && renameat(folder, draft.c_str(), folder, name.c_str()) == 0) return inode;
   unlinkat(folder, draft.c_str(), 0);
-  const ScopedFd file(
-      openat(folder, draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!file.isValid()) return false;
-  if (writeAll(file.get(), bytes) && renameat(folder, draft.c_str(), folder, name.c_str()) == 0) {
-    return true;
-  }
-  unlinkat(folder, draft.c_str(), 0);
-  return false;
+  return std::nullopt;
 }
 
 bool createRuntimeFile(int folder, const std::string& name, std::string_view bytes) {
-  const ScopedFd file(
-      openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  return file.isValid() && writeAll(file.get(), bytes);
+  const std::string draft = draftName(name);
+  const bool isInPlace = writeDraft(folder, draft, bytes) &&
+                         renameWithoutReplacing(folder, draft.c_str(), name.c_str()) == 0;
+  if (!isInPlace) unlinkat(folder, draft.c_str(), 0);
+  return isInPlace;
 }
 
 }  // namespace clientcomm

@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include "ClientComm/platform/digest.h"
+#include "ClientComm/platform/linux/runtime_folder_format.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/user_folders.h"
 
@@ -48,7 +49,7 @@ bool isPrivate(int folder) noexcept {
 
 const std::string& runtimeFolderPath() {
   static const std::string* const path =
-      new std::string(stringByAppendingPathComponent(runtimeDirectory(), "ClientComm"));
+      new std::string(stringByAppendingPathComponent(runtimeDirectory(), kRuntimeFolderName));
   return *path;
 }
 

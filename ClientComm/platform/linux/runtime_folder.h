@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -9,7 +8,7 @@
 /// The private folder in which the applications of one user find each other.
 namespace clientcomm {
 
-/// Path of the folder "ClientComm" under `runtimeDirectory`.
+/// Path of the folder `kRuntimeFolderName` under `runtimeDirectory`.
 const std::string& runtimeFolderPath();
 
 /// Opens the folder (O_PATH), after making it where it is missing and `create` is set. It must be a
@@ -18,10 +17,8 @@ const std::string& runtimeFolderPath();
 ///         something else is there, EPERM when it belongs to another user, or may not be made.
 ScopedFd openRuntimeFolder(bool create) noexcept;
 
-inline constexpr std::size_t kFileNameLength = 32;
-
-/// The file name for a bundle identifier of any length and content in the folder: `kFileNameLength`
-/// lower-case hexadecimal digits, the front half of its SHA-256.
+/// The file name of `kFileNameLength` characters in the folder for a bundle identifier, or a bundle
+/// path, of any length and content.
 std::string fileNameForIdentifier(std::string_view identifier);
 
 }  // namespace clientcomm

@@ -238,7 +238,7 @@ bool launchAgain(int folder, std::string executable, const Bundle& bundle,
   const int failures = last && last->bundleState == state ? last->failures + 1 : 0;
   noteLaunch(folder, bundle.bundleIdentifier().value_or(""),
              {bundle.bundlePath(), state, outcome.pid, processStartTime(outcome.pid).value_or(0),
-              time, failures});
+              time, failures, ownPIDNamespace()});
   // It may have opened before there was a record for it to remove.
   const auto record = processRecordForPID(outcome.pid);
   if (record && record->isOpen) forgetLaunch(folder, bundle.bundlePath(), outcome.pid);

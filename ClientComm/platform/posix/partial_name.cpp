@@ -10,6 +10,7 @@
 
 #include "ClientComm/platform/posix/directory_reader.h"
 #include "ClientComm/platform/posix/io.h"
+#include "ClientComm/platform/posix/partial_format.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 
 namespace clientcomm {
@@ -28,8 +29,7 @@ pid_t builderOf(std::string_view entry, std::string_view prefix) {
 }  // namespace
 
 std::string partialPrefix(std::string_view name) {
-  constexpr std::size_t kLongestKept = 200;  // leaves room for the rest within NAME_MAX
-  return "." + std::string(name.substr(0, kLongestKept)) + ".partial-";
+  return std::string(".").append(name.substr(0, kLongestKeptName)).append(kPartialInfix);
 }
 
 std::string nextPartialName(std::string_view name) {

@@ -2,12 +2,13 @@
 
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/make_directories.h"
+#include "ClientComm/platform/posix/preferences_format.h"
 #include "ClientComm/platform/posix/user_folders.h"
 
 namespace clientcomm {
 
 std::string preferencesFolder() {
-  return stringByAppendingPathComponent(configDirectory(), "Preferences");
+  return stringByAppendingPathComponent(configDirectory(), kPreferencesFolderName);
 }
 
 bool makePreferencesFolder() {

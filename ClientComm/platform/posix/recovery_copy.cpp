@@ -20,15 +20,15 @@
 #include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/partial_name.h"
 #include "ClientComm/platform/posix/preferences_folder.h"
+#include "ClientComm/platform/posix/recovery_copy_format.h"
 
 namespace clientcomm {
 namespace {
 
-constexpr std::string_view kHeading = "ClientComm settings write ";
 constexpr std::size_t kLargestCopy = 2 * kMaximumSettingsFileSize + 100;
 
 std::string copyNameOf(std::string_view name) {
-  return "." + std::string(name) + ".recovery-" + std::to_string(geteuid());
+  return "." + std::string(name).append(kRecoveryInfix) + std::to_string(geteuid());
 }
 
 // Whether a copy in a folder failed for a reason that another folder may not have.
@@ -41,7 +41,7 @@ bool isWritableFolder(const std::string& path) {
 }
 
 int writeCopy(int file, std::string_view before, std::string_view after) {
-  const std::string heading = std::string(kHeading) + std::to_string(before.size()) + " " +
+  const std::string heading = std::string(kRecoveryHeading) + std::to_string(before.size()) + " " +
                               std::to_string(after.size()) + "\n";
   for (const std::string_view part : {std::string_view(heading), before, after}) {
     if (const int code = writeAll(file, part.data(), part.size())) return code;
@@ -145,8 +145,8 @@ std::optional<RecoveryCopy> RecoveryCopy::findAt(const Place& place) {
 }
 
 void RecoveryCopy::parse(std::string_view bytes) {
-  if (!bytes.starts_with(kHeading)) return;
-  bytes.remove_prefix(kHeading.size());
+  if (!bytes.starts_with(kRecoveryHeading)) return;
+  bytes.remove_prefix(kRecoveryHeading.size());
   const auto oldSize = takeSize(bytes, ' ');
   const auto newSize = oldSize ? takeSize(bytes, '\n') : std::nullopt;
   if (!newSize || *oldSize > bytes.size() || bytes.size() - *oldSize != *newSize) return;

@@ -6,12 +6,10 @@
 #include <atomic>
 
 #include "ClientComm/platform/path.h"
+#include "ClientComm/platform/removal_format.h"
 
 namespace clientcomm {
 namespace {
-
-constexpr std::string_view kMark = ".removed-";
-constexpr std::size_t kLongestKept = 200;  // leaves room for the rest within NAME_MAX
 
 bool isNumber(std::string_view text) {
   return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
@@ -20,9 +18,9 @@ bool isNumber(std::string_view text) {
 }  // namespace
 
 std::string_view nameBeforeRemoval(std::string_view entry) noexcept {
-  const std::size_t mark = entry.rfind(kMark);
+  const std::size_t mark = entry.rfind(kRemovedInfix);
   if (!entry.starts_with('.') || mark == std::string_view::npos) return {};
-  const std::string_view numbers = entry.substr(mark + kMark.size());
+  const std::string_view numbers = entry.substr(mark + kRemovedInfix.size());
   const std::size_t dash = numbers.find('-');
   if (dash == std::string_view::npos) return {};
   if (!isNumber(numbers.substr(0, dash)) || !isNumber(numbers.substr(dash + 1))) return {};
@@ -32,16 +30,16 @@ std::string_view nameBeforeRemoval(std::string_view entry) noexcept {
 std::string nextRemovedName(std::string_view name) {
   static std::atomic<unsigned> counter = 0;
   std::string text = ".";
-  text.append(name.substr(0, kLongestKept)).append(kMark);
+  text.append(name.substr(0, kLongestKeptName)).append(kRemovedInfix);
   return text + std::to_string(getpid()) + "-" + std::to_string(++counter);
 }
 
 bool isRemovedName(std::string_view entry, std::string_view name) {
-  return !name.empty() && nameBeforeRemoval(entry) == name.substr(0, kLongestKept);
+  return !name.empty() && nameBeforeRemoval(entry) == name.substr(0, kLongestKeptName);
 }
 
 std::string pathBeforeRemoval(std::string_view path) {
-  if (path.find(kMark) == std::string_view::npos) return std::string(path);
+  if (path.find(kRemovedInfix) == std::string_view::npos) return std::string(path);
   const auto [folder, name] = splitPath(path);
   const auto [folderAbove, folderName] = splitPath(folder);
   if (isRemovedName(folderName, name)) return stringByAppendingPathComponent(folderAbove, name);

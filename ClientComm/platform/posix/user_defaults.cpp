@@ -22,6 +22,7 @@
 #include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/partial_name.h"
 #include "ClientComm/platform/posix/preferences_folder.h"
+#include "ClientComm/platform/posix/preferences_format.h"
 #include "ClientComm/platform/posix/property_list_file.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/posix/settings_file.h"
@@ -40,26 +41,24 @@ constexpr std::chrono::seconds kLockLimitAtExit{2};
 // The file name of a domain, without extension. A name that is no plain file name is encoded, so
 // that no identifier leads out of the folder, hides its file or shares another's.
 std::string fileNameOf(std::string_view domain) {
-  constexpr std::size_t kLongestName =
-      200;  // leaves room within NAME_MAX for what is put around it
-  constexpr std::size_t kKeptOfLongName = 120;
   constexpr std::string_view kDigits = "0123456789ABCDEF";
   std::string name;
   for (const char c : domain) {
-    if (c == '/' || c == '%' || c == '\0' || (c == '.' && name.empty())) {
+    if (c == '/' || c == kDomainEscape || c == '\0' || (c == '.' && name.empty())) {
       const auto byte = static_cast<unsigned char>(c);
-      name.append({'%', kDigits[byte >> 4U], kDigits[byte & 0x0FU]});
+      name.append({kDomainEscape, kDigits[byte >> 4U], kDigits[byte & 0x0FU]});
     } else {
       name += c;
     }
   }
-  if (name.empty()) return "%";
-  if (name.size() <= kLongestName) return name;
-  return name.substr(0, kKeptOfLongName) + "%" + digestOf(name);
+  if (name.empty()) return {kDomainEscape};
+  if (name.size() <= kLongestDomainName) return name;
+  return name.substr(0, kKeptOfLongDomain) + kDomainEscape + digestOf(name);
 }
 
 std::string pathOfDomain(std::string_view domain) {
-  return stringByAppendingPathComponent(preferencesFolder(), fileNameOf(domain) + ".plist");
+  return stringByAppendingPathComponent(preferencesFolder(),
+                                        fileNameOf(domain) + kPreferencesExtension);
 }
 
 std::string ownDomain() {
@@ -95,7 +94,7 @@ class CachedFile {
 bool keepAside(const std::string& path) {
   constexpr int kMostKept = 10'000;
   for (int number = 1; number <= kMostKept; ++number) {
-    const std::string aside = path + ".corrupt-" + std::to_string(number);
+    const std::string aside = path + kCorruptInfix + std::to_string(number);
     const int code = renameWithoutReplacing(AT_FDCWD, path.c_str(), aside.c_str());
     if (code != EEXIST) return code == 0;
   }

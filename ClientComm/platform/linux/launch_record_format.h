@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "ClientComm/platform/linux/process_record_format.h"
+
+/// The constants of the launch record in docs/files.md. Its other keys are those of
+/// a process record: `kBundlePathKey`, `kStartTimeKey` and `kPIDNamespaceKey`.
+namespace clientcomm {
+
+/// Begins the name; the file name for the bundle's path follows.
+inline constexpr std::string_view kLaunchRecordPrefix = "launch.";
+
+inline constexpr char kBundleStateKey[] = "BundleState";
+inline constexpr char kProcessIDKey[] = "ProcessID";
+/// Of the launch, in milliseconds after boot.
+inline constexpr char kTimeKey[] = "Time";
+/// Launches in a row before this one that have not led to an open endpoint.
+inline constexpr char kFailuresKey[] = "Failures";
+
+/// More failures count as this many.
+inline constexpr std::uint64_t kMostFailures = 1'000'000;
+
+inline constexpr std::string_view kLaunchRecordKeys[] = {
+    kBundlePathKey, kBundleStateKey, kProcessIDKey,   kStartTimeKey,
+    kTimeKey,       kFailuresKey,    kPIDNamespaceKey};
+
+}  // namespace clientcomm

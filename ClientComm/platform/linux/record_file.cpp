@@ -1,0 +1,24 @@
+#include "ClientComm/platform/linux/record_file.h"
+
+#include <utility>
+
+#include "ClientComm/platform/linux/runtime_file.h"
+
+namespace clientcomm {
+
+std::optional<PropertyListDictionary> readRecordFile(int folder, const std::string& name) {
+  const auto bytes = readRuntimeFile(folder, name);
+  auto list = bytes ? propertyListFromBytes(*bytes) : std::nullopt;
+  if (!list || list->dictionary() == nullptr) return std::nullopt;
+  return std::move(*list->dictionary());
+}
+
+void keepUnknownKeys(PropertyListDictionary earlier, std::span<const std::string_view> known,
+                     PropertyListDictionary& record) {
+  for (const std::string_view key : known) {
+    if (const auto entry = earlier.find(key); entry != earlier.end()) earlier.erase(entry);
+  }
+  record.merge(earlier);
+}
+
+}  // namespace clientcomm

@@ -1,0 +1,64 @@
+#include "ClientComm/platform/linux/stale_files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <string>
+
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/linux/process_stat.h"
+#include "ClientComm/platform/linux/runtime_file_name.h"
+#include "ClientComm/platform/linux/runtime_folder_format.h"
+
+namespace clientcomm {
+namespace {
+
+std::string pathOfDescriptor(int descriptor) {
+  return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+bool isStaleRecord(int folder, const std::string& name, const RuntimeFileName& parsed) {
+  const std::uint64_t own = ownPIDNamespace();
+  if (parsed.pidNamespace != 0 && parsed.pidNamespace != own) return false;
+  const auto startTime = processStartTime(parsed.pid);
+  const auto record = readProcessRecord(folder, name);
+  // A live process replaces its record itself, or has a later version that reads it.
+  if (!record) return !startTime;
+  return record->startTime != startTime && mayBeOfNamespace(*record, own);
+}
+
+// A file on its way to its name stays there only when its process is killed in between. Another
+// process may have the same ID by now, so an old file is stale as well.
+bool isStaleTemporary(int folder, const std::string& name, pid_t pid) {
+  struct stat status = {};
+  if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  return (pid != 0 && !processStartTime(pid)) ||
+         std::time(nullptr) - status.st_mtim.tv_sec > kLongestInTheMaking.count();
+}
+
+bool isStale(int folder, const std::string& name) {
+  const RuntimeFileName parsed = parseRuntimeFileName(name);
+  switch (parsed.kind) {
+    case RuntimeFileKind::kProcessRecord:
+      return isStaleRecord(folder, name, parsed);
+    case RuntimeFileKind::kDraft:
+    case RuntimeFileKind::kSocket:
+      return isStaleTemporary(folder, name, parsed.pid);
+    case RuntimeFileKind::kOther:
+      return false;
+  }
+  return false;
+}
+
+}  // namespace
+
+void clearStaleFiles(int folder) {
+  for (const std::string& name : contentsOfDirectoryAtPath(pathOfDescriptor(folder))) {
+    if (isStale(folder, name)) unlinkat(folder, name.c_str(), 0);
+  }
+}
+
+}  // namespace clientcomm
