@@ -15,7 +15,7 @@
 /// @param procList receives the table, or null on error; what it held is overwritten unread.
 /// @param procCount receives the number of records, 0 on error.
 /// @return 0, or an errno value. Aborts when either pointer is null: that is a programming error.
-int GetBSDProcessList(clientcomm::kinfo_proc** procList, std::size_t* procCount);
+CLIENTCOMM_EXPORT int GetBSDProcessList(clientcomm::kinfo_proc** procList, std::size_t* procCount);
 
 /// Tells which applications and processes run. Keeps nothing: every call reads the table afresh.
 class CLIENTCOMM_EXPORT TQHPProcessList {
