@@ -7,13 +7,11 @@
 #include "ClientComm/platform/apple_event.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/process_manager.h"
+#include "ClientComm/platform/wire_format.h"
 
 namespace {
 
 using clientcomm::AppleEventDescriptor;
-
-constexpr clientcomm::AEEventClass kCallEventClass = clientcomm::fourCharCode("aevt");
-constexpr clientcomm::AEEventID kCallEventID = clientcomm::fourCharCode("call");
 
 // Takes the text out of the list, as a call is read only once and its texts may be large.
 OptionalString takeTextAtIndex(AppleEventDescriptor* list, std::size_t index) {
@@ -71,12 +69,12 @@ void TQHPAppleEventProcesser::regist() {
         process(std::move(event), reply);
         return clientcomm::noErr;
       },
-      kCallEventClass, kCallEventID);
+      clientcomm::kCallEventClass, clientcomm::kCallEventID);
 }
 
 void TQHPAppleEventProcesser::unRegist() {
-  clientcomm::AppleEventManager::sharedAppleEventManager().removeEventHandler(kCallEventClass,
-                                                                              kCallEventID);
+  clientcomm::AppleEventManager::sharedAppleEventManager().removeEventHandler(
+      clientcomm::kCallEventClass, clientcomm::kCallEventID);
 }
 
 void TQHPAppleEventProcesser::setObjectforKeyToMapTable(clientcomm::Object& object,

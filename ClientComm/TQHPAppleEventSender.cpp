@@ -8,11 +8,9 @@
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/text.h"
+#include "ClientComm/platform/wire_format.h"
 
 namespace {
-
-constexpr clientcomm::AEEventClass kCallEventClass = clientcomm::fourCharCode("aevt");
-constexpr clientcomm::AEEventID kCallEventID = clientcomm::fourCharCode("call");
 
 clientcomm::AppleEventDescriptor textDescriptor(std::string_view text) {
   return clientcomm::AppleEventDescriptor::descriptorWithString(std::string(text));
@@ -80,8 +78,8 @@ clientcomm::AppleEventDescriptor TQHPAppleEventSender::createEvnet(
     std::span<const std::string> args) {
   using clientcomm::AppleEventDescriptor;
   AppleEventDescriptor event = AppleEventDescriptor::appleEvent(
-      kCallEventClass, kCallEventID, targetDescriptor(bundleID), clientcomm::kAutoGenerateReturnID,
-      clientcomm::kAnyTransactionID);
+      clientcomm::kCallEventClass, clientcomm::kCallEventID, targetDescriptor(bundleID),
+      clientcomm::kAutoGenerateReturnID, clientcomm::kAnyTransactionID);
   AppleEventDescriptor argumentList = AppleEventDescriptor::listDescriptor();
   argumentList.reserveItems(args.size());
   for (std::size_t i = 0; i < args.size(); ++i) {

@@ -18,10 +18,10 @@
 #include "ClientComm/platform/apple_event.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/linux/peer_identity.h"
-#include "ClientComm/platform/portable/event_limits.h"
 #include "ClientComm/platform/posix/apple_event_codec.h"
 #include "ClientComm/platform/process_manager.h"
 #include "ClientComm/platform/runtime.h"
+#include "ClientComm/platform/wire_format.h"
 #include "fuzz/fuzz.h"
 
 namespace {
@@ -31,10 +31,6 @@ using clientcomm::DescType;
 using clientcomm::OptionalString;
 using clientcomm::OSErr;
 using fuzz::require;
-
-constexpr clientcomm::AEEventClass kEventClass = clientcomm::fourCharCode("aevt");
-constexpr clientcomm::AEEventID kCall = clientcomm::fourCharCode("call");
-constexpr clientcomm::AEEventID kAnswer = clientcomm::fourCharCode("ansr");
 
 std::string flattened(const AppleEventDescriptor& descriptor) {
   const auto size = clientcomm::flattenedSize(descriptor);
@@ -53,8 +49,9 @@ class Transport final : public clientcomm::AppleEventTransport {
     const auto received = clientcomm::unflatten(flattened(event));
     require(received.has_value(), "an event that is sent can be read");
     if (sendMode != clientcomm::kAEWaitReply) return clientcomm::noErr;
-    reply = AppleEventDescriptor::appleEvent(kEventClass, kAnswer, {}, event.returnID(),
-                                             event.transactionID());
+    reply =
+        AppleEventDescriptor::appleEvent(clientcomm::kCallEventClass, clientcomm::kAnswerEventID,
+                                         {}, event.returnID(), event.transactionID());
     reply.setParamDescriptor(AppleEventDescriptor::descriptorWithString("answer"),
                              clientcomm::keyDirectObject);
     return clientcomm::noErr;
@@ -186,11 +183,13 @@ void coerceAll(const AppleEventDescriptor& descriptor, int& budget) {
 }
 
 OptionalString answerTo(const AppleEventDescriptor& event) {
-  AppleEventDescriptor reply = AppleEventDescriptor::appleEvent(
-      kEventClass, kAnswer, {}, event.returnID(), event.transactionID());
+  AppleEventDescriptor reply =
+      AppleEventDescriptor::appleEvent(clientcomm::kCallEventClass, clientcomm::kAnswerEventID, {},
+                                       event.returnID(), event.transactionID());
   const OSErr status =
       clientcomm::AppleEventManager::sharedAppleEventManager().dispatchRawAppleEvent(event, reply);
-  const bool isCall = event.eventClass() == kEventClass && event.eventID() == kCall;
+  const bool isCall = event.eventClass() == clientcomm::kCallEventClass &&
+                      event.eventID() == clientcomm::kCallEventID;
   require(status == (isCall ? clientcomm::noErr : clientcomm::errAEEventNotHandled),
           "calls are handled, other events are not");
   require(reply.descriptorType() == clientcomm::typeAppleEvent, "a reply is an event");
@@ -206,7 +205,9 @@ OptionalString textAt(const AppleEventDescriptor& list, std::size_t index) {
 
 // What a call of "echo:" has to be answered with; nothing where `event` is not such a call.
 OptionalString expectedEcho(const AppleEventDescriptor& event) {
-  if (event.eventClass() != kEventClass || event.eventID() != kCall) return std::nullopt;
+  if (event.eventClass() != clientcomm::kCallEventClass ||
+      event.eventID() != clientcomm::kCallEventID)
+    return std::nullopt;
   const auto* const call = event.paramDescriptorForKeyword(clientcomm::keyDirectObject);
   if (call == nullptr || textAt(*call, 1) != "Target" || textAt(*call, 2) != "echo:") {
     return std::nullopt;

@@ -24,6 +24,7 @@
 #include "ClientComm/platform/linux/socket_endpoint.h"
 #include "ClientComm/platform/linux/socket_path.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/wire_format.h"
 #include "fuzz/fuzz.h"
 
 namespace {
@@ -130,7 +131,7 @@ class Session {
     if (!peer.socket.isValid() || peer.hasSpoken) connect(peer);
     const std::int32_t number = kFirstNumber + static_cast<std::int32_t>(expected_.size());
     const AppleEventDescriptor event = AppleEventDescriptor::appleEvent(
-        clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"), {}, -1, number);
+        clientcomm::kCallEventClass, clientcomm::kCallEventID, {}, -1, number);
     const OSErr status =
         clientcomm::sendPacket(peer.socket.get(), kind, clientcomm::noErr, event, -1);
     peer.hasSpoken = true;

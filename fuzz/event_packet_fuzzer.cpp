@@ -20,9 +20,9 @@
 
 #include "ClientComm/platform/linux/event_packet.h"
 #include "ClientComm/platform/linux/peer_identity.h"
-#include "ClientComm/platform/portable/event_limits.h"
 #include "ClientComm/platform/posix/apple_event_codec.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/wire_format.h"
 #include "fuzz/fuzz.h"
 
 namespace {
@@ -126,18 +126,30 @@ void sendRaw(std::string_view bytes, const std::vector<ScopedFd>& descriptors) {
 
 // The packet as it is to be sent: as it stands, or behind a header that is right in part.
 std::string packetBytes(unsigned options, std::string_view rest, std::size_t fileSize) {
-  constexpr std::size_t kHeaderSize = 16;
+  constexpr std::size_t kHeaderSize = clientcomm::kPacketHeaderSize;
+  const bool isBodyInFile = (options & kBodyInFile) != 0;
   std::string bytes(rest);
   if ((options & kMakeHeader) == 0) return bytes;
   if (bytes.size() < kHeaderSize) bytes.resize(kHeaderSize);
-  const std::uint32_t magic = clientcomm::fourCharCode("TQHP");
-  std::memcpy(bytes.data(), &magic, sizeof magic);
-  bytes[4] = 1;
-  if ((options & kBodyInFile) != 0) bytes.resize(kHeaderSize);
-  if ((options & (kMakeBodySize | kBodyInFile)) == 0) return bytes;
-  const auto size = static_cast<std::uint32_t>(
-      (options & kBodyInFile) != 0 ? fileSize : bytes.size() - kHeaderSize);
-  std::memcpy(bytes.data() + 8, &size, sizeof size);
+  clientcomm::PacketHeader header;
+  std::memcpy(&header, bytes.data(), kHeaderSize);
+  const clientcomm::PacketHeader right;
+  header.magic = right.magic;
+  header.version = right.version;
+  // Extensions, as long as they fit.
+  if (header.headerSize < kHeaderSize || header.headerSize > bytes.size()) {
+    header.headerSize = right.headerSize;
+  }
+  if (isBodyInFile) {
+    header.headerSize = right.headerSize;
+    bytes.resize(kHeaderSize);
+    header.attachments |= clientcomm::kBodyAttachment;
+  }
+  if ((options & (kMakeBodySize | kBodyInFile)) != 0) {
+    header.bodySize =
+        static_cast<std::uint32_t>(isBodyInFile ? fileSize : bytes.size() - header.headerSize);
+  }
+  std::memcpy(bytes.data(), &header, kHeaderSize);
   return bytes;
 }
 

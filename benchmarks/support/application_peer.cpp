@@ -6,6 +6,7 @@
 #include "ClientComm/platform/apple_event.h"
 #include "ClientComm/platform/posix/apple_event_codec.h"
 #include "ClientComm/platform/runtime.h"
+#include "ClientComm/platform/wire_format.h"
 #include "benchmarks/support/measurement.h"
 #include "benchmarks/support/peers.h"
 #include "tests/support/recording_transport.h"
@@ -94,7 +95,7 @@ std::size_t callPacketSize(const std::string& selector, const std::vector<std::s
 std::size_t replyPacketSize(const std::string& text) {
   using clientcomm::AppleEventDescriptor;
   AppleEventDescriptor reply = AppleEventDescriptor::appleEvent(
-      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("ansr"), {}, -1, 0);
+      clientcomm::kCallEventClass, clientcomm::kAnswerEventID, {}, -1, 0);
   reply.setParamDescriptor(AppleEventDescriptor::descriptorWithString(text),
                            clientcomm::keyDirectObject);
   return kPacketHeaderSize + clientcomm::flattenedSize(reply).value();

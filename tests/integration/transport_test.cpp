@@ -26,9 +26,9 @@
 #include "ClientComm/platform/linux/event_packet.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/linux/socket_path.h"
-#include "ClientComm/platform/portable/event_limits.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/text.h"
+#include "ClientComm/platform/wire_format.h"
 #include "tests/support/child_process.h"
 #include "tests/support/peer_build.h"
 #include "tests/support/raw_packets.h"
@@ -66,9 +66,9 @@ OptionalString ask(const std::string& selector, const std::vector<std::string>& 
 AppleEventDescriptor callEvent(const std::string& selector,
                                const std::vector<std::string>& arguments,
                                const std::string& target = kTarget) {
-  AppleEventDescriptor event = AppleEventDescriptor::appleEvent(
-      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"),
-      {clientcomm::typeApplicationBundleID, target}, -1, 0);
+  AppleEventDescriptor event =
+      AppleEventDescriptor::appleEvent(clientcomm::kCallEventClass, clientcomm::kCallEventID,
+                                       {clientcomm::typeApplicationBundleID, target}, -1, 0);
   AppleEventDescriptor list = AppleEventDescriptor::listDescriptor();
   for (const auto& argument : arguments) {
     list.insertDescriptor(AppleEventDescriptor::descriptorWithString(argument), 0);
@@ -177,7 +177,7 @@ OSErr answer(AppleEventDescriptor event, AppleEventDescriptor& reply) {
 
 const support::Role answerer("answerer", [](const std::vector<std::string>& /*arguments*/) {
   clientcomm::AppleEventManager::sharedAppleEventManager().setEventHandler(
-      answer, clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"));
+      answer, clientcomm::kCallEventClass, clientcomm::kCallEventID);
   g_main_loop_run(g_main_loop_new(nullptr, FALSE));
   return 0;
 });
@@ -318,7 +318,7 @@ TEST_F(Transport, SilentPeersDoNotHoldUpAnotherSendersEvents) {
 /// A packet that has the target note `text`.
 std::string notePacket(raw::Header header, std::string_view text) {
   return raw::packet(
-      header, raw::event(kTarget, clientcomm::fourCharCode("call"),
+      header, raw::event(kTarget, clientcomm::kCallEventID,
                          {{clientcomm::keyDirectObject, raw::callList("Echo", "note:", text)}}));
 }
 
@@ -349,7 +349,8 @@ TEST_F(Transport, PeerThatSendsRubbishIsDisconnectedAndCostsNoEvent) {
 TEST_F(Transport, HalfAnEventIsDisconnectedAndCostsNoEvent) {
   const ChildProcess target = launch();
   const std::string whole = notePacket({}, "half");
-  for (const std::size_t length : {whole.size() - 1, whole.size() / 2, std::size_t{16}}) {
+  for (const std::size_t length : {whole.size() - 1, whole.size() / 2,
+                                   clientcomm::kPacketHeaderSize, clientcomm::kPacketPrefixSize}) {
     const ScopedFd peer = connectTo(kTarget);
     ASSERT_TRUE(raw::send(peer.get(), whole.substr(0, length)));
     EXPECT_TRUE(isClosedByPeer(peer));
@@ -566,7 +567,7 @@ TEST_F(Transport, ReplyThatCannotBeCarriedIsAnsweredWithAStatus) {
 TEST_F(Transport, LimitsHoldForAProcessThatCallsItselfToo) {
   const char kSelf[] = "com.example.testhost";
   clientcomm::AppleEventManager::sharedAppleEventManager().setEventHandler(
-      answer, clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"));
+      answer, clientcomm::kCallEventClass, clientcomm::kCallEventID);
   OSErr status = -1;
   EXPECT_EQ(ask("count", {"a"}, &status, kSelf), "1");
   EXPECT_EQ(status, 0);
@@ -591,7 +592,7 @@ TEST_F(Transport, QueryToACallerThatWaitsForItsOwnAnswerIsGivenUpAtOnce) {
 TEST_F(Transport, EventWithoutHandlerIsAnsweredWithAStatus) {
   const ChildProcess target = launch();
   const AppleEventDescriptor event = AppleEventDescriptor::appleEvent(
-      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("quit"),
+      clientcomm::kCallEventClass, clientcomm::fourCharCode("quit"),
       {clientcomm::typeApplicationBundleID, kTarget}, -1, 0);
   AppleEventDescriptor reply;
   EXPECT_EQ(clientcomm::AESendMessage(event, reply, clientcomm::kAEWaitReply, -1), -1708);
@@ -691,7 +692,7 @@ TEST_F(Transport, EventThatWaitsAtAClearedAwayEndpointIsStillCarriedOut) {
         ++handled;
         return clientcomm::noErr;
       },
-      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"));
+      clientcomm::kCallEventClass, clientcomm::kCallEventID);
   EXPECT_EQ(send("note:", {"waits"}, "com.example.testhost"), 0);
   fs::remove(endpointPath("com.example.testhost"));
   EXPECT_TRUE(support::runLoopUntil([&] {
@@ -726,11 +727,10 @@ TEST_F(Transport, HandlerMayCloseTheApplicationToEvents) {
   manager.setEventHandler(
       [&](const AppleEventDescriptor&, AppleEventDescriptor&) {
         ++handled;
-        manager.removeEventHandler(clientcomm::fourCharCode("aevt"),
-                                   clientcomm::fourCharCode("call"));
+        manager.removeEventHandler(clientcomm::kCallEventClass, clientcomm::kCallEventID);
         return clientcomm::noErr;
       },
-      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"));
+      clientcomm::kCallEventClass, clientcomm::kCallEventID);
   EXPECT_EQ(send("a", {}, "com.example.testhost"), 0);
   EXPECT_EQ(send("b", {}, "com.example.testhost"), 0);
   EXPECT_TRUE(support::runLoopUntil([&] { return handled > 0; }));
@@ -765,7 +765,7 @@ TEST_F(Transport, EventsWaitWhileAHandlerRunsAMainLoopOfItsOwnAndDoNotKeepItBusy
         --depth;
         return clientcomm::noErr;
       },
-      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"));
+      clientcomm::kCallEventClass, clientcomm::kCallEventID);
   EXPECT_EQ(send("note:", {"x"}, kSelf), 0);
   EXPECT_TRUE(support::runLoopUntil([&] { return handled == 2; }));
   EXPECT_LT(turns, 100);
@@ -784,7 +784,7 @@ TEST_F(Transport, ApplicationOutOfDescriptorsTakesTheEventsWhenItHasSomeAgain) {
         ++handled;
         return clientcomm::noErr;
       },
-      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"));
+      clientcomm::kCallEventClass, clientcomm::kCallEventID);
   EXPECT_EQ(send("note:", {"x"}, "com.example.testhost"), 0);
   rlimit limit{};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);

@@ -15,6 +15,7 @@
 #include "ClientComm/platform/linux/socket_path.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/text.h"
+#include "ClientComm/platform/wire_format.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
@@ -121,7 +122,7 @@ const support::Role askUnknown("ask-unknown", [](const Words& /*targets*/) {
   const clientcomm::SocketPath path(clientcomm::fileNameForIdentifier(kTarget));
   if (connect(peer.get(), path.address(), clientcomm::SocketPath::size()) != 0) return 1;
   const auto event = clientcomm::AppleEventDescriptor::appleEvent(
-      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"), {}, -1, 0);
+      clientcomm::kCallEventClass, clientcomm::kCallEventID, {}, -1, 0);
   clientcomm::sendPacket(peer.get(), clientcomm::PacketKind::kEventWantingReply, 0, event, -1);
   clientcomm::Packet reply;
   if (!support::waitUntil([&] {

@@ -20,9 +20,9 @@
 #include "ClientComm/platform/linux/idle_connections.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/linux/socket_path.h"
-#include "ClientComm/platform/portable/event_limits.h"
 #include "ClientComm/platform/posix/apple_event_codec.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/wire_format.h"
 #include "tests/stress/stress.h"
 #include "tests/support/child_process.h"
 #include "tests/support/product_applications.h"
@@ -47,7 +47,6 @@ namespace raw = support::raw;
 namespace fs = std::filesystem;
 
 constexpr char kTarget[] = "com.example.target";
-constexpr clientcomm::AEEventID kCallID = clientcomm::fourCharCode("call");
 
 OSErr send(const std::string& selector, const std::vector<std::string>& arguments) {
   return TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", selector,
@@ -77,7 +76,7 @@ std::string noteEvent(std::string_view text, const std::vector<raw::Parameter>& 
   std::vector<raw::Parameter> parameters = {
       {clientcomm::keyDirectObject, raw::callList("Echo", "note:", text)}};
   parameters.insert(parameters.end(), more.begin(), more.end());
-  return raw::event(kTarget, kCallID, parameters);
+  return raw::event(kTarget, clientcomm::kCallEventID, parameters);
 }
 
 /// A further parameter; one that can be read changes nothing about the call.
@@ -90,9 +89,9 @@ std::string notePacket(std::string_view text, const std::vector<raw::Parameter>&
 }
 
 AppleEventDescriptor callEvent(const std::string& selector, const std::string& argument) {
-  AppleEventDescriptor event = AppleEventDescriptor::appleEvent(
-      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"),
-      {clientcomm::typeApplicationBundleID, kTarget}, -1, 0);
+  AppleEventDescriptor event =
+      AppleEventDescriptor::appleEvent(clientcomm::kCallEventClass, clientcomm::kCallEventID,
+                                       {clientcomm::typeApplicationBundleID, kTarget}, -1, 0);
   AppleEventDescriptor list = AppleEventDescriptor::listDescriptor();
   list.insertDescriptor(AppleEventDescriptor::descriptorWithString(argument), 0);
   AppleEventDescriptor call = AppleEventDescriptor::listDescriptor();
@@ -253,6 +252,8 @@ TEST_F(Attack, OversizedLengthsAreRefusedWithoutMemoryForThem) {
     header.bodySize = claimed;
     EXPECT_TRUE(sendRaw(raw::packet(header) + body)) << claimed;
     EXPECT_TRUE(sendRaw(raw::packet(header))) << claimed;
+    EXPECT_TRUE(sendRaw(raw::packetForFile(claimed))) << claimed;
+    EXPECT_TRUE(sendRaw(raw::packetForFile(claimed) + body)) << claimed;
   }
   for (const std::uint32_t length :
        {0x7fffffffU, 0x80000000U, 0xfffffff8U, 0xffffffffU, 100U, 6U, 4U}) {
@@ -260,7 +261,7 @@ TEST_F(Attack, OversizedLengthsAreRefusedWithoutMemoryForThem) {
     EXPECT_TRUE(sendRaw(notePacket("wrong length of a text", {extra(wrong)}))) << length;
     // More follows, which a reader that goes by the length would look for far behind it.
     const std::string first = raw::event(
-        kTarget, kCallID,
+        kTarget, clientcomm::kCallEventID,
         {extra(wrong),
          {clientcomm::keyDirectObject, raw::callList("Echo", "note:", "wrong length before")}});
     EXPECT_TRUE(sendRaw(raw::packet({}, first))) << length;
@@ -293,9 +294,7 @@ TEST_F(Attack, DeepNestingInAMemoryFileIsRefused) {
              raw::bytesOf(i == 1 ? 0U : 1U);
   }
   const auto sendInFile = [](const std::string& body) {
-    raw::Header header;
-    header.bodySize = static_cast<std::uint32_t>(body.size());
-    return sendRaw(raw::packet(header), {raw::memoryFile(body, body.size()).get()});
+    return sendRaw(raw::packetForFile(body.size()), {raw::memoryFile(body, body.size()).get()});
   };
   EXPECT_TRUE(sendInFile(noteEvent("control", {extra(raw::nestedLists(kDeepestLists))})));
   EXPECT_TRUE(sendInFile(noteEvent("too deep", {extra(lists)})));
@@ -310,7 +309,7 @@ TEST_F(Attack, CountsThatLieAreRefusedWithoutMemoryForThem) {
     EXPECT_TRUE(sendRaw(notePacket("wrong count of a list", {extra(raw::list(count, item))})))
         << count;
     const std::string event =
-        raw::event(kTarget, kCallID,
+        raw::event(kTarget, clientcomm::kCallEventID,
                    {{clientcomm::keyDirectObject,
                      raw::callList("Echo", "note:", "wrong count of parameters")}},
                    count);
@@ -348,9 +347,7 @@ TEST_F(Attack, CountsThatLieAtEveryLevelOfALargeEventCostNoMoreThanItsOwnSize) {
   const std::uint32_t missing = total - static_cast<std::uint32_t>(heads.size());
   const auto length = static_cast<std::uint32_t>(body.size() - 8) + missing;
   body.replace(4, 4, raw::bytesOf(length));
-  raw::Header header;
-  header.bodySize = length + 8;
-  EXPECT_TRUE(sendRaw(raw::packet(header), {raw::memoryFile(body, length + 8).get()}));
+  EXPECT_TRUE(sendRaw(raw::packetForFile(length + 8), {raw::memoryFile(body, length + 8).get()}));
   EXPECT_EQ(ask("say:", {"alive"}), "alive");
   const long peak = stress::statusOf(target.pid(), "VmPeak");
   EXPECT_LE(peak, stress::statusOf(target.pid(), "VmSize") + (256 << 10));
@@ -362,9 +359,7 @@ TEST_F(Attack, MemoryFilesThatCouldChangeOrLieAboutTheirSizeAreRefused) {
   const std::string control = noteEvent("control");
   const std::string body = noteEvent("refused");
   ASSERT_EQ(control.size(), body.size());
-  raw::Header header;
-  header.bodySize = static_cast<std::uint32_t>(body.size());
-  const std::string claim = raw::packet(header);
+  const std::string claim = raw::packetForFile(body.size());
   EXPECT_TRUE(sendRaw(claim, {raw::memoryFile(control, control.size()).get()}));
   const ScopedFd unsealed = raw::memoryFile(body, body.size(), 0);
   const ScopedFd canShrink = raw::memoryFile(body, body.size(), F_SEAL_WRITE | F_SEAL_GROW);
@@ -414,14 +409,12 @@ TEST_F(Attack, PeersThatNeverReadTheirRepliesHoldUpNobody) {
   expectUnharmed(target);
 }
 
-constexpr clientcomm::AEEventID kAnswerID = clientcomm::fourCharCode("ansr");
-
 /// A reply packet with the text "answer", as a well-behaved application sends it.
 std::string replyPacket(raw::Header header = {}, const std::vector<raw::Parameter>& more = {}) {
   header.kind = 3;
   std::vector<raw::Parameter> parameters = {{clientcomm::keyDirectObject, raw::text("answer")}};
   parameters.insert(parameters.end(), more.begin(), more.end());
-  return raw::packet(header, raw::event("", kAnswerID, parameters));
+  return raw::packet(header, raw::event("", clientcomm::kAnswerEventID, parameters));
 }
 
 /// Replies that are well-formed but for one thing each.
@@ -492,16 +485,8 @@ TEST_F(Attack, ReplyOfAHostileApplicationIsRefusedAndTheCallerGoesOn) {
 /// The body of a call whose argument makes it nearly as large as an event may be.
 std::string largestCall(std::string_view selector) {
   const std::string argument(clientcomm::kMaximumFlattenedSize - 1024, 'x');
-  return raw::event(kTarget, kCallID,
+  return raw::event(kTarget, clientcomm::kCallEventID,
                     {{clientcomm::keyDirectObject, raw::callList("Echo", selector, argument)}});
-}
-
-/// The packet of an event, or of another kind, whose body is in a memory file.
-std::string packetForFile(std::size_t bodySize, std::uint8_t kind = 1) {
-  raw::Header header;
-  header.kind = kind;
-  header.bodySize = static_cast<std::uint32_t>(bodySize);
-  return raw::packet(header);
 }
 
 TEST_F(Attack, BodyOfACallerWithoutIdentityIsNotDecoded) {
@@ -515,11 +500,11 @@ TEST_F(Attack, BodyOfACallerWithoutIdentityIsNotDecoded) {
   target.signal(SIGSTOP);  // so that the events are looked at when the other program runs
   const ChildProcess outsider = ChildProcess::fork([&] {
     for (int i = 0; i < 20; ++i) {
-      if (!sendRaw(packetForFile(body.size()), {file.get()})) return 1;
+      if (!sendRaw(raw::packetForFile(body.size()), {file.get()})) return 1;
     }
     const clientcomm::SocketPath path(clientcomm::fileNameForIdentifier(kTarget));
     if (connect(query.get(), path.address(), clientcomm::SocketPath::size()) != 0 ||
-        !raw::send(query.get(), packetForFile(body.size(), 2), {file.get()})) {
+        !raw::send(query.get(), raw::packetForFile(body.size(), {.kind = 2}), {file.get()})) {
       return 1;
     }
     return execl(program.c_str(), program.c_str(), "60", nullptr);
@@ -549,7 +534,7 @@ TEST_F(Attack, CallerWithManyLargeEventsHoldsUpNoOtherCaller) {
   target.signal(SIGSTOP);  // so that all is in the queue at once
   const ChildProcess flooder = ChildProcess::fork([&] {
     for (int i = 0; i < 20; ++i) {
-      if (!sendRaw(packetForFile(body.size()), {file.get()})) return 1;
+      if (!sendRaw(raw::packetForFile(body.size()), {file.get()})) return 1;
     }
     if (!sendRaw(notePacket("flooder"))) return 1;
     support::writeFile(mark, "");
@@ -573,7 +558,7 @@ TEST_F(Attack, SymbolicLinkInThePlaceOfTheEndpointIsReplacedAndItsTargetLeftAlon
   const std::string victim = support::sandbox() + "/victim";
   support::writeFile(victim, "precious");
   fs::create_symlink(victim, endpointPath());
-  fs::create_symlink(victim, endpointPath() + "." + std::to_string(getpid()));
+  fs::create_symlink(victim, endpointPath() + "." + std::to_string(getpid()) + ".1");
   EXPECT_EQ(send("note:", {"x"}), clientcomm::procNotFound);
   const ChildProcess target = launch();
   EXPECT_EQ(support::readFile(victim), "precious");

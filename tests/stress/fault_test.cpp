@@ -29,6 +29,7 @@
 #include "ClientComm/platform/process_table.h"
 #include "ClientComm/platform/text.h"
 #include "ClientComm/platform/user_defaults.h"
+#include "ClientComm/platform/wire_format.h"
 #include "tests/stress/clock.h"
 #include "tests/stress/stress.h"
 #include "tests/support/child_process.h"
@@ -442,7 +443,7 @@ TEST_P(ClockJumps, TimeOutOfAQueryIsNeitherLongerNorShorter) {
   stress::setWallClockOffset(GetParam());
   clientcomm::AppleEventDescriptor reply;
   const clientcomm::AppleEventDescriptor event = clientcomm::AppleEventDescriptor::appleEvent(
-      clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"),
+      clientcomm::kCallEventClass, clientcomm::kCallEventID,
       {clientcomm::typeApplicationBundleID, "com.example.target"}, -1, 0);
   const auto time = stress::timeOf([&] {
     EXPECT_EQ(clientcomm::AESendMessage(event, reply, clientcomm::kAEWaitReply, 30),

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -28,9 +29,18 @@ std::string bytesOf(std::uint16_t value) { return littleEndian(value, sizeof val
 std::string bytesOf(std::uint32_t value) { return littleEndian(value, sizeof value); }
 
 std::string packet(const Header& header) {
-  return bytesOf(header.magic) + littleEndian(header.version, 1) + littleEndian(header.kind, 1) +
-         bytesOf(static_cast<std::uint16_t>(header.status)) + bytesOf(header.bodySize) +
-         bytesOf(header.token);
+  std::string bytes =
+      bytesOf(header.magic) + littleEndian(header.version, 1) + littleEndian(header.kind, 1) +
+      bytesOf(header.headerSize) + bytesOf(header.bodySize) + bytesOf(header.token) +
+      bytesOf(static_cast<std::uint16_t>(header.status)) + bytesOf(header.attachments);
+  if (header.headerSize > bytes.size()) bytes.resize(header.headerSize);
+  return bytes;
+}
+
+std::string packetForFile(std::size_t bodySize, Header header) {
+  header.bodySize = static_cast<std::uint32_t>(bodySize);
+  header.attachments |= clientcomm::kBodyAttachment;
+  return packet(header);
 }
 
 std::string packet(Header header, std::string_view body) {
@@ -65,7 +75,7 @@ std::string callList(std::string_view className, std::string_view selector,
 
 std::string event(std::string_view target, clientcomm::AEEventID id,
                   const std::vector<Parameter>& parameters, std::uint32_t count) {
-  std::string payload = bytesOf(clientcomm::fourCharCode("aevt")) + bytesOf(id) +
+  std::string payload = bytesOf(clientcomm::kCallEventClass) + bytesOf(id) +
                         bytesOf(std::uint16_t{0xFFFF}) + bytesOf(std::uint32_t{0}) +
                         descriptor(clientcomm::typeApplicationBundleID, target) +
                         bytesOf(std::uint32_t{0}) + bytesOf(count);
@@ -103,6 +113,15 @@ bool send(int socket, std::string_view bytes, const std::vector<int>& descriptor
     std::memcpy(CMSG_DATA(header), descriptors.data(), sizeof(int) * descriptors.size());
   }
   return sendmsg(socket, &message, MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
+std::string receive(int socket) {
+  const timeval limit{20, 0};
+  setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  std::string bytes(clientcomm::kMaximumPacketSize, '\0');
+  const ssize_t size = recv(socket, bytes.data(), bytes.size(), 0);
+  bytes.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+  return bytes;
 }
 
 ScopedFd memoryFile(std::string_view head, std::size_t size, int seals) {

@@ -8,26 +8,23 @@
 
 #include "ClientComm/platform/apple_event.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/wire_format.h"
 
 /// Packets built byte by byte, so that a test can send what the library itself never does. A packet
 /// from here is well-formed unless the test says otherwise.
 namespace support::raw {
 
 /// The header of a packet, field by field.
-struct Header {
-  std::uint32_t magic = clientcomm::fourCharCode("TQHP");
-  std::uint8_t version = 1;
-  std::uint8_t kind = 1;  ///< 1 event, 2 event that wants a reply, 3 reply.
-  std::int16_t status = 0;
-  std::uint32_t bodySize = 0;
-  std::uint32_t token = 0;
-};
+using Header = clientcomm::PacketHeader;
 
-/// The header alone; the body travels in a memory file.
+/// The header alone, and zeros up to its `headerSize`.
 std::string packet(const Header& header);
 
 /// `header` with `body` behind it. `bodySize` is set to the body's size.
 std::string packet(Header header, std::string_view body);
+
+/// The header for a body of `bodySize` bytes in a memory file, which goes with the packet.
+std::string packetForFile(std::size_t bodySize, Header header = {});
 
 /// The value's bytes, little-endian.
 std::string bytesOf(std::uint16_t value);
@@ -67,6 +64,9 @@ clientcomm::ScopedFd connectTo(const std::string& identifier);
 
 /// Sends the bytes as one packet, with descriptors beside them. @return whether they were taken.
 bool send(int socket, std::string_view bytes, const std::vector<int>& descriptors = {});
+
+/// The bytes of the next packet; empty when the connection ended, or nothing came in 20 seconds.
+std::string receive(int socket);
 
 /// A memory file of `size` bytes that begins with `head`, sealed with `seals`.
 clientcomm::ScopedFd memoryFile(std::string_view head, std::size_t size, int seals);

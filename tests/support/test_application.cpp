@@ -89,6 +89,10 @@ const Role echoRole(kEchoRole, runEcho);
 
 Role::Role(const char* name, Body body) { roles().emplace(name, body); }
 
+int runRole(const char* name, const std::vector<std::string>& arguments) {
+  return roles().at(name)(arguments);
+}
+
 bool runRole(const std::vector<std::string>& arguments, int& exitStatus) {
   // Through a bundle of its own: a test may still write another Info.plist for the main bundle.
   const clientcomm::Bundle own(clientcomm::Bundle::mainBundle().bundlePath());
@@ -102,7 +106,7 @@ bool runRole(const std::vector<std::string>& arguments, int& exitStatus) {
     exitStatus = 2;
     return !isTest;
   }
-  exitStatus = roles().at(*name)(arguments);
+  exitStatus = runRole(name->c_str(), arguments);
   return true;
 }
 

@@ -18,6 +18,9 @@ class Role {
   Role(const char* name, Body body);
 };
 
+/// Runs the role `name` in this process. @return its result.
+int runRole(const char* name, const std::vector<std::string>& arguments);
+
 /// Runs the role of this process, if it has one. @return false when it has none.
 bool runRole(const std::vector<std::string>& arguments, int& exitStatus);
 

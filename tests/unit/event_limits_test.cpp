@@ -1,5 +1,3 @@
-#include "ClientComm/platform/portable/event_limits.h"
-
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -9,6 +7,7 @@
 
 #include "ClientComm/platform/apple_event.h"
 #include "ClientComm/platform/posix/apple_event_codec.h"
+#include "ClientComm/platform/wire_format.h"
 
 namespace {
 
@@ -19,7 +18,7 @@ Descriptor text(std::size_t size) {
 }
 
 Descriptor event() {
-  return Descriptor::appleEvent(clientcomm::fourCharCode("aevt"), clientcomm::fourCharCode("call"),
+  return Descriptor::appleEvent(clientcomm::kCallEventClass, clientcomm::kCallEventID,
                                 {clientcomm::typeApplicationBundleID, "com.example.x"}, -1, 0);
 }
 

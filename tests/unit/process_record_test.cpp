@@ -147,7 +147,7 @@ TEST(ProcessRecord, SocketsAndDraftsOfKilledProcessesAreCleared) {
   const std::string dead = std::to_string(deadProcess());
   const std::string alive = std::to_string(getpid());
   const std::string kept[] = {digest(),
-                              digest() + "." + alive,
+                              digest() + "." + dead,
                               digest() + "." + alive + ".1",
                               digest() + ".x",
                               digest().substr(1) + "." + dead,
@@ -157,8 +157,8 @@ TEST(ProcessRecord, SocketsAndDraftsOfKilledProcessesAreCleared) {
                               "launch." + digest() + ".new",
                               "endpoint." + digest() + "." + alive + ".new",
                               "endpoint." + digest() + ".new"};
-  const std::string stale[] = {digest() + "." + dead,
-                               digest() + "." + dead + ".1",
+  const std::string stale[] = {digest() + "." + dead + ".1",
+                               digest() + "." + dead + ".2",
                                "process." + dead + ".new",
                                "process." + alive + "." + dead + ".new",
                                "process." + alive + ".12." + dead + ".new",
@@ -176,7 +176,7 @@ TEST(ProcessRecord, SocketsAndDraftsOfKilledProcessesAreCleared) {
 TEST(ProcessRecord, OldSocketsAndDraftsAreClearedWhicheverProcessHasTheirIDNow) {
   const std::string alive = std::to_string(getpid());
   for (const std::string& name :
-       {digest() + "." + alive, "process." + alive + ".new", "launch." + digest() + ".new",
+       {digest() + "." + alive + ".1", "process." + alive + ".new", "launch." + digest() + ".new",
         "endpoint." + digest() + ".new", "endpoint." + digest() + "." + alive + ".new"}) {
     const fs::path path = folderPath() + "/" + name;
     support::writeFile(path, "");

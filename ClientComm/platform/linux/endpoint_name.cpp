@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "ClientComm/platform/linux/bound_name.h"
 #include "ClientComm/platform/linux/endpoint_record.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/linux/socket_path.h"
@@ -36,8 +37,8 @@ void noteTakenName(const EndpointName* name) {
 
 }  // namespace
 
-EndpointName::EndpointName(const std::string& identifier)
-    : name_(fileNameForIdentifier(identifier)) {}
+EndpointName::EndpointName(const std::string& identifier, WireVersion highestVersion)
+    : name_(fileNameForIdentifier(identifier)), highestVersion_(highestVersion) {}
 
 EndpointName::~EndpointName() {
   remove();
@@ -61,9 +62,9 @@ OSErr EndpointName::take(ScopedFd& listener) {
 
 // The name is taken by renaming a listening socket onto it: a sender finds either the former
 // endpoint or this one, never a socket that does not listen yet. The kernel goes on to tell the
-// name that the socket was bound to, by which `listeningOf` knows it.
+// name that the socket was bound to, by which `listeningOf` and `versionOfEndpoint` know it.
 OSErr EndpointName::bindAndListen(int folder, int socket) {
-  const std::string ownName = name_ + "." + std::to_string(getpid());
+  const std::string ownName = boundName({name_, getpid(), highestVersion_});
   unlinkat(folder, ownName.c_str(), 0);
   const SocketPath path(ownName);
   struct stat status {};

@@ -6,6 +6,7 @@
 
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/types.h"
+#include "ClientComm/platform/wire_format.h"
 
 namespace clientcomm {
 
@@ -16,7 +17,8 @@ namespace clientcomm {
 /// back when the newer is gone.
 class EndpointName {
  public:
-  explicit EndpointName(const std::string& identifier);
+  /// @param highestVersion that the endpoint serves.
+  EndpointName(const std::string& identifier, WireVersion highestVersion);
   ~EndpointName();
   EndpointName(const EndpointName&) = delete;
   EndpointName& operator=(const EndpointName&) = delete;
@@ -39,6 +41,7 @@ class EndpointName {
   OSErr bindAndListen(int folder, int socket);
 
   std::string name_;
+  WireVersion highestVersion_;
   dev_t device_ = 0;  ///< Of the socket file that `take` put under the name.
   ino_t inode_ = 0;
   bool isTaken_ = false;

@@ -17,6 +17,7 @@
 
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/dictionary.h"
+#include "ClientComm/platform/linux/bound_name.h"
 #include "ClientComm/platform/linux/endpoint_record_format.h"
 #include "ClientComm/platform/linux/record_file.h"
 #include "ClientComm/platform/linux/runtime_file.h"
@@ -25,6 +26,7 @@
 #include "ClientComm/platform/linux/runtime_folder_format.h"
 #include "ClientComm/platform/linux/socket_path.h"
 #include "ClientComm/platform/own_process.h"
+#include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/bundle_files.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/process_manager.h"
@@ -126,14 +128,14 @@ bool holdsEndpoint(pid_t pid, const std::string& identifier) {
 // The kernel keeps the name that the socket was bound to, before it was renamed; see EndpointName.
 Listening listeningOf(pid_t pid, const std::string& identifier) {
   const std::string process = "/proc/" + std::to_string(pid);
-  const std::string bound = "/" + fileNameForIdentifier(identifier) + "." + std::to_string(pid);
+  const std::string fileName = fileNameForIdentifier(identifier);
   auto result = Listening::kNowhere;
   std::ifstream table(process + "/net/unix");
   for (std::string line; std::getline(table, line);) {
-    if (!line.ends_with(bound)) continue;
-    const std::string path = listeningPath(line);
-    if (!path.ends_with(bound)) continue;
-    const std::string folder = path.substr(0, path.size() - bound.size());
+    if (line.find(fileName) == std::string::npos) continue;
+    const auto [folder, name] = splitPath(listeningPath(line));
+    const auto bound = partsOfBoundName(name);
+    if (!bound || bound->fileName != fileName || bound->pid != pid) continue;
     if (isOwnFolder(process, folder)) return Listening::kHere;
     result = Listening::kElsewhere;
   }

@@ -14,7 +14,6 @@
 #include <cstring>
 #include <span>
 
-#include "ClientComm/platform/portable/event_limits.h"
 #include "ClientComm/platform/posix/apple_event_codec.h"
 
 namespace clientcomm {
@@ -23,20 +22,7 @@ namespace {
 static_assert(std::endian::native == std::endian::little,
               "a big-endian port has to swap the header's fields");
 
-constexpr std::uint32_t kMagic = fourCharCode("TQHP");
-constexpr std::uint8_t kVersion = 1;
-constexpr std::size_t kMaximumDescriptorsPerPacket = 2;
 constexpr int kSeals = F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
-
-struct Header {
-  std::uint32_t magic;
-  std::uint8_t version;
-  std::uint8_t kind;
-  std::int16_t status;
-  std::uint32_t bodySize;  ///< 0 for a reply with an error status.
-  std::uint32_t token;
-};
-static_assert(sizeof(Header) == 16);
 
 void skip(iovec& piece, std::size_t size) {
   piece.iov_base = static_cast<char*>(piece.iov_base) + size;
@@ -132,13 +118,14 @@ int sendPieces(int socket, std::span<iovec> pieces, std::span<const int> descrip
 }
 
 /// Sends the header with the body in a memory file.
-OSErr sendWithFile(int socket, Header header, std::span<iovec> body, int executable) {
+OSErr sendWithFile(int socket, PacketHeader header, std::span<iovec> body, int executable) {
   const ScopedFd file = sealedMemoryFile(body);
   if (!file.isValid()) return memFullErr;
-  const std::array<int, kMaximumDescriptorsPerPacket> descriptors{executable, file.get()};
+  header.attachments |= kBodyAttachment;
+  const std::array<int, kMaximumDescriptorsPerPacket> descriptors{file.get(), executable};
   iovec piece{&header, sizeof header};
   const std::span<const int> all(descriptors);
-  const int error = sendPieces(socket, {&piece, 1}, executable >= 0 ? all : all.subspan(1));
+  const int error = sendPieces(socket, {&piece, 1}, executable >= 0 ? all : all.first(1));
   return error == 0 ? noErr : statusOfSendError(error);
 }
 
@@ -146,6 +133,10 @@ OSErr sendWithFile(int socket, Header header, std::span<iovec> body, int executa
 struct ReceivedDescriptors {
   std::array<ScopedFd, kMaximumDescriptorsPerPacket> all;
   std::size_t count = 0;
+  std::size_t next = 0;
+
+  /// Hands out the next one; invalid where fewer have arrived than the packet says.
+  ScopedFd take() { return next < count ? std::move(all[next++]) : ScopedFd(); }
 
   void takeFrom(msghdr& message) {
     for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr;
@@ -177,37 +168,46 @@ std::optional<AppleEventDescriptor> readMemoryFile(int fd, std::size_t size) {
   return unflatten({mapping.data(), size});
 }
 
-ReceiveResult readEnvelope(std::string_view bytes, ReceivedDescriptors& descriptors,
-                           Envelope& envelope) {
-  Header header{};
-  if (bytes.size() < sizeof header) return ReceiveResult::kMalformed;
-  std::memcpy(&header, bytes.data(), sizeof header);
-  if (header.magic != kMagic || header.version != kVersion || header.kind < 1 || header.kind > 3 ||
-      header.bodySize > kMaximumFlattenedSize) {
+// The header of a packet, without extensions.
+ReceiveResult readHeader(std::string_view bytes, WireVersion highest, PacketHeader& header) {
+  std::memcpy(&header, bytes.data(), std::min(bytes.size(), sizeof header));
+  if (bytes.size() < kPacketPrefixSize || header.magic != kPacketMagic) {
     return ReceiveResult::kMalformed;
   }
+  if (header.version < kLowestWireVersion || header.version > highest) {
+    return ReceiveResult::kUnknownVersion;
+  }
+  const bool isKnownKind = header.kind >= 1 && header.kind <= 3;
+  const bool isWhole = header.headerSize >= sizeof header && header.headerSize <= bytes.size();
+  return isKnownKind && isWhole && header.bodySize <= kMaximumFlattenedSize
+             ? ReceiveResult::kPacket
+             : ReceiveResult::kMalformed;
+}
+
+ReceiveResult readEnvelope(std::string_view bytes, WireVersion highest,
+                           ReceivedDescriptors& descriptors, Envelope& envelope) {
+  PacketHeader header;
+  const ReceiveResult result = readHeader(bytes, highest, header);
   envelope.kind = static_cast<PacketKind>(header.kind);
+  if (result != ReceiveResult::kPacket) return result;
+  envelope.version = header.version;
   envelope.status = header.status;
   envelope.token = header.token;
   envelope.bodySize = header.bodySize;
-  envelope.shortBody = bytes.substr(sizeof header);
-  // The sender's executable goes first, where it was handed over; the body's file last.
-  const bool isBodyInFile = envelope.shortBody.empty() && header.bodySize != 0;
-  const std::size_t filesOfBody = isBodyInFile ? 1 : 0;
-  if (isBodyInFile && descriptors.count > 0) {
-    envelope.longBody = std::move(descriptors.all[descriptors.count - 1]);
-  }
-  if (envelope.kind != PacketKind::kReply && descriptors.count > filesOfBody) {
-    envelope.executable = std::move(descriptors.all.front());
-  }
+  envelope.shortBody = bytes.substr(header.headerSize);
+  const bool isBodyInFile = (header.attachments & kBodyAttachment) != 0;
+  if (isBodyInFile) envelope.longBody = descriptors.take();
+  if ((header.attachments & kExecutableAttachment) != 0) envelope.executable = descriptors.take();
   if (envelope.kind == PacketKind::kReply && envelope.status != noErr) {
     return ReceiveResult::kPacket;
   }
-  const bool isWhole = envelope.longBody.isValid() || header.bodySize == envelope.shortBody.size();
+  const bool isWhole = isBodyInFile ? envelope.longBody.isValid() && envelope.shortBody.empty() &&
+                                          header.bodySize > 0
+                                    : envelope.shortBody.size() == header.bodySize;
   return isWhole ? ReceiveResult::kPacket : ReceiveResult::kMalformed;
 }
 
-ReceiveResult receiveNext(int socket, Envelope& envelope) {
+ReceiveResult receiveNext(int socket, WireVersion highest, Envelope& envelope) {
   // One buffer for the process: packets are taken one at a time, and it is large for a stack.
   static auto* const buffer = new std::array<char, kMaximumPacketSize>;
   DescriptorMessage control;
@@ -229,32 +229,35 @@ ReceiveResult receiveNext(int socket, Envelope& envelope) {
   descriptors.takeFrom(message);
   if (size == 0) return ReceiveResult::kClosed;
   if ((message.msg_flags & MSG_TRUNC) != 0) return ReceiveResult::kMalformed;
-  return readEnvelope({buffer->data(), static_cast<std::size_t>(size)}, descriptors, envelope);
+  return readEnvelope({buffer->data(), static_cast<std::size_t>(size)}, highest, descriptors,
+                      envelope);
 }
 
 }  // namespace
 
 OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDescriptor& descriptor,
-                 int executable, std::uint32_t token) {
+                 int executable, std::uint32_t token, WireVersion version) {
   const bool hasBody = kind != PacketKind::kReply || status == noErr;
   if (hasBody && descriptor.descriptorType() != typeAppleEvent) return paramErr;
   const auto bodySize = hasBody ? flattenedSize(descriptor) : std::size_t{0};
   if (!bodySize) return memFullErr;
-  return sendPacketOfSize(*bodySize, socket, kind, status, descriptor, executable, token);
+  return sendPacketOfSize(*bodySize, socket, {kind, version, status, executable, token},
+                          descriptor);
 }
 
-OSErr sendPacketOfSize(std::size_t bodySize, int socket, PacketKind kind, OSErr status,
-                       const AppleEventDescriptor& descriptor, int executable,
-                       std::uint32_t token) {
-  const Header header{kMagic,
-                      kVersion,
-                      static_cast<std::uint8_t>(kind),
-                      status,
-                      static_cast<std::uint32_t>(bodySize),
-                      token};
+OSErr sendPacketOfSize(std::size_t bodySize, int socket, const PacketFields& fields,
+                       const AppleEventDescriptor& descriptor) {
+  const int executable = fields.executable;
+  PacketHeader header;
+  header.version = fields.version;
+  header.kind = static_cast<std::uint8_t>(fields.kind);
+  header.bodySize = static_cast<std::uint32_t>(bodySize);
+  header.token = fields.token;
+  header.status = fields.status;
+  header.attachments = executable >= 0 ? kExecutableAttachment : std::uint16_t{0};
   const std::span<const int> descriptors(&executable, executable >= 0 ? 1 : 0);
   if (bodySize == 0) {
-    iovec piece{const_cast<Header*>(&header), sizeof header};
+    iovec piece{&header, sizeof header};
     const int error = sendPieces(socket, {&piece, 1}, descriptors);
     return error == 0 ? noErr : statusOfSendError(error);
   }
@@ -269,12 +272,12 @@ OSErr sendPacketOfSize(std::size_t bodySize, int socket, PacketKind kind, OSErr 
   return sendWithFile(socket, header, body.pieces(), executable);
 }
 
-ReceiveResult receiveEnvelope(int socket, Envelope& envelope) {
+ReceiveResult receiveEnvelope(int socket, Envelope& envelope, WireVersion highest) {
   // The kernel looks for a packet first and for the end of the connection then. Of a peer that
   // sends and closes between the two it reports the end, and still has the packet: an end counts
   // only when it is reported again.
-  ReceiveResult result = receiveNext(socket, envelope);
-  if (result == ReceiveResult::kClosed) result = receiveNext(socket, envelope);
+  ReceiveResult result = receiveNext(socket, highest, envelope);
+  if (result == ReceiveResult::kClosed) result = receiveNext(socket, highest, envelope);
   return result;
 }
 
@@ -286,9 +289,9 @@ std::optional<AppleEventDescriptor> decodeBody(const Envelope& envelope) {
   return body;
 }
 
-ReceiveResult receivePacket(int socket, Packet& packet) {
+ReceiveResult receivePacket(int socket, Packet& packet, WireVersion highest) {
   Envelope envelope;
-  const ReceiveResult result = receiveEnvelope(socket, envelope);
+  const ReceiveResult result = receiveEnvelope(socket, envelope, highest);
   if (result != ReceiveResult::kPacket) return result;
   packet.kind = envelope.kind;
   packet.status = envelope.status;

@@ -16,41 +16,29 @@ constexpr std::chrono::microseconds kFirstPacketWait{20};
 // With this many idle connections or more, a new one counts as idle at once.
 constexpr std::size_t kFewIdleConnections = 4;
 
-constexpr AEEventID kAnswer = fourCharCode("ansr");
-
-// A sender sends as soon as it is connected, so that its packet is there or about to be. To go
-// round the main loop for it would cost both of them another wake-up.
-ReceiveResult receiveFirstEnvelope(int socket, Envelope& envelope) {
-  ReceiveResult result = receiveEnvelope(socket, envelope);
-  if (result != ReceiveResult::kNothingYet) return result;
-  const auto end = std::chrono::steady_clock::now() + kFirstPacketWait;
-  do {
-    sched_yield();
-    result = receiveEnvelope(socket, envelope);
-  } while (result == ReceiveResult::kNothingYet && std::chrono::steady_clock::now() < end);
-  return result;
-}
-
 // Calls are served by the bundle identifier of their caller.
 bool isServed(const PeerIdentity& caller) {
   return caller.kind == PeerKind::kApplication && bundleIdentifierOfProcess(caller.psn);
 }
 
 AppleEventDescriptor answerTo(std::int16_t returnID, std::int32_t transactionID) {
-  return AppleEventDescriptor::appleEvent(fourCharCode("aevt"), kAnswer, {}, returnID,
+  return AppleEventDescriptor::appleEvent(kCallEventClass, kAnswerEventID, {}, returnID,
                                           transactionID);
 }
 
-void sendReply(int socket, OSErr status, const AppleEventDescriptor& reply) {
-  const OSErr sent = sendPacket(socket, PacketKind::kReply, status, reply, -1);
+/// @param version of the event that is answered.
+void sendReply(int socket, WireVersion version, OSErr status, const AppleEventDescriptor& reply) {
+  constexpr std::uint32_t kNoToken = 0;
+  const OSErr sent = sendPacket(socket, PacketKind::kReply, status, reply, -1, kNoToken, version);
   // The sender learns why there is no reply.
-  if (sent != noErr) sendPacket(socket, PacketKind::kReply, sent, {}, -1);
+  if (sent != noErr) sendPacket(socket, PacketKind::kReply, sent, {}, -1, kNoToken, version);
 }
 
 }  // namespace
 
-EventServer::EventServer(const ScopedSource& source, AppleEventTransport::Receiver receiver)
-    : receiver_(std::move(receiver)), idle_(source) {}
+EventServer::EventServer(const ScopedSource& source, AppleEventTransport::Receiver receiver,
+                         WireVersion highestVersion)
+    : receiver_(std::move(receiver)), highestVersion_(highestVersion), idle_(source) {}
 
 EventServer::~EventServer() { *isAlive_ = false; }
 
@@ -125,12 +113,25 @@ bool EventServer::serve(PeerConnection& connection, FirstWait wait) {
   return serveUnread(connection, wait, Budget::kApplies);
 }
 
+// A sender sends as soon as it is connected, so that its packet is there or about to be. Another
+// turn of the main loop for it would cost both of them another wake-up.
+ReceiveResult EventServer::receiveFirst(int socket, FirstWait wait, Envelope& envelope) const {
+  ReceiveResult result = receiveEnvelope(socket, envelope, highestVersion_);
+  if (wait == FirstWait::kNone || result != ReceiveResult::kNothingYet) return result;
+  const auto end = Clock::now() + kFirstPacketWait;
+  do {
+    sched_yield();
+    result = receiveEnvelope(socket, envelope, highestVersion_);
+  } while (result == ReceiveResult::kNothingYet && Clock::now() < end);
+  return result;
+}
+
 bool EventServer::serveUnread(PeerConnection& connection, FirstWait wait, Budget budget) {
   const int socket = connection.socket.get();
   Envelope envelope;
-  const ReceiveResult result = wait == FirstWait::kShort ? receiveFirstEnvelope(socket, envelope)
-                                                         : receiveEnvelope(socket, envelope);
+  const ReceiveResult result = receiveFirst(socket, wait, envelope);
   if (result == ReceiveResult::kNothingYet) return false;
+  if (result == ReceiveResult::kUnknownVersion) refuseVersion(socket, envelope.kind);
   if (result != ReceiveResult::kPacket || envelope.kind == PacketKind::kReply) return true;
   const PeerIdentity caller =
       identityOfPeer(connection.pid, socket, envelope.executable.get(), envelope.token);
@@ -168,7 +169,13 @@ void EventServer::refuse(int socket, const Envelope& envelope, PeerKind caller) 
   constexpr std::int16_t kNoReturnID = -1;
   if (envelope.kind != PacketKind::kEventWantingReply) return;
   const OSErr status = caller == PeerKind::kUnknown ? errAEEventNotPermitted : noErr;
-  sendReply(socket, status, answerTo(kNoReturnID, 0));
+  sendReply(socket, envelope.version, status, answerTo(kNoReturnID, 0));
+}
+
+// A sender asks for a version that is served, and reads every version up to its own.
+void EventServer::refuseVersion(int socket, PacketKind kind) const {
+  if (kind != PacketKind::kEventWantingReply) return;
+  sendReply(socket, highestVersion_, errAEEventNotHandled, {});
 }
 
 void EventServer::handle(const PeerConnection& connection, const Envelope& envelope,
@@ -189,7 +196,7 @@ void EventServer::handle(const PeerConnection& connection, const Envelope& envel
   if (*isAlive && envelope.longBody.isValid()) {
     postponed_.charge(connection.pid, envelope.bodySize, Clock::now());
   }
-  if (wantsReply) sendReply(connection.socket.get(), status, reply);
+  if (wantsReply) sendReply(connection.socket.get(), envelope.version, status, reply);
 }
 
 }  // namespace clientcomm

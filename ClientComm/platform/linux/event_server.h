@@ -26,7 +26,9 @@ class EventServer {
   using Clock = std::chrono::steady_clock;
 
   /// @param source polls the idle connections; see `IdleConnections`.
-  EventServer(const ScopedSource& source, AppleEventTransport::Receiver receiver);
+  /// @param highestVersion of the wire that is served.
+  EventServer(const ScopedSource& source, AppleEventTransport::Receiver receiver,
+              WireVersion highestVersion);
   ~EventServer();
   EventServer(const EventServer&) = delete;
   EventServer& operator=(const EventServer&) = delete;
@@ -67,11 +69,14 @@ class EventServer {
   bool serveUnread(PeerConnection& connection, FirstWait wait, Budget budget);
   void postpone(PostponedEvent event);
   void servePostponed(PostponedEvent event, Budget budget);
+  ReceiveResult receiveFirst(int socket, FirstWait wait, Envelope& envelope) const;
   static void refuse(int socket, const Envelope& envelope, PeerKind caller);
+  void refuseVersion(int socket, PacketKind kind) const;
   void handle(const PeerConnection& connection, const Envelope& envelope,
               const ProcessSerialNumber& caller);
 
   AppleEventTransport::Receiver receiver_;
+  WireVersion highestVersion_;
   IdleConnections idle_;
   PostponedEvents postponed_;
   pid_t waitingPeer_ = 0;

@@ -4,6 +4,7 @@
 
 #include <charconv>
 
+#include "ClientComm/platform/linux/bound_name.h"
 #include "ClientComm/platform/linux/endpoint_record_format.h"
 #include "ClientComm/platform/linux/launch_record_format.h"
 #include "ClientComm/platform/linux/process_record_format.h"
@@ -70,14 +71,10 @@ RuntimeFileName parseDraft(std::string_view name) noexcept {
   return {};
 }
 
-// "<digest>.<process ID>", with ".<version>" behind it since there are versions.
 RuntimeFileName parseSocket(std::string_view name) noexcept {
-  const Parts parts = splitAt(name, name.find('.'));
-  const Parts numbers = splitAt(parts.second, parts.second.find('.'));
-  const auto pid = numberFrom<pid_t>(numbers.first);
-  const bool hasVersion = numberFrom<unsigned>(numbers.second) != 0;
-  if (!isDigest(parts.first) || pid == 0 || numbers.hasDot != hasVersion) return {};
-  return {RuntimeFileKind::kSocket, pid, 0};
+  const auto parts = partsOfBoundName(name);
+  if (!parts) return {};
+  return {RuntimeFileKind::kSocket, parts->pid, 0};
 }
 
 }  // namespace

@@ -45,8 +45,8 @@ gint64 microseconds(std::chrono::steady_clock::time_point time) {
 }  // namespace
 
 SocketEndpoint::SocketEndpoint(const std::string& identifier,
-                               AppleEventTransport::Receiver receiver)
-    : name_(identifier), server_(source_, std::move(receiver)) {
+                               AppleEventTransport::Receiver receiver, WireVersion highestVersion)
+    : name_(identifier, highestVersion), server_(source_, std::move(receiver), highestVersion) {
   attachSource();
 }
 

@@ -12,6 +12,7 @@
 #include "ClientComm/platform/linux/event_server.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/types.h"
+#include "ClientComm/platform/wire_format.h"
 
 namespace clientcomm {
 
@@ -21,7 +22,9 @@ namespace clientcomm {
 /// the main loop.
 class SocketEndpoint {
  public:
-  SocketEndpoint(const std::string& identifier, AppleEventTransport::Receiver receiver);
+  /// @param highestVersion of the wire that is served.
+  SocketEndpoint(const std::string& identifier, AppleEventTransport::Receiver receiver,
+                 WireVersion highestVersion = kHighestWireVersion);
   ~SocketEndpoint();
   SocketEndpoint(const SocketEndpoint&) = delete;
   SocketEndpoint& operator=(const SocketEndpoint&) = delete;

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/linux/bound_name.h"
 #include "ClientComm/platform/linux/event_packet.h"
 #include "ClientComm/platform/linux/launch_record.h"
 #include "ClientComm/platform/linux/peer_identity.h"
@@ -149,7 +150,7 @@ OSErr reach(const std::string& identifier, const std::string& fileName, const De
   }
 }
 
-OSErr awaitReply(const Connection& connection, const Deadline& deadline,
+OSErr awaitReply(const Connection& connection, const Deadline& deadline, WireVersion highestVersion,
                  AppleEventDescriptor& reply) {
   for (;;) {
     const milliseconds wait = deadline.remaining(kLivenessInterval);
@@ -160,7 +161,7 @@ OSErr awaitReply(const Connection& connection, const Deadline& deadline,
       continue;
     }
     Packet packet;
-    const ReceiveResult result = receivePacket(connection.socket.get(), packet);
+    const ReceiveResult result = receivePacket(connection.socket.get(), packet, highestVersion);
     if (result == ReceiveResult::kNothingYet) continue;
     if (result != ReceiveResult::kPacket || packet.kind != PacketKind::kReply) {
       return connectionInvalid;
@@ -171,6 +172,16 @@ OSErr awaitReply(const Connection& connection, const Deadline& deadline,
 }
 
 }  // namespace
+
+/// An event on its way over a connection.
+struct SocketTransport::Delivery {
+  pid_t target;
+  int socket;
+  PacketKind kind;
+  WireVersion version;
+  const AppleEventDescriptor& event;
+  std::size_t size;  ///< Of the flattened event.
+};
 
 OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescriptor& reply,
                             AESendMode sendMode, std::int32_t timeOutInTicks) {
@@ -192,39 +203,52 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
   // all have the ID 0.
   const bool isWaiting = endpoint_ && endpoint_->waitingPeer() == connection.peer;
   if (wantsReply && isWaiting && connection.peer > 0) return errAETimeout;
-  status = sendPacketTo(connection.peer, connection.socket.get(), wantsReply, event, *size);
+  const auto version = versionFor(connection.socket.get());
+  if (!version) return errAEEventNotHandled;
+  const PacketKind kind = wantsReply ? PacketKind::kEventWantingReply : PacketKind::kEvent;
+  const Delivery delivery{connection.peer, connection.socket.get(), kind, *version, event, *size};
+  status = deliver(delivery);
   while (status == errAETimeout && !deadline.hasPassed()) {
     std::this_thread::sleep_for(kTryInterval);
-    status = sendPacketTo(connection.peer, connection.socket.get(), wantsReply, event, *size);
+    status = deliver(delivery);
   }
   if (status == noErr) lastRecipient_ = static_cast<std::uint64_t>(connection.peer);
   if (status != noErr || !wantsReply) return status;
-  return awaitReply(connection, deadline, reply);
+  return awaitReply(connection, deadline, highestVersion_, reply);
 }
 
 // A receiver must be able to tell who called, should this process have exited by then, or not be
 // seen by the receiver: its executable is handed over open. That adds half to the cost of a send,
 // so it is done once a second for each receiver; the events after it bear the token that the
 // receiver has seen with it.
-OSErr SocketTransport::sendPacketTo(pid_t target, int socket, bool wantsReply,
-                                    const AppleEventDescriptor& event, std::size_t size) {
-  const PacketKind kind = wantsReply ? PacketKind::kEventWantingReply : PacketKind::kEvent;
+OSErr SocketTransport::deliver(const Delivery& delivery) {
   bool isNew = false;
   const std::uint32_t token = processToken(isNew);
   if (isNew) introductions_.clear();
-  if (token != 0 && isIntroducedTo(target, kIntroductionValidity)) {
-    return sendPacketOfSize(size, socket, kind, noErr, event, -1, token);
-  }
+  const auto send = [&](int executable) {
+    return sendPacketOfSize(delivery.size, delivery.socket,
+                            {delivery.kind, delivery.version, noErr, executable, token},
+                            delivery.event);
+  };
+  if (token != 0 && isIntroducedTo(delivery.target, kIntroductionValidity)) return send(-1);
   const ScopedFd executable(::open("/proc/self/exe", O_PATH | O_CLOEXEC));
   // Without it the event may be thrown away, which no status would tell.
   if (!executable.isValid()) return statusOfOpenError(errno);
-  const OSErr status = sendPacketOfSize(size, socket, kind, noErr, event, executable.get(), token);
+  const OSErr status = send(executable.get());
   // So many of the user's descriptors may be on their way that the system takes no more.
-  if (status == errAETimeout && token != 0 && isIntroducedTo(target, kLongestIntroduction)) {
-    return sendPacketOfSize(size, socket, kind, noErr, event, -1, token);
+  if (status == errAETimeout && token != 0 &&
+      isIntroducedTo(delivery.target, kLongestIntroduction)) {
+    return send(-1);
   }
-  if (status == noErr) noteIntroduction(target);
+  if (status == noErr) noteIntroduction(delivery.target);
   return status;
+}
+
+// Every endpoint serves the lowest version, so a sender that knows no other need not ask.
+std::optional<WireVersion> SocketTransport::versionFor(int socket) const noexcept {
+  if (highestVersion_ == kLowestWireVersion) return kLowestWireVersion;
+  const auto offered = versionOfEndpoint(socket);
+  return offered ? std::optional(std::min(*offered, highestVersion_)) : std::nullopt;
 }
 
 // Receivers in process-ID namespaces that are not seen from here all have the ID 0, so that none of
@@ -250,7 +274,7 @@ OSErr SocketTransport::sendToSelf(const AppleEventDescriptor& event, AppleEventD
   }
   received.setAttributeDescriptor(std::move(address), keyAddressAttr);
   AppleEventDescriptor answer = AppleEventDescriptor::appleEvent(
-      event.eventClass(), fourCharCode("ansr"), {}, event.returnID(), event.transactionID());
+      event.eventClass(), kAnswerEventID, {}, event.returnID(), event.transactionID());
   const Receiver receiver = receiver_;
   const OSErr status = receiver ? receiver(std::move(received), answer) : errAEEventNotHandled;
   if (status != noErr) return status;
@@ -263,7 +287,7 @@ OSErr SocketTransport::startReceiving(Receiver receiver) {
   const OptionalString identifier = Bundle::mainBundle().bundleIdentifier();
   if (!identifier || identifier->empty()) return paramErr;
   receiver_ = std::move(receiver);
-  endpoint_ = std::make_unique<SocketEndpoint>(*identifier, receiver_);
+  endpoint_ = std::make_unique<SocketEndpoint>(*identifier, receiver_, highestVersion_);
   return endpoint_->open();
 }
 

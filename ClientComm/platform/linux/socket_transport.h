@@ -6,11 +6,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 
 #include "ClientComm/platform/apple_event_transport.h"
 #include "ClientComm/platform/linux/socket_endpoint.h"
+#include "ClientComm/platform/wire_format.h"
 
 namespace clientcomm {
 
@@ -26,7 +28,9 @@ inline constexpr std::chrono::milliseconds kReplyLimit = std::chrono::seconds(60
 /// sends but the endpoint.
 class SocketTransport : public AppleEventTransport {
  public:
-  SocketTransport() = default;
+  /// @param highestVersion of the wire that is sent and served.
+  explicit SocketTransport(WireVersion highestVersion = kHighestWireVersion)
+      : highestVersion_(highestVersion) {}
 
   OSErr send(const AppleEventDescriptor& event, AppleEventDescriptor& reply, AESendMode sendMode,
              std::int32_t timeOutInTicks) override;
@@ -37,13 +41,16 @@ class SocketTransport : public AppleEventTransport {
   void stopReceiving() override;
 
  private:
-  OSErr sendPacketTo(pid_t target, int socket, bool wantsReply, const AppleEventDescriptor& event,
-                     std::size_t size);
+  struct Delivery;
+
+  OSErr deliver(const Delivery& delivery);
+  std::optional<WireVersion> versionFor(int socket) const noexcept;
   void noteIntroduction(pid_t target);
   bool isIntroducedTo(pid_t target, std::chrono::seconds validity) const;
   OSErr sendToSelf(const AppleEventDescriptor& event, AppleEventDescriptor& reply);
   const std::string& fileNameFor(const std::string& identifier);
 
+  WireVersion highestVersion_;
   Receiver receiver_;
   std::unique_ptr<SocketEndpoint> endpoint_;
   std::uint64_t lastRecipient_ = 0;

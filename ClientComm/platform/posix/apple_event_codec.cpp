@@ -10,15 +10,10 @@
 #include <utility>
 
 #include "ClientComm/platform/native_memory.h"
-#include "ClientComm/platform/portable/event_limits.h"
+#include "ClientComm/platform/wire_format.h"
 
 namespace clientcomm {
 namespace {
-
-constexpr std::size_t kDescriptorHeaderSize = 8;
-constexpr std::size_t kEventHeaderSize = 14;
-constexpr std::size_t kCountSize = 4;
-constexpr std::size_t kKeywordSize = 4;
 
 template <std::integral Value>
 Value littleEndian(Value value) {

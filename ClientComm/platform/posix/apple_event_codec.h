@@ -22,7 +22,7 @@
 /// Integers are little-endian. The payload of every other type is its bytes as they stand.
 namespace clientcomm {
 
-/// Bytes of the flattened form; nothing for a descriptor that exceeds a limit of event_limits.h,
+/// Bytes of the flattened form; nothing for a descriptor that exceeds a limit of wire_format.h,
 /// which `unflatten` would refuse.
 std::optional<std::size_t> flattenedSize(const AppleEventDescriptor& descriptor) noexcept;
 
@@ -48,7 +48,7 @@ class FlattenedPieces {
 };
 
 /// Reads a flattened descriptor. Nothing unless `bytes` is exactly one whole well-formed descriptor
-/// within the limits of event_limits.h; allocates no more than a small multiple of `bytes`.
+/// within the limits of wire_format.h; allocates no more than a small multiple of `bytes`.
 std::optional<AppleEventDescriptor> unflatten(std::string_view bytes);
 
 }  // namespace clientcomm

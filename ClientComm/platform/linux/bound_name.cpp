@@ -1,0 +1,58 @@
+#include "ClientComm/platform/linux/bound_name.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstddef>
+
+#include "ClientComm/platform/linux/runtime_folder_format.h"
+
+namespace clientcomm {
+namespace {
+
+/// The number without sign and leading zeros that is all of `text`; 0 when it is none, or too
+/// large.
+template <typename Number>
+Number numberIn(std::string_view text) noexcept {
+  Number number = 0;
+  if (text.starts_with('0')) return 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+  const bool isWhole = result.ec == std::errc() && result.ptr == text.data() + text.size();
+  return isWhole && number > 0 ? number : Number{0};
+}
+
+}  // namespace
+
+std::string boundName(const BoundName& parts) {
+  return std::string(parts.fileName) + "." + std::to_string(parts.pid) + "." +
+         std::to_string(parts.version);
+}
+
+std::optional<BoundName> partsOfBoundName(std::string_view name) noexcept {
+  if (name.size() <= kFileNameLength || name[kFileNameLength] != '.' ||
+      name.find_first_not_of(kFileNameDigits) != kFileNameLength) {
+    return std::nullopt;
+  }
+  const std::string_view numbers = name.substr(kFileNameLength + 1);
+  const auto dot = std::min(numbers.find('.'), numbers.size());
+  BoundName parts;
+  parts.fileName = name.substr(0, kFileNameLength);
+  parts.pid = numberIn<pid_t>(numbers.substr(0, dot));
+  parts.version = numberIn<WireVersion>(numbers.substr(std::min(dot + 1, numbers.size())));
+  return parts.pid != 0 && parts.version != 0 ? std::optional(parts) : std::nullopt;
+}
+
+std::optional<WireVersion> versionOfEndpoint(int socket) noexcept {
+  sockaddr_un address{};
+  socklen_t size = sizeof address;
+  if (getpeername(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0) return std::nullopt;
+  const char* const end = std::find(std::begin(address.sun_path), std::end(address.sun_path), '\0');
+  std::string_view name(address.sun_path, static_cast<std::size_t>(end - address.sun_path));
+  name.remove_prefix(name.rfind('/') + 1);
+  const auto parts = partsOfBoundName(name);
+  return parts ? std::optional(parts->version) : std::nullopt;
+}
+
+}  // namespace clientcomm
