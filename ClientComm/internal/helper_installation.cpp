@@ -59,6 +59,13 @@ HelperLocation helperLocation() {
   return location;
 }
 
+// Whether no process runs from the old copy at `place`. A helper that was not found may run all the
+// same: its look-up reads several files, each of which can fail.
+bool runsNothing(const std::string& place) {
+  const auto processes = clientcomm::processesRunningBelow(place);
+  return processes && processes->empty();
+}
+
 OptionalString versionOfBundle(const std::string& path) {
   return Bundle(path).infoString(clientcomm::kCFBundleVersionKey);
 }
@@ -126,17 +133,17 @@ void HelperInstallation::settleMark(const Target& target) {
   const std::string mark = clientcomm::stringByAppendingPathComponent(
       directory, "." + name + clientcomm::kRemovalMarkSuffix);
   if (!clientcomm::fileExistsAtPath(mark)) return;
-  if (!clientcomm::fileExistsAtPath(target.installed) && isRunning(target)) tellToExit(target);
+  if (!clientcomm::fileExistsAtPath(target.installed)) tellToExit(target);
   clientcomm::removeItemAtPath(mark);
 }
 
 void HelperInstallation::replace(const Target& target) {
   std::string place;
   const auto error = clientcomm::moveAside(target.installed, place);
-  const bool isTold = !isRunning(target) || tellToExit(target);
+  const OldHelper old = tellToExit(target);
   if (error) return;
   clientcomm::copyPath(target.resource, target.installed);
-  if (isTold) {
+  if (old == OldHelper::kTold || (old == OldHelper::kNotFound && runsNothing(place))) {
     clientcomm::removeItemAtPath(place);
   } else {
     isPending_ = true;
@@ -149,18 +156,16 @@ bool HelperInstallation::isRunning(const Target& target) const {
 
 // A helper that another host launched a moment ago runs before it takes events. If the command were
 // lost on it, it would run on as the old one beside its new copy.
-// @return false where the command must be repeated: the helper runs, but has not been reached.
-bool HelperInstallation::tellToExit(const Target& target) const {
+HelperInstallation::OldHelper HelperInstallation::tellToExit(const Target& target) const {
   const WaitBudget waits(waits_.atMost(kExitCommandLimit));
-  for (;;) {
+  while (isRunning(target)) {
     const clientcomm::AEHandOverLimit limit(waits.remaining());
     const OSErr status = TQHPHelperControl::share().exitHelper(productID_, productVersion_);
-    const bool isNotReached =
-        status == clientcomm::procNotFound || status == clientcomm::errAETimeout;
-    if (!isNotReached || !isRunning(target)) return true;
-    if (waits.remaining() == std::chrono::milliseconds(0)) return false;
+    if (status == clientcomm::noErr) return OldHelper::kTold;
+    if (waits.remaining() == std::chrono::milliseconds(0)) return OldHelper::kNotReached;
     std::this_thread::sleep_for(waits.atMost(kExitCommandPause));
   }
+  return OldHelper::kNotFound;
 }
 
 // Tries once. The command goes to the process that takes events, which may be the new helper; it is
@@ -168,12 +173,13 @@ bool HelperInstallation::tellToExit(const Target& target) const {
 // @return whether such a process has taken the command, or none is left.
 bool HelperInstallation::tellProcessesToExit(const std::string& place) const {
   const auto processes = clientcomm::processesRunningBelow(place);
-  if (processes.empty()) return true;
+  if (!processes) return false;
+  if (processes->empty()) return true;
   TQHPHelperControl& control = TQHPHelperControl::share();
   const clientcomm::AEHandOverLimit limit{std::chrono::milliseconds(0)};
   if (control.isAlive(productID_, productVersion_) != clientcomm::noErr) return false;
   const auto receiver = clientcomm::AELastRecipient();
-  const bool isOld = std::any_of(processes.begin(), processes.end(), [receiver](auto process) {
+  const bool isOld = std::any_of(processes->begin(), processes->end(), [receiver](auto process) {
     return static_cast<std::uint64_t>(process) == receiver;
   });
   return isOld && control.exitHelper(productID_, productVersion_) == clientcomm::noErr;

@@ -34,13 +34,18 @@ class HelperInstallation {
 
  private:
   struct Target;
+  enum class OldHelper {
+    kNotFound,
+    kTold,
+    kNotReached,  ///< The command must be repeated: it runs, but takes no events yet.
+  };
 
   void extractLocked(const Target& target);
   void settleEarlierRemovals(const Target& target);
   void settleMark(const Target& target);
   void replace(const Target& target);
   bool isRunning(const Target& target) const;
-  bool tellToExit(const Target& target) const;
+  OldHelper tellToExit(const Target& target) const;
   bool tellProcessesToExit(const std::string& place) const;
 
   OptionalString productID_;

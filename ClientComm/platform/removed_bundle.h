@@ -19,7 +19,9 @@ std::optional<Error> moveAside(const std::string& path, std::string& place);
 /// The places that hold, or held, what was moved aside from `path` and is not deleted yet.
 std::vector<std::string> placesMovedAsideFrom(const std::string& path);
 
-/// IDs of the processes whose executable is below the directory at `path` now.
-std::vector<std::int32_t> processesRunningBelow(const std::string& path);
+/// IDs of the processes whose executable is below the directory at `path` now. Processes whose
+/// executable this one may not see are not among them.
+/// @return nothing when the processes cannot be read.
+std::optional<std::vector<std::int32_t>> processesRunningBelow(const std::string& path);
 
 }  // namespace clientcomm

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -16,6 +17,7 @@
 #include "ClientComm/TQHPProcessList.h"
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/file_lock.h"
+#include "ClientComm/platform/process_table.h"
 #include "ClientComm/platform/removed_bundle.h"
 #include "ClientComm/platform/user_defaults.h"
 #include "tests/support/child_process.h"
@@ -183,6 +185,29 @@ TEST_F(LifeCycle, OldHelperThatDoesNotTakeTheExitCommandHoldsNoHostUpAndGetsItLa
   EXPECT_LT(std::chrono::steady_clock::now() - step, milliseconds(4'000));
   EXPECT_EQ(countInJournal("exit"), 0U);
   support::sendSignal(old, SIGCONT);
+  EXPECT_TRUE(support::waitUntil([] {
+    TQHPHelper::share().startHelper();
+    return countInJournal("up 1.0.1") == 1;
+  }));
+  EXPECT_EQ(countInJournal("exit P100"), 1U);
+  EXPECT_EQ(
+      std::distance(fs::directory_iterator(fs::path(installedHelperPath()).parent_path()), {}), 1);
+}
+
+TEST_F(LifeCycle, OldHelperThatIsNotFoundWhileItIsReplacedIsToldToExitByTheNextRestartStep) {
+  const ChildProcess older = support::runApplication(makeHost("older", "1.0"), {"90000"});
+  ASSERT_TRUE(support::waitUntil([] { return countInJournal("start older") == 1; }));
+  embedHelper("1.0.1");
+  const auto system = clientcomm::replaceSysctl(
+      [](const int*, unsigned, void*, std::size_t*, const void*, std::size_t) noexcept {
+        errno = EMFILE;
+        return -1;
+      });
+  TQHPHelperCommunicate::share();
+  clientcomm::replaceSysctl(system);
+  EXPECT_TRUE(
+      haveSameContents(support::helperIn(support::hostBundlePath()), installedHelperPath()));
+  EXPECT_EQ(countInJournal("exit"), 0U);
   EXPECT_TRUE(support::waitUntil([] {
     TQHPHelper::share().startHelper();
     return countInJournal("up 1.0.1") == 1;

@@ -1,11 +1,13 @@
 #include "ClientComm/platform/removed_bundle.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -127,8 +129,20 @@ TEST(RemovedBundle, KeepsItsProcessesKnownWhenItsFilesAreDeletedAndTheNewOneIsTh
   EXPECT_TRUE(isKnownAsInstalledHelper());
   ASSERT_FALSE(clientcomm::removeItemAtPath(place));
   EXPECT_TRUE(isKnownAsInstalledHelper());
-  EXPECT_TRUE(processesRunningBelow(place).empty());
-  EXPECT_TRUE(processesRunningBelow(installedHelperPath()).empty());
+  EXPECT_EQ(processesRunningBelow(place), Processes{});
+  EXPECT_EQ(processesRunningBelow(installedHelperPath()), Processes{});
+}
+
+TEST(RemovedBundle, MayStillRunWhereTheProcessesCannotBeRead) {
+  const std::string helper = support::makeHelper(support::kInstallFolder);
+  EXPECT_EQ(processesRunningBelow(helper), Processes{});
+  EXPECT_EQ(processesRunningBelow(helper + "/missing"), Processes{});
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlimit none{0, limit.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_EQ(processesRunningBelow(helper), std::nullopt);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
 TEST(RemovedName, LeadsBackToThePathBefore) {

@@ -10,6 +10,7 @@
 #include <climits>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/linux/process_ids.h"
@@ -58,6 +59,13 @@ int moveAsideIn(int parent, const std::string& name, std::string& place) {
   return statusOf(renameat(parent, name.c_str(), parent, place.c_str()));
 }
 
+// A process that ended, a thread of the kernel, a process that this one may not look at, or a path
+// that is longer than any below a path that can be named.
+bool isOfNoProcessBelow(int error) noexcept {
+  return error == ENOENT || error == ESRCH || error == EACCES || error == EPERM ||
+         error == ENAMETOOLONG;
+}
+
 }  // namespace
 
 std::optional<Error> moveAside(const std::string& path, std::string& place) {
@@ -83,22 +91,23 @@ std::vector<std::string> placesMovedAsideFrom(const std::string& path) {
   return places;
 }
 
-std::vector<std::int32_t> processesRunningBelow(const std::string& path) {
+std::optional<std::vector<std::int32_t>> processesRunningBelow(const std::string& path) {
   std::vector<std::int32_t> processes;
   // The kernel's paths hold no symbolic links.
   const std::unique_ptr<char, decltype(&free)> real(realpath(path.c_str(), nullptr), &free);
-  if (!real) return processes;
+  if (!real) return errno == ENOENT ? std::optional(processes) : std::nullopt;
   const std::string below = std::string(real.get()) + "/";
   std::array<char, PATH_MAX> target;
   ProcessIDReader reader;
   for (pid_t pid = reader.next(); pid != 0; pid = reader.next()) {
     const std::string link = std::to_string(pid) + "/exe";
     const ssize_t length = readlinkat(reader.directory(), link.c_str(), target.data(), PATH_MAX);
+    if (length < 0 && !isOfNoProcessBelow(errno)) return std::nullopt;
     if (length <= 0) continue;
     const std::string_view executable(target.data(), static_cast<std::size_t>(length));
     if (executable.starts_with(below)) processes.push_back(pid);
   }
-  return processes;
+  return reader.error() == 0 ? std::optional(std::move(processes)) : std::nullopt;
 }
 
 }  // namespace clientcomm
