@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
@@ -19,6 +20,7 @@
 
 #include "ClientComm/TQHPHelper.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
+#include "ClientComm/platform/posix/user_folders.h"
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/text.h"
 #include "ClientComm/platform/user_defaults.h"
@@ -166,9 +168,11 @@ void makeVictim(const std::string& version) {
 }
 
 void endHelpers() {
-  for (const pid_t pid : support::processesOf(support::installedHelperPath())) {
-    support::sendSignal(pid, SIGKILL);
-  }
+  const auto helpers = support::processesOf(support::installedHelperPath());
+  for (const pid_t pid : helpers) support::sendSignal(pid, SIGKILL);
+  // Until its parent knows of its end, the record of a process is not cleared.
+  const auto isGone = [](pid_t pid) { return kill(pid, 0) != 0; };
+  ASSERT_TRUE(isSoon([&] { return std::all_of(helpers.begin(), helpers.end(), isGone); }));
   ASSERT_TRUE(isSoon([] { return support::processesOf(support::installedHelperPath()).empty(); }));
 }
 
@@ -405,6 +409,26 @@ std::string nameOfParameters(const testing::TestParamInfo<Sabotaged>& parameters
   std::ostringstream name;
   name << parameters.param;
   return name.str();
+}
+
+/// What `directory` says in a process whose first look at the system fails.
+std::string directoryAfterAFailure(std::string (*directory)()) {
+  support::writeFile(counterPath(), std::string(sabotage::kCounterSize, '\0'));
+  const std::string result = support::sandbox() + "/result";
+  ChildProcess child = ChildProcess::fork([&] {
+    sabotage::announce({program_invocation_short_name, Fault::kEIO, 1, counterPath()});
+    sabotage::begin();
+    support::writeFile(result, directory());
+    return 0;
+  });
+  EXPECT_EQ(child.wait(), 0);
+  EXPECT_EQ(sabotage::failedIn(counterPath()), "stat");
+  return support::readFile(result);
+}
+
+TEST(SabotagedLook, TurnsNoProcessAwayFromTheDirectoriesOfAllOthers) {
+  EXPECT_EQ(directoryAfterAFailure(clientcomm::runtimeDirectory), support::sandbox() + "/runtime");
+  EXPECT_EQ(directoryAfterAFailure(clientcomm::configDirectory), support::sandbox() + "/config");
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Sabotage, testing::ValuesIn(everyCombination()), nameOfParameters);

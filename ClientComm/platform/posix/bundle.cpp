@@ -11,6 +11,7 @@
 #include "ClientComm/platform/own_process.h"
 #include "ClientComm/platform/portable/localization.h"
 #include "ClientComm/platform/posix/bundle_files.h"
+#include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/property_list_file.h"
 
 namespace clientcomm {
@@ -98,11 +99,6 @@ struct Bundle::State {
     int error = isApplicationPath(path) ? readDictionaryFile(infoPath(), read) : 0;
     if (mayPass(error)) error = readDictionaryFile(infoPath(), read);
     if (!mayPass(error)) info = std::move(read).value_or(PropertyListDictionary());
-  }
-
- private:
-  static bool mayPass(int error) noexcept {
-    return error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO || error == EINTR;
   }
 };
 

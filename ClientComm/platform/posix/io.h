@@ -13,6 +13,12 @@ inline constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 /// The result of a system call that gives -1 on failure, as an errno value.
 inline int statusOf(int result) { return result < 0 ? errno : 0; }
 
+/// Whether the errno value `error` is of a failure that says nothing of the file: the system is
+/// short of something, or the medium failed. The next try may pass.
+inline bool mayPass(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO || error == EINTR;
+}
+
 /// Writes all bytes at the present offset.
 /// @return 0, or the system's error.
 int writeAll(int fd, const char* bytes, std::size_t size);

@@ -7,13 +7,13 @@
 #include <cerrno>
 #include <cstdlib>
 #include <initializer_list>
-#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "ClientComm/platform/own_process.h"
 #include "ClientComm/platform/path.h"
+#include "ClientComm/platform/posix/io.h"
 
 namespace clientcomm {
 namespace {
@@ -40,26 +40,34 @@ std::string homeInPasswordDatabase() {
   return found != nullptr && entry.pw_dir != nullptr && entry.pw_dir[0] == '/' ? entry.pw_dir : "";
 }
 
-bool exists(const std::string& path) noexcept {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0;
-}
+constexpr bool isOfMissing(int error) { return error == ENOENT || error == ENOTDIR; }
 
 // The owner of `path`, or where it is missing of the nearest directory above it.
-std::optional<uid_t> ownerOf(std::string path) {
+// @return 0 or an errno value.
+int readOwner(std::string path, uid_t& owner) {
   struct stat status {};
   while (stat(path.c_str(), &status) != 0) {
+    const int error = errno;
     std::string parent = splitPath(path).directory;
-    if ((errno != ENOENT && errno != ENOTDIR) || parent == path) return std::nullopt;
+    if (!isOfMissing(error) || parent == path) return error;
     path = std::move(parent);
   }
-  return status.st_uid;
+  owner = status.st_uid;
+  return 0;
 }
 
-bool belongsToEffectiveUser(const std::string& path) { return ownerOf(path) == geteuid(); }
+// Where a failure that may pass hides the owner, the directory is taken for the user's own: a
+// process that turned to another one for its life would be out of reach of all others.
+bool mayBelongToEffectiveUser(const std::string& path) {
+  uid_t owner = 0;
+  const int error = readOwner(path, owner);
+  return error == 0 ? owner == geteuid() : mayPass(error);
+}
 
 bool isMissingSessionDirectory(const std::string& path) noexcept {
-  return path.starts_with(kSessionDirectories) && !exists(path);
+  struct stat status {};
+  return path.starts_with(kSessionDirectories) && stat(path.c_str(), &status) != 0 &&
+         isOfMissing(errno);
 }
 
 // `name` in the directory `home`; empty where there is no such directory.
@@ -76,7 +84,7 @@ std::string firstOwn(std::initializer_list<Directory> directories) {
   for (const Directory directory : directories) {
     const std::string candidate = directory();
     if (candidate.empty() || isMissingSessionDirectory(candidate)) continue;
-    if (belongsToEffectiveUser(candidate)) return candidate;
+    if (mayBelongToEffectiveUser(candidate)) return candidate;
     if (first.empty()) first = candidate;
   }
   return first.empty() ? kNoDirectory : first;
@@ -114,8 +122,8 @@ std::string runtimeDirectory() {
 bool mayCreateAt(const std::string& path) noexcept {
   try {
     if (!mayReplaceAt(path)) return false;
-    const auto owner = geteuid() == 0 ? ownerOf(path) : std::nullopt;
-    return !owner || *owner == 0;
+    uid_t owner = 0;
+    return geteuid() != 0 || readOwner(path, owner) != 0 || owner == 0;
   } catch (...) {
     return false;  // out of memory
   }
