@@ -75,6 +75,9 @@ class CLIENTCOMM_EXPORT AppleEventDescriptor {
                                          AppleEventDescriptor target, AEReturnID returnID,
                                          AETransactionID transactionID);
 
+  /// Makes this a descriptor of `type`, neither a list nor an event, that holds a copy of `data`.
+  void assign(DescType type, std::string_view data);
+
   DescType descriptorType() const noexcept { return type_; }
   /// The bytes of a simple descriptor; empty for null, a list or an event.
   const std::string& data() const noexcept { return data_; }
@@ -96,6 +99,8 @@ class CLIENTCOMM_EXPORT AppleEventDescriptor {
   /// Puts `item` at `index` (1-based): replaces the item there; an index beyond the last, or 0,
   /// appends. Makes a null descriptor a list; does nothing to any other type.
   void insertDescriptor(AppleEventDescriptor item, std::size_t index);
+  /// Adds a null descriptor to the end of a list, to be filled in place; only for a list.
+  AppleEventDescriptor& addItem() { return items_.emplace_back(); }
   /// Makes room for `count` items.
   void reserveItems(std::size_t count) { items_.reserve(count); }
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -13,6 +14,9 @@
 #include "ClientComm/TQHPAppleEventSender.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPHelperControl.h"
+#include "ClientComm/platform/apple_event_manager.h"
+#include "ClientComm/platform/posix/apple_event_codec.h"
+#include "tests/support/allocation_count.h"
 #include "tests/support/recording_transport.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
@@ -245,6 +249,25 @@ TEST_F(ProcesserTest, WithoutArgumentsASelectorWithoutParametersIsInvoked) {
 
 TEST_F(ProcesserTest, TwoArgumentsReachTheirParametersInOrder) {
   EXPECT_EQ(call("two::", {"first", "second"}), "first|second");
+}
+
+// How often memory is allocated for a call with `count` arguments, from its bytes to its method.
+std::uint64_t allocationsForACallOf(std::size_t count) {
+  const std::vector<std::string> texts(count, "longer than what a string holds in place");
+  const AppleEventDescriptor call = support::callEvent("Recorder", "two::", texts);
+  std::string bytes(clientcomm::flattenedSize(call).value(), '\0');
+  clientcomm::flattenTo(call, bytes.data());
+  AppleEventDescriptor reply;
+  const std::uint64_t before = support::allocationCount();
+  auto event = clientcomm::unflatten(bytes);
+  clientcomm::AppleEventManager::sharedAppleEventManager().dispatchRawAppleEvent(*std::move(event),
+                                                                                 reply);
+  return support::allocationCount() - before;
+}
+
+TEST_F(ProcesserTest, MemoryIsAllocatedOnceForEachArgument) {
+  allocationsForACallOf(1);  // what is made for the first call only
+  EXPECT_EQ(allocationsForACallOf(200) - allocationsForACallOf(100), 100);
 }
 
 TEST_F(ProcesserTest, MoreArgumentsThanTheSelectorTakesInvokeNothing) {

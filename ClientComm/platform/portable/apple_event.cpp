@@ -89,6 +89,13 @@ AppleEventDescriptor AppleEventDescriptor::descriptorWithString(std::string text
   return {typeUnicodeText, std::move(text)};
 }
 
+void AppleEventDescriptor::assign(DescType type, std::string_view data) {
+  type_ = type;
+  data_.assign(data);
+  items_.clear();
+  record_.reset();
+}
+
 AppleEventDescriptor AppleEventDescriptor::listDescriptor() { return {typeAEList, {}}; }
 
 AppleEventDescriptor AppleEventDescriptor::appleEvent(AEEventClass eventClass, AEEventID eventID,

@@ -167,11 +167,11 @@ class Writer {
   std::size_t elsewhere_ = 0;  ///< Bytes of the output that were left where they are.
 };
 
-// A copy of `bytes`. What is very large is put into large pages, where the system has them for the
-// asking: most of the time of such a copy goes into the making of its pages.
-std::string copyOf(std::string_view bytes) {
-  constexpr std::size_t kLargePage = std::size_t{2} << 20;
-  if (bytes.size() < 2 * kLargePage) return std::string(bytes);
+constexpr std::size_t kLargePage = std::size_t{2} << 20;
+
+// A copy of `bytes` in large pages, where the system has them: most of the time of a very large
+// copy goes into the making of its pages.
+std::string copyInLargePages(std::string_view bytes) {
   std::string copy;
   copy.reserve(bytes.size());
   preferLargePages(copy.data(), copy.capacity());
@@ -209,7 +209,11 @@ class Reader {
     if (type == typeAEList) return readList(payload, depth, descriptor);
     if (type == typeAppleEvent) return readEvent(payload, depth, descriptor);
     if (type == typeNull && length != 0) return false;
-    descriptor = AppleEventDescriptor(type, copyOf(payload));
+    if (payload.size() < 2 * kLargePage) {
+      descriptor.assign(type, payload);
+    } else {
+      descriptor = AppleEventDescriptor(type, copyInLargePages(payload));
+    }
     return true;
   }
 
@@ -227,9 +231,7 @@ class Reader {
     AppleEventDescriptor list = AppleEventDescriptor::listDescriptor();
     list.reserveItems(count);
     for (std::uint32_t i = 0; i < count; ++i) {
-      AppleEventDescriptor item;
-      if (!reader.take(item, depth + 1)) return false;
-      list.insertDescriptor(std::move(item), 0);
+      if (!reader.take(list.addItem(), depth + 1)) return false;
     }
     descriptor = std::move(list);
     return reader.isAtEnd();
