@@ -12,6 +12,7 @@ build_packages=(
   libsqlite3-dev nlohmann-json3-dev  # the sample applications
   libgtest-dev
   e2fsprogs btrfs-progs              # the file systems that tests make
+  python3                            # the peer that shares no code with the library
   procps                             # what the page on troubleshooting looks with
 )
 
