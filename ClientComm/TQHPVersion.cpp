@@ -12,9 +12,9 @@ constexpr char32_t kFirstBeyondOneUnit = 0x10000;
 
 bool isAscii(char byte) { return static_cast<unsigned char>(byte) < 0x80; }
 
-// Characters are classified by UTF-16 unit; one that takes two units is no digit.
+// Of a character beyond ASCII. Characters are classified by UTF-16 unit; one that takes two units
+// is no digit.
 VersionComponentType typeOf(char32_t character) {
-  if (character == U'.') return VersionComponentType::kDot;
   const bool isDigit = character < kFirstBeyondOneUnit &&
                        clientcomm::isDecimalDigit(static_cast<char16_t>(character));
   return isDigit ? VersionComponentType::kDigits : VersionComponentType::kOther;

@@ -2,15 +2,29 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <utility>
 
+#include "tests/support/test_sandbox.h"
+
 namespace support {
+namespace {
+
+// Less than what ctest allows a test, so that a wait that fails is reported by the test itself.
+std::chrono::milliseconds waitLimit() {
+  const bool isFullStress = std::getenv("CLIENTCOMM_STRESS") != nullptr;
+  return isFullStress ? std::chrono::minutes(60) : std::chrono::seconds(100);
+}
+
+}  // namespace
 
 void sendSignal(pid_t pid, int number) {
   if (pid <= 0) {
@@ -77,7 +91,12 @@ void ChildProcess::write(const std::string& text) const {
 int ChildProcess::wait() {
   if (status_) return *status_;
   int status = 0;
-  while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+  const bool hasEnded =
+      waitUntil([&] { return waitpid(pid_, &status, WNOHANG) != 0; }, waitLimit());
+  if (!hasEnded) {
+    ADD_FAILURE() << "process " << pid_ << " does not end";
+    sendSignal(pid_, SIGKILL);
+    waitpid(pid_, &status, 0);
   }
   status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   return *status_;
@@ -89,6 +108,11 @@ std::optional<std::string> ChildProcess::readLine() {
       std::string line = buffer_.substr(0, end);
       buffer_.erase(0, end + 1);
       return line;
+    }
+    pollfd entry{output_, POLLIN, 0};
+    if (poll(&entry, 1, static_cast<int>(waitLimit().count())) == 0) {
+      ADD_FAILURE() << "process " << pid_ << " says nothing";
+      return std::nullopt;
     }
     char chunk[4096];
     const ssize_t count = read(output_, chunk, sizeof chunk);

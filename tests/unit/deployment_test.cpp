@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/property_list.h"
+#include "ClientComm/platform/removed_bundle.h"
 #include "tests/support/permissions.h"
 #include "tests/support/recording_transport.h"
 #include "tests/support/test_application.h"
@@ -167,6 +169,20 @@ TEST_F(InstallationTest, AnOlderInstalledVersionIsReplacedWhole) {
   EXPECT_EQ(recorder_.countOf(kExit), 0) << "none was running";
 }
 
+TEST_F(InstallationTest, TheCopyInAnotherUsersFolderIsLeftAloneByTheSuperuser) {
+  if (geteuid() != 0) GTEST_SKIP() << "only the superuser can give a folder away";
+  makeHelper(kResourceFolder, "1.0.1");
+  makeHelper(kInstallFolder, "1.0");
+  markInstalledCopy();
+  const std::string folder = support::sandbox() + "/" + kInstallFolder;
+  ASSERT_EQ(chown(folder.c_str(), 65534, 65534), 0);
+  extract();
+  EXPECT_TRUE(isInstalledCopyUntouched());
+  ASSERT_EQ(chown(folder.c_str(), 0, 0), 0);
+  extract();
+  EXPECT_EQ(installedVersion(), "1.0.1") << "as its own";
+}
+
 TEST_F(InstallationTest, AnInstalledCopyWithoutAVersionIsReplacedByOneWithANumber) {
   makeHelper(kResourceFolder, "0");
   removeVersionOf(makeHelper(kInstallFolder));
@@ -242,6 +258,39 @@ TEST_F(DeploymentTest, TheOldHelperIsRemovedThenToldToExitThenReplaced) {
   EXPECT_TRUE(wasRemoved);
   EXPECT_FALSE(wasCopied);
   EXPECT_EQ(installedVersion(), "1.0.1");
+}
+
+TEST_F(DeploymentTest, AnOldHelperThatTakesNoEventsYetIsToldToExitAgain) {
+  makeHelper(kResourceFolder, "1.0.1");
+  const support::ChildProcess old = support::runInstalledHelper();
+  recorder_.setRecipient(static_cast<std::uint64_t>(old.pid()));
+  recorder_.setStatus(kExit, clientcomm::procNotFound);
+  recorder_.whenSending([&](const support::RecordedCall&) {
+    if (recorder_.countOf(kExit) == 2) recorder_.setStatus(kExit, clientcomm::noErr);
+  });
+  controller();
+  // By a restart step, where the first attempt took all the time that the start-up has for it.
+  EXPECT_TRUE(support::waitUntil([&] {
+    controller().autoRestartHelper();
+    return recorder_.countOf(kExit) == 2;
+  }));
+  EXPECT_EQ(installedVersion(), "1.0.1");
+}
+
+TEST_F(DeploymentTest, ForAnEarlierRemovalOnlyAProcessThatRunsFromItIsToldToExit) {
+  const support::ChildProcess old = support::runInstalledHelper();
+  std::string place;
+  ASSERT_FALSE(clientcomm::moveAside(installedHelperPath(), place));
+  makeHelper(kResourceFolder);
+  makeHelper(kInstallFolder);
+  recorder_.setRecipient(static_cast<std::uint64_t>(old.pid()) + 1);
+  controller();
+  EXPECT_EQ(recorder_.countOf(kExit), 0);
+  EXPECT_TRUE(fs::exists(place));
+  recorder_.setRecipient(static_cast<std::uint64_t>(old.pid()));
+  controller().autoRestartHelper();
+  EXPECT_EQ(recorder_.countOf(kExit), 1);
+  EXPECT_FALSE(fs::exists(place));
 }
 
 TEST_F(DeploymentTest, TheOldHelperIsToldToExitHoweverTheInstallDirectoryIsSpelt) {

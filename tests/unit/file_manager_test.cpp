@@ -291,8 +291,9 @@ TEST_F(FileManager, NeverShowsACopyHalfDone) {
     writeFile(source + "/" + std::to_string(i), std::string(20'000, 'x'));
   auto copier = ChildProcess::fork(
       [&source, this] { return static_cast<int>(codeOf(copyPath(source, at("copy")))); });
-  while (!fileExistsAtPath(at("copy"))) {
-  }
+  // Without a pause: the copy would be complete by the end of it.
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (!fileExistsAtPath(at("copy"))) ASSERT_LT(std::chrono::steady_clock::now(), limit);
   EXPECT_EQ(contentsOfDirectoryAtPath(at("copy")).size(), 200U);
   EXPECT_EQ(copier.wait(), 0);
 }

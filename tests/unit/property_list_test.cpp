@@ -331,6 +331,14 @@ TEST(PropertyList, ReadsANulInAStringOfABinaryList) {
             PropertyListValue(std::string("a\0b", 3)));
 }
 
+TEST(PropertyList, RefusesAnObjectOfABinaryListThatReachesBeyondTheObjects) {
+  EXPECT_EQ(fromBinaryEntry("\x42xy"),
+            PropertyListValue(PropertyListValue::Data{std::byte{'x'}, std::byte{'y'}}));
+  for (const char* object : {"\x43xy", "\x53xy", "\x61x", "\xA1", "\xD1\x01"}) {
+    EXPECT_EQ(fromBinaryEntry(object), std::nullopt) << object;
+  }
+}
+
 TEST(PropertyList, RefusesAnAsciiStringOfABinaryListThatIsNot) {
   EXPECT_EQ(fromBinaryEntry("\x51\xFF"), std::nullopt);
   EXPECT_EQ(fromBinaryEntry("\x52\xC3\xBC"), std::nullopt);

@@ -138,8 +138,7 @@ TEST_F(UserDefaultsTest, LoseNoKeyWhenEightProcessesWriteAtOnce) {
       UserDefaults defaults(kDomain);
       for (int i = 0; i < kKeys; ++i) {
         defaults.setObject(i, std::to_string(process) + "-" + std::to_string(i));
-        while (!defaults.synchronize()) {
-        }
+        if (!support::waitUntil([&] { return defaults.synchronize(); })) return 1;
       }
       return 0;
     }));

@@ -203,6 +203,7 @@ TEST(Version, EverythingElseIsOther) {
     EXPECT_EQ(typeOf(text), 1) << text;
   }
   EXPECT_EQ(typeOf("\xF0\x9D\x9F\x99"), 1) << "a digit of two units is none";
+  EXPECT_EQ(typeOf("\xF0\x90\x99\xA0"), 1) << "U+10660, though U+0660 is a digit";
 }
 
 TEST(Version, SplitsIntoRunsAndSingleDots) {
