@@ -1,5 +1,6 @@
 """The receiving side."""
 
+import contextlib
 import os
 import selectors
 import socket
@@ -77,7 +78,8 @@ class Endpoint:
         record = places.read_record(path)
         mine = (os.getpid(), places.start_time(os.getpid()))
         if (record.get("ProcessID"), record.get("StartTime")) == mine:
-            os.unlink(path)
+            with contextlib.suppress(FileNotFoundError):  # The launcher removes it too.
+                os.unlink(path)
 
     def close(self):
         """Ends the endpoint; what waits in its queue is lost."""
