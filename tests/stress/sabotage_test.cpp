@@ -24,6 +24,7 @@
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/text.h"
 #include "ClientComm/platform/user_defaults.h"
+#include "ClientComm/platform/workspace.h"
 #include "tests/stress/sabotage_calls.h"
 #include "tests/stress/stress.h"
 #include "tests/support/child_process.h"
@@ -429,6 +430,39 @@ std::string directoryAfterAFailure(std::string (*directory)()) {
 TEST(SabotagedLook, TurnsNoProcessAwayFromTheDirectoriesOfAllOthers) {
   EXPECT_EQ(directoryAfterAFailure(clientcomm::runtimeDirectory), support::sandbox() + "/runtime");
   EXPECT_EQ(directoryAfterAFailure(clientcomm::configDirectory), support::sandbox() + "/config");
+}
+
+/// Opens the installed helper in a process of its own, whose call `call` fails.
+/// @return how many calls there were.
+std::uint64_t openHelperWithFailure(Fault fault, std::uint64_t call) {
+  support::writeFile(counterPath(), std::string(sabotage::kCounterSize, '\0'));
+  ChildProcess child = ChildProcess::fork([&] {
+    sabotage::announce({program_invocation_short_name, fault, call, counterPath()});
+    sabotage::begin();
+    clientcomm::Workspace::sharedWorkspace().openFile(support::installedHelperPath());
+    return 0;
+  });
+  EXPECT_EQ(child.wait(), 0);
+  return sabotage::countIn(counterPath());
+}
+
+TEST(SabotagedLook, LaunchesNoSecondHelperBesideARunningOne) {
+  makeVictim("1.0");
+  ChildProcess host = support::runApplication(victimPath(), {kStay});
+  ASSERT_TRUE(isSoon([] { return isHelperStarted("1.0"); }));
+  host.signal(SIGKILL);
+  host.wait();
+  for (const Fault fault : {Fault::kEIO, Fault::kEMFILE, Fault::kENOMEM}) {
+    const std::uint64_t calls = openHelperWithFailure(fault, 0);
+    ASSERT_GT(calls, 0U);
+    for (std::uint64_t call = 1; call <= calls; ++call) {
+      openHelperWithFailure(fault, call);
+      ASSERT_EQ(support::processesOf(support::installedHelperPath()).size(), 1U)
+          << "when " << nameOf(fault) << " is the outcome of call " << call << ", "
+          << sabotage::failedIn(counterPath());
+    }
+  }
+  endHelpers();
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Sabotage, testing::ValuesIn(everyCombination()), nameOfParameters);

@@ -245,13 +245,21 @@ bool launchAgain(int folder, std::string executable, const Bundle& bundle,
   return true;
 }
 
+// One system call that fails can hide a process from a look, and a second process is worse than a
+// second look.
+Presence presenceBeforeLaunch(const Bundle& bundle) {
+  const Presence presence = presenceOf(bundle.bundlePath(), bundle.bundleIdentifier());
+  if (presence != Presence::kAbsent) return presence;
+  return presenceOf(bundle.bundlePath(), bundle.bundleIdentifier());
+}
+
 // Among all processes of this user, one at a time looks and launches.
 bool launchUnlessRunning(std::string executable, const Bundle& bundle) {
   const ScopedFd folder = openRuntimeFolder(true);
   if (!folder.isValid()) return false;
   const DirectoryLock lock("/proc/self/fd/" + std::to_string(folder.get()) + "/.",
                            kLongestWaitForOtherLaunches);
-  switch (presenceOf(bundle.bundlePath(), bundle.bundleIdentifier())) {
+  switch (presenceBeforeLaunch(bundle)) {
     case Presence::kRunning:
       return true;
     case Presence::kAbsent:
