@@ -82,7 +82,7 @@ using Directory = std::string (*)();
 std::string firstOwn(std::initializer_list<Directory> directories) {
   std::string first;
   for (const Directory directory : directories) {
-    const std::string candidate = directory();
+    std::string candidate = directory();
     if (candidate.empty() || isMissingSessionDirectory(candidate)) continue;
     if (mayBelongToEffectiveUser(candidate)) return candidate;
     if (first.empty()) first = candidate;
