@@ -153,7 +153,7 @@ def read_event(body):
     reader.count = 1
     end = len(body)
     event = Event(*(reader.number(form, end) for form in ("<I", "<I", "<h", "<i")), {})
-    reader.descriptor(2, end)  # The target; whoever reads it is the target.
+    reader.descriptor(2, end)  # The target, which is this process.
     for parameters in ({}, event.parameters):
         count = reader.number("<I", end)
         if count > MAX_ENTRIES:
