@@ -23,8 +23,6 @@
 namespace clientcomm {
 namespace {
 
-using clientcomm::Bundle;
-
 constexpr const char kHelperAppNameFallback[] = "Helper App name";
 constexpr const char kHelperInstallPathFallback[] = "Helper location path";
 

@@ -4,26 +4,12 @@
 #include <sys/un.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstddef>
 
+#include "ClientComm/platform/linux/decimal_number.h"
 #include "ClientComm/platform/linux/runtime_folder_format.h"
 
 namespace clientcomm {
-namespace {
-
-/// The number without sign and leading zeros that is all of `text`; 0 when it is none, or too
-/// large.
-template <typename Number>
-Number numberIn(std::string_view text) noexcept {
-  Number number = 0;
-  if (text.starts_with('0')) return 0;
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
-  const bool isWhole = result.ec == std::errc() && result.ptr == text.data() + text.size();
-  return isWhole && number > 0 ? number : Number{0};
-}
-
-}  // namespace
 
 std::string boundName(const BoundName& parts) {
   return std::string(parts.fileName) + "." + std::to_string(parts.pid) + "." +
@@ -39,8 +25,8 @@ std::optional<BoundName> partsOfBoundName(std::string_view name) noexcept {
   const auto dot = std::min(numbers.find('.'), numbers.size());
   BoundName parts;
   parts.fileName = name.substr(0, kFileNameLength);
-  parts.pid = numberIn<pid_t>(numbers.substr(0, dot));
-  parts.version = numberIn<WireVersion>(numbers.substr(std::min(dot + 1, numbers.size())));
+  parts.pid = decimalNumber<pid_t>(numbers.substr(0, dot));
+  parts.version = decimalNumber<WireVersion>(numbers.substr(std::min(dot + 1, numbers.size())));
   return parts.pid != 0 && parts.version != 0 ? std::optional(parts) : std::nullopt;
 }
 

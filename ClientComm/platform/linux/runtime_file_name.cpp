@@ -2,9 +2,8 @@
 
 #include <unistd.h>
 
-#include <charconv>
-
 #include "ClientComm/platform/linux/bound_name.h"
+#include "ClientComm/platform/linux/decimal_number.h"
 #include "ClientComm/platform/linux/endpoint_record_format.h"
 #include "ClientComm/platform/linux/launch_record_format.h"
 #include "ClientComm/platform/linux/process_record_format.h"
@@ -13,16 +12,6 @@
 
 namespace clientcomm {
 namespace {
-
-// The number above 0 that is all of `text`, without sign or leading zero; 0 when it is none.
-template <typename Number>
-Number numberFrom(std::string_view text) noexcept {
-  if (text.empty() || text.front() < '1' || text.front() > '9') return 0;
-  Number number = 0;
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
-  const bool isWhole = result.ec == std::errc() && result.ptr == text.data() + text.size();
-  return isWhole ? number : 0;
-}
 
 bool isDigest(std::string_view text) noexcept {
   return text.size() == kFileNameLength &&
@@ -49,8 +38,8 @@ RuntimeFileName parseProcessRecord(std::string_view name) noexcept {
   if (!name.starts_with(kProcessRecordPrefix)) return {};
   name.remove_prefix(kProcessRecordPrefix.size());
   const Parts parts = splitAt(name, name.find('.'));
-  const auto pid = numberFrom<pid_t>(parts.first);
-  const auto pidNamespace = numberFrom<std::uint64_t>(parts.second);
+  const auto pid = decimalNumber<pid_t>(parts.first);
+  const auto pidNamespace = decimalNumber<std::uint64_t>(parts.second);
   if (pid == 0 || (parts.hasDot && pidNamespace == 0)) return {};
   return {RuntimeFileKind::kProcessRecord, pid, pidNamespace};
 }
@@ -64,7 +53,7 @@ bool isRecord(std::string_view name) noexcept {
 // @param name without the suffix of drafts.
 RuntimeFileName parseDraft(std::string_view name) noexcept {
   const Parts parts = splitAt(name, name.rfind('.'));
-  const auto pid = numberFrom<pid_t>(parts.second);
+  const auto pid = decimalNumber<pid_t>(parts.second);
   if (pid != 0 && isRecord(parts.first)) return {RuntimeFileKind::kDraft, pid, 0};
   // Earlier versions: the process of a process record writes the draft itself.
   if (isRecord(name)) return {RuntimeFileKind::kDraft, parseProcessRecord(name).pid, 0};
