@@ -2,6 +2,8 @@
 
 #include <vector>
 
+using clientcomm::OptionalString;
+
 namespace {
 
 std::set<std::string, std::less<>>& sharedBundleIDSet() {

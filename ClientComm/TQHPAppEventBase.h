@@ -22,12 +22,12 @@ class CLIENTCOMM_EXPORT TQHPAppEventBase : public clientcomm::Object {
   /// @return the method's text; nil when it yields none, or the object does not answer `selector`.
   /// @throws clientcomm::InvalidArgumentException when there are more objects than parameters;
   ///         nothing is invoked then. What the method throws passes through.
-  OptionalString performSelector(std::string_view selector,
-                                 std::span<const OptionalString> objects);
+  clientcomm::OptionalString performSelector(std::string_view selector,
+                                             std::span<const clientcomm::OptionalString> objects);
 
   /// Notes the bundle identifier of the caller of the invocation that follows.
   /// @throws clientcomm::InvalidArgumentException for nil: a caller without identity is not served.
-  virtual void setBundleID(const OptionalString& bundleID);
+  virtual void setBundleID(const clientcomm::OptionalString& bundleID);
 
  protected:
   using BundleIDSet = std::set<std::string, std::less<>>;

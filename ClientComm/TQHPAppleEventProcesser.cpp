@@ -12,6 +12,7 @@
 namespace {
 
 using clientcomm::AppleEventDescriptor;
+using clientcomm::OptionalString;
 
 // Takes the text out of the list, as a call is read only once and its texts may be large.
 OptionalString takeTextAtIndex(AppleEventDescriptor* list, std::size_t index) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ClientComm/TQHPTypes.h"
+#include "ClientComm/platform/object_observer.h"
 #include "ClientComm/platform/runtime.h"
 
 namespace clientcomm {
@@ -44,10 +45,11 @@ class CLIENTCOMM_EXPORT TQHPAppleEventProcesser {
 
  private:
   void process(clientcomm::AppleEventDescriptor event, clientcomm::AppleEventDescriptor& reply);
-  OptionalString reflection(const OptionalString& className, const OptionalString& method,
-                            std::span<const OptionalString> parameter,
-                            const OptionalString& bundleID);
-  clientcomm::Object* instanceForClass(const OptionalString& className);
+  clientcomm::OptionalString reflection(const clientcomm::OptionalString& className,
+                                        const clientcomm::OptionalString& method,
+                                        std::span<const clientcomm::OptionalString> parameter,
+                                        const clientcomm::OptionalString& bundleID);
+  clientcomm::Object* instanceForClass(const clientcomm::OptionalString& className);
 
   std::map<std::string, clientcomm::Object*, std::less<>> mapTable_;
   /// Instances that the processor made itself; kept even when another takes over their entry.

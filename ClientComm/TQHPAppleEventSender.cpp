@@ -7,8 +7,11 @@
 #include "ClientComm/platform/apple_event.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/characters.h"
 #include "ClientComm/platform/text.h"
 #include "ClientComm/platform/wire_format.h"
+
+using clientcomm::OptionalString;
 
 namespace {
 
@@ -49,7 +52,7 @@ OSErr TQHPAppleEventSender::sendEvnet(std::string_view className, std::string_vi
 OSErr TQHPAppleEventSender::sendEvnet(const OptionalString& bundleID, std::string_view className,
                                       std::string_view selectName,
                                       std::span<const std::string> args) noexcept {
-  return guarded(clientcomm::memFullErr, [&] {
+  return clientcomm::guarded(clientcomm::memFullErr, [&] {
     clientcomm::AppleEventDescriptor reply;
     return clientcomm::AESendMessage(createEvnet(bundleID, className, selectName, args), reply,
                                      clientcomm::kAENoReply, clientcomm::kAEDefaultTimeout);
@@ -61,7 +64,7 @@ OSErr TQHPAppleEventSender::sendEvnet(const OptionalString& bundleID, std::strin
                                       std::span<const std::string> args,
                                       OptionalString* result) noexcept {
   if (result != nullptr) result->reset();
-  return guarded(clientcomm::memFullErr, [&] {
+  return clientcomm::guarded(clientcomm::memFullErr, [&] {
     clientcomm::AppleEventDescriptor reply;
     const OSErr status =
         clientcomm::AESendMessage(createEvnet(bundleID, className, selectName, args), reply,

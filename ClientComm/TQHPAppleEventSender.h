@@ -32,26 +32,26 @@ class CLIENTCOMM_EXPORT TQHPAppleEventSender {
   /// Sends to the helper and waits for the reply.
   /// @param result receives the reply's text; nil when there is none, also when the send failed.
   OSErr sendEvnet(std::string_view className, std::string_view selectName,
-                  std::span<const std::string> args, OptionalString* result) noexcept;
+                  std::span<const std::string> args, clientcomm::OptionalString* result) noexcept;
 
   /// Sends to the application with the bundle identifier `bundleID`, without a result.
-  OSErr sendEvnet(const OptionalString& bundleID, std::string_view className,
+  OSErr sendEvnet(const clientcomm::OptionalString& bundleID, std::string_view className,
                   std::string_view selectName, std::span<const std::string> args) noexcept;
 
   /// Sends to the application with the bundle identifier `bundleID` and waits for the reply.
   /// @param result receives the reply's text; nil when there is none, also when the send failed.
-  OSErr sendEvnet(const OptionalString& bundleID, std::string_view className,
+  OSErr sendEvnet(const clientcomm::OptionalString& bundleID, std::string_view className,
                   std::string_view selectName, std::span<const std::string> args,
-                  OptionalString* result) noexcept;
+                  clientcomm::OptionalString* result) noexcept;
 
  private:
   TQHPAppleEventSender();
 
-  static clientcomm::AppleEventDescriptor createEvnet(const OptionalString& bundleID,
+  static clientcomm::AppleEventDescriptor createEvnet(const clientcomm::OptionalString& bundleID,
                                                       std::string_view className,
                                                       std::string_view selectName,
                                                       std::span<const std::string> args);
 
   /// The helper's bundle identifier, read once from the host's Info dictionary; nil without it.
-  OptionalString helperBundleID_;
+  clientcomm::OptionalString helperBundleID_;
 };

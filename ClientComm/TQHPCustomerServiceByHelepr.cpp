@@ -2,6 +2,8 @@
 
 #include "ClientComm/internal/proxy_call.h"
 
+using clientcomm::OptionalString;
+
 namespace {
 
 // Selectors, as they travel; each is used by the method table and by the call.
@@ -26,12 +28,12 @@ TQHPCustomerServiceByHelepr& TQHPCustomerServiceByHelepr::share() {
 
 OSErr TQHPCustomerServiceByHelepr::checkForHeleprMessage(const OptionalString& productID,
                                                          const OptionalString& versionID) {
-  return sendCommand(*this, kCheckForHeleprMessage, productID, versionID);
+  return clientcomm::sendCommand(*this, kCheckForHeleprMessage, productID, versionID);
 }
 
 OSErr TQHPCustomerServiceByHelepr::customerService(const OptionalString& productID,
                                                    const OptionalString& versionID,
                                                    const OptionalString& email,
                                                    const OptionalString& attachment) {
-  return sendCommand(*this, kCustomerService, productID, versionID, email, attachment);
+  return clientcomm::sendCommand(*this, kCustomerService, productID, versionID, email, attachment);
 }

@@ -14,8 +14,11 @@ class CLIENTCOMM_EXPORT TQHPCustomerServiceByHelepr : public TQHPAppEventBase {
   const clientcomm::Class& isa() const override { return staticClass(); }
 
   /// Has the helper look for messages from customer service.
-  OSErr checkForHeleprMessage(const OptionalString& productID, const OptionalString& versionID);
+  OSErr checkForHeleprMessage(const clientcomm::OptionalString& productID,
+                              const clientcomm::OptionalString& versionID);
   /// Sends a request with the file at `attachment`.
-  OSErr customerService(const OptionalString& productID, const OptionalString& versionID,
-                        const OptionalString& email, const OptionalString& attachment);
+  OSErr customerService(const clientcomm::OptionalString& productID,
+                        const clientcomm::OptionalString& versionID,
+                        const clientcomm::OptionalString& email,
+                        const clientcomm::OptionalString& attachment);
 };

@@ -2,6 +2,8 @@
 
 #include "ClientComm/internal/proxy_call.h"
 
+using clientcomm::OptionalString;
+
 namespace {
 
 // Selectors, as they travel; each is used by the method table and by the call.
@@ -22,5 +24,5 @@ TQHPGetDataByHelper& TQHPGetDataByHelper::share() {
 }
 
 OptionalString TQHPGetDataByHelper::clientIDFormHelper() {
-  return sendQuery(*this, kClientIDFormHelper);
+  return clientcomm::sendQuery(*this, kClientIDFormHelper);
 }

@@ -15,5 +15,5 @@ class CLIENTCOMM_EXPORT TQHPGetDataByHelper : public TQHPAppEventBase {
 
   /// The client ID that the helper keeps; blocks until it answers or ends.
   /// @return nil when the helper could not be reached, or gave none.
-  OptionalString clientIDFormHelper();
+  clientcomm::OptionalString clientIDFormHelper();
 };

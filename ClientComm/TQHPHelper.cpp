@@ -6,6 +6,8 @@
 #include "ClientComm/internal/guard.h"
 #include "ClientComm/platform/timer.h"
 
+using clientcomm::OptionalString;
+
 namespace {
 
 constexpr std::chrono::seconds kAutoStartInterval{5};
@@ -26,7 +28,7 @@ TQHPHelper::~TQHPHelper() = default;
 
 void TQHPHelper::init() {
   cmmt_ = &TQHPHelperCommunicate::share();
-  guarded([this] {
+  clientcomm::guarded([this] {
     autoStartTimer_ = clientcomm::Timer::scheduledTimer(
         kAutoStartInterval,
         [this](const clientcomm::Timer& timer) { autoautoStartIntervaTimerMethod(&timer); });

@@ -29,10 +29,13 @@ class CLIENTCOMM_EXPORT TQHPHelper {
   void autoautoStartIntervaTimerMethod(const clientcomm::Timer* timer);
 
   /// Count one use of `target`'s `key`: a counter known to the helper, or one made on first use.
-  void commIncreaseDataCollect(const OptionalString& target, const OptionalString& key);
-  void autoCreatedIncreaseDataCollect(const OptionalString& target, const OptionalString& key);
+  void commIncreaseDataCollect(const clientcomm::OptionalString& target,
+                               const clientcomm::OptionalString& key);
+  void autoCreatedIncreaseDataCollect(const clientcomm::OptionalString& target,
+                                      const clientcomm::OptionalString& key);
   /// Files the text `value` under `target`.
-  void customStringDataCollect(const OptionalString& target, const OptionalString& value);
+  void customStringDataCollect(const clientcomm::OptionalString& target,
+                               const clientcomm::OptionalString& value);
   /// Switches the collection of usage data for this product.
   void setProductCollectStatus(bool status);
   /// Whether usage data is collected for this product; blocks until the helper answers.
@@ -40,21 +43,23 @@ class CLIENTCOMM_EXPORT TQHPHelper {
   /// Has the usage data collected so far uploaded at once.
   void directUploadData();
   /// Sets the product ID under which usage data is filed; nil and "" are ignored.
-  void setDataCollectPID(const OptionalString& productID);
+  void setDataCollectPID(const clientcomm::OptionalString& productID);
 
   /// The suite page; block until the helper answers. Without an answer the record is empty.
   TQHPSuiteInfo regSuiteInfo();
   TQHPSuiteInfo unRegSuiteInfo();
   /// Path of the page to show when the network cannot be reached; nil without an answer.
-  OptionalString netErrorPagePath();
+  clientcomm::OptionalString netErrorPagePath();
 
   /// Switches the product's tips, in the host bundle's settings files.
   void setTipsEnable(bool enable);
 
   /// Hands a file of the product to the helper; the path is passed on untouched.
   /// @return 0 when handed over, else the send's own status; the helper is not launched for this.
-  OSErr uploadProductFile(const OptionalString& email, const OptionalString& filePath,
-                          const OptionalString& title, const OptionalString& description);
+  OSErr uploadProductFile(const clientcomm::OptionalString& email,
+                          const clientcomm::OptionalString& filePath,
+                          const clientcomm::OptionalString& title,
+                          const clientcomm::OptionalString& description);
 
  private:
   TQHPHelper() = default;

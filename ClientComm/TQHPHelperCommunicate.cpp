@@ -11,16 +11,19 @@
 #include "ClientComm/TQHPCustomerServiceByHelepr.h"
 #include "ClientComm/TQHPGetDataByHelper.h"
 #include "ClientComm/TQHPUploadByHelper.h"
-#include "ClientComm/TQHPVersion.h"
 #include "ClientComm/internal/guard.h"
 #include "ClientComm/internal/helper_installation.h"
 #include "ClientComm/internal/host_classes.h"
 #include "ClientComm/internal/settings_keys.h"
+#include "ClientComm/internal/version_order.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
+#include "ClientComm/platform/path.h"
 #include "ClientComm/platform/property_list.h"
+#include "ClientComm/platform/strings_file.h"
 #include "ClientComm/platform/text.h"
 #include "ClientComm/platform/user_defaults.h"
 
@@ -28,6 +31,7 @@ namespace {
 
 using clientcomm::Bundle;
 using clientcomm::HelperInstallation;
+using clientcomm::OptionalString;
 using clientcomm::UserDefaults;
 using clientcomm::WaitBudget;
 
@@ -185,8 +189,8 @@ TQHPHelperCommunicate& TQHPHelperCommunicate::share() {
 }
 
 void TQHPHelperCommunicate::init() {
-  guarded([this] {
-    registerHostClasses();
+  clientcomm::guarded([this] {
+    clientcomm::registerHostClasses();
     isHelperAlive_ = false;
     TQHPHelperControl::share().setHelperCtrlDelegate(this);
     synthesizeUserDefault();
@@ -236,14 +240,14 @@ OSErr TQHPHelperCommunicate::hideHelper() {
 }
 
 OSErr TQHPHelperCommunicate::autoRestartHelper() {
-  if (!getDefaultHelperServerOpen()) return kHelperServerClosed;
+  if (!getDefaultHelperServerOpen()) return clientcomm::kHelperServerClosed;
   if (isInstallationPending_) extract(WaitBudget::none());
   if (isAliveHelper() == clientcomm::noErr) return clientcomm::noErr;
-  return launchHelepr() ? clientcomm::noErr : kHelperNotLaunched;
+  return launchHelepr() ? clientcomm::noErr : clientcomm::kHelperNotLaunched;
 }
 
 bool TQHPHelperCommunicate::getDefaultHelperServerOpen() {
-  return guarded(true, [] {
+  return clientcomm::guarded(true, [] {
     const OptionalString helper = Bundle::mainBundle().infoString(kHelperBundleId);
     if (!helper) return true;
     const auto domain = UserDefaults::standardUserDefaults().persistentDomainForName(*helper);
@@ -260,7 +264,7 @@ void TQHPHelperCommunicate::didCheckServerOpen(bool isOpen, const clientcomm::Er
 // --- The product's identity ---
 
 void TQHPHelperCommunicate::synthesizeUserDefault() {
-  guarded([this] {
+  clientcomm::guarded([this] {
     const Bundle& host = Bundle::mainBundle();
     productID_ = host.infoString(clientcomm::kPIDKey);
     productVersion_ = host.infoString(clientcomm::kCFBundleVersionKey);
@@ -274,7 +278,7 @@ void TQHPHelperCommunicate::synthesizeUserDefault() {
 }
 
 OptionalString TQHPHelperCommunicate::firstStartPID() {
-  return guarded(OptionalString(), [] {
+  return clientcomm::guarded(OptionalString(), [] {
     UserDefaults& defaults = UserDefaults::standardUserDefaults();
     const auto isFirstStart = defaults.objectForKey(KIsFirstStart);
     if (isFirstStart && !isFirstStart->boolValue()) return defaults.stringForKey(KFirstStartPID);
@@ -287,7 +291,7 @@ OptionalString TQHPHelperCommunicate::firstStartPID() {
 }
 
 OptionalString TQHPHelperCommunicate::clientIDFormHelper() {
-  return guarded(OptionalString(), [this] {
+  return clientcomm::guarded(OptionalString(), [this] {
     clientID_.reset();
     clientID_ = TQHPGetDataByHelper().clientIDFormHelper();
     return clientID_;
@@ -299,7 +303,7 @@ OptionalString TQHPHelperCommunicate::clientIDFormHelper() {
 void TQHPHelperCommunicate::extractHelper() { extract(WaitBudget::none()); }
 
 void TQHPHelperCommunicate::extract(const WaitBudget& waits) {
-  guarded([&] {
+  clientcomm::guarded([&] {
     HelperInstallation installation(productID_, productVersion_, waits);
     installation.extract();
     isInstallationPending_ = installation.isPending();
@@ -309,7 +313,7 @@ void TQHPHelperCommunicate::extract(const WaitBudget& waits) {
 bool TQHPHelperCommunicate::launchHelepr() { return launch(WaitBudget::none()); }
 
 bool TQHPHelperCommunicate::launch(const WaitBudget& waits) {
-  return guarded(false, [&] {
+  return clientcomm::guarded(false, [&] {
     HelperInstallation installation(productID_, productVersion_, waits);
     const bool isRunning = installation.launch();
     isInstallationPending_ = isInstallationPending_ || installation.isPending();
@@ -321,7 +325,7 @@ bool TQHPHelperCommunicate::launch(const WaitBudget& waits) {
 }
 
 OptionalString TQHPHelperCommunicate::appPath(const std::string& directory) {
-  return guarded(OptionalString(), [&]() -> OptionalString {
+  return clientcomm::guarded(OptionalString(), [&]() -> OptionalString {
     for (const std::string& name : clientcomm::contentsOfDirectoryAtPath(directory)) {
       if (clientcomm::pathExtension(name) == "app") {
         return clientcomm::stringByAppendingPathComponent(directory, name);
@@ -333,17 +337,19 @@ OptionalString TQHPHelperCommunicate::appPath(const std::string& directory) {
 
 int TQHPHelperCommunicate::typeOfCharacter(std::string_view text) {
   // A dot counts only by itself; every other text counts by its first character.
-  VersionComponent first{};
-  VersionReader(text).next(first);
-  const bool isDotFollowedByMore = first.type == VersionComponentType::kDot && text.size() > 1;
-  return static_cast<int>(isDotFollowedByMore ? VersionComponentType::kOther : first.type);
+  clientcomm::VersionComponent first{};
+  clientcomm::VersionReader(text).next(first);
+  const bool isDotFollowedByMore =
+      first.type == clientcomm::VersionComponentType::kDot && text.size() > 1;
+  return static_cast<int>(isDotFollowedByMore ? clientcomm::VersionComponentType::kOther
+                                              : first.type);
 }
 
 std::vector<std::string> TQHPHelperCommunicate::splitVersionString(const OptionalString& version) {
-  return guarded(std::vector<std::string>(), [&] {
+  return clientcomm::guarded(std::vector<std::string>(), [&] {
     std::vector<std::string> components;
-    VersionReader reader(version ? std::string_view(*version) : std::string_view());
-    for (VersionComponent component; reader.next(component);) {
+    clientcomm::VersionReader reader(version ? std::string_view(*version) : std::string_view());
+    for (clientcomm::VersionComponent component; reader.next(component);) {
       components.emplace_back(component.text);
     }
     return components;
@@ -355,7 +361,7 @@ int TQHPHelperCommunicate::compareVersion(const OptionalString& version,
   const auto text = [](const OptionalString& value) {
     return value ? std::string_view(*value) : std::string_view();
   };
-  return compareVersionStrings(text(version), text(toVersion));
+  return clientcomm::compareVersionStrings(text(version), text(toVersion));
 }
 
 // --- Upgrade ---
@@ -458,7 +464,7 @@ bool TQHPHelperCommunicate::productCollectStatus() {
 }
 
 void TQHPHelperCommunicate::setCollectDataPID(const OptionalString& productID) {
-  guarded([&] {
+  clientcomm::guarded([&] {
     UserDefaults& defaults = UserDefaults::standardUserDefaults();
     defaults.setObject(optionalValue(productID), KDataCollectPID);
     defaults.synchronize();
@@ -466,14 +472,14 @@ void TQHPHelperCommunicate::setCollectDataPID(const OptionalString& productID) {
 }
 
 OptionalString TQHPHelperCommunicate::collectDataPID() {
-  return guarded(OptionalString(), [this] {
+  return clientcomm::guarded(OptionalString(), [this] {
     OptionalString productID = UserDefaults::standardUserDefaults().stringForKey(KDataCollectPID);
     return productID && !productID->empty() ? productID : firstStartPID();
   });
 }
 
 void TQHPHelperCommunicate::initDataCollectionPath(const OptionalString& basePath) {
-  guarded([&] {
+  clientcomm::guarded([&] {
     if (!basePath || !basePath->starts_with('/')) return;
     const std::string log = clientcomm::stringByAppendingPathComponent(*basePath, "Log");
     if (!clientcomm::fileExistsAtPath(log)) clientcomm::createDirectoryAtPath(log);
@@ -488,14 +494,14 @@ void TQHPHelperCommunicate::initDataCollectionPath(const OptionalString& basePat
 // --- Suite information and network-error page ---
 
 TQHPSuiteInfo TQHPHelperCommunicate::regSuiteInfo() {
-  return guarded(TQHPSuiteInfo::initWithDate(std::nullopt, 0, 0), [this] {
+  return clientcomm::guarded(TQHPSuiteInfo::initWithDate(std::nullopt, 0, 0), [this] {
     return suiteInfoFromReply(
         TQHPUploadByHelper::share().regSuiteInfo(productID_, productVersion_));
   });
 }
 
 TQHPSuiteInfo TQHPHelperCommunicate::unRegSuiteInfo() {
-  return guarded(TQHPSuiteInfo::initWithDate(std::nullopt, 0, 0), [this] {
+  return clientcomm::guarded(TQHPSuiteInfo::initWithDate(std::nullopt, 0, 0), [this] {
     return suiteInfoFromReply(
         TQHPUploadByHelper::share().unRegSuiteInfo(productID_, productVersion_));
   });
@@ -518,31 +524,31 @@ void TQHPHelperCommunicate::setEnableAD(bool enable) {
 }
 
 void TQHPHelperCommunicate::saveTipsEnable() {
-  guarded([this] { saveTipsEnableToPlistFile(effectiveSwitch(clientcomm::kTipsEnableKey, true)); });
+  clientcomm::guarded([this] { saveTipsEnableToPlistFile(effectiveSwitch(clientcomm::kTipsEnableKey, true)); });
 }
 
 void TQHPHelperCommunicate::saveEnableAD() {
-  guarded([this] { saveEnableADToPlistFile(effectiveSwitch(clientcomm::kEnableADKey, false)); });
+  clientcomm::guarded([this] { saveEnableADToPlistFile(effectiveSwitch(clientcomm::kEnableADKey, false)); });
 }
 
 void TQHPHelperCommunicate::saveTipsEnableToPlistFile(bool enable) {
-  guarded([&] { saveToPlistFile(clientcomm::kTipsEnableKey, enable); });
+  clientcomm::guarded([&] { saveToPlistFile(clientcomm::kTipsEnableKey, enable); });
 }
 
 void TQHPHelperCommunicate::saveEnableADToPlistFile(bool enable) {
-  guarded([&] { saveToPlistFile(clientcomm::kEnableADKey, enable); });
+  clientcomm::guarded([&] { saveToPlistFile(clientcomm::kEnableADKey, enable); });
 }
 
 void TQHPHelperCommunicate::saveTipsEnableTostringsFile(bool enable) {
-  guarded([&] { saveToStringsFile(clientcomm::kTipsEnableKey, enable); });
+  clientcomm::guarded([&] { saveToStringsFile(clientcomm::kTipsEnableKey, enable); });
 }
 
 void TQHPHelperCommunicate::saveEnableADToStringsFile(bool enable) {
-  guarded([&] { saveToStringsFile(clientcomm::kEnableADKey, enable); });
+  clientcomm::guarded([&] { saveToStringsFile(clientcomm::kEnableADKey, enable); });
 }
 
 OptionalString TQHPHelperCommunicate::searchPlistFilePath(const OptionalString& bundlePath) {
-  return guarded(OptionalString(), [&]() -> OptionalString {
+  return clientcomm::guarded(OptionalString(), [&]() -> OptionalString {
     if (!bundlePath) return std::nullopt;
     const std::string contents =
         clientcomm::stringByAppendingPathComponent(*bundlePath, "Contents");
@@ -557,7 +563,7 @@ OptionalString TQHPHelperCommunicate::searchPlistFilePath(const OptionalString& 
 
 OptionalString TQHPHelperCommunicate::searchCurrentStringsFilePath(
     const OptionalString& bundlePath) {
-  return guarded(OptionalString(), [&]() -> OptionalString {
+  return clientcomm::guarded(OptionalString(), [&]() -> OptionalString {
     if (!bundlePath) return std::nullopt;
     const std::string resources =
         clientcomm::stringByAppendingPathComponent(*bundlePath, "Contents/Resources");

@@ -11,8 +11,15 @@
 #include "ClientComm/TQHPUpgradeByHelper.h"
 
 namespace clientcomm {
+
 class WaitBudget;
-}
+
+/// Status of an operation that sent nothing because the helper's server is marked closed.
+inline constexpr OSErr kHelperServerClosed = 10;
+/// Status of an operation whose helper was not running and could not be launched.
+inline constexpr OSErr kHelperNotLaunched = 1;
+
+}  // namespace clientcomm
 
 // Info dictionary keys of the host, in the spelling that hosts carry.
 inline constexpr const char kHelperAppName[] = "Helepr App name";
@@ -26,11 +33,6 @@ inline constexpr const char KDataCollectPID[] = "DataCollectPID";
 
 /// Key in the helper's preferences: true while the helper's server is closed.
 inline constexpr const char TQHPServerClosed[] = "TQHPServerClosed";
-
-/// Status of an operation that sent nothing because the helper's server is marked closed.
-inline constexpr OSErr kHelperServerClosed = 10;
-/// Status of an operation whose helper was not running and could not be launched.
-inline constexpr OSErr kHelperNotLaunched = 1;
 
 /// Holds the product's identity and the helper's state; every service goes through it.
 ///
@@ -67,18 +69,20 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   /// Whether the helper's server is open, by the helper's own preferences.
   bool getDefaultHelperServerOpen();
   /// Whether `status` says that the helper's server is closed.
-  bool isHelperSeverNotOpen(OSErr status) const { return status == kHelperServerClosed; }
+  bool isHelperSeverNotOpen(OSErr status) const {
+    return status == clientcomm::kHelperServerClosed;
+  }
 
   // --- The product's identity ---
 
   /// Reads the product ID and version, and records the product in the user defaults.
   void synthesizeUserDefault();
   /// The product ID of the first start ever, recorded on first use.
-  OptionalString firstStartPID();
+  clientcomm::OptionalString firstStartPID();
   /// Asks the helper for the client ID and keeps it. @return nil when there is no answer.
-  OptionalString clientIDFormHelper();
+  clientcomm::OptionalString clientIDFormHelper();
   /// The client ID kept last.
-  const OptionalString& clientID() const { return clientID_; }
+  const clientcomm::OptionalString& clientID() const { return clientID_; }
 
   // --- Installation ---
 
@@ -87,14 +91,15 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   /// Makes sure that the installed helper exists and runs, and starts it for this product.
   bool launchHelepr();
   /// Full path of the first entry of `directory` with the extension "app"; nil when there is none.
-  static OptionalString appPath(const std::string& directory);
+  static clientcomm::OptionalString appPath(const std::string& directory);
 
   /// 2 for ".", 0 when `text` begins with a decimal digit, else 1. `text` must not be empty.
   static int typeOfCharacter(std::string_view text);
   /// Cuts a version into runs of digits, runs of other characters, and single dots.
-  static std::vector<std::string> splitVersionString(const OptionalString& version);
+  static std::vector<std::string> splitVersionString(const clientcomm::OptionalString& version);
   /// @return 1 when `version` is newer than `toVersion`, -1 when older, 0 when equal. nil reads "".
-  static int compareVersion(const OptionalString& version, const OptionalString& toVersion);
+  static int compareVersion(const clientcomm::OptionalString& version,
+                            const clientcomm::OptionalString& toVersion);
 
   // --- Upgrade ---
 
@@ -105,39 +110,49 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
 
   // --- Uploads and customer service; paths and texts are passed on untouched ---
 
-  OSErr uploadLogByEmail(const OptionalString& email, const OptionalString& filePath,
-                         const OptionalString& title, const OptionalString& description);
-  OSErr uploadUserFile(const OptionalString& email, const OptionalString& filePath,
-                       const OptionalString& title, const OptionalString& description);
+  OSErr uploadLogByEmail(const clientcomm::OptionalString& email,
+                         const clientcomm::OptionalString& filePath,
+                         const clientcomm::OptionalString& title,
+                         const clientcomm::OptionalString& description);
+  OSErr uploadUserFile(const clientcomm::OptionalString& email,
+                       const clientcomm::OptionalString& filePath,
+                       const clientcomm::OptionalString& title,
+                       const clientcomm::OptionalString& description);
   /// Sends also when the helper is not running; it is not launched for this.
-  OSErr uploadProductFile(const OptionalString& email, const OptionalString& filePath,
-                          const OptionalString& title, const OptionalString& description);
+  OSErr uploadProductFile(const clientcomm::OptionalString& email,
+                          const clientcomm::OptionalString& filePath,
+                          const clientcomm::OptionalString& title,
+                          const clientcomm::OptionalString& description);
   OSErr checkForHeleprMessage();
-  OSErr customerserviceByEmail(const OptionalString& email, const OptionalString& attachment);
+  OSErr customerserviceByEmail(const clientcomm::OptionalString& email,
+                               const clientcomm::OptionalString& attachment);
 
   // --- Usage data ---
 
-  OSErr commIncreaseDataCollect(const OptionalString& target, const OptionalString& key);
-  OSErr autoCreatedIncreaseDataCollect(const OptionalString& target, const OptionalString& key);
-  OSErr customStringDataCollect(const OptionalString& target, const OptionalString& value);
+  OSErr commIncreaseDataCollect(const clientcomm::OptionalString& target,
+                                const clientcomm::OptionalString& key);
+  OSErr autoCreatedIncreaseDataCollect(const clientcomm::OptionalString& target,
+                                       const clientcomm::OptionalString& key);
+  OSErr customStringDataCollect(const clientcomm::OptionalString& target,
+                                const clientcomm::OptionalString& value);
   OSErr directUploadData();
   OSErr setProductCollectStatus(bool status);
   /// Whether usage data is collected for the product; blocks until the helper answers.
   bool productCollectStatus();
   /// Stores the product ID under which usage records are filed.
-  void setCollectDataPID(const OptionalString& productID);
+  void setCollectDataPID(const clientcomm::OptionalString& productID);
   /// The product ID under which usage records are filed; the first-start ID where none was set.
-  OptionalString collectDataPID();
+  clientcomm::OptionalString collectDataPID();
   /// Makes Log/Data under `basePath` and records it in the user defaults, unless it exists. A
   /// `basePath` that does not begin with "/" is refused: nothing is made or recorded, since the
   /// helper has another current folder.
-  void initDataCollectionPath(const OptionalString& basePath);
+  void initDataCollectionPath(const clientcomm::OptionalString& basePath);
 
   // --- Suite information and network-error page; block until the helper answers ---
 
   TQHPSuiteInfo regSuiteInfo();
   TQHPSuiteInfo unRegSuiteInfo();
-  OptionalString netErrorPagePath();
+  clientcomm::OptionalString netErrorPagePath();
 
   // --- Tips and advertising switches in the host bundle's files ---
 
@@ -150,9 +165,11 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   void saveTipsEnableTostringsFile(bool enable);
   void saveEnableADToStringsFile(bool enable);
   /// The first property list in the bundle's Contents folder; nil when there is none.
-  static OptionalString searchPlistFilePath(const OptionalString& bundlePath);
+  static clientcomm::OptionalString searchPlistFilePath(
+      const clientcomm::OptionalString& bundlePath);
   /// The string table of the current localisation; nil when it has no folder.
-  static OptionalString searchCurrentStringsFilePath(const OptionalString& bundlePath);
+  static clientcomm::OptionalString searchCurrentStringsFilePath(
+      const clientcomm::OptionalString& bundlePath);
 
   // --- TQHPHelperControlCallBackDelegate ---
 
@@ -165,13 +182,13 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   void extract(const clientcomm::WaitBudget& waits);
   bool launch(const clientcomm::WaitBudget& waits);
 
-  OptionalString productID_;
-  OptionalString productVersion_;
+  clientcomm::OptionalString productID_;
+  clientcomm::OptionalString productVersion_;
   bool isServerOpen_ = false;
   bool isHelperAlive_ = false;
   /// Which process took the start command; another one, launched by another host, still lacks it.
   std::uint64_t startedProcess_ = 0;
-  OptionalString clientID_;
+  clientcomm::OptionalString clientID_;
   /// What the installation left for the next restart step.
   bool isInstallationPending_ = false;
 };

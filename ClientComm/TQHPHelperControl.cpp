@@ -13,6 +13,8 @@
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/text.h"
 
+using clientcomm::OptionalString;
+
 namespace {
 
 // Selectors, as they travel; each is used by the method table and by the call.
@@ -50,36 +52,36 @@ TQHPHelperControl& TQHPHelperControl::share() {
   return *proxy;
 }
 
-TQHPHelperControl::TQHPHelperControl() { registerProxy(*this); }
+TQHPHelperControl::TQHPHelperControl() { clientcomm::registerProxy(*this); }
 
 OSErr TQHPHelperControl::isAlive(const OptionalString& productID,
                                  const OptionalString& prodeuctVersion) {
-  return sendCommand(*this, kIsAlive, productID, prodeuctVersion);
+  return clientcomm::sendCommand(*this, kIsAlive, productID, prodeuctVersion);
 }
 
 OSErr TQHPHelperControl::hide(const OptionalString& productID,
                               const OptionalString& prodeuctVersion) {
-  return sendCommand(*this, kHide, productID, prodeuctVersion);
+  return clientcomm::sendCommand(*this, kHide, productID, prodeuctVersion);
 }
 
 OSErr TQHPHelperControl::show(const OptionalString& productID,
                               const OptionalString& prodeuctVersion) {
-  return sendCommand(*this, kShow, productID, prodeuctVersion);
+  return clientcomm::sendCommand(*this, kShow, productID, prodeuctVersion);
 }
 
 OSErr TQHPHelperControl::exitHelper(const OptionalString& productID,
                                     const OptionalString& productVersion) {
-  return sendCommand(*this, kExitHelper, productID, productVersion);
+  return clientcomm::sendCommand(*this, kExitHelper, productID, productVersion);
 }
 
 OSErr TQHPHelperControl::stop(const OptionalString& productID,
                               const OptionalString& prodeuctVersion) {
-  return sendCommand(*this, kStop, productID, prodeuctVersion);
+  return clientcomm::sendCommand(*this, kStop, productID, prodeuctVersion);
 }
 
 OSErr TQHPHelperControl::start(const OptionalString& productID,
                                const OptionalString& prodeuctVersion) {
-  return sendCommand(*this, kStart, productID, prodeuctVersion);
+  return clientcomm::sendCommand(*this, kStart, productID, prodeuctVersion);
 }
 
 OSErr TQHPHelperControl::helperExitNotify(const OptionalString& /*unused*/) {
@@ -107,7 +109,7 @@ OSErr TQHPHelperControl::checkServerOpenCallBack(const OptionalString& /*unused*
 }
 
 bool TQHPHelperControl::saveEnableADToPlistFile() {
-  return guarded(false, [] {
+  return clientcomm::guarded(false, [] {
     const clientcomm::Bundle& bundle = clientcomm::Bundle::mainBundle();
     const auto enable = bundle.objectForInfoDictionaryKey(clientcomm::kEnableADKey);
     if (!enable) return true;

@@ -45,28 +45,36 @@ class CLIENTCOMM_EXPORT TQHPHelperControl : public TQHPAppEventBase {
 
   /// Asks whether the helper can be reached.
   /// @return 0 when it runs, `procNotFound` when it does not, else the send's own status.
-  OSErr isAlive(const OptionalString& productID, const OptionalString& prodeuctVersion);
+  OSErr isAlive(const clientcomm::OptionalString& productID,
+                const clientcomm::OptionalString& prodeuctVersion);
   /// Tells the helper to hide. @return the send's own status.
-  OSErr hide(const OptionalString& productID, const OptionalString& prodeuctVersion);
+  OSErr hide(const clientcomm::OptionalString& productID,
+             const clientcomm::OptionalString& prodeuctVersion);
   /// Tells the helper to show itself. @return the send's own status.
-  OSErr show(const OptionalString& productID, const OptionalString& prodeuctVersion);
+  OSErr show(const clientcomm::OptionalString& productID,
+             const clientcomm::OptionalString& prodeuctVersion);
   /// Asks the helper to end; used when the installed copy is being replaced.
   /// @return 0 when the event was handed over, which does not mean that the helper has acted on
   ///         it; otherwise the send's own status (`procNotFound` when no helper is running).
-  OSErr exitHelper(const OptionalString& productID, const OptionalString& productVersion);
+  OSErr exitHelper(const clientcomm::OptionalString& productID,
+                   const clientcomm::OptionalString& productVersion);
   /// Tells the helper that the product no longer needs it. @return the send's own status.
-  OSErr stop(const OptionalString& productID, const OptionalString& prodeuctVersion);
+  OSErr stop(const clientcomm::OptionalString& productID,
+             const clientcomm::OptionalString& prodeuctVersion);
   /// Tells the helper to work for the product. @return the send's own status.
-  OSErr start(const OptionalString& productID, const OptionalString& prodeuctVersion);
+  OSErr start(const clientcomm::OptionalString& productID,
+              const clientcomm::OptionalString& prodeuctVersion);
 
   /// Notice from the helper: it is about to exit.
   /// @return 0.
-  OSErr helperExitNotify(const OptionalString& unused);
+  OSErr helperExitNotify(const clientcomm::OptionalString& unused);
   /// Notice from the helper: its server is open or not, with an error where `code` is not 0.
   /// @return 0.
   /// @throws clientcomm::InvalidArgumentException for a code other than 0 without a description.
-  OSErr checkServerOpenCallBack(const OptionalString& unused, const OptionalString& isOpen,
-                                const OptionalString& code, const OptionalString& description);
+  OSErr checkServerOpenCallBack(const clientcomm::OptionalString& unused,
+                                const clientcomm::OptionalString& isOpen,
+                                const clientcomm::OptionalString& code,
+                                const clientcomm::OptionalString& description);
 
   /// Writes the effective "EnableAD" of the host into its bundle's first property list.
   /// @return false only when the file could not be written.

@@ -3,6 +3,8 @@
 #include "ClientComm/platform/runtime.h"
 #include "ClientComm/platform/text.h"
 
+using clientcomm::OptionalString;
+
 clientcomm::Error TQHPHelperError::errorWithCode(const OptionalString& code,
                                                  const OptionalString& description) {
   if (!description) throw clientcomm::InvalidArgumentException("an error needs a description");

@@ -15,6 +15,6 @@ class CLIENTCOMM_EXPORT TQHPHelperError : public clientcomm::Error {
   /// @param code the helper's code as text; its leading decimal integer counts, 0 without one.
   /// @param description the helper's text, kept unchanged.
   /// @throws clientcomm::InvalidArgumentException when `description` is nil.
-  static clientcomm::Error errorWithCode(const OptionalString& code,
-                                         const OptionalString& description);
+  static clientcomm::Error errorWithCode(const clientcomm::OptionalString& code,
+                                         const clientcomm::OptionalString& description);
 };

@@ -10,14 +10,16 @@
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/process_manager.h"
+#include "ClientComm/platform/process_table.h"
 
 using clientcomm::kinfo_proc;
+using clientcomm::OptionalString;
 
 namespace {
 
 /// Name vector of the request for the process table.
-constexpr int kWholeTable[] = {clientcomm::CTL_KERN, clientcomm::KERN_PROC,
-                               clientcomm::KERN_PROC_ALL};
+constexpr int kWholeTable[] = {clientcomm::kCtlKern, clientcomm::kKernProc,
+                               clientcomm::kKernProcAll};
 
 // A wrong call must end the process in a release build too, where assert() is compiled out.
 void require(bool condition, const char* text, int line) {

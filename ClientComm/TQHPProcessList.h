@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "ClientComm/TQHPTypes.h"
-#include "ClientComm/platform/process_table.h"
+#include "ClientComm/platform/kinfo_proc.h"
 #include "ClientComm/platform/property_list.h"
 
 /// Reads the kernel's process table into one allocation; the caller frees `*procList` with free().
@@ -30,7 +30,8 @@ class CLIENTCOMM_EXPORT TQHPProcessList {
 
   /// Whether an application with exactly this bundle identifier runs from exactly this bundle
   /// path; the path is compared as text. False when either is nil.
-  bool applicationIsRunning(const OptionalString& bundleID, const OptionalString& bundlePath);
+  bool applicationIsRunning(const clientcomm::OptionalString& bundleID,
+                            const clientcomm::OptionalString& bundlePath);
 
   /// What the process manager knows of the process; nothing when it knows none of that ID.
   std::optional<clientcomm::PropertyListDictionary> infoForPID(std::int32_t pid);

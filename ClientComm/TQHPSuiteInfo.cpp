@@ -2,6 +2,8 @@
 
 #include <utility>
 
+using clientcomm::OptionalString;
+
 TQHPSuiteInfo TQHPSuiteInfo::initWithDate(OptionalString date, std::int32_t width,
                                           std::int32_t height) {
   return {std::move(date), width, height};

@@ -10,9 +10,10 @@ class CLIENTCOMM_EXPORT TQHPSuiteInfo {
  public:
   /// @param date the address of the page (so named by the system); nil when unknown.
   /// @param width,height in points.
-  static TQHPSuiteInfo initWithDate(OptionalString date, std::int32_t width, std::int32_t height);
+  static TQHPSuiteInfo initWithDate(clientcomm::OptionalString date, std::int32_t width,
+                                    std::int32_t height);
 
-  const OptionalString& URL() const { return URL_; }
+  const clientcomm::OptionalString& URL() const { return URL_; }
   std::int32_t width() const { return width_; }
   std::int32_t height() const { return height_; }
 
@@ -20,9 +21,9 @@ class CLIENTCOMM_EXPORT TQHPSuiteInfo {
   std::string description() const;
 
  private:
-  TQHPSuiteInfo(OptionalString url, std::int32_t width, std::int32_t height);
+  TQHPSuiteInfo(clientcomm::OptionalString url, std::int32_t width, std::int32_t height);
 
-  OptionalString URL_;
+  clientcomm::OptionalString URL_;
   std::int32_t width_;
   std::int32_t height_;
 };

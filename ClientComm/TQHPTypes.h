@@ -7,6 +7,3 @@
 /// is marked closed and nothing was sent; 1 the helper was not running and could not be launched;
 /// any other value is the send's own error (see ClientComm/platform/types.h).
 using clientcomm::OSErr;
-
-/// nil, or a string; see ClientComm/platform/types.h.
-using clientcomm::OptionalString;

@@ -8,6 +8,8 @@
 #include "ClientComm/internal/proxy_call.h"
 #include "ClientComm/platform/text.h"
 
+using clientcomm::OptionalString;
+
 namespace {
 
 // Selectors, as they travel; each is used by the method table and by the call.
@@ -53,18 +55,18 @@ TQHPUpgradeByHelper& TQHPUpgradeByHelper::share() {
   return *proxy;
 }
 
-TQHPUpgradeByHelper::TQHPUpgradeByHelper() { registerProxy(*this); }
+TQHPUpgradeByHelper::TQHPUpgradeByHelper() { clientcomm::registerProxy(*this); }
 
 OSErr TQHPUpgradeByHelper::productUpgrade(const OptionalString& productID,
                                           const OptionalString& versionID) {
-  return sendCommand(*this, kProductUpgrade, productID, versionID);
+  return clientcomm::sendCommand(*this, kProductUpgrade, productID, versionID);
 }
 
 OSErr TQHPUpgradeByHelper::productReadyToUpgrade(const OptionalString& productID,
                                                  const OptionalString& versionID,
                                                  const OptionalString& ready) {
   isUpgradeQueryResopned_ = true;
-  return sendCommand(*this, kProductReadyToUpgrade, productID, versionID, ready);
+  return clientcomm::sendCommand(*this, kProductReadyToUpgrade, productID, versionID, ready);
 }
 
 OSErr TQHPUpgradeByHelper::productUpgradeCallBack(const OptionalString& /*unused1*/,

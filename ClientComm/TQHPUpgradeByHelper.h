@@ -53,19 +53,23 @@ class CLIENTCOMM_EXPORT TQHPUpgradeByHelper : public TQHPAppEventBase {
   }
 
   /// Asks the helper to look for an upgrade and carry it out. @return the send's own status.
-  OSErr productUpgrade(const OptionalString& productID, const OptionalString& versionID);
+  OSErr productUpgrade(const clientcomm::OptionalString& productID,
+                       const clientcomm::OptionalString& versionID);
 
   /// Answers the helper's callback; "1", "0" or "ignore". The next callback reaches the delegate
   /// again, also when the send failed. @return the send's own status.
-  OSErr productReadyToUpgrade(const OptionalString& productID, const OptionalString& versionID,
-                              const OptionalString& ready);
+  OSErr productReadyToUpgrade(const clientcomm::OptionalString& productID,
+                              const clientcomm::OptionalString& versionID,
+                              const clientcomm::OptionalString& ready);
 
   /// The helper's callback: an upgrade is about to happen, or has failed with a code other than 0.
   /// One that comes while the delegate still owes an answer is answered "ignore".
   /// @return 0, or the status of the "ignore".
   /// @throws clientcomm::InvalidArgumentException for a code other than 0 without a description.
-  OSErr productUpgradeCallBack(const OptionalString& unused1, const OptionalString& unused2,
-                               const OptionalString& code, const OptionalString& description);
+  OSErr productUpgradeCallBack(const clientcomm::OptionalString& unused1,
+                               const clientcomm::OptionalString& unused2,
+                               const clientcomm::OptionalString& code,
+                               const clientcomm::OptionalString& description);
 
  private:
   bool isUpgradeQueryResopned_ = true;

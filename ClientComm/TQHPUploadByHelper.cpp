@@ -2,6 +2,8 @@
 
 #include "ClientComm/internal/proxy_call.h"
 
+using clientcomm::OptionalString;
+
 namespace {
 
 // Selectors, as they travel; each is used by the method table and by the call.
@@ -59,7 +61,7 @@ OSErr TQHPUploadByHelper::uploadLog(const OptionalString& productID,
                                     const OptionalString& versionID, const OptionalString& email,
                                     const OptionalString& filePath, const OptionalString& title,
                                     const OptionalString& description) {
-  return sendCommand(*this, kUploadLog, productID, versionID, email, filePath, title, description);
+  return clientcomm::sendCommand(*this, kUploadLog, productID, versionID, email, filePath, title, description);
 }
 
 OSErr TQHPUploadByHelper::uploadUserFile(const OptionalString& productID,
@@ -68,7 +70,7 @@ OSErr TQHPUploadByHelper::uploadUserFile(const OptionalString& productID,
                                          const OptionalString& filePath,
                                          const OptionalString& title,
                                          const OptionalString& description) {
-  return sendCommand(*this, kUploadUserFile, productID, versionID, email, filePath, title,
+  return clientcomm::sendCommand(*this, kUploadUserFile, productID, versionID, email, filePath, title,
                      description);
 }
 
@@ -78,7 +80,7 @@ OSErr TQHPUploadByHelper::uploadProductFile(const OptionalString& productID,
                                             const OptionalString& filePath,
                                             const OptionalString& title,
                                             const OptionalString& description) {
-  return sendCommand(*this, kUploadProductFile, productID, versionID, email, filePath, title,
+  return clientcomm::sendCommand(*this, kUploadProductFile, productID, versionID, email, filePath, title,
                      description);
 }
 
@@ -86,37 +88,37 @@ OSErr TQHPUploadByHelper::collectData(const OptionalString& productID,
                                       const OptionalString& version, int collectionType,
                                       const OptionalString& target, const OptionalString& keyID,
                                       const OptionalString& value) {
-  return sendCommand(*this, kCollectData, productID, version, collectionTypeText(collectionType),
+  return clientcomm::sendCommand(*this, kCollectData, productID, version, collectionTypeText(collectionType),
                      target, keyID, value);
 }
 
 OSErr TQHPUploadByHelper::directUploadData(const OptionalString& productID,
                                            const OptionalString& version) {
-  return sendCommand(*this, kDirectUploadData, productID, version);
+  return clientcomm::sendCommand(*this, kDirectUploadData, productID, version);
 }
 
 OSErr TQHPUploadByHelper::setProductCollectStatus(const OptionalString& productID,
                                                   const OptionalString& version,
                                                   const OptionalString& status) {
-  return sendCommand(*this, kSetProductCollectStatus, productID, version, status);
+  return clientcomm::sendCommand(*this, kSetProductCollectStatus, productID, version, status);
 }
 
 OptionalString TQHPUploadByHelper::productCollectStatus(const OptionalString& productID,
                                                         const OptionalString& version) {
-  return sendQuery(*this, kProductCollectStatus, productID, version);
+  return clientcomm::sendQuery(*this, kProductCollectStatus, productID, version);
 }
 
 OptionalString TQHPUploadByHelper::regSuiteInfo(const OptionalString& productID,
                                                 const OptionalString& version) {
-  return sendQuery(*this, kRegSuiteInfo, productID, version);
+  return clientcomm::sendQuery(*this, kRegSuiteInfo, productID, version);
 }
 
 OptionalString TQHPUploadByHelper::unRegSuiteInfo(const OptionalString& productID,
                                                   const OptionalString& version) {
-  return sendQuery(*this, kUnRegSuiteInfo, productID, version);
+  return clientcomm::sendQuery(*this, kUnRegSuiteInfo, productID, version);
 }
 
 OptionalString TQHPUploadByHelper::netErrorPagePath(const OptionalString& productID,
                                                     const OptionalString& version) {
-  return sendQuery(*this, kNetErrorPagePath, productID, version);
+  return clientcomm::sendQuery(*this, kNetErrorPagePath, productID, version);
 }

@@ -18,35 +18,51 @@ class CLIENTCOMM_EXPORT TQHPUploadByHelper : public TQHPAppEventBase {
   /// Whether the user joined the improvement programme; always false, nothing sets it.
   bool checkJoinImproveExp() const { return checkJoinImproveExp_; }
 
-  OSErr uploadLog(const OptionalString& productID, const OptionalString& versionID,
-                  const OptionalString& email, const OptionalString& filePath,
-                  const OptionalString& title, const OptionalString& description);
-  OSErr uploadUserFile(const OptionalString& productID, const OptionalString& versionID,
-                       const OptionalString& email, const OptionalString& filePath,
-                       const OptionalString& title, const OptionalString& description);
-  OSErr uploadProductFile(const OptionalString& productID, const OptionalString& versionID,
-                          const OptionalString& email, const OptionalString& filePath,
-                          const OptionalString& title, const OptionalString& description);
+  OSErr uploadLog(const clientcomm::OptionalString& productID,
+                  const clientcomm::OptionalString& versionID,
+                  const clientcomm::OptionalString& email,
+                  const clientcomm::OptionalString& filePath,
+                  const clientcomm::OptionalString& title,
+                  const clientcomm::OptionalString& description);
+  OSErr uploadUserFile(const clientcomm::OptionalString& productID,
+                       const clientcomm::OptionalString& versionID,
+                       const clientcomm::OptionalString& email,
+                       const clientcomm::OptionalString& filePath,
+                       const clientcomm::OptionalString& title,
+                       const clientcomm::OptionalString& description);
+  OSErr uploadProductFile(const clientcomm::OptionalString& productID,
+                          const clientcomm::OptionalString& versionID,
+                          const clientcomm::OptionalString& email,
+                          const clientcomm::OptionalString& filePath,
+                          const clientcomm::OptionalString& title,
+                          const clientcomm::OptionalString& description);
 
   /// Files one usage record.
   /// @param collectionType 3 a common counter, 4 an automatically created counter, 5 a string; sent
   ///        as a decimal string. Any other is sent as "".
-  OSErr collectData(const OptionalString& productID, const OptionalString& version,
-                    int collectionType, const OptionalString& target, const OptionalString& keyID,
-                    const OptionalString& value);
+  OSErr collectData(const clientcomm::OptionalString& productID,
+                    const clientcomm::OptionalString& version, int collectionType,
+                    const clientcomm::OptionalString& target,
+                    const clientcomm::OptionalString& keyID,
+                    const clientcomm::OptionalString& value);
   /// Has the records collected so far uploaded at once.
-  OSErr directUploadData(const OptionalString& productID, const OptionalString& version);
-  OSErr setProductCollectStatus(const OptionalString& productID, const OptionalString& version,
-                                const OptionalString& status);
+  OSErr directUploadData(const clientcomm::OptionalString& productID,
+                         const clientcomm::OptionalString& version);
+  OSErr setProductCollectStatus(const clientcomm::OptionalString& productID,
+                                const clientcomm::OptionalString& version,
+                                const clientcomm::OptionalString& status);
   /// @return "1" when usage data is collected for the product.
-  OptionalString productCollectStatus(const OptionalString& productID,
-                                      const OptionalString& version);
+  clientcomm::OptionalString productCollectStatus(const clientcomm::OptionalString& productID,
+                                                  const clientcomm::OptionalString& version);
 
   /// @return the suite page as "URL###width###height".
-  OptionalString regSuiteInfo(const OptionalString& productID, const OptionalString& version);
-  OptionalString unRegSuiteInfo(const OptionalString& productID, const OptionalString& version);
+  clientcomm::OptionalString regSuiteInfo(const clientcomm::OptionalString& productID,
+                                          const clientcomm::OptionalString& version);
+  clientcomm::OptionalString unRegSuiteInfo(const clientcomm::OptionalString& productID,
+                                            const clientcomm::OptionalString& version);
   /// @return the path of the page to show when the network cannot be reached.
-  OptionalString netErrorPagePath(const OptionalString& productID, const OptionalString& version);
+  clientcomm::OptionalString netErrorPagePath(const clientcomm::OptionalString& productID,
+                                              const clientcomm::OptionalString& version);
 
  private:
   bool checkJoinImproveExp_ = false;

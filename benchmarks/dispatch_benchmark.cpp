@@ -25,6 +25,7 @@ namespace bench {
 namespace {
 
 using clientcomm::AppleEventDescriptor;
+using clientcomm::OptionalString;
 
 constexpr int kCounts[] = {0, 2, 6, 100, 1000};
 

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "benchmarks/benchmarks.h"
 #include "benchmarks/support/measurement.h"
 #include "tests/support/child_process.h"

@@ -17,6 +17,8 @@
 #include "benchmarks/benchmarks.h"
 #include "benchmarks/support/measurement.h"
 
+using clientcomm::OptionalString;
+
 // Whether an application runs, where it does not, so that every process has to be looked at.
 
 namespace bench {

@@ -21,6 +21,8 @@
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
 
+using clientcomm::OptionalString;
+
 // A product's life with its helper: an idle tick, a start with the helper running, and the first.
 
 namespace bench {

@@ -7,6 +7,8 @@
 #include "benchmarks/support/measurement.h"
 #include "benchmarks/support/peers.h"
 
+using clientcomm::OptionalString;
+
 // A call without a reply: what the sender pays until it has its status.
 
 namespace bench {

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <iterator>
 
-#include "ClientComm/TQHPVersion.h"
+#include "ClientComm/internal/version_order.h"
 #include "benchmarks/benchmarks.h"
 #include "benchmarks/support/measurement.h"
 
@@ -44,7 +44,8 @@ int compareByApt(std::string_view first, std::string_view second) {
 }  // namespace
 
 void registerVersionBenchmarks(const Plan& plan) {
-  registerShort(plan, "version/clientcomm", 200, [] { return comparisons(compareVersionStrings); });
+  registerShort(plan, "version/clientcomm", 200,
+                [] { return comparisons(clientcomm::compareVersionStrings); });
   registerShort(plan, "version/alternative", 200, [] { return comparisons(compareByApt); });
 }
 

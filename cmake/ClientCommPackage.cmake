@@ -1,13 +1,8 @@
-# What an installation holds besides the library and its own headers: the services' headers, which the
-# library's headers include, and the descriptions by which CMake and pkg-config find it all.
+# What an installation holds besides the library and its headers: the descriptions by which CMake and
+# pkg-config find them.
 include(CMakePackageConfigHelpers)
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/ClientComm")
-
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/ClientComm/platform"
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/clientcomm/ClientComm
-  FILES_MATCHING PATTERN "*.h" PATTERN portable EXCLUDE PATTERN posix EXCLUDE
-  PATTERN glib EXCLUDE PATTERN linux EXCLUDE)
 
 configure_package_config_file(
   "${CMAKE_CURRENT_LIST_DIR}/ClientCommConfig.cmake.in" "${PROJECT_BINARY_DIR}/ClientCommConfig.cmake"

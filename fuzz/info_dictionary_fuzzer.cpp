@@ -18,6 +18,7 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/path.h"
 #include "ClientComm/platform/property_list.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/property_lists.h"

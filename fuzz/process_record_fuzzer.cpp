@@ -56,12 +56,12 @@ void checkStat(std::string_view name, std::uint32_t startTime) {
 }
 
 void checkCommand(std::string_view text) {
-  std::array<char, clientcomm::MAXCOMLEN + 1> name;
+  std::array<char, clientcomm::kMaximumCommandLength + 1> name;
   name.fill('x');
-  clientcomm::copyCommandName(text,
-                              *reinterpret_cast<char(*)[clientcomm::MAXCOMLEN + 1]>(name.data()));
+  clientcomm::copyCommandName(
+      text, *reinterpret_cast<char(*)[clientcomm::kMaximumCommandLength + 1]>(name.data()));
   const std::string_view plain = text.ends_with('\n') ? text.substr(0, text.size() - 1) : text;
-  const std::size_t length = std::min(plain.size(), clientcomm::MAXCOMLEN);
+  const std::size_t length = std::min(plain.size(), clientcomm::kMaximumCommandLength);
   require(std::string_view(name.data(), length) == plain.substr(0, length) && name[length] == '\0',
           "a command's name is its beginning, with a NUL behind it");
 }

@@ -11,6 +11,7 @@
 #include "ClientComm/platform/portable/property_list/value.h"
 #include "ClientComm/platform/portable/property_list/xml_text.h"
 #include "ClientComm/platform/property_list.h"
+#include "ClientComm/platform/strings_file.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/property_lists.h"
 

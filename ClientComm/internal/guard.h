@@ -3,6 +3,8 @@
 #include <type_traits>
 #include <utility>
 
+namespace clientcomm {
+
 /// Runs `body` where its caller is the host: whatever is thrown ends here, as `fallback`.
 template <typename Result, typename Body>
 Result guarded(Result fallback, Body&& body) noexcept {
@@ -22,3 +24,5 @@ void guarded(Body&& body) noexcept {
     // The operation is given up; the next timer tick or call starts afresh.
   }
 }
+
+}  // namespace clientcomm

@@ -15,6 +15,7 @@
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/file_lock.h"
 #include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/removal_format.h"
 #include "ClientComm/platform/removed_bundle.h"

@@ -10,19 +10,23 @@
 #include "ClientComm/TQHPUploadByHelper.h"
 #include "ClientComm/platform/runtime.h"
 
+namespace clientcomm {
+
 void registerHostClasses() {
   static bool isDone = false;
   if (isDone) return;
   isDone = true;
-  clientcomm::registerClass(TQHPHelperControl::staticClass());
-  clientcomm::registerClass(TQHPHelperCommunicate::staticClass());
-  clientcomm::registerClass(TQHPGetDataByHelper::staticClass());
-  clientcomm::registerClass(TQHPUpgradeByHelper::staticClass());
-  clientcomm::registerClass(TQHPUploadByHelper::staticClass());
-  clientcomm::registerClass(TQHPCustomerServiceByHelepr::staticClass());
+  registerClass(TQHPHelperControl::staticClass());
+  registerClass(TQHPHelperCommunicate::staticClass());
+  registerClass(TQHPGetDataByHelper::staticClass());
+  registerClass(TQHPUpgradeByHelper::staticClass());
+  registerClass(TQHPUploadByHelper::staticClass());
+  registerClass(TQHPCustomerServiceByHelepr::staticClass());
 }
 
 void registerProxy(TQHPAppEventBase& proxy) {
   registerHostClasses();
   TQHPAppleEventProcesser::share().setObjectforKeyToMapTable(proxy, proxy.className());
 }
+
+}  // namespace clientcomm

@@ -11,6 +11,7 @@
 
 /// The rule that all proxies share: a call carries the proxy's own class name, the method's own
 /// selector, and one string for each parameter, "" for nil. Statuses come back unchanged.
+namespace clientcomm {
 
 template <typename... Arguments>
 std::vector<std::string> proxyArguments(const Arguments&... arguments) {
@@ -21,7 +22,7 @@ std::vector<std::string> proxyArguments(const Arguments&... arguments) {
 template <typename... Arguments>
 OSErr sendCommand(const TQHPAppEventBase& proxy, std::string_view selector,
                   const Arguments&... arguments) noexcept {
-  return guarded(clientcomm::memFullErr, [&] {
+  return guarded(memFullErr, [&] {
     return TQHPAppleEventSender::share().sendEvnet(proxy.className(), selector,
                                                    proxyArguments(arguments...));
   });
@@ -38,3 +39,5 @@ OptionalString sendQuery(const TQHPAppEventBase& proxy, std::string_view selecto
     return result;
   });
 }
+
+}  // namespace clientcomm

@@ -19,6 +19,10 @@ inline constexpr const char kCFBundleExecutableKey[] = "CFBundleExecutable";
 inline constexpr const char kCFBundleVersionKey[] = "CFBundleVersion";
 inline constexpr const char kCFBundleDevelopmentRegionKey[] = "CFBundleDevelopmentRegion";
 
+/// Key of the full path of the bundle that a process was started from, in what is known of the
+/// process; its other keys are those of the Info dictionary.
+inline constexpr const char kBundlePathKey[] = "BundlePath";
+
 /// A folder of the form Name.app/Contents/{Info.plist, Linux/<executable>, Resources/, Frameworks/}
 /// (MacOS/ is accepted in place of Linux/). A folder of any other form is a bundle with an empty
 /// Info dictionary, whose resources lie in the folder itself.

@@ -2,12 +2,9 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include "ClientComm/platform/error.h"
 #include "ClientComm/platform/export.h"
-#include "ClientComm/platform/path.h"
 
 /// File operations on paths. Paths are bytes and are passed on as they stand.
 namespace clientcomm {
@@ -18,37 +15,10 @@ inline constexpr const char kFileErrorDomain[] = "FileErrorDomain";
 /// Whether anything exists at `path`; a symbolic link counts by its target.
 CLIENTCOMM_EXPORT bool fileExistsAtPath(const std::string& path) noexcept;
 
-/// Whether this process creates anything at `path`. A process of the superuser creates nothing
-/// under a directory of another user, whom it would lock out; a setuid process, nothing behind a
-/// link.
-bool mayCreateItemAtPath(const std::string& path) noexcept;
-
 /// Makes the directory at `path` and, where missing, those above it, with default permissions.
-/// @return nothing on success (also when the directory exists), otherwise the error: EPERM where
-///         `mayCreateItemAtPath` says no.
+/// @return nothing on success (also when the directory exists), otherwise the error: EPERM where a
+///         process of the superuser would make it under a directory of another user, or a setuid
+///         process behind a link.
 CLIENTCOMM_EXPORT std::optional<Error> createDirectoryAtPath(const std::string& path);
-
-/// Removes the file or the whole tree at `path`; a link is removed, not followed. The tree is
-/// removed in place, entry by entry; see `moveAside` for a removal in one step.
-/// @return nothing on success, otherwise the first error; what could be removed is gone then.
-std::optional<Error> removeItemAtPath(const std::string& path);
-
-/// Copies the file or the whole tree at `source` to `destination`, keeping modes, times and
-/// symbolic links. Fails with EEXIST when anything exists at `destination`. The copy is built
-/// beside the destination and renamed into place, so that it is never seen half-done; what an
-/// interrupted copy left beside it is cleared away by the next.
-/// @return nothing on success, otherwise the error; nothing is left at the destination then.
-std::optional<Error> copyPath(const std::string& source, const std::string& destination);
-
-/// Removes the copies beside `destination` that are not finished, whichever process made them. The
-/// caller makes sure that no process is copying to `destination`.
-void removeUnfinishedCopies(const std::string& destination);
-
-/// Names of the entries of the directory at `path`, without "." and "..", in the order that the
-/// file system gives; empty when it cannot be read.
-std::vector<std::string> contentsOfDirectoryAtPath(const std::string& path);
-
-/// `path` with a leading "~" or "~/" replaced by the user's home folder; otherwise unchanged.
-std::string stringByExpandingTildeInPath(const std::string& path);
 
 }  // namespace clientcomm

@@ -24,9 +24,6 @@ static_assert(sizeof(ProcessSerialNumber) == 8);
 /// Asks for everything that is known of a process.
 inline constexpr std::uint32_t kProcessDictionaryIncludeAllInformationMask = 0xFFFFFFFF;
 
-/// Key of the full path of the bundle that a process was started from.
-inline constexpr const char kBundlePathKey[] = "BundlePath";
-
 /// The serial number of the process `pid`.
 /// @return noErr, or procNotFound when there is no such process, it is another user's, or it runs
 ///         no application bundle.

@@ -4,31 +4,17 @@
 #include <cstdint>
 #include <vector>
 
+#include "ClientComm/platform/kinfo_proc.h"
+
 /// The kernel's process table, in the form in which the BSD interface hands it out.
 namespace clientcomm {
 
 // Names of the request for the whole process table.
-inline constexpr int CTL_KERN = 1;
-inline constexpr int KERN_PROC = 14;
-inline constexpr int KERN_PROC_ALL = 0;
+inline constexpr int kCtlKern = 1;
+inline constexpr int kKernProc = 14;
+inline constexpr int kKernProcAll = 0;
 
-/// Longest command name that the kernel keeps, without the terminating NUL.
-inline constexpr std::size_t MAXCOMLEN = 16;
-
-/// One record of the process table; a plain value, copied as bytes.
-struct kinfo_proc {
-  struct extern_proc {
-    std::int32_t p_pid;          ///< Process ID.
-    char p_comm[MAXCOMLEN + 1];  ///< Short command name, NUL-terminated.
-  } kp_proc;
-  struct eproc {
-    struct ucred {
-      std::uint32_t cr_uid;  ///< Effective user ID.
-    } e_ucred;
-  } kp_eproc;
-};
-
-/// Reads kernel state by name. Known is { CTL_KERN, KERN_PROC, KERN_PROC_ALL }: the process table
+/// Reads kernel state by name. Known is { kCtlKern, kKernProc, kKernProcAll }: the process table
 /// as an array of `kinfo_proc`. With `oldp` null only the length in bytes is given, with room for a
 /// few processes more.
 /// @return 0, or -1 with errno set: ENOMEM when `*oldlenp` is too small, ENOENT for an unknown

@@ -100,14 +100,4 @@ CLIENTCOMM_EXPORT std::string xmlPropertyList(const PropertyListDictionary& dict
 CLIENTCOMM_EXPORT bool writeDictionaryToFile(const PropertyListDictionary& dictionary,
                                              const std::string& path);
 
-/// The strings-file text of `dictionary` ("key" = "value"; lines), UTF-8. Arrays, dictionaries and
-/// data are written as old-style property lists, other values as strings that read alike. In a
-/// string a byte that is not UTF-8 becomes an escape that `propertyListFromBytes` reads as that
-/// byte.
-std::string descriptionInStringsFileFormat(const PropertyListDictionary& dictionary);
-
-/// Writes UTF-8 `text` to `path` in UTF-16 with byte-order mark, as `writeDictionaryToFile` does.
-/// @return false when it could not be written, or is too large to be read again.
-bool writeTextToFileAsUTF16(std::string_view text, const std::string& path);
-
 }  // namespace clientcomm

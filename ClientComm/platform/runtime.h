@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <span>
 #include <stdexcept>
@@ -39,22 +38,6 @@ class CLIENTCOMM_EXPORT Object {
 
   /// The run-time class that the object was made as.
   virtual const Class& isa() const = 0;
-};
-
-/// Hears of every object that is destroyed while the observer lives, to drop what leads to it.
-class CLIENTCOMM_EXPORT ObjectObserver {
- public:
-  /// Must not throw. Of the object only the address may be used.
-  using Action = std::function<void(const Object& object)>;
-
-  explicit ObjectObserver(Action whenDestroyed);
-  ~ObjectObserver();
-  ObjectObserver(const ObjectObserver&) = delete;
-  ObjectObserver& operator=(const ObjectObserver&) = delete;
-
- private:
-  friend class Object;
-  Action whenDestroyed_;
 };
 
 /// One method of a class, as it can be called by selector: only strings in; a string, or nil for

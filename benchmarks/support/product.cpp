@@ -15,6 +15,8 @@
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
 
+using clientcomm::OptionalString;
+
 namespace bench {
 namespace {
 

@@ -4,6 +4,8 @@
 #include "examples/helper/json_text.h"
 #include "examples/helper/upgrade_service.h"
 
+using clientcomm::OptionalString;
+
 namespace sample {
 
 const clientcomm::Class& Console::wireClass() {

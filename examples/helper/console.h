@@ -12,17 +12,20 @@ class Console : public WireObject {
   const clientcomm::Class& isa() const override { return wireClass(); }
 
   /// Closes the server and tells every host why; opens it again and tells them so.
-  void closeServer(const OptionalString& code, const OptionalString& description);
+  void closeServer(const clientcomm::OptionalString& code,
+                   const clientcomm::OptionalString& description);
   void openServer();
   /// Ends the helper as it would end by itself.
   void announceExit();
   /// Asks the host `bundleID` whether it is ready for `version`, whatever the feed says; tells it
   /// of an error where `code` is not 0.
-  void offerUpgrade(const OptionalString& bundleID, const OptionalString& productID,
-                    const OptionalString& version, const OptionalString& code,
-                    const OptionalString& description);
+  void offerUpgrade(const clientcomm::OptionalString& bundleID,
+                    const clientcomm::OptionalString& productID,
+                    const clientcomm::OptionalString& version,
+                    const clientcomm::OptionalString& code,
+                    const clientcomm::OptionalString& description);
   /// @return everything the helper knows, as one line of JSON.
-  OptionalString dumpState();
+  clientcomm::OptionalString dumpState();
 };
 
 }  // namespace sample

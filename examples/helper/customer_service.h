@@ -11,10 +11,12 @@ class CustomerService : public WireObject {
   const clientcomm::Class& isa() const override { return wireClass(); }
 
   /// Notes that the host asked for messages; there is no call to answer it with.
-  void checkForMessage(const OptionalString& productID, const OptionalString& version);
+  void checkForMessage(const clientcomm::OptionalString& productID,
+                       const clientcomm::OptionalString& version);
   /// Takes a request, with the file at `attachment` where it is not empty.
-  void request(const OptionalString& productID, const OptionalString& version,
-               const OptionalString& email, const OptionalString& attachment);
+  void request(const clientcomm::OptionalString& productID,
+               const clientcomm::OptionalString& version, const clientcomm::OptionalString& email,
+               const clientcomm::OptionalString& attachment);
 };
 
 }  // namespace sample

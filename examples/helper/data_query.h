@@ -10,7 +10,7 @@ class DataQuery : public WireObject {
   static const clientcomm::Class& wireClass();
   const clientcomm::Class& isa() const override { return wireClass(); }
 
-  OptionalString clientID();
+  clientcomm::OptionalString clientID();
 };
 
 }  // namespace sample

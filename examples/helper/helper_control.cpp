@@ -2,6 +2,8 @@
 
 #include "examples/helper/application.h"
 
+using clientcomm::OptionalString;
+
 namespace sample {
 
 const clientcomm::Class& HelperControl::wireClass() {

@@ -11,12 +11,15 @@ class HelperControl : public WireObject {
   const clientcomm::Class& isa() const override { return wireClass(); }
 
   /// Nothing to do: that the call could be handed over is the answer.
-  void isAlive(const OptionalString& productID, const OptionalString& version);
-  void start(const OptionalString& productID, const OptionalString& version);
-  void stop(const OptionalString& productID, const OptionalString& version);
-  void show(const OptionalString& productID, const OptionalString& version);
-  void hide(const OptionalString& productID, const OptionalString& version);
-  void exitHelper(const OptionalString& productID, const OptionalString& version);
+  void isAlive(const clientcomm::OptionalString& productID,
+               const clientcomm::OptionalString& version);
+  void start(const clientcomm::OptionalString& productID,
+             const clientcomm::OptionalString& version);
+  void stop(const clientcomm::OptionalString& productID, const clientcomm::OptionalString& version);
+  void show(const clientcomm::OptionalString& productID, const clientcomm::OptionalString& version);
+  void hide(const clientcomm::OptionalString& productID, const clientcomm::OptionalString& version);
+  void exitHelper(const clientcomm::OptionalString& productID,
+                  const clientcomm::OptionalString& version);
 };
 
 }  // namespace sample

@@ -9,6 +9,8 @@
 #include "examples/helper/durable_file.h"
 #include "examples/helper/text.h"
 
+using clientcomm::OptionalString;
+
 namespace sample {
 namespace {
 

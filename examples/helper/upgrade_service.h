@@ -16,10 +16,11 @@ class UpgradeService : public WireObject {
 
   /// Looks into the feed: asks the host whether it is ready where there is a newer version, and
   /// tells it of an error; does nothing where there is nothing newer.
-  void upgrade(const OptionalString& productID, const OptionalString& version);
+  void upgrade(const clientcomm::OptionalString& productID,
+               const clientcomm::OptionalString& version);
   /// The host's answer. @param ready "1", "0" or "ignore".
-  void ready(const OptionalString& productID, const OptionalString& version,
-             const OptionalString& ready);
+  void ready(const clientcomm::OptionalString& productID, const clientcomm::OptionalString& version,
+             const clientcomm::OptionalString& ready);
 
   /// Notes the offer and calls the host; from an error's code on it is told, not asked.
   static void offer(const UpgradeOffer& offer);

@@ -7,6 +7,8 @@
 #include "examples/helper/application.h"
 #include "examples/helper/suite_pages.h"
 
+using clientcomm::OptionalString;
+
 namespace sample {
 
 const clientcomm::Class& UploadService::wireClass() {

@@ -10,39 +10,54 @@ class UploadService : public WireObject {
   static const clientcomm::Class& wireClass();
   const clientcomm::Class& isa() const override { return wireClass(); }
 
-  void uploadLog(const OptionalString& productID, const OptionalString& version,
-                 const OptionalString& email, const OptionalString& path,
-                 const OptionalString& title, const OptionalString& description);
-  void uploadUserFile(const OptionalString& productID, const OptionalString& version,
-                      const OptionalString& email, const OptionalString& path,
-                      const OptionalString& title, const OptionalString& description);
-  void uploadProductFile(const OptionalString& productID, const OptionalString& version,
-                         const OptionalString& email, const OptionalString& path,
-                         const OptionalString& title, const OptionalString& description);
+  void uploadLog(const clientcomm::OptionalString& productID,
+                 const clientcomm::OptionalString& version, const clientcomm::OptionalString& email,
+                 const clientcomm::OptionalString& path, const clientcomm::OptionalString& title,
+                 const clientcomm::OptionalString& description);
+  void uploadUserFile(const clientcomm::OptionalString& productID,
+                      const clientcomm::OptionalString& version,
+                      const clientcomm::OptionalString& email,
+                      const clientcomm::OptionalString& path,
+                      const clientcomm::OptionalString& title,
+                      const clientcomm::OptionalString& description);
+  void uploadProductFile(const clientcomm::OptionalString& productID,
+                         const clientcomm::OptionalString& version,
+                         const clientcomm::OptionalString& email,
+                         const clientcomm::OptionalString& path,
+                         const clientcomm::OptionalString& title,
+                         const clientcomm::OptionalString& description);
 
   /// Takes a usage record, unless its type is unknown or the collection is switched off for the
   /// product ID that it is filed under, or for a product that its sender has started the helper
   /// for.
-  void collectData(const OptionalString& productID, const OptionalString& version,
-                   const OptionalString& type, const OptionalString& target,
-                   const OptionalString& key, const OptionalString& value);
-  void directUploadData(const OptionalString& productID, const OptionalString& version);
+  void collectData(const clientcomm::OptionalString& productID,
+                   const clientcomm::OptionalString& version,
+                   const clientcomm::OptionalString& type, const clientcomm::OptionalString& target,
+                   const clientcomm::OptionalString& key, const clientcomm::OptionalString& value);
+  void directUploadData(const clientcomm::OptionalString& productID,
+                        const clientcomm::OptionalString& version);
   /// @param status "1" or "0"; any other text changes nothing.
-  void setCollectStatus(const OptionalString& productID, const OptionalString& version,
-                        const OptionalString& status);
+  void setCollectStatus(const clientcomm::OptionalString& productID,
+                        const clientcomm::OptionalString& version,
+                        const clientcomm::OptionalString& status);
   /// @return "1" or "0".
-  OptionalString collectStatus(const OptionalString& productID, const OptionalString& version);
+  clientcomm::OptionalString collectStatus(const clientcomm::OptionalString& productID,
+                                           const clientcomm::OptionalString& version);
 
   /// @return "URL###width###height"; nil where no page is known for the product.
-  OptionalString suiteInfo(const OptionalString& productID, const OptionalString& version);
-  OptionalString suiteInfoAtEnd(const OptionalString& productID, const OptionalString& version);
+  clientcomm::OptionalString suiteInfo(const clientcomm::OptionalString& productID,
+                                       const clientcomm::OptionalString& version);
+  clientcomm::OptionalString suiteInfoAtEnd(const clientcomm::OptionalString& productID,
+                                            const clientcomm::OptionalString& version);
   /// @return the path of a page in the helper's bundle.
-  OptionalString networkErrorPage(const OptionalString& productID, const OptionalString& version);
+  clientcomm::OptionalString networkErrorPage(const clientcomm::OptionalString& productID,
+                                              const clientcomm::OptionalString& version);
 
  private:
-  void takeFile(const char* kind, const OptionalString& productID, const OptionalString& version,
-                const OptionalString& email, const OptionalString& path,
-                const OptionalString& title, const OptionalString& description);
+  void takeFile(const char* kind, const clientcomm::OptionalString& productID,
+                const clientcomm::OptionalString& version, const clientcomm::OptionalString& email,
+                const clientcomm::OptionalString& path, const clientcomm::OptionalString& title,
+                const clientcomm::OptionalString& description);
   bool isCollectingFor(const std::string& productID) const;
 };
 

@@ -4,6 +4,8 @@
 
 #include "examples/helper/application.h"
 
+using clientcomm::OptionalString;
+
 namespace sample {
 
 void WireObject::setBundleID(const OptionalString& bundleID) {

@@ -10,7 +10,7 @@ namespace sample {
 /// Base of the classes that hosts call by name: knows who makes the call at hand.
 class WireObject : public TQHPAppEventBase {
  public:
-  void setBundleID(const OptionalString& bundleID) override;
+  void setBundleID(const clientcomm::OptionalString& bundleID) override;
 
  protected:
   /// The bundle identifier of the host whose call is being carried out.
@@ -21,7 +21,9 @@ class WireObject : public TQHPAppEventBase {
   static void take(const char* what, const std::function<void()>& action);
 
   /// A missing argument reads as empty text, which is what a host sends for one that it has not.
-  static std::string text(const OptionalString& argument) { return argument.value_or(""); }
+  static std::string text(const clientcomm::OptionalString& argument) {
+    return argument.value_or("");
+  }
 
  private:
   std::string caller_;

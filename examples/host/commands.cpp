@@ -8,6 +8,8 @@
 #include "examples/host/helper_watch.h"
 #include "examples/host/session.h"
 
+using clientcomm::OptionalString;
+
 namespace sample {
 namespace {
 

@@ -7,6 +7,7 @@
 #include <glib.h>
 
 using clientcomm::method;
+using clientcomm::OptionalString;
 
 static GMainLoop* const loop = g_main_loop_new(nullptr, FALSE);
 

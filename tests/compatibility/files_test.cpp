@@ -21,6 +21,7 @@
 #include "ClientComm/platform/posix/recovery_copy.h"
 #include "ClientComm/platform/posix/removed_name.h"
 #include "ClientComm/platform/posix/settings_file.h"
+#include "ClientComm/platform/strings_file.h"
 #include "ClientComm/platform/user_defaults.h"
 #include "tests/compatibility/committed_files.h"
 #include "tests/support/test_sandbox.h"

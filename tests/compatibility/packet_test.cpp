@@ -29,6 +29,7 @@
 
 namespace {
 
+using clientcomm::OptionalString;
 using clientcomm::ScopedFd;
 using support::ChildProcess;
 namespace raw = support::raw;

@@ -37,6 +37,7 @@
 
 namespace {
 
+using clientcomm::OptionalString;
 using clientcomm::ScopedFd;
 using clientcomm::WireVersion;
 using support::ChildProcess;

@@ -21,6 +21,8 @@
 #include "tests/support/test_helper.h"
 #include "tests/support/test_sandbox.h"
 
+using clientcomm::OptionalString;
+
 // What the restart step makes of helpers that do not come up, cannot be reached, or run elsewhere.
 
 namespace {

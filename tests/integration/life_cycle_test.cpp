@@ -26,6 +26,8 @@
 #include "tests/support/test_helper.h"
 #include "tests/support/test_sandbox.h"
 
+using clientcomm::OptionalString;
+
 // The life of a helper under real hosts: this process is one of them, its own bundle carries the
 // helper, and the helper is a process that the library installs and launches.
 

@@ -8,6 +8,8 @@
 #include "tests/support/peer_build.h"
 #include "tests/support/test_sandbox.h"
 
+using clientcomm::OptionalString;
+
 namespace fs = std::filesystem;
 
 void SampleHelperFixture::SetUp() {

@@ -32,8 +32,8 @@ class SampleHelperFixture : public testing::Test {
   static OSErr call(const char* className, const char* selector,
                     const std::vector<std::string>& arguments);
   /// Asks the helper. @return nil when there is no answer.
-  static OptionalString ask(const char* className, const char* selector,
-                            const std::vector<std::string>& arguments);
+  static clientcomm::OptionalString ask(const char* className, const char* selector,
+                                        const std::vector<std::string>& arguments);
   /// Everything the helper knows; what was sent before has been carried out by then. Null when the
   /// helper does not answer.
   static Json state();

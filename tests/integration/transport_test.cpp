@@ -40,6 +40,7 @@
 namespace {
 
 using clientcomm::AppleEventDescriptor;
+using clientcomm::OptionalString;
 using clientcomm::ScopedFd;
 using std::chrono::milliseconds;
 using support::ChildProcess;

@@ -20,6 +20,8 @@
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
 
+using clientcomm::OptionalString;
+
 // Callers and receivers that do not see each other under /proc: in process-ID namespaces of their
 // own, or with an executable that may not be looked at.
 

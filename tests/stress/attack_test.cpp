@@ -38,6 +38,7 @@
 namespace {
 
 using clientcomm::AppleEventDescriptor;
+using clientcomm::OptionalString;
 using clientcomm::PacketKind;
 using clientcomm::ScopedFd;
 using std::chrono::milliseconds;

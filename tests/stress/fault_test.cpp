@@ -39,6 +39,8 @@
 #include "tests/support/test_helper.h"
 #include "tests/support/test_sandbox.h"
 
+using clientcomm::OptionalString;
+
 // A system that refuses: no room on the disk, no descriptors, no processes, no memory, folders that
 // may not be written or are somebody else's. The host goes on, is told so by a status, and needs
 // nothing but its next restart step once the system gives again.

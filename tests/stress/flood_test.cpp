@@ -16,6 +16,8 @@
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
 
+using clientcomm::OptionalString;
+
 // Millions of events: none lost, none twice, in their senders' order, in constant memory.
 
 namespace {

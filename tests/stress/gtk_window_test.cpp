@@ -21,6 +21,7 @@
 
 namespace {
 
+using clientcomm::OptionalString;
 using std::chrono::seconds;
 using support::ChildProcess;
 using Clock = std::chrono::steady_clock;

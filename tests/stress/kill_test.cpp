@@ -18,6 +18,7 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/linux/process_record.h"
 #include "ClientComm/platform/workspace.h"
 #include "tests/stress/stress.h"

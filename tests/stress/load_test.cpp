@@ -29,6 +29,8 @@
 #include "tests/support/test_helper.h"
 #include "tests/support/test_sandbox.h"
 
+using clientcomm::OptionalString;
+
 // Many hosts at once: at their start, in full flow, and before a helper that does not read.
 
 namespace {

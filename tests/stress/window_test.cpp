@@ -15,6 +15,8 @@
 #include "tests/support/child_process.h"
 #include "tests/support/test_application.h"
 
+using clientcomm::OptionalString;
+
 // A window that draws while others flood its application with calls.
 
 namespace {

@@ -20,6 +20,8 @@
 #include "tests/support/test_helper.h"
 #include "tests/support/test_sandbox.h"
 
+using clientcomm::OptionalString;
+
 namespace support {
 namespace {
 

@@ -15,6 +15,8 @@
 #include "tests/support/peer_build.h"
 #include "tests/support/test_sandbox.h"
 
+using clientcomm::OptionalString;
+
 namespace support {
 namespace {
 

@@ -55,7 +55,8 @@ std::string makeLinkOfAnotherName() {
 }
 
 bool isRunning(const std::string& application) {
-  return TQHPProcessList::share().applicationIsRunning(OptionalString(kIdentifier), application);
+  return TQHPProcessList::share().applicationIsRunning(clientcomm::OptionalString(kIdentifier),
+                                                       application);
 }
 
 // An open application is found, and is not launched a second time.

@@ -16,6 +16,7 @@
 
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/own_process.h"
+#include "ClientComm/platform/path.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_sandbox.h"
 

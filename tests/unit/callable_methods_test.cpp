@@ -14,6 +14,8 @@
 #include "tests/support/test_helper.h"
 #include "tests/support/test_sandbox.h"
 
+using clientcomm::OptionalString;
+
 // What the helper can call in a host, by class and selector.
 
 namespace {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "ClientComm/TQHPHelperCommunicate.h"
-#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/removed_bundle.h"
@@ -23,6 +23,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using clientcomm::OptionalString;
 using clientcomm::PropertyListDictionary;
 using clientcomm::PropertyListValue;
 using support::installedHelperPath;

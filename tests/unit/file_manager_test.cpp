@@ -19,6 +19,8 @@
 #include <utility>
 #include <vector>
 
+#include "ClientComm/platform/file_tree.h"
+#include "ClientComm/platform/path.h"
 #include "tests/support/child_process.h"
 #include "tests/support/system_calls.h"
 #include "tests/support/test_sandbox.h"

@@ -13,6 +13,8 @@
 #include "ClientComm/TQHPHelperControl.h"
 #include "tests/support/recording_transport.h"
 
+using clientcomm::OptionalString;
+
 namespace {
 
 using support::RecordingTransport;

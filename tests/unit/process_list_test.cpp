@@ -23,6 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using clientcomm::kinfo_proc;
+using clientcomm::OptionalString;
 using support::ChildProcess;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -98,7 +99,7 @@ class FakeTable {
   void add(std::int32_t pid, const char* command, std::uint32_t user) {
     kinfo_proc record = {};
     record.kp_proc.p_pid = pid;
-    std::string_view(command).copy(record.kp_proc.p_comm, clientcomm::MAXCOMLEN);
+    std::string_view(command).copy(record.kp_proc.p_comm, clientcomm::kMaximumCommandLength);
     record.kp_eproc.e_ucred.cr_uid = user;
     records.push_back(record);
   }

@@ -24,8 +24,8 @@ using clientcomm::kinfo_proc;
 using support::ChildProcess;
 using Table = std::vector<kinfo_proc>;
 
-constexpr int kWholeTable[] = {clientcomm::CTL_KERN, clientcomm::KERN_PROC,
-                               clientcomm::KERN_PROC_ALL};
+constexpr int kWholeTable[] = {clientcomm::kCtlKern, clientcomm::kKernProc,
+                               clientcomm::kKernProcAll};
 
 int readInto(Table& table) {
   std::size_t length = table.size() * sizeof(kinfo_proc);
@@ -177,10 +177,10 @@ TEST(ProcessTable, WritesNothingBehindABufferThatIsTooSmall) {
 
 TEST(ProcessTable, NamesThatAreNotKnownAreRefused) {
   std::size_t length = 0;
-  const int wrong[][3] = {{clientcomm::CTL_KERN, clientcomm::KERN_PROC, 1},
-                          {clientcomm::CTL_KERN, clientcomm::KERN_PROC, 1000},
-                          {clientcomm::CTL_KERN, 15, clientcomm::KERN_PROC_ALL},
-                          {2, clientcomm::KERN_PROC, clientcomm::KERN_PROC_ALL}};
+  const int wrong[][3] = {{clientcomm::kCtlKern, clientcomm::kKernProc, 1},
+                          {clientcomm::kCtlKern, clientcomm::kKernProc, 1000},
+                          {clientcomm::kCtlKern, 15, clientcomm::kKernProcAll},
+                          {2, clientcomm::kKernProc, clientcomm::kKernProcAll}};
   for (const auto& name : wrong) {
     EXPECT_EQ(clientcomm::sysctl(name, 3, nullptr, &length, nullptr, 0), -1);
     EXPECT_EQ(errno, ENOENT);

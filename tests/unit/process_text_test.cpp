@@ -16,7 +16,7 @@ std::string statOf(std::string_view command) {
 }
 
 std::string commandIn(std::string_view comm) {
-  char name[clientcomm::MAXCOMLEN + 1];
+  char name[clientcomm::kMaximumCommandLength + 1];
   clientcomm::copyCommandName(comm, name);
   return name;
 }

@@ -24,6 +24,7 @@
 namespace {
 
 using clientcomm::AppleEventDescriptor;
+using clientcomm::OptionalString;
 using support::RecordingTransport;
 
 constexpr clientcomm::DescType kText = 0x75747874;              // 'utxt'

@@ -23,7 +23,8 @@
 #include <utility>
 #include <vector>
 
-#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
+#include "ClientComm/platform/strings_file.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_sandbox.h"
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "ClientComm/TQHPProcessList.h"
-#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/linux/process_text.h"
 #include "ClientComm/platform/posix/removed_name.h"
 #include "tests/support/child_process.h"

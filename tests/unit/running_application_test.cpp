@@ -39,6 +39,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using clientcomm::kLaunchLimit;
+using clientcomm::OptionalString;
 using support::ChildProcess;
 
 std::string identifier() {

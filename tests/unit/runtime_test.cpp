@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ClientComm/TQHPAppEventBase.h"
+#include "ClientComm/platform/object_observer.h"
 
 namespace {
 

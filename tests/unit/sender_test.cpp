@@ -18,8 +18,9 @@
 namespace {
 
 using Arguments = std::vector<std::string>;
-using OptionalArguments = std::vector<OptionalString>;
+using OptionalArguments = std::vector<clientcomm::OptionalString>;
 using clientcomm::AppleEventDescriptor;
+using clientcomm::OptionalString;
 using support::RecordedCall;
 using support::RecordingTransport;
 

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/posix/settings_file.h"
 #include "tests/support/permissions.h"

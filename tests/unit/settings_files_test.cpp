@@ -22,6 +22,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using clientcomm::OptionalString;
 using clientcomm::PropertyListDictionary;
 using clientcomm::PropertyListValue;
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "ClientComm/platform/property_list.h"
+#include "ClientComm/platform/strings_file.h"
 #include "ClientComm/platform/user_defaults.h"
 #include "tests/support/test_sandbox.h"
 

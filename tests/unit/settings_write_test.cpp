@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "ClientComm/TQHPHelperCommunicate.h"
-#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/posix/settings_file.h"
 #include "tests/support/child_process.h"
 #include "tests/support/mounts.h"

@@ -1,3 +1,5 @@
+#include "ClientComm/platform/strings_file.h"
+
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -5,7 +7,6 @@
 #include <string_view>
 #include <vector>
 
-#include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/property_list.h"
 #include "tests/support/test_sandbox.h"
 

@@ -8,6 +8,8 @@
 #include "ClientComm/TQHPSuiteInfo.h"
 #include "tests/support/recording_transport.h"
 
+using clientcomm::OptionalString;
+
 namespace {
 
 using support::RecordingTransport;

@@ -8,6 +8,9 @@
 #include <string_view>
 #include <vector>
 
+#include "ClientComm/platform/character_class.h"
+#include "ClientComm/platform/characters.h"
+
 namespace {
 
 using clientcomm::boolValue;

@@ -10,6 +10,8 @@
 #include "tests/support/recording_transport.h"
 #include "tests/support/test_helper.h"
 
+using clientcomm::OptionalString;
+
 namespace {
 
 using support::RecordingTransport;

@@ -15,6 +15,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using clientcomm::OptionalString;
 using clientcomm::PropertyListValue;
 using support::RecordingTransport;
 

@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/posix/file_signature.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "tests/support/child_process.h"

@@ -17,6 +17,7 @@
 
 #include "ClientComm/TQHPHelper.h"
 #include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/own_process.h"
 #include "ClientComm/platform/posix/settings_file.h"

@@ -13,6 +13,8 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "tests/support/allocation_count.h"
 
+using clientcomm::OptionalString;
+
 namespace {
 
 using Components = std::vector<std::string>;

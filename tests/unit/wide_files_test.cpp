@@ -11,6 +11,7 @@
 #include "ClientComm/TQHPProcessList.h"
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/property_list.h"
 #include "tests/support/child_process.h"
 #include "tests/support/mounts.h"

@@ -11,6 +11,7 @@
 
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/dictionary.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/linux/launch_record.h"
 #include "ClientComm/platform/linux/process_record_format.h"
 #include "ClientComm/platform/linux/record_file.h"

@@ -62,7 +62,7 @@ class EntryPath {
 bool isGone(int error) noexcept { return error == ENOENT || error == ESRCH; }
 
 // Reads the command's name. It stays empty where the system hides other users' processes.
-int readCommand(int command, char (&name)[MAXCOMLEN + 1]) noexcept {
+int readCommand(int command, char (&name)[kMaximumCommandLength + 1]) noexcept {
   char text[256];
   const ssize_t length = read(command, text, sizeof text);
   if (length <= 0) return length < 0 ? errno : ESRCH;
@@ -123,7 +123,7 @@ int readTable(void* buffer, std::size_t* length) noexcept {
 int systemSysctl(const int* name, unsigned namelen, void* oldp, std::size_t* oldlenp,
                  const void* newp, std::size_t /*newlen*/) noexcept {
   if (name == nullptr || oldlenp == nullptr) return fail(EFAULT);
-  if (namelen != 3 || name[0] != CTL_KERN || name[1] != KERN_PROC || name[2] != KERN_PROC_ALL) {
+  if (namelen != 3 || name[0] != kCtlKern || name[1] != kKernProc || name[2] != kKernProcAll) {
     return fail(ENOENT);
   }
   if (newp != nullptr) return fail(EPERM);

@@ -40,9 +40,9 @@ std::int32_t parentInStat(std::string_view stat) noexcept {
   return numberAfterCommand<std::int32_t>(stat, 2).value_or(0);
 }
 
-void copyCommandName(std::string_view comm, char (&name)[MAXCOMLEN + 1]) noexcept {
+void copyCommandName(std::string_view comm, char (&name)[kMaximumCommandLength + 1]) noexcept {
   if (comm.ends_with('\n')) comm.remove_suffix(1);
-  name[comm.copy(name, MAXCOMLEN)] = '\0';
+  name[comm.copy(name, kMaximumCommandLength)] = '\0';
 }
 
 std::string_view bundleOfExecutable(std::string_view path) noexcept {

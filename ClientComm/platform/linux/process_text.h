@@ -19,7 +19,7 @@ std::optional<std::uint64_t> startTimeInStat(std::string_view stat) noexcept;
 std::int32_t parentInStat(std::string_view stat) noexcept;
 
 /// Copies the command's name in the text of its "comm" into `name`, cut to the room there is.
-void copyCommandName(std::string_view comm, char (&name)[MAXCOMLEN + 1]) noexcept;
+void copyCommandName(std::string_view comm, char (&name)[kMaximumCommandLength + 1]) noexcept;
 
 /// Path of the bundle X.app whose executable lies at `path`, a part of it; empty when it lies in
 /// none.

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/linux/process_ids.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/io.h"

@@ -7,7 +7,7 @@
 #include <ctime>
 #include <string>
 
-#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/linux/process_record.h"
 #include "ClientComm/platform/linux/process_stat.h"
 #include "ClientComm/platform/linux/runtime_file_name.h"

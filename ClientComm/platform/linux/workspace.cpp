@@ -20,13 +20,14 @@
 
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/file_lock.h"
-#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/linux/launch_environment.h"
 #include "ClientComm/platform/linux/launch_record.h"
 #include "ClientComm/platform/linux/process_record.h"
 #include "ClientComm/platform/linux/process_stat.h"
 #include "ClientComm/platform/linux/running_application.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/bundle_files.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 

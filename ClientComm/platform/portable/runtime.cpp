@@ -3,6 +3,8 @@
 #include <map>
 #include <vector>
 
+#include "ClientComm/platform/object_observer.h"
+
 namespace clientcomm {
 namespace {
 

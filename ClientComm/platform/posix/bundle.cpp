@@ -8,7 +8,9 @@
 
 #include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/own_process.h"
+#include "ClientComm/platform/path.h"
 #include "ClientComm/platform/portable/localization.h"
 #include "ClientComm/platform/posix/bundle_files.h"
 #include "ClientComm/platform/posix/io.h"

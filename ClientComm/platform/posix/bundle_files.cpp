@@ -7,7 +7,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/path.h"
 
 namespace clientcomm {
 namespace {

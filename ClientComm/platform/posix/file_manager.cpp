@@ -6,7 +6,9 @@
 
 #include <cerrno>
 
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/native_file.h"
+#include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/directory_reader.h"
 #include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/make_directories.h"

@@ -6,6 +6,7 @@
 
 #include "ClientComm/platform/portable/property_list/unicode.h"
 #include "ClientComm/platform/portable/property_list/value.h"
+#include "ClientComm/platform/strings_file.h"
 
 namespace clientcomm {
 

@@ -18,6 +18,7 @@
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/native_file.h"
 #include "ClientComm/platform/own_process.h"
+#include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/file_signature.h"
 #include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/partial_name.h"

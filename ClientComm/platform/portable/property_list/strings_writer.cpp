@@ -9,7 +9,10 @@
 #include <utility>
 #include <variant>
 
+#include "ClientComm/platform/characters.h"
 #include "ClientComm/platform/portable/property_list/unicode.h"
+#include "ClientComm/platform/property_list.h"
+#include "ClientComm/platform/strings_file.h"
 #include "ClientComm/platform/text.h"
 
 namespace clientcomm {

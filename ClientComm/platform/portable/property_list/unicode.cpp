@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "ClientComm/platform/text.h"
+#include "ClientComm/platform/characters.h"
 
 namespace clientcomm {
 

@@ -3,8 +3,8 @@
 #include <charconv>
 #include <cstddef>
 
+#include "ClientComm/platform/characters.h"
 #include "ClientComm/platform/portable/property_list/unicode.h"
-#include "ClientComm/platform/text.h"
 
 namespace clientcomm {
 namespace {

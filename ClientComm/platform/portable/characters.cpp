@@ -1,17 +1,9 @@
-#include "ClientComm/platform/text.h"
-
-#include <glib.h>
-
-#include <limits>
+#include "ClientComm/platform/characters.h"
 
 namespace clientcomm {
 namespace {
 
 constexpr char32_t kReplacementCharacter = 0xFFFD;
-
-constexpr bool isBlank(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
-
-constexpr bool isAsciiDigit(char c) noexcept { return c >= '0' && c <= '9'; }
 
 // What a lead byte says of its sequence; a length of 0 marks a byte that cannot begin one.
 struct SequenceForm {
@@ -27,13 +19,6 @@ constexpr SequenceForm formOfLead(unsigned char lead) noexcept {
   if (lead < 0xF0) return {3, lead & 0x0FU, 0x800};
   if (lead < 0xF5) return {4, lead & 0x07U, 0x10000};
   return {0, 0, 0};
-}
-
-std::string_view withoutBlanksAndSign(std::string_view text, bool& isNegative) noexcept {
-  while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
-  isNegative = !text.empty() && text.front() == '-';
-  if (isNegative || (!text.empty() && text.front() == '+')) text.remove_prefix(1);
-  return text;
 }
 
 }  // namespace
@@ -60,33 +45,6 @@ std::size_t utf16Length(std::string_view text) noexcept {
   std::size_t length = 0;
   while (!text.empty()) length += takeCharacter(text) > 0xFFFF ? 2U : 1U;
   return length;
-}
-
-bool isDecimalDigit(char16_t unit) noexcept {
-  if (unit < 0x80) return unit >= u'0' && unit <= u'9';
-  return g_unichar_type(unit) == G_UNICODE_DECIMAL_NUMBER;
-}
-
-std::int32_t intValue(std::string_view text) noexcept {
-  using Limits = std::numeric_limits<std::int32_t>;
-  bool isNegative = false;
-  text = withoutBlanksAndSign(text, isNegative);
-  std::int64_t value = 0;
-  for (const char c : text) {
-    if (!isAsciiDigit(c)) break;
-    value = value * 10 + (c - '0');
-    if (value > Limits::max()) return isNegative ? Limits::min() : Limits::max();
-  }
-  return static_cast<std::int32_t>(isNegative ? -value : value);
-}
-
-bool boolValue(std::string_view text) noexcept {
-  bool isNegative = false;
-  text = withoutBlanksAndSign(text, isNegative);
-  while (!text.empty() && text.front() == '0') text.remove_prefix(1);
-  if (text.empty()) return false;
-  constexpr std::string_view kTrueBeginnings = "YyTt123456789";
-  return kTrueBeginnings.find(text.front()) != std::string_view::npos;
 }
 
 }  // namespace clientcomm

@@ -1,11 +1,14 @@
-#include "ClientComm/TQHPVersion.h"
+#include "ClientComm/internal/version_order.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <limits>
 
+#include "ClientComm/platform/character_class.h"
+#include "ClientComm/platform/characters.h"
 #include "ClientComm/platform/text.h"
 
+namespace clientcomm {
 namespace {
 
 constexpr char32_t kFirstBeyondOneUnit = 0x10000;
@@ -15,8 +18,8 @@ bool isAscii(char byte) { return static_cast<unsigned char>(byte) < 0x80; }
 // Of a character beyond ASCII. Characters are classified by UTF-16 unit; one that takes two units
 // is no digit.
 VersionComponentType typeOf(char32_t character) {
-  const bool isDigit = character < kFirstBeyondOneUnit &&
-                       clientcomm::isDecimalDigit(static_cast<char16_t>(character));
+  const bool isDigit =
+      character < kFirstBeyondOneUnit && isDecimalDigit(static_cast<char16_t>(character));
   return isDigit ? VersionComponentType::kDigits : VersionComponentType::kOther;
 }
 
@@ -29,7 +32,7 @@ VersionComponentType typeOfAscii(char byte) {
 VersionComponentType takeType(std::string_view text, std::size_t& position) {
   if (isAscii(text[position])) return typeOfAscii(text[position++]);
   std::string_view rest = text.substr(position);
-  const VersionComponentType type = typeOf(clientcomm::takeCharacter(rest));
+  const VersionComponentType type = typeOf(takeCharacter(rest));
   position = text.size() - rest.size();
   return type;
 }
@@ -49,7 +52,7 @@ std::size_t commonBeginning(std::string_view first, std::string_view second) {
   return dot == std::string_view::npos ? 0 : dot + 1;
 }
 
-// What `clientcomm::intValue` gives for a run of digits, which has neither blanks nor a sign.
+// What `intValue` gives for a run of digits, which has neither blanks nor a sign.
 std::int32_t valueOf(std::string_view digits) {
   constexpr std::int64_t kMost = std::numeric_limits<std::int32_t>::max();
   std::int64_t value = 0;
@@ -76,8 +79,8 @@ int compareByUnit(std::string_view first, std::string_view second) {
       second.remove_prefix(1);
       continue;
     }
-    const char32_t a = clientcomm::takeCharacter(first);
-    const char32_t b = clientcomm::takeCharacter(second);
+    const char32_t a = takeCharacter(first);
+    const char32_t b = takeCharacter(second);
     if (a == b) continue;
     const char32_t unitA = firstUnit(a);
     const char32_t unitB = firstUnit(b);
@@ -134,3 +137,5 @@ int compareVersionStrings(std::string_view first, std::string_view second) {
     if (const int result = compareComponents(a, b); result != 0) return result;
   }
 }
+
+}  // namespace clientcomm

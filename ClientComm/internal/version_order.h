@@ -3,6 +3,7 @@
 #include <string_view>
 
 /// Version strings as runs of digits, runs of other characters, and single dots.
+namespace clientcomm {
 
 /// What a component of a version is made of.
 enum class VersionComponentType : int { kDigits = 0, kOther = 1, kDot = 2 };
@@ -26,3 +27,5 @@ class VersionReader {
 
 /// @return 1 when `first` is newer than `second`, -1 when it is older, 0 when they are equal.
 int compareVersionStrings(std::string_view first, std::string_view second);
+
+}  // namespace clientcomm
