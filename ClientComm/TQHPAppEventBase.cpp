@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include "ClientComm/internal/object_state.h"
+
 using clientcomm::OptionalString;
 
 namespace {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <set>
 #include <span>
 #include <string>
@@ -9,11 +10,17 @@
 #include "ClientComm/TQHPTypes.h"
 #include "ClientComm/platform/runtime.h"
 
+namespace clientcomm {
+struct ObjectState;
+}
+
 /// Base of every object that another application can call by class name: invokes a method by its
 /// selector, and remembers who has called.
 class CLIENTCOMM_EXPORT TQHPAppEventBase : public clientcomm::Object {
  public:
   ~TQHPAppEventBase() override;
+
+  bool takesCalls() const noexcept final { return true; }
 
   /// The class name under which calls reach the object, and which its own calls carry.
   const std::string& className() const noexcept;
@@ -36,4 +43,12 @@ class CLIENTCOMM_EXPORT TQHPAppEventBase : public clientcomm::Object {
 
   /// The bundle identifiers of all who have ever called an object of this family; only grows.
   static const BundleIDSet& bundleIDSet();
+
+ private:
+  friend class TQHPHelperControl;
+  friend class TQHPUpgradeByHelper;
+
+  /// What the library's own classes keep; null for a class that keeps nothing. Behind a pointer, so
+  /// that later releases can keep more and the layout of users' classes stays the same.
+  std::unique_ptr<clientcomm::ObjectState> state_;
 };

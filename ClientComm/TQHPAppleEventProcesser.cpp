@@ -1,11 +1,17 @@
 #include "ClientComm/TQHPAppleEventProcesser.h"
 
 #include <cstring>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <span>
 #include <utility>
+#include <vector>
 
 #include "ClientComm/TQHPAppEventBase.h"
 #include "ClientComm/platform/apple_event.h"
 #include "ClientComm/platform/apple_event_manager.h"
+#include "ClientComm/platform/object_observer.h"
 #include "ClientComm/platform/process_manager.h"
 #include "ClientComm/platform/wire_format.h"
 
@@ -44,6 +50,24 @@ OptionalString bundleIDOfCaller(const AppleEventDescriptor& event) {
 
 }  // namespace
 
+struct TQHPAppleEventProcesser::State {
+  void process(AppleEventDescriptor event, AppleEventDescriptor& reply);
+  OptionalString reflection(const OptionalString& className, const OptionalString& method,
+                            std::span<const OptionalString> parameter,
+                            const OptionalString& bundleID);
+  clientcomm::Object* objectForKey(std::string_view className) const;
+  clientcomm::Object* instanceForClass(const OptionalString& className);
+
+  std::map<std::string, clientcomm::Object*, std::less<>> mapTable;
+  /// Instances that the processor made itself; kept even when another takes over their entry.
+  std::vector<std::shared_ptr<clientcomm::Object>> madeInstances;
+  std::recursive_mutex monitor;
+  /// The last member, so that it is the first to go: the others are still whole when it acts.
+  clientcomm::ObjectObserver observer{[this](const clientcomm::Object& object) {
+    std::erase_if(mapTable, [&](const auto& entry) { return entry.second == &object; });
+  }};
+};
+
 TQHPAppleEventProcesser* processer = nullptr;
 
 TQHPAppleEventProcesser& TQHPAppleEventProcesser::share() {
@@ -51,23 +75,18 @@ TQHPAppleEventProcesser& TQHPAppleEventProcesser::share() {
   return *processer;
 }
 
-TQHPAppleEventProcesser::TQHPAppleEventProcesser()
-    : observer_([this](const clientcomm::Object& object) {
-        std::erase_if(mapTable_, [&](const auto& entry) { return entry.second == &object; });
-      }) {
-  regist();
-}
+TQHPAppleEventProcesser::TQHPAppleEventProcesser() : state_(new State) { regist(); }
 
 TQHPAppleEventProcesser::~TQHPAppleEventProcesser() {
-  mapTable_.clear();
+  state_->mapTable.clear();
   unRegist();
   if (processer == this) processer = nullptr;
 }
 
 void TQHPAppleEventProcesser::regist() {
   clientcomm::AppleEventManager::sharedAppleEventManager().setEventHandler(
-      [this](AppleEventDescriptor event, AppleEventDescriptor& reply) {
-        process(std::move(event), reply);
+      [state = state_.get()](AppleEventDescriptor event, AppleEventDescriptor& reply) {
+        state->process(std::move(event), reply);
         return clientcomm::noErr;
       },
       clientcomm::kCallEventClass, clientcomm::kCallEventID);
@@ -80,19 +99,24 @@ void TQHPAppleEventProcesser::unRegist() {
 
 void TQHPAppleEventProcesser::setObjectforKeyToMapTable(clientcomm::Object& object,
                                                         const std::string& className) {
-  mapTable_.insert_or_assign(className, &object);
+  state_->mapTable.insert_or_assign(className, &object);
 }
 
 void TQHPAppleEventProcesser::removeObjectforKeyToMapTable(const std::string& className) {
-  mapTable_.erase(className);
+  state_->mapTable.erase(className);
 }
 
 clientcomm::Object* TQHPAppleEventProcesser::objectForKey(std::string_view className) const {
-  const auto found = mapTable_.find(className);
-  return found == mapTable_.end() ? nullptr : found->second;
+  return state_->objectForKey(className);
 }
 
-void TQHPAppleEventProcesser::process(AppleEventDescriptor event, AppleEventDescriptor& reply) {
+clientcomm::Object* TQHPAppleEventProcesser::State::objectForKey(std::string_view className) const {
+  const auto found = mapTable.find(className);
+  return found == mapTable.end() ? nullptr : found->second;
+}
+
+void TQHPAppleEventProcesser::State::process(AppleEventDescriptor event,
+                                             AppleEventDescriptor& reply) {
   AppleEventDescriptor* const call = event.paramDescriptorForKeyword(clientcomm::keyDirectObject);
   OptionalString result = reflection(takeTextAtIndex(call, 1), takeTextAtIndex(call, 2),
                                      takeArgumentsOfCall(call), bundleIDOfCaller(event));
@@ -103,17 +127,17 @@ void TQHPAppleEventProcesser::process(AppleEventDescriptor event, AppleEventDesc
   }
 }
 
-OptionalString TQHPAppleEventProcesser::reflection(const OptionalString& className,
-                                                   const OptionalString& method,
-                                                   std::span<const OptionalString> parameter,
-                                                   const OptionalString& bundleID) {
+OptionalString TQHPAppleEventProcesser::State::reflection(const OptionalString& className,
+                                                          const OptionalString& method,
+                                                          std::span<const OptionalString> parameter,
+                                                          const OptionalString& bundleID) {
   clientcomm::Object* const instance = instanceForClass(className);
   if (instance == nullptr) return std::nullopt;
   try {
-    const std::lock_guard lock(monitor_);
-    auto* const receiver = dynamic_cast<TQHPAppEventBase*>(instance);
+    const std::lock_guard lock(monitor);
     // Other objects can be registered, but do not take calls.
-    if (receiver == nullptr) return std::nullopt;
+    if (!instance->takesCalls()) return std::nullopt;
+    auto* const receiver = static_cast<TQHPAppEventBase*>(instance);
     receiver->setBundleID(bundleID);
     if (!method) return std::nullopt;
     return receiver->performSelector(*method, parameter);
@@ -122,12 +146,13 @@ OptionalString TQHPAppleEventProcesser::reflection(const OptionalString& classNa
   }
 }
 
-clientcomm::Object* TQHPAppleEventProcesser::instanceForClass(const OptionalString& className) {
+clientcomm::Object* TQHPAppleEventProcesser::State::instanceForClass(
+    const OptionalString& className) {
   if (!className) return nullptr;
   if (clientcomm::Object* const registered = objectForKey(*className)) return registered;
   const clientcomm::Class* const cls = clientcomm::classNamed(*className);
   std::shared_ptr<clientcomm::Object> made = cls == nullptr ? nullptr : cls->makeInstance();
   if (made == nullptr) return nullptr;
-  mapTable_.insert_or_assign(*className, made.get());
-  return madeInstances_.emplace_back(std::move(made)).get();
+  mapTable.insert_or_assign(*className, made.get());
+  return madeInstances.emplace_back(std::move(made)).get();
 }

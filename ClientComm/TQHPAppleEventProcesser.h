@@ -1,21 +1,11 @@
 #pragma once
 
-#include <functional>
-#include <map>
 #include <memory>
-#include <mutex>
-#include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "ClientComm/TQHPTypes.h"
-#include "ClientComm/platform/object_observer.h"
 #include "ClientComm/platform/runtime.h"
-
-namespace clientcomm {
-class AppleEventDescriptor;
-}
 
 /// Receives remote calls: finds the one instance that stands for the named class, makes it where
 /// the class is registered and has none yet, invokes the named selector, and answers with the text
@@ -44,19 +34,8 @@ class CLIENTCOMM_EXPORT TQHPAppleEventProcesser {
   clientcomm::Object* objectForKey(std::string_view className) const;
 
  private:
-  void process(clientcomm::AppleEventDescriptor event, clientcomm::AppleEventDescriptor& reply);
-  clientcomm::OptionalString reflection(const clientcomm::OptionalString& className,
-                                        const clientcomm::OptionalString& method,
-                                        std::span<const clientcomm::OptionalString> parameter,
-                                        const clientcomm::OptionalString& bundleID);
-  clientcomm::Object* instanceForClass(const clientcomm::OptionalString& className);
-
-  std::map<std::string, clientcomm::Object*, std::less<>> mapTable_;
-  /// Instances that the processor made itself; kept even when another takes over their entry.
-  std::vector<std::shared_ptr<clientcomm::Object>> madeInstances_;
-  std::recursive_mutex monitor_;
-  /// The last member, so that it is the first to go: the others are still whole when it acts.
-  clientcomm::ObjectObserver observer_;
+  struct State;
+  std::unique_ptr<State> state_;
 };
 
 /// The processor that `TQHPAppleEventProcesser::share` gives; null before its first use.

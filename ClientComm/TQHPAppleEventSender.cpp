@@ -28,6 +28,28 @@ clientcomm::AppleEventDescriptor targetDescriptor(const OptionalString& bundleID
           identifier.substr(0, clientcomm::utf16Length(identifier))};
 }
 
+clientcomm::AppleEventDescriptor createEvnet(const OptionalString& bundleID,
+                                             std::string_view className,
+                                             std::string_view selectName,
+                                             std::span<const std::string> args) {
+  using clientcomm::AppleEventDescriptor;
+  AppleEventDescriptor event = AppleEventDescriptor::appleEvent(
+      clientcomm::kCallEventClass, clientcomm::kCallEventID, targetDescriptor(bundleID),
+      clientcomm::kAutoGenerateReturnID, clientcomm::kAnyTransactionID);
+  AppleEventDescriptor argumentList = AppleEventDescriptor::listDescriptor();
+  argumentList.reserveItems(args.size());
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    argumentList.insertDescriptor(textDescriptor(args[i]), i + 1);
+  }
+  AppleEventDescriptor call = AppleEventDescriptor::listDescriptor();
+  call.reserveItems(3);
+  call.insertDescriptor(textDescriptor(className), 1);
+  call.insertDescriptor(textDescriptor(selectName), 2);
+  call.insertDescriptor(std::move(argumentList), 3);
+  event.setParamDescriptor(std::move(call), clientcomm::keyDirectObject);
+  return event;
+}
+
 }  // namespace
 
 TQHPAppleEventSender& TQHPAppleEventSender::share() {
@@ -74,25 +96,4 @@ OSErr TQHPAppleEventSender::sendEvnet(const OptionalString& bundleID, std::strin
     if (answer != nullptr && result != nullptr) *result = std::move(*answer).stringValue();
     return status;
   });
-}
-
-clientcomm::AppleEventDescriptor TQHPAppleEventSender::createEvnet(
-    const OptionalString& bundleID, std::string_view className, std::string_view selectName,
-    std::span<const std::string> args) {
-  using clientcomm::AppleEventDescriptor;
-  AppleEventDescriptor event = AppleEventDescriptor::appleEvent(
-      clientcomm::kCallEventClass, clientcomm::kCallEventID, targetDescriptor(bundleID),
-      clientcomm::kAutoGenerateReturnID, clientcomm::kAnyTransactionID);
-  AppleEventDescriptor argumentList = AppleEventDescriptor::listDescriptor();
-  argumentList.reserveItems(args.size());
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    argumentList.insertDescriptor(textDescriptor(args[i]), i + 1);
-  }
-  AppleEventDescriptor call = AppleEventDescriptor::listDescriptor();
-  call.reserveItems(3);
-  call.insertDescriptor(textDescriptor(className), 1);
-  call.insertDescriptor(textDescriptor(selectName), 2);
-  call.insertDescriptor(std::move(argumentList), 3);
-  event.setParamDescriptor(std::move(call), clientcomm::keyDirectObject);
-  return event;
 }

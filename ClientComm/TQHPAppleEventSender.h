@@ -6,10 +6,6 @@
 
 #include "ClientComm/TQHPTypes.h"
 
-namespace clientcomm {
-class AppleEventDescriptor;
-}
-
 /// Info dictionary key of the helper's bundle identifier; hosts carry it in exactly this spelling.
 inline constexpr const char kHelperBundleId[] = "Helper Bundle indentifiter";
 
@@ -45,12 +41,7 @@ class CLIENTCOMM_EXPORT TQHPAppleEventSender {
                   clientcomm::OptionalString* result) noexcept;
 
  private:
-  TQHPAppleEventSender();
-
-  static clientcomm::AppleEventDescriptor createEvnet(const clientcomm::OptionalString& bundleID,
-                                                      std::string_view className,
-                                                      std::string_view selectName,
-                                                      std::span<const std::string> args);
+  CLIENTCOMM_LOCAL TQHPAppleEventSender();
 
   /// The helper's bundle identifier, read once from the host's Info dictionary; nil without it.
   clientcomm::OptionalString helperBundleID_;

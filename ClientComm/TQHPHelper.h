@@ -63,8 +63,8 @@ class CLIENTCOMM_EXPORT TQHPHelper {
 
  private:
   TQHPHelper() = default;
-  ~TQHPHelper();
-  void init();
+  CLIENTCOMM_LOCAL ~TQHPHelper();
+  CLIENTCOMM_LOCAL void init();
 
   TQHPHelperCommunicate* cmmt_ = nullptr;
   std::unique_ptr<clientcomm::Timer> autoStartTimer_;

@@ -298,6 +298,8 @@ OptionalString TQHPHelperCommunicate::clientIDFormHelper() {
   });
 }
 
+const OptionalString& TQHPHelperCommunicate::clientID() const { return clientID_; }
+
 // --- Installation ---
 
 void TQHPHelperCommunicate::extractHelper() { extract(WaitBudget::none()); }
@@ -524,11 +526,13 @@ void TQHPHelperCommunicate::setEnableAD(bool enable) {
 }
 
 void TQHPHelperCommunicate::saveTipsEnable() {
-  clientcomm::guarded([this] { saveTipsEnableToPlistFile(effectiveSwitch(clientcomm::kTipsEnableKey, true)); });
+  clientcomm::guarded(
+      [this] { saveTipsEnableToPlistFile(effectiveSwitch(clientcomm::kTipsEnableKey, true)); });
 }
 
 void TQHPHelperCommunicate::saveEnableAD() {
-  clientcomm::guarded([this] { saveEnableADToPlistFile(effectiveSwitch(clientcomm::kEnableADKey, false)); });
+  clientcomm::guarded(
+      [this] { saveEnableADToPlistFile(effectiveSwitch(clientcomm::kEnableADKey, false)); });
 }
 
 void TQHPHelperCommunicate::saveTipsEnableToPlistFile(bool enable) {

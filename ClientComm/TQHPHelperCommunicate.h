@@ -82,7 +82,7 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   /// Asks the helper for the client ID and keeps it. @return nil when there is no answer.
   clientcomm::OptionalString clientIDFormHelper();
   /// The client ID kept last.
-  const clientcomm::OptionalString& clientID() const { return clientID_; }
+  const clientcomm::OptionalString& clientID() const;
 
   // --- Installation ---
 
@@ -178,9 +178,9 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
 
  private:
   TQHPHelperCommunicate() = default;
-  void init();
-  void extract(const clientcomm::WaitBudget& waits);
-  bool launch(const clientcomm::WaitBudget& waits);
+  CLIENTCOMM_LOCAL void init();
+  CLIENTCOMM_LOCAL void extract(const clientcomm::WaitBudget& waits);
+  CLIENTCOMM_LOCAL bool launch(const clientcomm::WaitBudget& waits);
 
   clientcomm::OptionalString productID_;
   clientcomm::OptionalString productVersion_;

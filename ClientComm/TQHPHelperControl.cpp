@@ -7,6 +7,7 @@
 #include "ClientComm/TQHPHelperError.h"
 #include "ClientComm/internal/guard.h"
 #include "ClientComm/internal/host_classes.h"
+#include "ClientComm/internal/object_state.h"
 #include "ClientComm/internal/proxy_call.h"
 #include "ClientComm/internal/settings_keys.h"
 #include "ClientComm/platform/bundle.h"
@@ -28,6 +29,10 @@ constexpr std::string_view kWillHelperExit = "willHelperExit";
 constexpr std::string_view kDidCheckServerOpen = "didCheckServerOpen::";
 
 }  // namespace
+
+struct TQHPHelperControl::State : clientcomm::ObjectState {
+  TQHPHelperControlCallBackDelegate* delegate = nullptr;
+};
 
 bool TQHPHelperControlCallBackDelegate::respondsToSelector(std::string_view selector) const {
   return selector == kWillHelperExit || selector == kDidCheckServerOpen;
@@ -52,7 +57,18 @@ TQHPHelperControl& TQHPHelperControl::share() {
   return *proxy;
 }
 
-TQHPHelperControl::TQHPHelperControl() { clientcomm::registerProxy(*this); }
+TQHPHelperControl::TQHPHelperControl() {
+  state_ = std::make_unique<State>();
+  clientcomm::registerProxy(*this);
+}
+
+TQHPHelperControlCallBackDelegate* TQHPHelperControl::helperCtrlDelegate() const {
+  return static_cast<const State&>(*state_).delegate;
+}
+
+void TQHPHelperControl::setHelperCtrlDelegate(TQHPHelperControlCallBackDelegate* delegate) {
+  static_cast<State&>(*state_).delegate = delegate;
+}
 
 OSErr TQHPHelperControl::isAlive(const OptionalString& productID,
                                  const OptionalString& prodeuctVersion) {
@@ -85,8 +101,9 @@ OSErr TQHPHelperControl::start(const OptionalString& productID,
 }
 
 OSErr TQHPHelperControl::helperExitNotify(const OptionalString& /*unused*/) {
-  if (helperCtrlDelegate_ != nullptr && helperCtrlDelegate_->respondsToSelector(kWillHelperExit)) {
-    helperCtrlDelegate_->willHelperExit();
+  if (helperCtrlDelegate() != nullptr &&
+      helperCtrlDelegate()->respondsToSelector(kWillHelperExit)) {
+    helperCtrlDelegate()->willHelperExit();
   }
   return clientcomm::noErr;
 }
@@ -95,16 +112,16 @@ OSErr TQHPHelperControl::checkServerOpenCallBack(const OptionalString& /*unused*
                                                  const OptionalString& isOpen,
                                                  const OptionalString& code,
                                                  const OptionalString& description) {
-  if (helperCtrlDelegate_ == nullptr ||
-      !helperCtrlDelegate_->respondsToSelector(kDidCheckServerOpen)) {
+  if (helperCtrlDelegate() == nullptr ||
+      !helperCtrlDelegate()->respondsToSelector(kDidCheckServerOpen)) {
     return clientcomm::noErr;
   }
   std::optional<clientcomm::Error> error;
   if (clientcomm::intValue(code.value_or(std::string())) != 0) {
     error = TQHPHelperError::errorWithCode(code, description);
   }
-  helperCtrlDelegate_->didCheckServerOpen(clientcomm::boolValue(isOpen.value_or(std::string())),
-                                          error ? &*error : nullptr);
+  helperCtrlDelegate()->didCheckServerOpen(clientcomm::boolValue(isOpen.value_or(std::string())),
+                                           error ? &*error : nullptr);
   return clientcomm::noErr;
 }
 

@@ -38,10 +38,8 @@ class CLIENTCOMM_EXPORT TQHPHelperControl : public TQHPAppEventBase {
 
   /// Receiver of the notices. It is not kept alive: set null, or another one, before it is
   /// destroyed. Null drops the notices.
-  TQHPHelperControlCallBackDelegate* helperCtrlDelegate() const { return helperCtrlDelegate_; }
-  void setHelperCtrlDelegate(TQHPHelperControlCallBackDelegate* delegate) {
-    helperCtrlDelegate_ = delegate;
-  }
+  TQHPHelperControlCallBackDelegate* helperCtrlDelegate() const;
+  void setHelperCtrlDelegate(TQHPHelperControlCallBackDelegate* delegate);
 
   /// Asks whether the helper can be reached.
   /// @return 0 when it runs, `procNotFound` when it does not, else the send's own status.
@@ -81,5 +79,5 @@ class CLIENTCOMM_EXPORT TQHPHelperControl : public TQHPAppEventBase {
   bool saveEnableADToPlistFile();
 
  private:
-  TQHPHelperControlCallBackDelegate* helperCtrlDelegate_ = nullptr;
+  struct State;
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "ClientComm/TQHPTypes.h"
@@ -13,17 +14,16 @@ class CLIENTCOMM_EXPORT TQHPSuiteInfo {
   static TQHPSuiteInfo initWithDate(clientcomm::OptionalString date, std::int32_t width,
                                     std::int32_t height);
 
-  const clientcomm::OptionalString& URL() const { return URL_; }
-  std::int32_t width() const { return width_; }
-  std::int32_t height() const { return height_; }
+  const clientcomm::OptionalString& URL() const;
+  std::int32_t width() const;
+  std::int32_t height() const;
 
   /// "url = … width = … height = …"; a nil address reads "(null)".
   std::string description() const;
 
  private:
-  TQHPSuiteInfo(clientcomm::OptionalString url, std::int32_t width, std::int32_t height);
+  struct State;
+  explicit CLIENTCOMM_LOCAL TQHPSuiteInfo(std::shared_ptr<const State> state);
 
-  clientcomm::OptionalString URL_;
-  std::int32_t width_;
-  std::int32_t height_;
+  std::shared_ptr<const State> state_;
 };

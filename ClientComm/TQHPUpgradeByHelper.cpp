@@ -1,10 +1,12 @@
 #include "ClientComm/TQHPUpgradeByHelper.h"
 
+#include <memory>
 #include <optional>
 #include <utility>
 
 #include "ClientComm/TQHPHelperError.h"
 #include "ClientComm/internal/host_classes.h"
+#include "ClientComm/internal/object_state.h"
 #include "ClientComm/internal/proxy_call.h"
 #include "ClientComm/platform/text.h"
 
@@ -21,6 +23,11 @@ constexpr std::string_view kProductWillUpgrade = "productWillUpgrade:";
 bool isOverridden = true;
 
 }  // namespace
+
+struct TQHPUpgradeByHelper::State : clientcomm::ObjectState {
+  bool isUpgradeQueryResopned = true;
+  TQHPProductUpgradeCallBackDelegate* delegate = nullptr;
+};
 
 bool TQHPProductUpgradeCallBackDelegate::respondsToSelector(std::string_view selector) const {
   return selector == kProductWillUpgrade;
@@ -55,7 +62,22 @@ TQHPUpgradeByHelper& TQHPUpgradeByHelper::share() {
   return *proxy;
 }
 
-TQHPUpgradeByHelper::TQHPUpgradeByHelper() { clientcomm::registerProxy(*this); }
+TQHPUpgradeByHelper::TQHPUpgradeByHelper() {
+  state_ = std::make_unique<State>();
+  clientcomm::registerProxy(*this);
+}
+
+TQHPProductUpgradeCallBackDelegate* TQHPUpgradeByHelper::productUpgradeDelegate() const {
+  return static_cast<const State&>(*state_).delegate;
+}
+
+TQHPProductUpgradeCallBackDelegate* TQHPUpgradeByHelper::getProductUpgradeDelegate() const {
+  return productUpgradeDelegate();
+}
+
+void TQHPUpgradeByHelper::setProductUpgradeDelegate(TQHPProductUpgradeCallBackDelegate* delegate) {
+  static_cast<State&>(*state_).delegate = delegate;
+}
 
 OSErr TQHPUpgradeByHelper::productUpgrade(const OptionalString& productID,
                                           const OptionalString& versionID) {
@@ -65,7 +87,7 @@ OSErr TQHPUpgradeByHelper::productUpgrade(const OptionalString& productID,
 OSErr TQHPUpgradeByHelper::productReadyToUpgrade(const OptionalString& productID,
                                                  const OptionalString& versionID,
                                                  const OptionalString& ready) {
-  isUpgradeQueryResopned_ = true;
+  static_cast<State&>(*state_).isUpgradeQueryResopned = true;
   return clientcomm::sendCommand(*this, kProductReadyToUpgrade, productID, versionID, ready);
 }
 
@@ -73,13 +95,13 @@ OSErr TQHPUpgradeByHelper::productUpgradeCallBack(const OptionalString& /*unused
                                                   const OptionalString& /*unused2*/,
                                                   const OptionalString& code,
                                                   const OptionalString& description) {
-  if (!isUpgradeQueryResopned_) {
+  auto& state = static_cast<State&>(*state_);
+  if (!state.isUpgradeQueryResopned) {
     const OSErr status = productReadyToUpgrade("", "", "ignore");
-    isUpgradeQueryResopned_ = false;
+    state.isUpgradeQueryResopned = false;
     return status;
   }
-  if (productUpgradeDelegate_ == nullptr ||
-      !productUpgradeDelegate_->respondsToSelector(kProductWillUpgrade)) {
+  if (state.delegate == nullptr || !state.delegate->respondsToSelector(kProductWillUpgrade)) {
     return clientcomm::noErr;
   }
   std::optional<clientcomm::Error> error;
@@ -87,9 +109,9 @@ OSErr TQHPUpgradeByHelper::productUpgradeCallBack(const OptionalString& /*unused
     error = TQHPHelperError::errorWithCode(code, description);
   }
   // Before the call: the delegate may answer from inside it.
-  isUpgradeQueryResopned_ = false;
-  const bool isTold = productUpgradeDelegate_->tell(error ? &*error : nullptr);
+  state.isUpgradeQueryResopned = false;
+  const bool isTold = state.delegate->tell(error ? &*error : nullptr);
   // A delegate that was told may have destroyed this object.
-  if (!isTold) isUpgradeQueryResopned_ = true;
+  if (!isTold) state.isUpgradeQueryResopned = true;
   return clientcomm::noErr;
 }

@@ -42,15 +42,9 @@ class CLIENTCOMM_EXPORT TQHPUpgradeByHelper : public TQHPAppEventBase {
 
   /// The host's listener. It is not kept alive: set null, or another one, before it is destroyed.
   /// Null drops the callbacks.
-  TQHPProductUpgradeCallBackDelegate* productUpgradeDelegate() const {
-    return productUpgradeDelegate_;
-  }
-  TQHPProductUpgradeCallBackDelegate* getProductUpgradeDelegate() const {
-    return productUpgradeDelegate_;
-  }
-  void setProductUpgradeDelegate(TQHPProductUpgradeCallBackDelegate* delegate) {
-    productUpgradeDelegate_ = delegate;
-  }
+  TQHPProductUpgradeCallBackDelegate* productUpgradeDelegate() const;
+  TQHPProductUpgradeCallBackDelegate* getProductUpgradeDelegate() const;
+  void setProductUpgradeDelegate(TQHPProductUpgradeCallBackDelegate* delegate);
 
   /// Asks the helper to look for an upgrade and carry it out. @return the send's own status.
   OSErr productUpgrade(const clientcomm::OptionalString& productID,
@@ -72,6 +66,5 @@ class CLIENTCOMM_EXPORT TQHPUpgradeByHelper : public TQHPAppEventBase {
                                const clientcomm::OptionalString& description);
 
  private:
-  bool isUpgradeQueryResopned_ = true;
-  TQHPProductUpgradeCallBackDelegate* productUpgradeDelegate_ = nullptr;
+  struct State;
 };

@@ -57,11 +57,14 @@ TQHPUploadByHelper& TQHPUploadByHelper::share() {
   return *proxy;
 }
 
+bool TQHPUploadByHelper::checkJoinImproveExp() const { return false; }
+
 OSErr TQHPUploadByHelper::uploadLog(const OptionalString& productID,
                                     const OptionalString& versionID, const OptionalString& email,
                                     const OptionalString& filePath, const OptionalString& title,
                                     const OptionalString& description) {
-  return clientcomm::sendCommand(*this, kUploadLog, productID, versionID, email, filePath, title, description);
+  return clientcomm::sendCommand(*this, kUploadLog, productID, versionID, email, filePath, title,
+                                 description);
 }
 
 OSErr TQHPUploadByHelper::uploadUserFile(const OptionalString& productID,
@@ -70,8 +73,8 @@ OSErr TQHPUploadByHelper::uploadUserFile(const OptionalString& productID,
                                          const OptionalString& filePath,
                                          const OptionalString& title,
                                          const OptionalString& description) {
-  return clientcomm::sendCommand(*this, kUploadUserFile, productID, versionID, email, filePath, title,
-                     description);
+  return clientcomm::sendCommand(*this, kUploadUserFile, productID, versionID, email, filePath,
+                                 title, description);
 }
 
 OSErr TQHPUploadByHelper::uploadProductFile(const OptionalString& productID,
@@ -80,16 +83,16 @@ OSErr TQHPUploadByHelper::uploadProductFile(const OptionalString& productID,
                                             const OptionalString& filePath,
                                             const OptionalString& title,
                                             const OptionalString& description) {
-  return clientcomm::sendCommand(*this, kUploadProductFile, productID, versionID, email, filePath, title,
-                     description);
+  return clientcomm::sendCommand(*this, kUploadProductFile, productID, versionID, email, filePath,
+                                 title, description);
 }
 
 OSErr TQHPUploadByHelper::collectData(const OptionalString& productID,
                                       const OptionalString& version, int collectionType,
                                       const OptionalString& target, const OptionalString& keyID,
                                       const OptionalString& value) {
-  return clientcomm::sendCommand(*this, kCollectData, productID, version, collectionTypeText(collectionType),
-                     target, keyID, value);
+  return clientcomm::sendCommand(*this, kCollectData, productID, version,
+                                 collectionTypeText(collectionType), target, keyID, value);
 }
 
 OSErr TQHPUploadByHelper::directUploadData(const OptionalString& productID,

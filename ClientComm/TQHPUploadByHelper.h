@@ -16,7 +16,7 @@ class CLIENTCOMM_EXPORT TQHPUploadByHelper : public TQHPAppEventBase {
   const clientcomm::Class& isa() const override { return staticClass(); }
 
   /// Whether the user joined the improvement programme; always false, nothing sets it.
-  bool checkJoinImproveExp() const { return checkJoinImproveExp_; }
+  bool checkJoinImproveExp() const;
 
   OSErr uploadLog(const clientcomm::OptionalString& productID,
                   const clientcomm::OptionalString& versionID,
@@ -63,7 +63,4 @@ class CLIENTCOMM_EXPORT TQHPUploadByHelper : public TQHPAppEventBase {
   /// @return the path of the page to show when the network cannot be reached.
   clientcomm::OptionalString netErrorPagePath(const clientcomm::OptionalString& productID,
                                               const clientcomm::OptionalString& version);
-
- private:
-  bool checkJoinImproveExp_ = false;
 };

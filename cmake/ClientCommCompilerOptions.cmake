@@ -19,7 +19,8 @@ endif()
 # The library rides along in every product of a family: a release of it is small, and fast only where
 # every call goes through, in the given sources.
 function(clientcomm_optimise target)
-  target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-Os>)
+  target_compile_options(${target} PRIVATE
+    $<$<CONFIG:Release>:-Os> $<$<CONFIG:Release>:-ffunction-sections> $<$<CONFIG:Release>:-fdata-sections>)
   set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release>:-O2>")
 endfunction()
 

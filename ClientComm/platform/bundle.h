@@ -80,7 +80,7 @@ class CLIENTCOMM_EXPORT Bundle {
   std::vector<std::string> preferredLocalizations() const;
 
  private:
-  std::string developmentRegion() const;
+  CLIENTCOMM_LOCAL std::string developmentRegion() const;
 
   struct State;
   std::unique_ptr<State> state_;

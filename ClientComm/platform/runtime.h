@@ -38,6 +38,10 @@ class CLIENTCOMM_EXPORT Object {
 
   /// The run-time class that the object was made as.
   virtual const Class& isa() const = 0;
+
+  /// Whether the object is a `TQHPAppEventBase`, which overrides this. Calls reach no other object.
+  /// Works without the compiler's run-time type information, which a host may have turned off.
+  virtual bool takesCalls() const noexcept { return false; }
 };
 
 /// One method of a class, as it can be called by selector: only strings in; a string, or nil for
@@ -60,16 +64,15 @@ class CLIENTCOMM_EXPORT Class {
   Class(const Class&) = delete;
   Class& operator=(const Class&) = delete;
 
-  const std::string& name() const noexcept { return name_; }
-  std::shared_ptr<Object> makeInstance() const { return factory_(); }
+  const std::string& name() const noexcept;
+  std::shared_ptr<Object> makeInstance() const;
 
   /// The method for `selector`; null when instances do not answer it.
   const Method* methodForSelector(std::string_view selector) const noexcept;
 
  private:
-  std::string name_;
-  Factory factory_;
-  std::vector<Method> methods_;
+  struct State;
+  std::unique_ptr<const State> state_;
 };
 
 /// Makes `cls` callable by its name in this process; a later class of the same name takes its

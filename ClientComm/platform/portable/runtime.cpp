@@ -33,13 +33,23 @@ ObjectObserver::ObjectObserver(Action whenDestroyed) : whenDestroyed_(std::move(
 
 ObjectObserver::~ObjectObserver() { std::erase(observers(), this); }
 
+struct Class::State {
+  std::string name;
+  Factory factory;
+  std::vector<Method> methods;
+};
+
 Class::Class(std::string name, Factory factory, std::vector<Method> methods)
-    : name_(std::move(name)), factory_(factory), methods_(std::move(methods)) {}
+    : state_(new State{std::move(name), factory, std::move(methods)}) {}
 
 Class::~Class() = default;
 
+const std::string& Class::name() const noexcept { return state_->name; }
+
+std::shared_ptr<Object> Class::makeInstance() const { return state_->factory(); }
+
 const Method* Class::methodForSelector(std::string_view selector) const noexcept {
-  for (const Method& candidate : methods_) {
+  for (const Method& candidate : state_->methods) {
     if (candidate.selector == selector) return &candidate;
   }
   return nullptr;
