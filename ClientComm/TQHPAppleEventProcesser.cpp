@@ -50,7 +50,7 @@ OptionalString bundleIDOfCaller(const AppleEventDescriptor& event) {
 
 }  // namespace
 
-struct TQHPAppleEventProcesser::State {
+struct CLIENTCOMM_LOCAL TQHPAppleEventProcesser::State {
   void process(AppleEventDescriptor event, AppleEventDescriptor& reply);
   OptionalString reflection(const OptionalString& className, const OptionalString& method,
                             std::span<const OptionalString> parameter,

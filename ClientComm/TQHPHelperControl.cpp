@@ -30,7 +30,7 @@ constexpr std::string_view kDidCheckServerOpen = "didCheckServerOpen::";
 
 }  // namespace
 
-struct TQHPHelperControl::State : clientcomm::ObjectState {
+struct CLIENTCOMM_LOCAL TQHPHelperControl::State : clientcomm::ObjectState {
   TQHPHelperControlCallBackDelegate* delegate = nullptr;
 };
 

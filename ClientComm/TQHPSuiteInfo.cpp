@@ -4,7 +4,7 @@
 
 using clientcomm::OptionalString;
 
-struct TQHPSuiteInfo::State {
+struct CLIENTCOMM_LOCAL TQHPSuiteInfo::State {
   OptionalString url;
   std::int32_t width;
   std::int32_t height;

@@ -24,7 +24,7 @@ bool isOverridden = true;
 
 }  // namespace
 
-struct TQHPUpgradeByHelper::State : clientcomm::ObjectState {
+struct CLIENTCOMM_LOCAL TQHPUpgradeByHelper::State : clientcomm::ObjectState {
   bool isUpgradeQueryResopned = true;
   TQHPProductUpgradeCallBackDelegate* delegate = nullptr;
 };

@@ -9,7 +9,6 @@
 #include <utility>
 #include <vector>
 
-#include "ClientComm/platform/export.h"
 #include "ClientComm/platform/types.h"
 
 /// Apple events as values: typed descriptors, lists, and the event record.
@@ -57,7 +56,7 @@ inline constexpr std::int32_t kTicksPerSecond = 60;    ///< Unit of any other ti
 
 /// A descriptor: a type code with bytes, a list of descriptors, or an event record with parameters
 /// and attributes by keyword. A value: a copy is independent of its original.
-class CLIENTCOMM_EXPORT AppleEventDescriptor {
+class AppleEventDescriptor {
  public:
   /// The null descriptor: type 'null', no data.
   AppleEventDescriptor() noexcept;

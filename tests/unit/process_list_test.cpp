@@ -15,6 +15,7 @@
 
 #include "ClientComm/TQHPProcessList.h"
 #include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/process_table.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"

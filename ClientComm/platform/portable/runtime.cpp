@@ -33,7 +33,7 @@ ObjectObserver::ObjectObserver(Action whenDestroyed) : whenDestroyed_(std::move(
 
 ObjectObserver::~ObjectObserver() { std::erase(observers(), this); }
 
-struct Class::State {
+struct CLIENTCOMM_LOCAL Class::State {
   std::string name;
   Factory factory;
   std::vector<Method> methods;

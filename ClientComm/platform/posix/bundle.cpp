@@ -81,7 +81,7 @@ std::string launchedBundlePath() {
 
 }  // namespace
 
-struct Bundle::State {
+struct CLIENTCOMM_LOCAL Bundle::State {
   std::string path;
   std::optional<PropertyListDictionary> info;
 

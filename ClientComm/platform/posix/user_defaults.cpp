@@ -175,7 +175,7 @@ class ExitWriter {
 
 }  // namespace
 
-struct UserDefaults::State {
+struct CLIENTCOMM_LOCAL UserDefaults::State {
   std::string domain;
   Changes pending;
   std::map<std::string, CachedFile, std::less<>> files;

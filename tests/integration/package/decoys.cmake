@@ -1,5 +1,6 @@
 # A host's own functions change nothing in the library, whatever their names are: this host has one for each
-# function of the library, exported or not, and every one of them aborts.
+# function of the library, exported or not, and every one of them aborts. Its helper is compiled without
+# exceptions and run-time type information.
 include("${CMAKE_CURRENT_LIST_DIR}/support.cmake")
 
 file(REMOVE_RECURSE "${WORK}")
