@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -15,6 +16,7 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPProcessList.h"
 #include "ClientComm/platform/linux/launch_record.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
 #include "tests/support/child_process.h"
 #include "tests/support/product_applications.h"
 #include "tests/support/test_application.h"
@@ -37,6 +39,9 @@ using support::processesOf;
 namespace fs = std::filesystem;
 
 constexpr char kEndingRole[] = "helper-that-ends-at-once";
+
+/// In which a process that could not open its endpoint tries again twice.
+constexpr std::chrono::milliseconds kTwoRetries = std::chrono::seconds(2);
 
 const support::Role endingHelper(kEndingRole, [](const std::vector<std::string>&) {
   std::ofstream(support::sandbox() + "/ended", std::ios::app) << getpid() << std::endl;
@@ -151,6 +156,63 @@ TEST(Launching, OfTwoCopiesUnderOneIdentifierTheNewerGetsTheCallsAndTheOlderAfte
   support::sendSignal(newer.front(), SIGKILL);
   EXPECT_TRUE(support::waitUntil([&] { return answers(older.pid()); }));
   EXPECT_EQ(restartStep(), 0);
+}
+
+/// A folder where the helper's endpoint would be, as long as this exists.
+class BlockedEndpoint {
+ public:
+  BlockedEndpoint() {
+    EXPECT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
+    fs::create_directory(path_);
+  }
+  ~BlockedEndpoint() { fs::remove(path_); }
+  BlockedEndpoint(const BlockedEndpoint&) = delete;
+  BlockedEndpoint& operator=(const BlockedEndpoint&) = delete;
+
+ private:
+  std::string path_ =
+      clientcomm::runtimeFolderPath() + "/" + clientcomm::fileNameForIdentifier(helperIdentifier());
+};
+
+TEST(Launching, HelperThatCannotOpenAtFirstIsNotJoinedByASecond) {
+  embedHelper("1.0");
+  {
+    const BlockedEndpoint blocked;
+    const ChildProcess launcher = support::runApplication(makeHost("launcher", "1.0"), {"90000"});
+    ASSERT_TRUE(support::waitUntil([] { return countInJournal(" up ") == 1; }));
+  }
+  // Of a host that did not launch it no call waits for the helper.
+  const auto helpers = processesOf(installedHelperPath());
+  ASSERT_EQ(helpers.size(), 1U);
+  TQHPHelper::share();
+  EXPECT_TRUE(support::waitUntil([] {
+    // It would be 1 once the helper no longer counts as starting.
+    EXPECT_EQ(restartStep(), 0);
+    return countInJournal("start P100 1.2.3") == 1 || testing::Test::HasFailure();
+  }));
+  EXPECT_EQ(processesOf(installedHelperPath()), helpers);
+  EXPECT_EQ(countInJournal(" up "), 1U);
+}
+
+TEST(Launching, HelperThatCannotOpenAtFirstLeavesTheCallsToOneThatHasOpenedSince) {
+  embedHelper("1.0");
+  const std::string copy = support::makeApplication(support::kHelperName, helperIdentifier(),
+                                                    "product-helper", {}, "copy");
+  ChildProcess early = [&] {
+    const BlockedEndpoint blocked;
+    ChildProcess helper = support::runApplication(copy);
+    EXPECT_TRUE(support::waitUntil([] { return countInJournal(" up ") == 1; }));
+    return helper;
+  }();
+  TQHPHelper::share();
+  ASSERT_TRUE(isRestarted(1));
+  const auto installed = processesOf(installedHelperPath());
+  ASSERT_EQ(installed.size(), 1U);
+  const auto answers = [](pid_t pid) {
+    return TQHPHelperCommunicate::share().clientIDFormHelper() == "client-" + std::to_string(pid);
+  };
+  ASSERT_TRUE(support::waitUntil([&] { return answers(installed.front()); }));
+  EXPECT_FALSE(support::waitUntil([&] { return answers(early.pid()); }, kTwoRetries));
 }
 
 TEST(Launching, HostInItsOwnPIDNamespaceUsesTheRunningHelper) {

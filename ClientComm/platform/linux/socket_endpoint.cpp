@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "ClientComm/platform/linux/launch_record.h"
 #include "ClientComm/platform/linux/process_record.h"
 
 namespace clientcomm {
@@ -27,6 +28,12 @@ constexpr std::chrono::milliseconds kVerifyInterval = std::chrono::seconds(1);
 // How often an endpoint that sends nothing looks after its name: a helper may do nothing but wait
 // for calls, and nobody reaches it to have it look.
 constexpr std::chrono::milliseconds kIdleVerifyInterval = std::chrono::seconds(5);
+
+// How long after a failure to open the endpoint is the next attempt. Well below the time for which
+// a process without an endpoint counts as starting: later, a host would launch a second helper
+// beside one that opens after all.
+constexpr std::chrono::milliseconds kOpenRetryInterval = std::chrono::seconds(1);
+static_assert(kOpenRetryInterval * 2 < kLaunchLimit);
 
 // Pause of accepting when the process is out of descriptors: the listening socket stays readable
 // meanwhile, and without a pause the main loop would spin.
@@ -82,12 +89,16 @@ OSErr SocketEndpoint::takeName() {
   return noErr;
 }
 
+std::chrono::milliseconds SocketEndpoint::verifyInterval() const noexcept {
+  return listener_.isValid() ? kIdleVerifyInterval : kOpenRetryInterval;
+}
+
 void SocketEndpoint::verify() {
   const auto now = Clock::now();
   if (now - lastVerified_ < kVerifyInterval) return;
   lastVerified_ = now;
   if (listener_.isValid()) recordOwnProcess();
-  if (name_.leadsHere() || (listener_.isValid() && name_.leadsElsewhere())) return;
+  if (name_.leadsHere() || name_.leadsElsewhere()) return;
   // Left to the main loop: events that wait at the old socket have to be handled first.
   mustReopen_ = true;
   scheduleWakeUp();
@@ -129,7 +140,7 @@ void SocketEndpoint::takeEvents() {
   const auto isAlive = isAlive_;
   if (isPaused_) resumeAccepting();
   auto now = Clock::now();
-  if (now - lastVerified_ >= kIdleVerifyInterval) verify();
+  if (now - lastVerified_ >= verifyInterval()) verify();
   for (const auto end = now + kTurnLimit; *isAlive && now < end; now = Clock::now()) {
     if (serveNext(now)) continue;
     if (*isAlive && mustReopen_ && !isPaused_) reopen();
@@ -189,7 +200,7 @@ void SocketEndpoint::resumeAccepting() {
 }
 
 void SocketEndpoint::scheduleWakeUp() {
-  auto time = lastVerified_ + kIdleVerifyInterval;
+  auto time = lastVerified_ + verifyInterval();
   if (const auto deadline = server_.firstDeadline()) time = std::min(time, *deadline);
   if (isPaused_) time = std::min(time, Clock::now() + kAcceptPause);
   const bool isDue = (mustReopen_ && !isPaused_) || server_.hasPostponed();

@@ -29,7 +29,8 @@ class SocketEndpoint {
   SocketEndpoint(const SocketEndpoint&) = delete;
   SocketEndpoint& operator=(const SocketEndpoint&) = delete;
 
-  /// Takes the name. When that fails, it is tried again every few seconds.
+  /// Takes the name. When that fails, the main loop tries again every second, as long as no other
+  /// process has it.
   /// @return noErr; errAEEventNotPermitted when the runtime folder is not usable; memFullErr when
   ///         the process is out of descriptors.
   OSErr open();
@@ -47,6 +48,7 @@ class SocketEndpoint {
 
   void attachSource();
   OSErr takeName();
+  std::chrono::milliseconds verifyInterval() const noexcept;
 
   static int dispatch(GSource* source, GSourceFunc callback, void* data) noexcept;
   void listen(bool isListening);

@@ -227,9 +227,8 @@ Outcome launchDetached(std::string executable, const DirectoryLock& lock) {
 
 // Launches the application that is not known to run, if its last launch does not speak against it.
 bool launchAgain(int folder, std::string executable, const Bundle& bundle,
-                 const DirectoryLock& lock) {
+                 const std::optional<LaunchRecord>& last, const DirectoryLock& lock) {
   const std::string state = stateOfBundle(bundle.bundlePath(), executable);
-  const auto last = lastLaunchOf(folder, bundle.bundlePath());
   const LaunchAdvice advice = launchAdvice(last, state);
   if (advice != LaunchAdvice::kLaunch) return advice == LaunchAdvice::kIsStarting;
   const auto time = timeSinceBoot();
@@ -260,11 +259,14 @@ bool launchUnlessRunning(std::string executable, const Bundle& bundle) {
   if (!folder.isValid()) return false;
   const DirectoryLock lock("/proc/self/fd/" + std::to_string(folder.get()) + "/.",
                            kLongestWaitForOtherLaunches);
+  // Before the look at the processes: an application that opens removes its launch record. One that
+  // opened just after the look would have neither a record nor been seen.
+  const auto last = lastLaunchOf(folder.get(), bundle.bundlePath());
   switch (presenceBeforeLaunch(bundle)) {
     case Presence::kRunning:
       return true;
     case Presence::kAbsent:
-      return lock.isHeld() && launchAgain(folder.get(), std::move(executable), bundle, lock);
+      return lock.isHeld() && launchAgain(folder.get(), std::move(executable), bundle, last, lock);
     case Presence::kUnreachable:
     case Presence::kUnknown:
       return false;
