@@ -20,6 +20,7 @@
 
 #include "ClientComm/platform/linux/event_packet.h"
 #include "ClientComm/platform/linux/peer_identity.h"
+#include "ClientComm/platform/linux/socket_format.h"
 #include "ClientComm/platform/posix/apple_event_codec.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/wire_format.h"
@@ -73,17 +74,16 @@ ScopedFd memoryFile(std::string_view body, int seals) {
 }
 
 ScopedFd descriptorOfKind(unsigned kind, std::string_view body) {
-  constexpr int kAllSeals = F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
   switch (kind % 10) {
     case 0:
     case 1:
-      return memoryFile(body, kAllSeals);
+      return memoryFile(body, clientcomm::kBodyFileSeals);
     case 2:
       return memoryFile(body, 0);
     case 3:
       return memoryFile(body, F_SEAL_SHRINK);
     case 4:
-      return memoryFile(body, F_SEAL_SHRINK | F_SEAL_WRITE);
+      return memoryFile(body, clientcomm::kRequiredSeals);
     case 5: {
       const std::string path = fuzz::privateFolder() + "/file";
       fuzz::writeFile(path, body);

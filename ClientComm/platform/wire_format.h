@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 
@@ -77,5 +78,38 @@ inline constexpr std::size_t kMaximumDescriptors = std::size_t{1} << 18;
 
 /// Attributes of one event, and parameters of one event: setting one looks through those before it.
 inline constexpr std::uint32_t kMaximumKeywords = 64;
+
+// --- Time limits. ---
+
+/// How long a sender waits at most for a target whose queue of events is full; the default time-out
+/// of a send without reply.
+inline constexpr std::chrono::milliseconds kHandOverLimit = std::chrono::seconds(5);
+
+/// How long a sender waits for an answer by default.
+inline constexpr std::chrono::milliseconds kReplyLimit = std::chrono::seconds(60);
+
+/// How often a sender that waits checks that the other process still exists: a child that it forked
+/// may hold its end of the connection open after it has died.
+inline constexpr std::chrono::milliseconds kLivenessInterval = std::chrono::seconds(1);
+
+/// Pause between tries where the system does not tell when the next one can succeed. A try takes a
+/// fortieth of it.
+inline constexpr std::chrono::microseconds kTryInterval{250};
+
+/// After this the sender passes its executable to the same receiver again. So few others can do so
+/// meanwhile that the receiver still remembers this process, even if it remembers only 256.
+inline constexpr std::chrono::seconds kIntroductionValidity{1};
+
+/// How long a connection may stay silent at the receiver: accepted, with nothing received on it.
+inline constexpr std::chrono::milliseconds kIdleLimit = std::chrono::seconds(10);
+
+/// Silent connections that a receiver keeps; a further one takes the place of the oldest.
+inline constexpr std::size_t kMaximumIdleConnections = 64;
+
+/// How often a receiver checks its name: while it sends; while it sends nothing, as a helper may
+/// only wait for calls that no longer reach it; and while it has no open endpoint.
+inline constexpr std::chrono::milliseconds kVerifyInterval = std::chrono::seconds(1);
+inline constexpr std::chrono::milliseconds kIdleVerifyInterval = std::chrono::seconds(5);
+inline constexpr std::chrono::milliseconds kOpenRetryInterval = std::chrono::seconds(1);
 
 }  // namespace clientcomm

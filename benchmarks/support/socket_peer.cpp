@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/linux/socket_format.h"
 #include "benchmarks/support/measurement.h"
 #include "benchmarks/support/peers.h"
 #include "tests/support/test_sandbox.h"
@@ -74,10 +75,9 @@ int runServer(int listener, const SharedCounter& handled) {
 }
 
 ScopedFd listenAt(const sockaddr_un& address) {
-  constexpr int kBacklog = 4096;
   ScopedFd listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
   if (bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      listen(listener.get(), kBacklog) != 0) {
+      listen(listener.get(), clientcomm::kEndpointBacklog) != 0) {
     std::perror("socket server");
     std::exit(1);
   }

@@ -1,6 +1,7 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstddef>
 #include <fstream>
 #include <sstream>
@@ -14,6 +15,8 @@
 #include "ClientComm/TQHPHelperControl.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/linux/event_packet.h"
+#include "ClientComm/platform/linux/launch_record_format.h"
+#include "ClientComm/platform/linux/socket_format.h"
 #include "ClientComm/platform/posix/apple_event_codec.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/runtime.h"
@@ -83,6 +86,43 @@ TEST(Packets, OfThePageAreTheCommittedOnes) {
                                              packet("nil-reply"),       packet("not-handled-reply"),
                                              packet("show-event")};
   EXPECT_EQ(dumpsOfThePage(), expected);
+}
+
+/// As the page writes a limit.
+std::string secondsOf(std::chrono::milliseconds limit) {
+  return std::to_string(std::chrono::duration_cast<std::chrono::seconds>(limit).count()) + " s";
+}
+
+std::string thousandsOf(std::size_t number) {
+  std::string text = std::to_string(number);
+  for (std::size_t end = text.size(); end > 3; end -= 3) text.insert(end - 3, ",");
+  return text;
+}
+
+TEST(Page, StatesTheConstantsOfTheCode) {
+  using std::to_string;
+  const std::string page = support::readFile(WIRE_FORMAT_PAGE);
+  const std::string facts[] = {
+      "event of kind 1 | " + secondsOf(clientcomm::kHandOverLimit) + " |",
+      "`AESendMessage` with the default time-out | " + secondsOf(clientcomm::kReplyLimit) + " |",
+      "while waiting | every " + secondsOf(clientcomm::kLivenessInterval) + " |",
+      "has not opened | every " + to_string(clientcomm::kTryInterval.count()) + " µs |",
+      "less than " + secondsOf(clientcomm::kLaunchLimit) + " ago",
+      "silent connection at the receiver | " + secondsOf(clientcomm::kIdleLimit) + " |",
+      "to the same receiver | " + secondsOf(clientcomm::kIntroductionValidity) + " |",
+      "at most " + to_string(clientcomm::kMaximumIdleConnections) + " silent connections",
+      "the name every " + secondsOf(clientcomm::kVerifyInterval) + " while it sends, and every " +
+          secondsOf(clientcomm::kIdleVerifyInterval) + " otherwise",
+      "a backlog of " + to_string(clientcomm::kEndpointBacklog) + ".",
+      "flattened event or reply | " + thousandsOf(clientcomm::kMaximumFlattenedSize) + " bytes",
+      "parameter level 2 | " + to_string(clientcomm::kMaximumNesting) + " |",
+      "lists, and items | " + thousandsOf(clientcomm::kMaximumDescriptors) + " |",
+      "parameters of one event | " + to_string(clientcomm::kMaximumKeywords) + " each |",
+      "bytes of a packet | " + thousandsOf(clientcomm::kMaximumPacketSize) + " |",
+      "descriptors with a packet | " + to_string(clientcomm::kMaximumDescriptorsPerPacket) + " |"};
+  for (const std::string& fact : facts) {
+    EXPECT_NE(page.find(fact), std::string::npos) << fact;
+  }
 }
 
 TEST(Packets, OfAHostAreTheCommittedOnes) {

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/linux/socket_format.h"
 #include "ClientComm/platform/linux/socket_path.h"
 
 namespace support::raw {
@@ -133,7 +134,7 @@ ScopedFd memoryFile(std::string_view head, std::size_t size, int seals) {
 }
 
 ScopedFd memoryFile(std::string_view head, std::size_t size) {
-  return memoryFile(head, size, F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE);
+  return memoryFile(head, size, clientcomm::kBodyFileSeals);
 }
 
 }  // namespace support::raw

@@ -12,13 +12,11 @@
 #include "ClientComm/platform/linux/bound_name.h"
 #include "ClientComm/platform/linux/endpoint_record.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/linux/socket_format.h"
 #include "ClientComm/platform/linux/socket_path.h"
 
 namespace clientcomm {
 namespace {
-
-// Events that wait to be accepted; the kernel cuts it to net.core.somaxconn.
-constexpr int kBacklog = 4096;
 
 // The name to remove when the process exits, and the process.
 const EndpointName* takenName = nullptr;
@@ -69,9 +67,9 @@ OSErr EndpointName::bindAndListen(int folder, int socket) {
   const SocketPath path(ownName);
   struct stat status {};
   if (!path.isValid() || bind(socket, path.address(), SocketPath::size()) != 0 ||
-      fchmodat(folder, ownName.c_str(), S_IRUSR | S_IWUSR, 0) != 0 ||
+      fchmodat(folder, ownName.c_str(), kEndpointMode, 0) != 0 ||
       fstatat(folder, ownName.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
-      ::listen(socket, kBacklog) != 0) {
+      ::listen(socket, kEndpointBacklog) != 0) {
     unlinkat(folder, ownName.c_str(), 0);
     return errAEEventNotPermitted;
   }

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <span>
 
+#include "ClientComm/platform/linux/socket_format.h"
 #include "ClientComm/platform/posix/apple_event_codec.h"
 
 namespace clientcomm {
@@ -21,8 +22,6 @@ namespace {
 
 static_assert(std::endian::native == std::endian::little,
               "a big-endian port has to swap the header's fields");
-
-constexpr int kSeals = F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
 
 void skip(iovec& piece, std::size_t size) {
   piece.iov_base = static_cast<char*>(piece.iov_base) + size;
@@ -68,7 +67,7 @@ bool writeAll(int file, std::span<iovec> pieces) {
 ScopedFd sealedMemoryFile(std::span<iovec> pieces) {
   ScopedFd file(memfd_create("ClientComm event", MFD_CLOEXEC | MFD_ALLOW_SEALING));
   if (!file.isValid() || !writeAll(file.get(), pieces) ||
-      fcntl(file.get(), F_ADD_SEALS, kSeals) != 0) {
+      fcntl(file.get(), F_ADD_SEALS, kBodyFileSeals) != 0) {
     return {};
   }
   return file;
@@ -155,11 +154,8 @@ struct ReceivedDescriptors {
 
 std::optional<AppleEventDescriptor> readMemoryFile(int fd, std::size_t size) {
   struct stat status {};
-  // Unsealed, it could shrink or change under the reader.
   const int seals = fcntl(fd, F_GET_SEALS);
-  if (seals < 0 || (seals & (F_SEAL_SHRINK | F_SEAL_WRITE)) != (F_SEAL_SHRINK | F_SEAL_WRITE)) {
-    return std::nullopt;
-  }
+  if (seals < 0 || (seals & kRequiredSeals) != kRequiredSeals) return std::nullopt;
   if (fstat(fd, &status) != 0 || static_cast<std::uint64_t>(status.st_size) != size) {
     return std::nullopt;
   }

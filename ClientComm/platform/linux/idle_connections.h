@@ -10,14 +10,9 @@
 
 #include "ClientComm/platform/glib/scoped_source.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/wire_format.h"
 
 namespace clientcomm {
-
-/// How long a connection may stay idle: accepted, with nothing received on it.
-inline constexpr std::chrono::milliseconds kIdleLimit = std::chrono::seconds(10);
-
-/// How many idle connections are kept; a further one takes the place of the oldest.
-inline constexpr std::size_t kMaximumIdleConnections = 64;
 
 /// The connection of one sender, with the process at its other end.
 struct PeerConnection {

@@ -7,19 +7,12 @@
 #include <optional>
 #include <string>
 
+#include "ClientComm/platform/linux/launch_record_format.h"
+
 /// What is remembered of launches: by this process, that of its last one, since an event for an
 /// application that is still starting waits for it; by all processes of the user, in the runtime
 /// folder, that of each bundle whose launch has not led to an open endpoint.
 namespace clientcomm {
-
-/// How long an application may take from its launch until it takes events.
-inline constexpr std::chrono::milliseconds kLaunchLimit = std::chrono::seconds(5);
-
-/// How many launches in a row may end without an open endpoint before the next one is put off, and
-/// for how long: each time for twice as long.
-inline constexpr int kLaunchesAtOnce = 3;
-inline constexpr std::chrono::milliseconds kShortestBackOff = std::chrono::seconds(10);
-inline constexpr std::chrono::milliseconds kLongestBackOff = std::chrono::minutes(5);
 
 /// A launch that has not led to an open endpoint, as far as is known.
 struct LaunchRecord {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string_view>
 
@@ -21,6 +22,15 @@ inline constexpr char kFailuresKey[] = "Failures";
 
 /// More failures count as this many.
 inline constexpr std::uint64_t kMostFailures = 1'000'000;
+
+/// How long an application may take from its launch until it takes events.
+inline constexpr std::chrono::milliseconds kLaunchLimit = std::chrono::seconds(5);
+
+/// How many launches in a row may end without an open endpoint before the next one is put off, and
+/// for how long: each time for twice as long.
+inline constexpr int kLaunchesAtOnce = 3;
+inline constexpr std::chrono::milliseconds kShortestBackOff = std::chrono::seconds(10);
+inline constexpr std::chrono::milliseconds kLongestBackOff = std::chrono::minutes(5);
 
 inline constexpr std::string_view kLaunchRecordKeys[] = {
     kBundlePathKey, kBundleStateKey, kProcessIDKey,   kStartTimeKey,

@@ -23,16 +23,8 @@ constexpr int kCallPriority = G_PRIORITY_HIGH_IDLE + 60;
 // quarter of a frame at 60 Hz.
 constexpr std::chrono::milliseconds kTurnLimit{4};
 
-constexpr std::chrono::milliseconds kVerifyInterval = std::chrono::seconds(1);
-
-// How often an endpoint that sends nothing looks after its name: a helper may do nothing but wait
-// for calls, and nobody reaches it to have it look.
-constexpr std::chrono::milliseconds kIdleVerifyInterval = std::chrono::seconds(5);
-
-// How long after a failure to open the endpoint is the next attempt. Well below the time for which
-// a process without an endpoint counts as starting: later, a host would launch a second helper
-// beside one that opens after all.
-constexpr std::chrono::milliseconds kOpenRetryInterval = std::chrono::seconds(1);
+// Well below the time for which a process without an endpoint counts as starting: later, a host
+// would launch a second helper beside one that opens after all.
 static_assert(kOpenRetryInterval * 2 < kLaunchLimit);
 
 // Pause of accepting when the process is out of descriptors: the listening socket stays readable

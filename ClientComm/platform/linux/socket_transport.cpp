@@ -31,20 +31,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-// How often a wait looks whether the other process still exists: a child that it forked may hold
-// its end of the connection open after it has died.
-constexpr milliseconds kLivenessInterval = std::chrono::seconds(1);
-
-// Pause between tries, of what the system does not tell the end of. A try takes a fortieth of it.
-constexpr std::chrono::microseconds kTryInterval{250};
-
 constexpr std::size_t kMaximumFileNames = 256;
 
 constexpr std::size_t kMaximumIntroductions = 256;
-
-// After this the process introduces itself again. So few others can introduce themselves to the
-// receiver meanwhile that it still remembers this process, even one that remembers 256 only.
-constexpr std::chrono::seconds kIntroductionValidity{1};
 
 // How long the process counts on being remembered where it cannot introduce itself again.
 constexpr std::chrono::minutes kLongestIntroduction{1};

@@ -16,13 +16,6 @@
 
 namespace clientcomm {
 
-/// How long a sender waits at most for a target whose queue of events is full; the default time-out
-/// of a send without reply.
-inline constexpr std::chrono::milliseconds kHandOverLimit = std::chrono::seconds(5);
-
-/// How long a sender waits for an answer by default: about a minute.
-inline constexpr std::chrono::milliseconds kReplyLimit = std::chrono::seconds(60);
-
 /// Carries events over Unix sockets: one packet-oriented endpoint per application in the runtime
 /// folder, named after its bundle identifier, and one connection per event. Keeps nothing between
 /// sends but the endpoint.
