@@ -22,6 +22,10 @@ class DirectoryLock {
   /// goes on holding the directory should this process end without letting go.
   int descriptor() const noexcept { return descriptor_; }
 
+  /// Lets go of the directory for this process only: it stays held until the last copy of the
+  /// descriptor is closed.
+  void leaveToCopies() noexcept;
+
  private:
   int descriptor_ = -1;
 };

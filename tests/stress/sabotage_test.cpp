@@ -20,6 +20,7 @@
 
 #include "ClientComm/TQHPHelper.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
+#include "ClientComm/platform/file_lock.h"
 #include "ClientComm/platform/posix/user_folders.h"
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/text.h"
@@ -432,14 +433,16 @@ TEST(SabotagedLook, TurnsNoProcessAwayFromTheDirectoriesOfAllOthers) {
   EXPECT_EQ(directoryAfterAFailure(clientcomm::configDirectory), support::sandbox() + "/config");
 }
 
-/// Opens the installed helper in a process of its own, whose call `call` fails.
-/// @return how many calls there were.
-std::uint64_t openHelperWithFailure(Fault fault, std::uint64_t call) {
+/// Opens the installed helper, `times` times in a row, in a process of its own, whose call `call`
+/// fails. @return how many calls there were.
+std::uint64_t openHelperWithFailure(Fault fault, std::uint64_t call, int times = 1) {
   support::writeFile(counterPath(), std::string(sabotage::kCounterSize, '\0'));
   ChildProcess child = ChildProcess::fork([&] {
     sabotage::announce({program_invocation_short_name, fault, call, counterPath()});
     sabotage::begin();
-    clientcomm::Workspace::sharedWorkspace().openFile(support::installedHelperPath());
+    for (int i = 0; i < times; ++i) {
+      clientcomm::Workspace::sharedWorkspace().openFile(support::installedHelperPath());
+    }
     return 0;
   });
   EXPECT_EQ(child.wait(), 0);
@@ -461,6 +464,27 @@ TEST(SabotagedLook, LaunchesNoSecondHelperBesideARunningOne) {
           << "when " << nameOf(fault) << " is the outcome of call " << call << ", "
           << sabotage::failedIn(counterPath());
     }
+  }
+  endHelpers();
+}
+
+TEST(SabotagedLaunch, IsNotJoinedByASecondThoughItsOutcomeIsUnknown) {
+  makeVictim("1.0");
+  ChildProcess host = support::runApplication(victimPath(), {kStay});
+  ASSERT_TRUE(isSoon([] { return isHelperStarted("1.0"); }));
+  host.signal(SIGKILL);
+  host.wait();
+  const std::uint64_t calls = openHelperWithFailure(Fault::kEIO, 0, 2);
+  ASSERT_GT(calls, 0U);
+  for (std::uint64_t call = 1; call <= calls; ++call) {
+    ASSERT_NO_FATAL_FAILURE(endHelpers());
+    openHelperWithFailure(Fault::kEIO, call, 2);
+    // Whatever was launched has its executable by the time that the lock is free.
+    const clientcomm::DirectoryLock launched(support::sandbox() + "/runtime/ClientComm",
+                                             std::chrono::seconds(90));
+    ASSERT_TRUE(launched.isHeld());
+    ASSERT_LE(support::processesOf(support::installedHelperPath()).size(), 1U)
+        << "when call " << call << " fails, " << sabotage::failedIn(counterPath());
   }
   endHelpers();
 }

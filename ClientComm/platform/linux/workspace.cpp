@@ -87,6 +87,9 @@ struct Outcome {
   pid_t pid;
 };
 
+// Of a process that ended without a word, or whose word was lost.
+constexpr Outcome kUnknownOutcome = {ECHILD, 0};
+
 void writeOutcome(int pipe, Outcome outcome) noexcept {
   while (write(pipe, &outcome, sizeof outcome) < 0 && errno == EINTR) {
   }
@@ -145,7 +148,7 @@ void reap(pid_t pid) noexcept {
 
 // Reports to the host once the new program is in place, in which moment the pipe closes.
 [[noreturn]] void watchApplication(const Launch& launch, int report) noexcept {
-  const Outcome started = readOutcome(report, {ECHILD, 0});
+  const Outcome started = readOutcome(report, kUnknownOutcome);
   writeOutcome(launch.report.get(), started.error != 0 ? started : readOutcome(report, started));
   _exit(0);
 }
@@ -198,8 +201,9 @@ pid_t forkWithSignalsBlocked(const Launch& launch) noexcept {
 
 /// Starts the program at `executable` as a process of its own; returns when it runs. Should the
 /// host be killed meanwhile, the launch goes on, and `lock` is held until the program is in place:
-/// whoever waits for it must not find the program missing and launch another.
-Outcome launchDetached(std::string executable, const DirectoryLock& lock) {
+/// whoever waits for it must not find the program missing and launch another. If the outcome is
+/// unknown, `lock` is left to the launch, which may still be under way.
+Outcome launchDetached(std::string executable, DirectoryLock& lock) {
   std::vector<std::string> entries = launchEnvironment(environ);
   std::vector<char*> environment;
   environment.reserve(entries.size() + 1);
@@ -220,14 +224,15 @@ Outcome launchDetached(std::string executable, const DirectoryLock& lock) {
   const pid_t pid = forkWithSignalsBlocked(launch);
   if (pid < 0) return {errno, 0};
   launch.report.reset();
-  const Outcome result = readOutcome(outcome.get(), {ECHILD, 0});
+  const Outcome result = readOutcome(outcome.get(), kUnknownOutcome);
+  if (result.error == kUnknownOutcome.error) lock.leaveToCopies();
   reap(pid);
   return result;
 }
 
 // Launches the application that is not known to run, if its last launch does not speak against it.
 bool launchAgain(int folder, std::string executable, const Bundle& bundle,
-                 const std::optional<LaunchRecord>& last, const DirectoryLock& lock) {
+                 const std::optional<LaunchRecord>& last, DirectoryLock& lock) {
   const std::string state = stateOfBundle(bundle.bundlePath(), executable);
   const LaunchAdvice advice = launchAdvice(last, state);
   if (advice != LaunchAdvice::kLaunch) return advice == LaunchAdvice::kIsStarting;
@@ -257,8 +262,8 @@ Presence presenceBeforeLaunch(const Bundle& bundle) {
 bool launchUnlessRunning(std::string executable, const Bundle& bundle) {
   const ScopedFd folder = openRuntimeFolder(true);
   if (!folder.isValid()) return false;
-  const DirectoryLock lock("/proc/self/fd/" + std::to_string(folder.get()) + "/.",
-                           kLongestWaitForOtherLaunches);
+  DirectoryLock lock("/proc/self/fd/" + std::to_string(folder.get()) + "/.",
+                     kLongestWaitForOtherLaunches);
   // Before the look at the processes: an application that opens removes its launch record. One that
   // opened just after the look would have neither a record nor been seen.
   const auto last = lastLaunchOf(folder.get(), bundle.bundlePath());

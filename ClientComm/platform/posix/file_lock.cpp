@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "ClientComm/platform/posix/scoped_fd.h"
 
@@ -31,6 +32,10 @@ DirectoryLock::~DirectoryLock() {
   // Closing alone would leave the directory held by a child that the host forked meanwhile.
   flock(descriptor_, LOCK_UN);
   close(descriptor_);
+}
+
+void DirectoryLock::leaveToCopies() noexcept {
+  if (descriptor_ >= 0) close(std::exchange(descriptor_, -1));
 }
 
 }  // namespace clientcomm
