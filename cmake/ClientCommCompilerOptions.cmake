@@ -14,6 +14,13 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   target_compile_definitions(clientcomm_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 endif()
 
+# Whether the shared library is optimised as a whole when it is linked, which makes it a sixth smaller:
+# in a release by g++. Its objects hold ordinary code too, which the project's own programs link.
+set(clientcomm_links_optimised "$<AND:$<CONFIG:Release>,$<CXX_COMPILER_ID:GNU>>")
+if(CMAKE_INTERPROCEDURAL_OPTIMIZATION)
+  set(clientcomm_links_optimised 0)  # Everything is, by CMake's own options.
+endif()
+
 # clientcomm_optimise(<target> <source>...)
 #
 # The library rides along in every product of a family: a release of it is small, and fast only where
@@ -21,6 +28,7 @@ endif()
 function(clientcomm_optimise target)
   target_compile_options(${target} PRIVATE
     $<$<CONFIG:Release>:-Os> $<$<CONFIG:Release>:-ffunction-sections> $<$<CONFIG:Release>:-fdata-sections>)
+  target_compile_options(${target} PRIVATE "$<${clientcomm_links_optimised}:-flto=auto;-ffat-lto-objects>")
   set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release>:-O2>")
 endfunction()
 
