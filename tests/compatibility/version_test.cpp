@@ -317,6 +317,20 @@ TEST_P(Receiver, ServesAPacketWithAttachmentsThatItDoesNotKnow) {
   EXPECT_EQ(ask("notes"), "one\ntwo\nmany\n");
 }
 
+/// A query whose event begins where the token of the header is, so that all sizes fit.
+std::string packetWithHeaderOf12Bytes(std::string_view selector, std::string_view argument) {
+  constexpr std::uint16_t kShortHeader = 12;
+  const std::string body =
+      raw::event(kTarget, clientcomm::kCallEventID,
+                 {{clientcomm::keyDirectObject, raw::callList("Echo", selector, argument)}});
+  raw::Header header;
+  header.kind = 2;
+  header.headerSize = kShortHeader;
+  header.bodySize = static_cast<std::uint32_t>(body.size());
+  const std::string bytes(reinterpret_cast<const char*>(&header), kShortHeader);
+  return bytes + body;
+}
+
 TEST_P(Receiver, ClosesTheConnectionOfAHeaderThatLiesAboutItsSize) {
   for (const std::uint16_t size : std::initializer_list<std::uint16_t>{0, 1, 8, 16, 19}) {
     raw::Header query;
@@ -324,6 +338,7 @@ TEST_P(Receiver, ClosesTheConnectionOfAHeaderThatLiesAboutItsSize) {
     query.headerSize = size;
     EXPECT_EQ(answerTo(callPacket(query, "note:", "too short")), "") << size;
   }
+  EXPECT_EQ(answerTo(packetWithHeaderOf12Bytes("note:", "twelve")), "");
   raw::Header query;
   query.kind = 2;
   std::string packet = callPacket(query, "note:", "too long");

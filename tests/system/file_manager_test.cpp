@@ -190,6 +190,12 @@ TEST_F(FileManager, RefusesACopyWhereAnythingExists) {
   EXPECT_EQ(codeOf(copyPath(at("source"), "/")), EEXIST);
 }
 
+TEST_F(FileManager, LooksAtTheDestinationBeforeItCopies) {
+  writeFile(at("file"), "old");
+  EXPECT_EQ(codeOf(copyPath(at("missing"), at("file"))), EEXIST);
+  EXPECT_EQ(readFile(at("file")), "old");
+}
+
 TEST_F(FileManager, ReportsACopyThatCannotBeMade) {
   writeFile(at("file"), "x");
   EXPECT_EQ(codeOf(copyPath(at("missing"), at("copy"))), ENOENT);

@@ -14,6 +14,7 @@
 
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/platform/file_tree.h"
+#include "ClientComm/platform/portable/property_list/value.h"
 #include "ClientComm/platform/posix/settings_file.h"
 #include "tests/support/child_process.h"
 #include "tests/support/mounts.h"
@@ -154,6 +155,17 @@ TEST_F(SettingsWrite, AReadOnlyFileIsRefusedByEitherForm) {
   }
 }
 
+TEST_F(SettingsWrite, AFileBeyondTheLimitIsNotReadIntoMemory) {
+  std::string bytes;
+  fs::resize_file(path_, clientcomm::kMaximumSettingsFileSize);
+  EXPECT_EQ(clientcomm::readSettingsFile(path_, bytes), 0);
+  EXPECT_EQ(bytes.size(), clientcomm::kMaximumSettingsFileSize);
+  bytes.clear();
+  fs::resize_file(path_, clientcomm::kMaximumSettingsFileSize + 1);
+  EXPECT_EQ(clientcomm::readSettingsFile(path_, bytes), EFBIG);
+  EXPECT_TRUE(bytes.empty());
+}
+
 TEST_F(SettingsWrite, WhatIsNoRegularFileIsRefused) {
   const std::string pipe = folder_ + "/pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
@@ -170,6 +182,16 @@ TEST_F(SettingsWrite, APreferencesFileIsReplacedByRename) {
   ASSERT_EQ(write(path_, "new", WriteForm::kByRename), 0);
   EXPECT_EQ(support::readFile(path_), "new");
   EXPECT_NE(statusOf(path_).st_ino, inode);
+}
+
+TEST_F(SettingsWrite, APreferencesFileThatIsReplacedKeepsItsMode) {
+  for (const mode_t mode : {0600U, 0644U, 0664U}) {
+    ASSERT_EQ(chmod(path_.c_str(), mode), 0);
+    const ino_t inode = statusOf(path_).st_ino;
+    ASSERT_EQ(write(path_, "new", WriteForm::kByRename), 0);
+    EXPECT_NE(statusOf(path_).st_ino, inode);
+    EXPECT_EQ(statusOf(path_).st_mode & 07777U, mode);
+  }
 }
 
 TEST_F(SettingsWrite, APreferencesFileWithAnotherNameOrAttributesIsWrittenInPlace) {

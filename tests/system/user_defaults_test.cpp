@@ -385,6 +385,17 @@ TEST_F(UserDefaultsTest, OfAnotherApplicationMissNoChangeHoweverQuick) {
   }
 }
 
+TEST_F(UserDefaultsTest, OfAnotherApplicationAreReadAgainWhenAFileThatHadSettledChanges) {
+  constexpr const char* kHelper = "com.example.testhelper";
+  store({{"a", 1}}, kHelper);
+  ASSERT_TRUE(support::waitUntil(
+      [&] { return clientcomm::FileSignature::ofFile(pathOf(kHelper))->isSettled(); }));
+  UserDefaults defaults(kDomain);
+  EXPECT_EQ(defaults.persistentDomainForName(kHelper), (PropertyListDictionary{{"a", 1}}));
+  store({{"a", 2}}, kHelper);
+  EXPECT_EQ(defaults.persistentDomainForName(kHelper), (PropertyListDictionary{{"a", 2}}));
+}
+
 TEST_F(UserDefaultsTest, OfAnotherApplicationAreNotReadAgainWhileTheFileIsUnchanged) {
   constexpr const char* kHelper = "com.example.testhelper";
   store({{"a", 1}}, kHelper);

@@ -121,6 +121,18 @@ TEST(AppleEvent, AListIsCountedFromOne) {
   EXPECT_EQ(list.descriptorAtIndex(3), nullptr);
 }
 
+TEST(AppleEvent, EveryItemOfAListCanBeChangedInPlace) {
+  Descriptor list = listOf({"a", "b"});
+  for (std::size_t i = 1; i <= list.numberOfItems(); ++i) {
+    Descriptor* const item = list.descriptorAtIndex(i);
+    ASSERT_NE(item, nullptr) << i;
+    *item = text("changed");
+  }
+  EXPECT_EQ(textsOf(list), (std::vector<std::string>{"changed", "changed"}));
+  EXPECT_EQ(list.descriptorAtIndex(0), nullptr);
+  EXPECT_EQ(list.descriptorAtIndex(3), nullptr);
+}
+
 TEST(AppleEvent, AnItemPutWhereOneIsReplacesIt) {
   Descriptor list = listOf({"a", "b"});
   list.insertDescriptor(text("c"), 1);

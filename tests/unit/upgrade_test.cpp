@@ -148,6 +148,13 @@ TEST_F(UpgradeTest, AnyOtherCodeIsAnErrorWithTheDescription) {
             (std::map<std::string, std::string>{{"HelperCommunicateErrorDescription", "x"}}));
 }
 
+TEST_F(UpgradeTest, ANegativeCodeIsAnError) {
+  callBack("-3", "x");
+  ASSERT_EQ(listener_.errors.size(), 1U);
+  ASSERT_TRUE(listener_.errors[0]);
+  EXPECT_EQ(listener_.errors[0]->code, -3);
+}
+
 TEST_F(UpgradeTest, ASecondCallbackBeforeTheAnswerIsIgnored) {
   callBack();
   EXPECT_EQ(callBack("7", "second").text, std::nullopt);
