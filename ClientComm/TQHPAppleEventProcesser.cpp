@@ -134,6 +134,7 @@ OptionalString TQHPAppleEventProcesser::State::reflection(const OptionalString& 
   clientcomm::Object* const instance = instanceForClass(className);
   if (instance == nullptr) return std::nullopt;
   try {
+    // The system's first platform dispatched calls on any thread; here it is never contended.
     const std::lock_guard lock(monitor);
     // Other objects can be registered, but do not take calls.
     if (!instance->takesCalls()) return std::nullopt;

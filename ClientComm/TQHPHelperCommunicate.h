@@ -91,6 +91,7 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   /// Makes sure that the installed helper exists and runs, and starts it for this product.
   bool launchHelepr();
   /// Full path of the first entry of `directory` with the extension "app"; nil when there is none.
+  /// Part of the interface since the system's first platform; the library itself has no use for it.
   static clientcomm::OptionalString appPath(const std::string& directory);
 
   /// 2 for ".", 0 when `text` begins with a decimal digit, else 1. `text` must not be empty.
@@ -184,6 +185,7 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
 
   clientcomm::OptionalString productID_;
   clientcomm::OptionalString productVersion_;
+  /// The helper's last known server state. Kept from the system's first platform; never read.
   bool isServerOpen_ = false;
   bool isHelperAlive_ = false;
   /// Which process took the start command; another one, launched by another host, still lacks it.

@@ -36,7 +36,8 @@ class CLIENTCOMM_EXPORT TQHPProcessList {
   /// What the process manager knows of the process; nothing when it knows none of that ID.
   std::optional<clientcomm::PropertyListDictionary> infoForPID(std::int32_t pid);
 
-  /// All running processes, in the order of the process table.
+  /// All running processes, in the order of the process table. Part of the interface since the
+  /// system's first platform; the library itself has no use for it.
   std::vector<ProcessRecord> getBSDProcessList();
 
  private:

@@ -21,7 +21,7 @@ struct ProcessSerialNumber {
 };
 static_assert(sizeof(ProcessSerialNumber) == 8);
 
-/// Asks for everything that is known of a process.
+/// Asks for everything that is known of a process. The first platform had further masks.
 inline constexpr std::uint32_t kProcessDictionaryIncludeAllInformationMask = 0xFFFFFFFF;
 
 /// The serial number of the process `pid`.

@@ -98,7 +98,7 @@ inline constexpr std::chrono::microseconds kTryInterval{250};
 
 /// After this the sender passes its executable to the same receiver again. So few others can do so
 /// meanwhile that the receiver still remembers this process, even if it remembers only 256.
-inline constexpr std::chrono::seconds kIntroductionValidity{1};
+inline constexpr std::chrono::seconds kHandshakeValidity{1};
 
 /// How long a connection may stay silent at the receiver: accepted, with nothing received on it.
 inline constexpr std::chrono::milliseconds kIdleLimit = std::chrono::seconds(10);

@@ -109,7 +109,7 @@ TEST(Page, StatesTheConstantsOfTheCode) {
       "has not opened | every " + to_string(clientcomm::kTryInterval.count()) + " µs |",
       "less than " + secondsOf(clientcomm::kLaunchLimit) + " ago",
       "silent connection at the receiver | " + secondsOf(clientcomm::kIdleLimit) + " |",
-      "to the same receiver | " + secondsOf(clientcomm::kIntroductionValidity) + " |",
+      "to the same receiver | " + secondsOf(clientcomm::kHandshakeValidity) + " |",
       "at most " + to_string(clientcomm::kMaximumIdleConnections) + " silent connections",
       "the name every " + secondsOf(clientcomm::kVerifyInterval) + " while it sends, and every " +
           secondsOf(clientcomm::kIdleVerifyInterval) + " otherwise",

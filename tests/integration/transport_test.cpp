@@ -261,7 +261,7 @@ TEST_F(Transport, ForkedCopyOfACallerThatExitsAtOnceIsKnownTooAndItsOriginalAfte
   EXPECT_EQ(ask("notes", {}), "first\ncopy\nlast\n");
 }
 
-TEST_F(Transport, EndedProcessIsNotKnownByATokenThatItHasNotIntroducedItselfWith) {
+TEST_F(Transport, EndedProcessIsNotKnownByATokenWithoutAHandshake) {
   const ChildProcess target = launch();
   EXPECT_EQ(ask("notes", {}), "");
   target.signal(SIGSTOP);

@@ -33,10 +33,10 @@ using std::chrono::milliseconds;
 
 constexpr std::size_t kMaximumFileNames = 256;
 
-constexpr std::size_t kMaximumIntroductions = 256;
+constexpr std::size_t kMaximumHandshakes = 256;
 
-// How long the process counts on being remembered where it cannot introduce itself again.
-constexpr std::chrono::minutes kLongestIntroduction{1};
+// How long the process counts on being remembered where it cannot repeat the handshake.
+constexpr std::chrono::minutes kLongestHandshake{1};
 
 /// The end of a wait; never, where there is no limit.
 class Deadline {
@@ -213,23 +213,22 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
 OSErr SocketTransport::deliver(const Delivery& delivery) {
   bool isNew = false;
   const std::uint32_t token = processToken(isNew);
-  if (isNew) introductions_.clear();
+  if (isNew) handshakes_.clear();
   const auto send = [&](int executable) {
     return sendPacketOfSize(delivery.size, delivery.socket,
                             {delivery.kind, delivery.version, noErr, executable, token},
                             delivery.event);
   };
-  if (token != 0 && isIntroducedTo(delivery.target, kIntroductionValidity)) return send(-1);
+  if (token != 0 && isKnownTo(delivery.target, kHandshakeValidity)) return send(-1);
   const ScopedFd executable(::open("/proc/self/exe", O_PATH | O_CLOEXEC));
   // Without it the event may be thrown away, which no status would tell.
   if (!executable.isValid()) return statusOfOpenError(errno);
   const OSErr status = send(executable.get());
   // So many of the user's descriptors may be on their way that the system takes no more.
-  if (status == errAETimeout && token != 0 &&
-      isIntroducedTo(delivery.target, kLongestIntroduction)) {
+  if (status == errAETimeout && token != 0 && isKnownTo(delivery.target, kLongestHandshake)) {
     return send(-1);
   }
-  if (status == noErr) noteIntroduction(delivery.target);
+  if (status == noErr) noteHandshake(delivery.target);
   return status;
 }
 
@@ -242,15 +241,15 @@ std::optional<WireVersion> SocketTransport::versionFor(int socket) const noexcep
 
 // Receivers in process-ID namespaces that are not seen from here all have the ID 0, so that none of
 // them is known to remember this process.
-void SocketTransport::noteIntroduction(pid_t target) {
+void SocketTransport::noteHandshake(pid_t target) {
   if (target <= 0) return;
-  if (introductions_.size() >= kMaximumIntroductions) introductions_.clear();
-  introductions_[target] = Clock::now();
+  if (handshakes_.size() >= kMaximumHandshakes) handshakes_.clear();
+  handshakes_[target] = Clock::now();
 }
 
-bool SocketTransport::isIntroducedTo(pid_t target, std::chrono::seconds validity) const {
-  const auto found = introductions_.find(target);
-  return found != introductions_.end() && Clock::now() - found->second < validity;
+bool SocketTransport::isKnownTo(pid_t target, std::chrono::seconds validity) const {
+  const auto found = handshakes_.find(target);
+  return found != handshakes_.end() && Clock::now() - found->second < validity;
 }
 
 // The process's own main loop cannot answer while it waits here.

@@ -38,8 +38,8 @@ class SocketTransport : public AppleEventTransport {
 
   OSErr deliver(const Delivery& delivery);
   std::optional<WireVersion> versionFor(int socket) const noexcept;
-  void noteIntroduction(pid_t target);
-  bool isIntroducedTo(pid_t target, std::chrono::seconds validity) const;
+  void noteHandshake(pid_t target);
+  bool isKnownTo(pid_t target, std::chrono::seconds validity) const;
   OSErr sendToSelf(const AppleEventDescriptor& event, AppleEventDescriptor& reply);
   const std::string& fileNameFor(const std::string& identifier);
 
@@ -50,7 +50,7 @@ class SocketTransport : public AppleEventTransport {
   /// File names of the targets addressed so far, so that not every send computes a digest.
   std::unordered_map<std::string, std::string> fileNames_;
   /// When this process last handed its executable to each target.
-  std::unordered_map<pid_t, std::chrono::steady_clock::time_point> introductions_;
+  std::unordered_map<pid_t, std::chrono::steady_clock::time_point> handshakes_;
 };
 
 }  // namespace clientcomm
