@@ -190,10 +190,12 @@ TEST(XmlPropertyList, ReadsRealsWhole) {
   EXPECT_EQ(read(" -.5E+1 "), PropertyListValue(-5.0));
   EXPECT_EQ(read("+3."), PropertyListValue(3.0));
   EXPECT_EQ(read("007"), PropertyListValue(7.0));
+  EXPECT_EQ(read("0e-400"), PropertyListValue(0.0));
+  EXPECT_EQ(read("2.5e-324"), PropertyListValue(std::numeric_limits<double>::denorm_min()));
   EXPECT_EQ(read("-INF"), PropertyListValue(-std::numeric_limits<double>::infinity()));
   EXPECT_EQ(read("+infinity"), PropertyListValue(std::numeric_limits<double>::infinity()));
   for (const char* text : {"", ".", "1.5x", "1,5", "e5", "1e", "1e+", "0x1p3", "1.5 2", "nan(1)",
-                           "infinit", "--1", "+-1", "1e999", "-1e999"}) {
+                           "infinit", "--1", "+-1", "1e999", "-1e999", "1e-400", "-2.4e-324"}) {
     EXPECT_EQ(read(text), std::nullopt) << text;
   }
 }

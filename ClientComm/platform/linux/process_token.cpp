@@ -3,6 +3,8 @@
 #include <sys/mman.h>
 #include <sys/random.h>
 
+#include <cstddef>
+
 namespace clientcomm {
 namespace {
 

@@ -11,6 +11,7 @@
 
 #include "ClientComm/platform/portable/property_list/value.h"
 #include "ClientComm/platform/portable/property_list/xml_text.h"
+#include "ClientComm/platform/real_number.h"
 
 namespace clientcomm {
 namespace {
@@ -93,11 +94,9 @@ std::optional<PropertyListValue> realFromText(std::string_view text) {
   text = withoutBlanksAround(text);
   const bool isNegative = takeSign(text);
   if (!isDecimal(text) && !isNotFinite(text)) return std::nullopt;
-  double value = 0;
-  const char* const end = text.data() + text.size();
-  const auto result = std::from_chars(text.data(), end, value);
-  if (result.ec != std::errc() || result.ptr != end) return std::nullopt;
-  return PropertyListValue(isNegative ? -value : value);
+  const auto value = realNumber(std::string(text));
+  if (!value) return std::nullopt;
+  return PropertyListValue(isNegative ? -*value : *value);
 }
 
 std::optional<PropertyListValue> dateFromText(std::string_view text) {
