@@ -110,6 +110,24 @@ TEST(FilesOfALaterVersion, ProcessDropsWhatIsOfAnEarlierProcessOfItsID) {
   EXPECT_FALSE(hasLaterKey(ownRecordPath()));
 }
 
+TEST(FilesOfALaterVersion, ProcessDropsWhatIsNotSaidOfItAndItsBundle) {
+  const ScopedFd folder = openRuntimeFolder(true);
+  clientcomm::recordLaunchedProcess(getpid(), Bundle(support::hostBundlePath()));
+  const auto launched = dictionaryAt(ownRecordPath());
+  auto another = launched;
+  another.insert_or_assign(clientcomm::kBundlePathKey, kPeerPath);
+  auto without = launched;
+  without.erase(clientcomm::kStartTimeKey);
+  for (const auto& record : {another, without}) {
+    fs::remove(ownRecordPath());
+    support::writeFile(ownRecordPath(), clientcomm::xmlPropertyList(record));
+    addLaterKey(ownRecordPath());
+    clientcomm::recordOwnProcess();
+    EXPECT_FALSE(hasLaterKey(ownRecordPath()));
+    EXPECT_EQ(clientcomm::processRecordForPID(getpid())->bundlePath, support::hostBundlePath());
+  }
+}
+
 TEST(FilesOfALaterVersion, LaunchRecordKeepsItsKeysAsLongAsTheBundleIsTheSame) {
   const ScopedFd folder = openRuntimeFolder(true);
   clientcomm::noteLaunch(folder.get(), "", launchOf("state"));
