@@ -3,14 +3,15 @@
 #include <vector>
 
 #include "ClientComm/internal/object_state.h"
+#include "ClientComm/platform/shared_object.h"
 
 using clientcomm::OptionalString;
 
 namespace {
 
 std::set<std::string, std::less<>>& sharedBundleIDSet() {
-  static auto* const identifiers = new std::set<std::string, std::less<>>;
-  return *identifiers;
+  static clientcomm::SharedObject<std::set<std::string, std::less<>>> identifiers;
+  return identifiers.get();
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/object_observer.h"
 #include "ClientComm/platform/process_manager.h"
+#include "ClientComm/platform/shared_object.h"
 #include "ClientComm/platform/wire_format.h"
 
 namespace {
@@ -71,7 +72,10 @@ struct CLIENTCOMM_LOCAL TQHPAppleEventProcesser::State {
 TQHPAppleEventProcesser* processer = nullptr;
 
 TQHPAppleEventProcesser& TQHPAppleEventProcesser::share() {
-  if (processer == nullptr) processer = new TQHPAppleEventProcesser;
+  if (processer == nullptr) {
+    processer = new TQHPAppleEventProcesser;
+    clientcomm::SharedObjects::add([] { delete processer; });
+  }
   return *processer;
 }
 

@@ -8,6 +8,7 @@
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/characters.h"
+#include "ClientComm/platform/shared_object.h"
 #include "ClientComm/platform/text.h"
 #include "ClientComm/platform/wire_format.h"
 
@@ -53,8 +54,8 @@ clientcomm::AppleEventDescriptor createEvnet(const OptionalString& bundleID,
 }  // namespace
 
 TQHPAppleEventSender& TQHPAppleEventSender::share() {
-  static auto* const sender = new TQHPAppleEventSender;
-  return *sender;
+  static clientcomm::SharedObject<TQHPAppleEventSender> sender;
+  return sender.get([] { return new TQHPAppleEventSender; });
 }
 
 TQHPAppleEventSender::TQHPAppleEventSender()

@@ -1,6 +1,7 @@
 #include "ClientComm/TQHPCustomerServiceByHelepr.h"
 
 #include "ClientComm/internal/proxy_call.h"
+#include "ClientComm/platform/shared_object.h"
 
 using clientcomm::OptionalString;
 
@@ -22,8 +23,8 @@ const clientcomm::Class& TQHPCustomerServiceByHelepr::staticClass() {
 }
 
 TQHPCustomerServiceByHelepr& TQHPCustomerServiceByHelepr::share() {
-  static auto* const proxy = new TQHPCustomerServiceByHelepr;
-  return *proxy;
+  static clientcomm::SharedObject<TQHPCustomerServiceByHelepr> proxy;
+  return proxy.get([] { return new TQHPCustomerServiceByHelepr; });
 }
 
 OSErr TQHPCustomerServiceByHelepr::checkForHeleprMessage(const OptionalString& productID,

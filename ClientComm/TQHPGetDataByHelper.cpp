@@ -1,6 +1,7 @@
 #include "ClientComm/TQHPGetDataByHelper.h"
 
 #include "ClientComm/internal/proxy_call.h"
+#include "ClientComm/platform/shared_object.h"
 
 using clientcomm::OptionalString;
 
@@ -19,8 +20,8 @@ const clientcomm::Class& TQHPGetDataByHelper::staticClass() {
 }
 
 TQHPGetDataByHelper& TQHPGetDataByHelper::share() {
-  static auto* const proxy = new TQHPGetDataByHelper;
-  return *proxy;
+  static clientcomm::SharedObject<TQHPGetDataByHelper> proxy;
+  return proxy.get([] { return new TQHPGetDataByHelper; });
 }
 
 OptionalString TQHPGetDataByHelper::clientIDFormHelper() {

@@ -4,6 +4,7 @@
 
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/internal/guard.h"
+#include "ClientComm/platform/shared_object.h"
 #include "ClientComm/platform/timer.h"
 
 using clientcomm::OptionalString;
@@ -12,16 +13,16 @@ namespace {
 
 constexpr std::chrono::seconds kAutoStartInterval{5};
 
-TQHPHelper* sharedHelper = nullptr;
+clientcomm::SharedObject<TQHPHelper> sharedHelper;
 
 }  // namespace
 
 TQHPHelper& TQHPHelper::share() {
-  if (sharedHelper == nullptr) {
-    sharedHelper = new TQHPHelper;
-    sharedHelper->init();
-  }
-  return *sharedHelper;
+  if (TQHPHelper* const helper = sharedHelper.existing()) return *helper;
+  TQHPHelper& made = sharedHelper.get([] { return new TQHPHelper; },
+                                      [](const TQHPHelper* helper) { delete helper; });
+  made.init();
+  return made;
 }
 
 TQHPHelper::~TQHPHelper() = default;

@@ -23,6 +23,7 @@
 #include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/property_list.h"
+#include "ClientComm/platform/shared_object.h"
 #include "ClientComm/platform/strings_file.h"
 #include "ClientComm/platform/text.h"
 #include "ClientComm/platform/user_defaults.h"
@@ -46,7 +47,7 @@ constexpr int kCustomString = 5;
 // megabytes is done within it.
 constexpr std::chrono::seconds kStartUpWaits{10};
 
-TQHPHelperCommunicate* sharedController = nullptr;
+clientcomm::SharedObject<TQHPHelperCommunicate> sharedController;
 
 std::optional<clientcomm::PropertyListValue> optionalValue(const OptionalString& text) {
   if (!text) return std::nullopt;
@@ -171,7 +172,8 @@ const clientcomm::Class& TQHPHelperCommunicate::staticClass() {
   // Calls reach the one controller. None is made for a call: that would run the whole start-up, in
   // the middle of an event.
   const auto existing = [] {
-    return std::shared_ptr<clientcomm::Object>(std::shared_ptr<void>(), sharedController);
+    return std::shared_ptr<clientcomm::Object>(std::shared_ptr<void>(),
+                                               sharedController.existing());
   };
   static const auto* const cls = new clientcomm::Class(
       "TQHPHelperCommunicate", existing,
@@ -180,12 +182,11 @@ const clientcomm::Class& TQHPHelperCommunicate::staticClass() {
 }
 
 TQHPHelperCommunicate& TQHPHelperCommunicate::share() {
-  if (sharedController == nullptr) {
-    // In place before the start-up runs, so that whatever the start-up calls finds this one.
-    sharedController = new TQHPHelperCommunicate;
-    sharedController->init();
-  }
-  return *sharedController;
+  if (TQHPHelperCommunicate* const controller = sharedController.existing()) return *controller;
+  TQHPHelperCommunicate& made = sharedController.get([] { return new TQHPHelperCommunicate; });
+  // In place before the start-up runs, so that whatever the start-up calls finds this one.
+  made.init();
+  return made;
 }
 
 void TQHPHelperCommunicate::init() {

@@ -12,6 +12,7 @@
 #include "ClientComm/internal/settings_keys.h"
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/property_list.h"
+#include "ClientComm/platform/shared_object.h"
 #include "ClientComm/platform/text.h"
 
 using clientcomm::OptionalString;
@@ -53,8 +54,8 @@ const clientcomm::Class& TQHPHelperControl::staticClass() {
 }
 
 TQHPHelperControl& TQHPHelperControl::share() {
-  static auto* const proxy = new TQHPHelperControl;
-  return *proxy;
+  static clientcomm::SharedObject<TQHPHelperControl> proxy;
+  return proxy.get([] { return new TQHPHelperControl; });
 }
 
 TQHPHelperControl::TQHPHelperControl() {

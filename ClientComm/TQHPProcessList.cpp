@@ -11,6 +11,7 @@
 #include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/process_manager.h"
 #include "ClientComm/platform/process_table.h"
+#include "ClientComm/platform/shared_object.h"
 
 using clientcomm::kinfo_proc;
 using clientcomm::OptionalString;
@@ -74,8 +75,8 @@ int GetBSDProcessList(kinfo_proc** procList, std::size_t* procCount) {
 }
 
 TQHPProcessList& TQHPProcessList::share() {
-  static TQHPProcessList& processList = *new TQHPProcessList;
-  return processList;
+  static clientcomm::SharedObject<TQHPProcessList> processList;
+  return processList.get([] { return new TQHPProcessList; });
 }
 
 bool TQHPProcessList::applicationIsRunning(const OptionalString& bundleID,

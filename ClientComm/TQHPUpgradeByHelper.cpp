@@ -8,6 +8,7 @@
 #include "ClientComm/internal/host_classes.h"
 #include "ClientComm/internal/object_state.h"
 #include "ClientComm/internal/proxy_call.h"
+#include "ClientComm/platform/shared_object.h"
 #include "ClientComm/platform/text.h"
 
 using clientcomm::OptionalString;
@@ -58,8 +59,8 @@ const clientcomm::Class& TQHPUpgradeByHelper::staticClass() {
 }
 
 TQHPUpgradeByHelper& TQHPUpgradeByHelper::share() {
-  static auto* const proxy = new TQHPUpgradeByHelper;
-  return *proxy;
+  static clientcomm::SharedObject<TQHPUpgradeByHelper> proxy;
+  return proxy.get([] { return new TQHPUpgradeByHelper; });
 }
 
 TQHPUpgradeByHelper::TQHPUpgradeByHelper() {

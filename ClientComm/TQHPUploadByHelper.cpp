@@ -1,6 +1,7 @@
 #include "ClientComm/TQHPUploadByHelper.h"
 
 #include "ClientComm/internal/proxy_call.h"
+#include "ClientComm/platform/shared_object.h"
 
 using clientcomm::OptionalString;
 
@@ -53,8 +54,8 @@ const clientcomm::Class& TQHPUploadByHelper::staticClass() {
 }
 
 TQHPUploadByHelper& TQHPUploadByHelper::share() {
-  static auto* const proxy = new TQHPUploadByHelper;
-  return *proxy;
+  static clientcomm::SharedObject<TQHPUploadByHelper> proxy;
+  return proxy.get([] { return new TQHPUploadByHelper; });
 }
 
 bool TQHPUploadByHelper::checkJoinImproveExp() const { return false; }

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <thread>
 
 #include "ClientComm/TQHPAppleEventSender.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
@@ -13,6 +12,7 @@
 #include "ClientComm/TQHPProcessList.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/clock.h"
 #include "ClientComm/platform/file_lock.h"
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/file_tree.h"
@@ -162,7 +162,7 @@ HelperInstallation::OldHelper HelperInstallation::tellToExit(const Target& targe
     const OSErr status = TQHPHelperControl::share().exitHelper(productID_, productVersion_);
     if (status == clientcomm::noErr) return OldHelper::kTold;
     if (waits.remaining() == std::chrono::milliseconds(0)) return OldHelper::kNotReached;
-    std::this_thread::sleep_for(waits.atMost(kExitCommandPause));
+    sleepFor(waits.atMost(kExitCommandPause));
   }
   return OldHelper::kNotFound;
 }

@@ -9,19 +9,29 @@
 #include "ClientComm/TQHPUpgradeByHelper.h"
 #include "ClientComm/TQHPUploadByHelper.h"
 #include "ClientComm/platform/runtime.h"
+#include "ClientComm/platform/shared_object.h"
 
 namespace clientcomm {
 
+namespace {
+
+/// Made once, when the first of the classes is needed.
+struct HostClasses {
+  HostClasses() {
+    registerClass(TQHPHelperControl::staticClass());
+    registerClass(TQHPHelperCommunicate::staticClass());
+    registerClass(TQHPGetDataByHelper::staticClass());
+    registerClass(TQHPUpgradeByHelper::staticClass());
+    registerClass(TQHPUploadByHelper::staticClass());
+    registerClass(TQHPCustomerServiceByHelepr::staticClass());
+  }
+};
+
+}  // namespace
+
 void registerHostClasses() {
-  static bool isDone = false;
-  if (isDone) return;
-  isDone = true;
-  registerClass(TQHPHelperControl::staticClass());
-  registerClass(TQHPHelperCommunicate::staticClass());
-  registerClass(TQHPGetDataByHelper::staticClass());
-  registerClass(TQHPUpgradeByHelper::staticClass());
-  registerClass(TQHPUploadByHelper::staticClass());
-  registerClass(TQHPCustomerServiceByHelepr::staticClass());
+  static SharedObject<HostClasses> classes;
+  classes.get();
 }
 
 void registerProxy(TQHPAppEventBase& proxy) {

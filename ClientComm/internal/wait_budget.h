@@ -3,20 +3,20 @@
 #include <algorithm>
 #include <chrono>
 
+#include "ClientComm/platform/clock.h"
+
 namespace clientcomm {
 
 /// How long the waits of one operation may block the host's thread, all together.
 class WaitBudget {
  public:
-  using Clock = std::chrono::steady_clock;
-
-  explicit WaitBudget(std::chrono::milliseconds total) : end_(Clock::now() + total) {}
+  explicit WaitBudget(std::chrono::milliseconds total) : end_(currentTime() + total) {}
   /// For an operation that tries and never waits.
   static WaitBudget none() { return WaitBudget(std::chrono::milliseconds(0)); }
 
   /// What is left, never negative.
   std::chrono::milliseconds remaining() const {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end_ - Clock::now());
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end_ - currentTime());
     return std::max(left, std::chrono::milliseconds(0));
   }
   std::chrono::milliseconds atMost(std::chrono::milliseconds limit) const {
@@ -24,7 +24,7 @@ class WaitBudget {
   }
 
  private:
-  Clock::time_point end_;
+  std::chrono::steady_clock::time_point end_;
 };
 
 }  // namespace clientcomm

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/bundle_contents.h"
 #include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/linux/launch_record.h"

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/bundle_contents.h"
 #include "ClientComm/platform/linux/bundle_filter.h"
 #include "ClientComm/platform/linux/endpoint_record.h"
 #include "ClientComm/platform/linux/executable_link.h"

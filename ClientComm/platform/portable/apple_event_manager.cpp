@@ -4,6 +4,8 @@
 #include <new>
 #include <utility>
 
+#include "ClientComm/platform/shared_object.h"
+
 namespace clientcomm {
 namespace {
 
@@ -13,8 +15,8 @@ std::int32_t handOverTicks = kAEDefaultTimeout;
 }  // namespace
 
 AppleEventManager& AppleEventManager::sharedAppleEventManager() {
-  static auto* const manager = new AppleEventManager;
-  return *manager;
+  static SharedObject<AppleEventManager> manager;
+  return manager.get([] { return new AppleEventManager; });
 }
 
 AppleEventManager::AppleEventManager() : transport_(makeSystemTransport()) {}

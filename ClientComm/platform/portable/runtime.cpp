@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "ClientComm/platform/object_observer.h"
+#include "ClientComm/platform/shared_object.h"
 
 namespace clientcomm {
 namespace {
@@ -11,8 +12,8 @@ namespace {
 using Registry = std::map<std::string, const Class*, std::less<>>;
 
 Registry& registry() {
-  static auto* const classes = new Registry;
-  return *classes;
+  static SharedObject<Registry> classes;
+  return classes.get();
 }
 
 // Never destroyed: objects may outlive every other static variable.

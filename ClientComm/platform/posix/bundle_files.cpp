@@ -44,14 +44,6 @@ bool isMainExecutable(const Bundle& bundle, const std::string& executable) {
   return named && std::filesystem::canonical(*named, error) == executable && !error;
 }
 
-bool isSameBundle(const std::string& path, const std::string& other) noexcept {
-  if (path == other) return true;
-  struct stat first = {};
-  struct stat second = {};
-  return stat(path.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 &&
-         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
-}
-
 std::string stateOfBundle(const std::string& path, const std::string& executable) {
   return stateOfFile(path + "/Contents/Info.plist") + " " + stateOfFile(executable);
 }

@@ -11,9 +11,6 @@ namespace clientcomm {
 /// names as its executable (CFBundleExecutable, else the bundle's own name).
 bool isMainExecutable(const Bundle& bundle, const std::string& executable);
 
-/// Whether both paths name the same bundle, be it through a symbolic link.
-bool isSameBundle(const std::string& path, const std::string& other) noexcept;
-
 /// What stands for the content of the bundle at `path`, which runs `executable`: it changes when
 /// the Info.plist or the executable is written or replaced.
 std::string stateOfBundle(const std::string& path, const std::string& executable);

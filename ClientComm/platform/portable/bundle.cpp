@@ -1,20 +1,15 @@
 #include "ClientComm/platform/bundle.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <utility>
 
+#include "ClientComm/platform/bundle_contents.h"
 #include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/own_process.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/portable/localization.h"
-#include "ClientComm/platform/posix/bundle_files.h"
-#include "ClientComm/platform/posix/io.h"
-#include "ClientComm/platform/posix/property_list_file.h"
+#include "ClientComm/platform/shared_object.h"
 
 namespace clientcomm {
 namespace {
@@ -40,12 +35,6 @@ std::string bundleEnclosing(std::string_view executable) {
     if (isApplicationPath(bundle)) return std::string(bundle);
   }
   return folder.empty() ? "/" : std::string(folder);
-}
-
-bool isExecutableFile(const std::string& path) {
-  struct stat status;
-  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-         access(path.c_str(), X_OK) == 0;
 }
 
 std::optional<PropertyListValue> copyFrom(const std::optional<PropertyListDictionary>& dictionary,
@@ -97,16 +86,17 @@ struct CLIENTCOMM_LOCAL Bundle::State {
   /// Reads the Info dictionary that is kept. After a failure that may pass it stays unread, since a
   /// process that kept an empty one would have no identity for its life.
   void keepInfo() {
+    using enum InfoReading;
     std::optional<PropertyListDictionary> read;
-    int error = isApplicationPath(path) ? readDictionaryFile(infoPath(), read) : 0;
-    if (mayPass(error)) error = readDictionaryFile(infoPath(), read);
-    if (!mayPass(error)) info = std::move(read).value_or(PropertyListDictionary());
+    InfoReading reading = isApplicationPath(path) ? readInfoDictionary(infoPath(), read) : kDone;
+    if (reading == kMayPass) reading = readInfoDictionary(infoPath(), read);
+    if (reading == kDone) info = std::move(read).value_or(PropertyListDictionary());
   }
 };
 
 Bundle& Bundle::mainBundle() {
-  static auto* const bundle = new Bundle(launchedBundlePath());
-  return *bundle;
+  static SharedObject<Bundle> bundle;
+  return bundle.get([] { return new Bundle(launchedBundlePath()); });
 }
 
 Bundle::Bundle(std::string path) : state_(std::make_unique<State>(State{std::move(path), {}})) {}
