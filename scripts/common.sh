@@ -28,26 +28,16 @@ bench_packages=(
 window_packages=(libgtk-4-dev xvfb)
 
 # A program that stands between a process and its executable, such as valgrind or an emulator, makes
-# other processes take it for another program. These suites of unit tests can be passed under it all the
-# same, in one process each,
-interposable_unit_suites=(
-  AppleEvent BundleLocalizations Dictionary EarlyUpgradeTest HelperError Localizations NetErrorPageTest
-  PropertyList PropertyListFile PropertyListValue Runtime SaveEnableADTest SettingsLimits StringsFile
-  SuiteInfo Text Types UserLanguages Version XmlPropertyList
-)
-interposable_system_suites=(
-  BundleTest FileLock FileManager FileNameForIdentifier FilePath ProcessText Timer
+# other processes take it for another program. The unit tests, which launch none, can be passed under it
+# all the same, and so can these suites of tests/system, in one process each,
+# shellcheck disable=SC2034
+interposable_suites=(
+  BundleTest FileLock FileManager FileNameForIdentifier FilePath ProcessText PropertyListFile Timer
 )
 # without the tests of which program runs, those that count allocations, and a few that take too long.
 uninterposable_tests=(
   RunningProgram Caller Allocat EveryCharacter SlowImplementation BeyondMeasure MemoryRunsOut
 )
-
-# A test program and one of these suites a line.
-interposable_suites() {
-  printf 'unit %s\n' "${interposable_unit_suites[@]}"
-  printf 'system %s\n' "${interposable_system_suites[@]}"
-}
 
 # These tests as a negative filter of GoogleTest.
 uninterposable_filter() {

@@ -31,10 +31,6 @@ std::string makeHelper(const std::string& folder, const std::string& version) {
                          folder);
 }
 
-std::string installedHelperPath() {
-  return sandbox() + "/" + kInstallFolder + "/" + kHelperName + ".app";
-}
-
 ChildProcess runHelper(const std::string& path) {
   ChildProcess helper = runApplication(path);
   EXPECT_EQ(helper.readLine(), "open");
@@ -59,19 +55,6 @@ std::vector<pid_t> processesOf(const std::string& path) {
     }
   }
   return processes;
-}
-
-std::string preferencesPath(const std::string& identifier) {
-  return sandbox() + "/config/Preferences/" + identifier + ".plist";
-}
-
-clientcomm::PropertyListDictionary hostDefaults() {
-  return clientcomm::dictionaryWithContentsOfFile(preferencesPath("com.example.testhost"))
-      .value_or(clientcomm::PropertyListDictionary());
-}
-
-void writeHelperPreferences(const clientcomm::PropertyListDictionary& values) {
-  writeFile(preferencesPath(helperIdentifier()), clientcomm::xmlPropertyList(values));
 }
 
 }  // namespace support

@@ -25,27 +25,6 @@ const std::string& sandbox() {
   return *path;
 }
 
-std::string hostBundlePath() { return sandbox() + "/TestHost.app"; }
-
-std::string helperIdentifier() {
-  return "com.example.testhelper." + std::filesystem::path(sandbox()).filename().string();
-}
-
-clientcomm::PropertyListDictionary defaultHostInfo() {
-  return {{"CFBundleIdentifier", "com.example.testhost"},
-          {"CFBundleName", "Test Host"},
-          {"CFBundleExecutable", "TestHost"},
-          {"CFBundleVersion", "1.2.3"},
-          {"PID", "P100"},
-          {"Helper Bundle indentifiter", helperIdentifier()},
-          {"Helepr App name", "Test Helper"},
-          {"Helper loaction path", sandbox() + "/install"}};
-}
-
-void writeHostInfo(const clientcomm::PropertyListDictionary& info) {
-  writeFile(hostBundlePath() + "/Contents/Info.plist", clientcomm::xmlPropertyList(info));
-}
-
 void writeFile(const std::string& path, std::string_view text) {
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   std::ofstream(path, std::ios::binary)
@@ -58,6 +37,8 @@ std::string readFile(const std::string& path) {
   text << file.rdbuf();
   return std::move(text).str();
 }
+
+bool isFolder(const std::string& path) { return std::filesystem::is_directory(path); }
 
 bool runLoopUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
   const auto deadline = std::chrono::steady_clock::now() + limit;

@@ -1,42 +1,29 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
 #include <functional>
 #include <string>
 #include <string_view>
 
-#include "ClientComm/platform/property_list.h"
+#include "tests/support/test_host.h"
 
-/// Every test program runs as the executable of a real bundle, "TestHost.app", in a private folder
-/// with its own home, configuration and runtime folders. A supervisor outside removes the folder
-/// and ends every process that the test left, whatever became of the test itself.
+/// The private folder of a test, with the bundle "TestHost.app" that it runs as, and home,
+/// configuration and runtime folders. On the services of Linux they are real; a supervisor outside
+/// removes the folder and ends every process that the test left, whatever became of the test
+/// itself. On the services in memory (memory/) they are in the tree in memory.
 namespace support {
 
 /// The private folder of this test; removed after it.
 const std::string& sandbox();
-
-/// Path of the test's own bundle, the main bundle of the process.
-std::string hostBundlePath();
-
-/// The bundle identifier of the helper; another in each private folder, since tests run side by
-/// side and an application runs only once for a user.
-std::string helperIdentifier();
-
-/// The Info dictionary that the test's own bundle has unless a test changes it: identifier
-/// com.example.testhost, PID "P100", version "1.2.3", and the helper "Test Helper"
-/// (`helperIdentifier`), to be installed in <sandbox>/install.
-clientcomm::PropertyListDictionary defaultHostInfo();
-
-/// Writes the Info.plist of the test's own bundle; only before the main bundle is first used.
-void writeHostInfo(const clientcomm::PropertyListDictionary& info);
 
 /// Writes `text` to the file at `path`, making the folders above it.
 void writeFile(const std::string& path, std::string_view text);
 
 /// The bytes of the file at `path`; empty when it cannot be read.
 std::string readFile(const std::string& path);
+
+/// Whether there is a folder at `path`.
+bool isFolder(const std::string& path);
 
 /// Runs the main loop until `condition` holds.
 /// @return false when it did not hold within `limit`.

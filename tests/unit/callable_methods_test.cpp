@@ -1,17 +1,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPHelperControl.h"
+#include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/runtime.h"
 #include "ClientComm/platform/user_defaults.h"
+#include "tests/support/helper_files.h"
 #include "tests/support/recording_transport.h"
-#include "tests/support/test_helper.h"
 #include "tests/support/test_sandbox.h"
 
 using clientcomm::OptionalString;
@@ -169,7 +169,7 @@ TEST_F(CallableMethodsTest, AControllersMethodThatYieldsTextAnswersWithIt) {
   recorder_.setReply("netErrorPagePath:version:", "/pages/offline.html");
   EXPECT_EQ(call("netErrorPagePath"), "/pages/offline.html");
   const std::string folder = support::sandbox() + "/applications";
-  std::filesystem::create_directories(folder + "/Notes.app");
+  clientcomm::createDirectoryAtPath(folder + "/Notes.app");
   EXPECT_EQ(call("appPath:", {folder}), folder + "/Notes.app");
   EXPECT_EQ(call("appPath:"), std::nullopt);
   const std::string bundle = support::sandbox() + "/TestHost.app";
@@ -191,7 +191,7 @@ TEST_F(CallableMethodsTest, AControllersSetterTakesTheArgumentOfTheCall) {
   EXPECT_EQ(controller_.collectDataPID(), "P7");
   EXPECT_EQ(call("collectDataPID"), "P7");
   call("initDataCollectionPath:", {support::sandbox() + "/collected"});
-  EXPECT_TRUE(std::filesystem::is_directory(support::sandbox() + "/collected/Log/Data"));
+  EXPECT_TRUE(support::isFolder(support::sandbox() + "/collected/Log/Data"));
 }
 
 }  // namespace

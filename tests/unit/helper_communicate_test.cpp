@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -8,9 +7,11 @@
 
 #include "ClientComm/TQHPHelper.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
+#include "ClientComm/platform/shared_object.h"
+#include "tests/support/helper_files.h"
+#include "tests/support/memory/memory_applications.h"
+#include "tests/support/memory/memory_system.h"
 #include "tests/support/recording_transport.h"
-#include "tests/support/test_application.h"
-#include "tests/support/test_helper.h"
 #include "tests/support/test_sandbox.h"
 
 namespace {
@@ -102,7 +103,7 @@ TEST_F(HelperCommunicateTest, WithoutAHelperItsCreationSendsNothing) {
 }
 
 TEST_F(HelperCommunicateTest, ItsCreationStartsAHelperThatRuns) {
-  const support::ChildProcess helper = support::runInstalledHelper();
+  const support::MemoryApplication helper(support::makeHelper(support::kInstallFolder));
   controller();
   EXPECT_EQ(recorder_.selectors(), (Strings{kStart, kClientID}));
   EXPECT_EQ(recorder_.calls()[0].arguments, kIdentity);
@@ -116,7 +117,7 @@ TEST_F(HelperCommunicateTest, ItsCreationTakesNoticesFromThenOn) {
 }
 
 TEST_F(HelperCommunicateTest, NothingInTheStartUpMakesASecondController) {
-  const support::ChildProcess helper = support::runInstalledHelper();
+  const support::MemoryApplication helper(support::makeHelper(support::kInstallFolder));
   const TQHPHelperCommunicate* inside = nullptr;
   recorder_.whenSending([&](const auto&) { inside = &TQHPHelperCommunicate::share(); });
   const TQHPHelperCommunicate* const outside = &controller();
@@ -125,7 +126,7 @@ TEST_F(HelperCommunicateTest, NothingInTheStartUpMakesASecondController) {
 }
 
 TEST_F(HelperCommunicateTest, NothingInTheStartUpMakesASecondFacade) {
-  const support::ChildProcess helper = support::runInstalledHelper();
+  const support::MemoryApplication helper(support::makeHelper(support::kInstallFolder));
   const TQHPHelper* inside = nullptr;
   recorder_.whenSending([&](const auto&) { inside = &TQHPHelper::share(); });
   const TQHPHelper* const outside = &TQHPHelper::share();
@@ -350,8 +351,8 @@ TEST_P(RestartStepTest, DoesWhatTheStateAsksFor) {
   const RestartStep& step = GetParam();
   controller();
   if (step.isStarted) startedController();
-  std::optional<support::ChildProcess> helper;
-  if (step.isRunning) helper.emplace(support::runInstalledHelper());
+  std::optional<support::MemoryApplication> helper;
+  if (step.isRunning) helper.emplace(support::makeHelper(support::kInstallFolder));
   if (!step.isServerOpen) closeServer();
   recorder_.setStatus(kIsAlive, step.isAliveStatus);
   OSErr status = -1;
@@ -364,7 +365,7 @@ std::string nameOfStep(const testing::TestParamInfo<RestartStep>& info) { return
 INSTANTIATE_TEST_SUITE_P(All, RestartStepTest, testing::ValuesIn(kRestartSteps), nameOfStep);
 
 TEST_F(HelperCommunicateTest, TheStepAfterAFailedStartSendsTheStartAgain) {
-  const support::ChildProcess helper = support::runInstalledHelper();
+  const support::MemoryApplication helper(support::makeHelper(support::kInstallFolder));
   recorder_.setStatus(-600);  // launched, but not yet receiving
   controller();
   EXPECT_EQ(recorder_.selectors(), (Strings{kStart, kClientID}));
@@ -391,11 +392,11 @@ TEST_F(HelperCommunicateTest, StartStopAndIsAliveAreSentToAClosedServer) {
 
 TEST_F(HelperCommunicateTest, AHelperWithAClosedServerIsNotLaunchedByTheRestartStep) {
   controller();
-  const std::string helper = support::makeHelper(support::kInstallFolder);
+  support::makeHelper(support::kInstallFolder);
   closeServer();
   recorder_.setStatus(-600);
   EXPECT_EQ(controller().autoRestartHelper(), 10);
-  EXPECT_TRUE(support::processesOf(helper).empty());
+  EXPECT_TRUE(support::MemorySystem::current().processes.launched.empty());
 }
 
 TEST_F(HelperCommunicateTest, TheServersStateIsReadAnewForEachStep) {
@@ -457,19 +458,15 @@ TEST_F(HelperCommunicateTest, TheFirstStartIsRecordedOnce) {
 }
 
 /// A later version of the host, started by the same user.
-const support::Role laterHost("later host", [](const std::vector<std::string>&) {
-  RecordingTransport::install();
-  std::puts(TQHPHelperCommunicate::share().firstStartPID().value_or("(nil)").c_str());
-  return 0;
-});
-
 TEST_F(HelperCommunicateTest, TheFirstStartOutlivesAChangeOfTheProductID) {
   EXPECT_EQ(controller().firstStartPID(), "P100");
-  const std::string later = support::makeApplication("Later Host", "com.example.testhost",
-                                                     "later host", {{"PID", "P200"}});
-  support::ChildProcess host = support::runApplication(later);
-  EXPECT_EQ(host.readLine(), "P100");
-  EXPECT_EQ(host.wait(), 0);
+  PropertyListDictionary info = support::defaultHostInfo();
+  info.insert_or_assign("PID", "P200");
+  support::writeHostInfo(info);
+  // The host's next process.
+  clientcomm::SharedObjects::destroyAll();
+  RecordingTransport::install();
+  EXPECT_EQ(controller().firstStartPID(), "P100");
   EXPECT_EQ(support::hostDefaults().at("PID"), PropertyListValue("P200"));
 }
 

@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -15,10 +14,12 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPHelperControl.h"
 #include "ClientComm/platform/apple_event_manager.h"
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/posix/apple_event_codec.h"
 #include "tests/support/allocation_count.h"
+#include "tests/support/memory/memory_applications.h"
 #include "tests/support/recording_transport.h"
-#include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
 
 namespace {
@@ -87,6 +88,10 @@ class Stranger : public clientcomm::Object {
 class ProcesserTest : public testing::Test {
  protected:
   void SetUp() override {
+    instancesMade = 0;
+    instancesGone = 0;
+    received.clear();
+    whenAsked = nullptr;
     clientcomm::registerClass(Recorder::staticClass());
     clientcomm::registerClass(Stranger::staticClass());
     TQHPAppleEventProcesser::share();
@@ -386,11 +391,10 @@ TEST_F(ProcesserTest, ACallerThatIsNoRunningApplicationIsNotServed) {
 }
 
 TEST_F(ProcesserTest, ACallerWhoseBundleHasNoIdentifierIsNotServed) {
-  const std::string path = support::makeApplication("Nameless", "com.example.x", "echo");
-  support::writeFile(
-      path + "/Contents/Info.plist",
-      clientcomm::xmlPropertyList({{"CFBundleExecutable", "Nameless"}, {"TestRole", "echo"}}));
-  const support::ChildProcess nameless = support::runApplication(path);
+  const std::string path = support::makeApplication("Nameless", "com.example.x");
+  support::writeFile(path + "/Contents/Info.plist",
+                     clientcomm::xmlPropertyList({{"CFBundleExecutable", "Nameless"}}));
+  const support::MemoryApplication nameless(path);
   EXPECT_EQ(recorder_.call("Recorder", "two::", {"a", "b"}, nameless.pid()).text, std::nullopt);
   EXPECT_TRUE(received.empty());
 }
@@ -404,8 +408,7 @@ TEST_F(ProcesserTest, TheCallersIdentifierIsNotedOnce) {
 }
 
 TEST_F(ProcesserTest, EveryDistinctCallerIsNoted) {
-  const support::ChildProcess other =
-      support::runApplication(support::makeApplication("Other", "com.example.other", "echo"));
+  const support::MemoryApplication other(support::makeApplication("Other", "com.example.other"));
   call("nothing");
   EXPECT_EQ(recorder_.call("Recorder", "two::", {"a", "b"}, other.pid()).text, "a|b");
   EXPECT_EQ(Recorder::callers().size(), 2U);
@@ -499,8 +502,10 @@ TEST_F(ProcesserTest, TheHostsClassesAreNotCallableInAProcessThatIsNoHost) {
     EXPECT_EQ(TQHPAppleEventProcesser::share().objectForKey(className), nullptr) << className;
   }
   EXPECT_TRUE(recorder_.calls().empty()) << "nothing was sent";
-  EXPECT_FALSE(std::filesystem::exists(support::sandbox() + "/install")) << "nothing was installed";
-  EXPECT_TRUE(std::filesystem::is_empty(support::sandbox() + "/config")) << "nothing was recorded";
+  EXPECT_FALSE(clientcomm::fileExistsAtPath(support::sandbox() + "/install"))
+      << "nothing was installed";
+  EXPECT_TRUE(clientcomm::contentsOfDirectoryAtPath(support::sandbox() + "/config").empty())
+      << "nothing was recorded";
 }
 
 TEST_F(ProcesserTest, ACallForTheControllerMakesNone) {
@@ -509,7 +514,7 @@ TEST_F(ProcesserTest, ACallForTheControllerMakesNone) {
     EXPECT_EQ(recorder_.call("TQHPHelperCommunicate", selector).text, std::nullopt);
   }
   EXPECT_TRUE(recorder_.calls().empty());
-  EXPECT_FALSE(std::filesystem::exists(support::sandbox() + "/install"));
+  EXPECT_FALSE(clientcomm::fileExistsAtPath(support::sandbox() + "/install"));
 }
 
 TEST_F(ProcesserTest, ACallForTheControllerReachesTheOneThatIsThere) {

@@ -1,34 +1,22 @@
 #include "ClientComm/platform/property_list.h"
 
 #include <gtest/gtest.h>
-#include <locale.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <bit>
 #include <chrono>
-#include <clocale>
 #include <cmath>
-#include <csignal>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
 #include <initializer_list>
 #include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <utility>
 #include <vector>
 
-#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/strings_file.h"
-#include "tests/support/child_process.h"
 #include "tests/support/test_sandbox.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -232,20 +220,6 @@ TEST(PropertyList, KeepsDatesOfAllCenturiesThroughXml) {
   EXPECT_EQ(roundTripped(PropertyListDate{std::nan("")}), PropertyListValue(PropertyListDate{0}));
 }
 
-TEST(PropertyList, ReadsRealsAlikeInALocaleWithADecimalComma) {
-  const std::string folder = support::sandbox() + "/locales";
-  fs::create_directory(folder);
-  const std::string command =
-      "localedef -c -i de_DE -f UTF-8 " + folder + "/de_DE.UTF-8 >/dev/null 2>&1";
-  static_cast<void>(std::system(command.c_str()));
-  setenv("LOCPATH", folder.c_str(), 1);
-  if (std::setlocale(LC_ALL, "de_DE.UTF-8") == nullptr) GTEST_SKIP() << "no such locale here";
-  ASSERT_EQ(std::strtod("1,5", nullptr), 1.5);
-  EXPECT_EQ(fromXml("<real>1.5</real>"), PropertyListValue(1.5));
-  EXPECT_NE(xmlPropertyList({{"key", 1.5}}).find("<real>1.5</real>"), std::string::npos);
-  EXPECT_EQ(std::strtod("1,5", nullptr), 1.5) << "the host's locale is as it was";
-}
-
 TEST(PropertyList, RefusesXmlThatIsCutShort) {
   const std::string xml =
       xmlPropertyList({{"a", "b"}, {"c", Array{1, PropertyListDictionary{{"d", 2}}}}});
@@ -408,10 +382,6 @@ TEST(PropertyList, ReadsABinaryListWithSharedValues) {
 TEST(PropertyList, RefusesWhatIsLargerThanAnySettings) {
   std::string text(std::size_t{17} << 20U, ' ');
   EXPECT_FALSE(propertyListFromBytes(text));
-  const std::string path = support::sandbox() + "/large.plist";
-  support::writeFile(path, "");
-  fs::resize_file(path, std::uintmax_t{1} << 40U);
-  EXPECT_FALSE(dictionaryWithContentsOfFile(path));
 }
 
 TEST(PropertyList, ReadsManyKeysQuickly) {
@@ -420,130 +390,6 @@ TEST(PropertyList, ReadsManyKeysQuickly) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(propertyListFromBytes(xmlPropertyList(large)), PropertyListValue(large));
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
-}
-
-// --- Files ---
-
-class PropertyListFile : public testing::Test {
- protected:
-  const std::string folder_ =
-      support::sandbox() + "/" + testing::UnitTest::GetInstance()->current_test_info()->name();
-  const std::string path_ = folder_ + "/Info.plist";
-
-  void SetUp() override { fs::create_directory(folder_); }
-  std::vector<std::string> entries() const {
-    return clientcomm::contentsOfDirectoryAtPath(folder_);
-  }
-};
-
-TEST_F(PropertyListFile, IsWrittenAndReadBack) {
-  const PropertyListDictionary dictionary = {{"TipsEnable", true}, {"list", Array{1, "two"}}};
-  ASSERT_TRUE(writeDictionaryToFile(dictionary, path_));
-  EXPECT_EQ(dictionaryWithContentsOfFile(path_), dictionary);
-  EXPECT_EQ(entries(), std::vector<std::string>{"Info.plist"}) << "nothing else is left";
-}
-
-TEST_F(PropertyListFile, KeepsItsModeAndOwnerThroughARewrite) {
-  support::writeFile(path_, xmlPropertyList({{"old", 1}}));
-  ASSERT_EQ(chmod(path_.c_str(), 0640), 0);
-  const bool isRoot = geteuid() == 0;  // only root can give a file away
-  ASSERT_EQ(chown(path_.c_str(), isRoot ? 1234 : geteuid(), isRoot ? 2345 : getegid()), 0);
-  struct stat before;
-  ASSERT_EQ(stat(path_.c_str(), &before), 0);
-  ASSERT_TRUE(writeDictionaryToFile({{"new", 2}}, path_));
-  struct stat after;
-  ASSERT_EQ(stat(path_.c_str(), &after), 0);
-  EXPECT_EQ(after.st_mode, before.st_mode);
-  EXPECT_EQ(after.st_uid, before.st_uid);
-  EXPECT_EQ(after.st_gid, before.st_gid);
-  EXPECT_EQ(after.st_ino, before.st_ino) << "it was written in place";
-}
-
-TEST_F(PropertyListFile, IsWrittenBehindASymbolicLink) {
-  fs::create_directories(folder_ + "/elsewhere");
-  support::writeFile(folder_ + "/elsewhere/real.plist", xmlPropertyList({{"old", 1}}));
-  fs::create_symlink("elsewhere/real.plist", folder_ + "/middle");
-  fs::create_symlink(folder_ + "/middle", path_);
-  ASSERT_TRUE(writeDictionaryToFile({{"new", 2}}, path_));
-  EXPECT_TRUE(fs::is_symlink(path_));
-  EXPECT_TRUE(fs::is_symlink(folder_ + "/middle"));
-  EXPECT_EQ(dictionaryWithContentsOfFile(folder_ + "/elsewhere/real.plist"),
-            (PropertyListDictionary{{"new", 2}}));
-}
-
-TEST_F(PropertyListFile, IsNotWrittenThroughLinksThatGoRound) {
-  fs::create_symlink("b", folder_ + "/a");
-  fs::create_symlink("a", folder_ + "/b");
-  EXPECT_FALSE(writeDictionaryToFile({{"new", 2}}, folder_ + "/a"));
-  EXPECT_TRUE(fs::is_symlink(folder_ + "/a"));
-}
-
-TEST_F(PropertyListFile, IsWholeAfterAWriteOnAFullDisk) {
-  ASSERT_TRUE(writeDictionaryToFile({{"old", 1}}, path_));
-  const std::string before = support::readFile(path_);
-  auto writer = support::ChildProcess::fork([this] {
-    signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit = {64, 64};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    return writeDictionaryToFile({{"old", std::string(10'000, 'x')}}, path_) ? 0 : 1;
-  });
-  EXPECT_EQ(writer.wait(), 1) << "the failure is reported";
-  EXPECT_EQ(support::readFile(path_), before);
-  EXPECT_EQ(entries().size(), 1U) << "what was begun is cleared away";
-}
-
-TEST_F(PropertyListFile, IsNotWrittenWhereThereIsNoFolder) {
-  support::writeFile(folder_ + "/file", "x");
-  EXPECT_FALSE(writeDictionaryToFile({}, folder_ + "/file/Info.plist"));
-  EXPECT_FALSE(writeDictionaryToFile({}, folder_ + "/missing/Info.plist"));
-  EXPECT_FALSE(writeDictionaryToFile({}, folder_)) << "a folder is no file";
-  EXPECT_FALSE(fs::exists(folder_ + "/missing")) << "nothing is made that was not asked for";
-}
-
-TEST_F(PropertyListFile, ReadsAsNothingWhenItIsNone) {
-  EXPECT_FALSE(dictionaryWithContentsOfFile(folder_ + "/missing.plist"));
-  EXPECT_FALSE(dictionaryWithContentsOfFile(folder_));
-  EXPECT_FALSE(dictionaryWithContentsOfFile(""));
-  support::writeFile(path_, "<plist><dict><key>cut sho");
-  EXPECT_FALSE(dictionaryWithContentsOfFile(path_));
-  support::writeFile(path_, "<plist version=\"1.0\"><array/></plist>");
-  EXPECT_FALSE(dictionaryWithContentsOfFile(path_)) << "the top value is no dictionary";
-  const std::string pipe = folder_ + "/pipe";
-  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  EXPECT_FALSE(dictionaryWithContentsOfFile(pipe)) << "and a pipe without writer does not hang";
-}
-
-TEST_F(PropertyListFile, IsAlwaysWholeForAReaderBesideAWriter) {
-  ASSERT_TRUE(writeDictionaryToFile({{"n", 0}}, path_));
-  auto writer = support::ChildProcess::fork([this] {
-    for (int i = 1; i <= 400; ++i) {
-      const std::string padding(static_cast<std::size_t>(i) * 40, 'x');
-      if (!writeDictionaryToFile({{"n", i}, {"padding", padding}}, path_)) return 1;
-    }
-    return 0;
-  });
-  int broken = 0;
-  std::int64_t last = 0;
-  while (last < 400) {
-    const auto dictionary = dictionaryWithContentsOfFile(path_);
-    broken += dictionary ? 0 : 1;
-    if (!dictionary) break;
-    last = std::get<std::int64_t>(dictionary->at("n").variant());
-  }
-  EXPECT_EQ(broken, 0);
-  EXPECT_EQ(writer.wait(), 0);
-}
-
-TEST_F(PropertyListFile, ClearsAwayWhatAKilledWriterLeft) {
-  ASSERT_TRUE(writeDictionaryToFile({{"old", 1}}, path_));
-  auto ended = support::ChildProcess::fork([] { return 0; });
-  ended.wait();
-  support::writeFile(folder_ + "/.Info.plist.partial-" + std::to_string(ended.pid()) + "-1",
-                     "half");
-  support::writeFile(folder_ + "/.Info.plist.partial-" + std::to_string(getppid()) + "-1",
-                     "at work");
-  ASSERT_TRUE(writeDictionaryToFile({{"new", 2}}, path_));
-  EXPECT_EQ(entries().size(), 2U) << "of a process that is still at work it stays";
 }
 
 }  // namespace

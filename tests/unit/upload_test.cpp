@@ -7,8 +7,8 @@
 
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPUploadByHelper.h"
+#include "tests/support/helper_files.h"
 #include "tests/support/recording_transport.h"
-#include "tests/support/test_helper.h"
 
 using clientcomm::OptionalString;
 

@@ -1,17 +1,16 @@
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPUploadByHelper.h"
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/user_defaults.h"
+#include "tests/support/helper_files.h"
 #include "tests/support/recording_transport.h"
-#include "tests/support/test_helper.h"
 #include "tests/support/test_sandbox.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -195,7 +194,7 @@ class DataCollectionPathTest : public UsageDataTest {
 
 TEST_F(DataCollectionPathTest, IsMadeWithTheFoldersAboveItAndRecorded) {
   controller_.initDataCollectionPath(base_);
-  EXPECT_TRUE(fs::is_directory(data_));
+  EXPECT_TRUE(support::isFolder(data_));
   EXPECT_EQ(recordedPath(), data_);
 }
 
@@ -214,7 +213,7 @@ TEST_F(DataCollectionPathTest, ABaseWithATrailingSlashGivesTheSamePath) {
 TEST_F(DataCollectionPathTest, AnExistingLogFolderIsUsed) {
   support::writeFile(base_ + "/Log/old.log", "kept");
   controller_.initDataCollectionPath(base_);
-  EXPECT_TRUE(fs::is_directory(data_));
+  EXPECT_TRUE(support::isFolder(data_));
   EXPECT_EQ(support::readFile(base_ + "/Log/old.log"), "kept");
 }
 
@@ -237,18 +236,16 @@ TEST_F(DataCollectionPathTest, IsRecordedAlsoWhereItCannotBeMade) {
   support::writeFile(base_ + "/Log", "a file where the folder should be");
   controller_.initDataCollectionPath(base_);
   EXPECT_EQ(recordedPath(), data_);
-  EXPECT_FALSE(fs::exists(data_));
+  EXPECT_FALSE(clientcomm::fileExistsAtPath(data_));
 }
 
 TEST_F(DataCollectionPathTest, ARelativeBaseIsRefused) {
-  fs::create_directories(base_);
-  fs::current_path(base_);
+  clientcomm::createDirectoryAtPath(base_);
   for (const char* base : {"", ".", "here", "./here", "../here", "~", "~/here"}) {
     controller_.initDataCollectionPath(base);
     EXPECT_EQ(recordedPath(), std::nullopt) << base;
   }
-  EXPECT_TRUE(fs::is_empty(base_));
-  fs::current_path("/");
+  EXPECT_TRUE(clientcomm::contentsOfDirectoryAtPath(base_).empty());
 }
 
 TEST_F(DataCollectionPathTest, ANilBaseIsNothingToMake) {

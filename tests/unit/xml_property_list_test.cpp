@@ -2,14 +2,10 @@
 
 #include <expat.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
-#include <fstream>
 #include <limits>
-#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,7 +14,6 @@
 #include "ClientComm/platform/character_encoding.h"
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/user_defaults.h"
-#include "tests/support/child_process.h"
 #include "tests/support/test_sandbox.h"
 
 namespace {
@@ -257,34 +252,6 @@ TEST(XmlPropertyList, IsRefusedWithAnythingBehindIt) {
 TEST(XmlPropertyList, OfNoBytesIsNone) {
   EXPECT_EQ(propertyListFromBytes(""), std::nullopt);
   EXPECT_EQ(fromBody(""), std::nullopt);
-}
-
-// A throw through expat's C code would end the process.
-TEST(XmlPropertyList, LeavesTheProcessWholeWhereMemoryRunsOut) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "the sanitizer's own memory cannot be limited";
-#endif
-  const std::string xml =
-      "<plist><string>" + std::string(std::size_t{4} << 20U, 'x') + "</string></plist>";
-  // From too little memory for expat's copy of the text, over too little for that of the value, to
-  // enough for both.
-  auto reader = support::ChildProcess::fork([&xml] {
-    std::size_t pages = 0;
-    std::ifstream("/proc/self/statm") >> pages;
-    const rlim_t size = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
-    std::optional<PropertyListValue> list;
-    for (rlim_t room = 0; !list && room <= 64; ++room) {
-      const rlimit limit = {size + (room << 20U), RLIM_INFINITY};
-      if (setrlimit(RLIMIT_AS, &limit) != 0) return 2;
-      try {
-        list = propertyListFromBytes(xml);
-      } catch (const std::bad_alloc&) {
-        list.reset();
-      }
-    }
-    return list ? 0 : 1;
-  });
-  EXPECT_EQ(reader.wait(), 0);
 }
 
 // --- Written ---

@@ -1,0 +1,41 @@
+#include "ClientComm/platform/file_lock.h"
+
+#include <map>
+
+#include "ClientComm/platform/clock.h"
+#include "ClientComm/platform/path.h"
+#include "tests/support/memory/memory_system.h"
+
+namespace clientcomm {
+namespace {
+
+// The folders that are held, by the number that takes the place of a descriptor.
+std::map<int, std::string>& held() {
+  static auto* const all = new std::map<int, std::string>;
+  return *all;
+}
+
+bool isHeldAlready(const std::string& path) {
+  for (const auto& [number, folder] : held()) {
+    if (folder == path) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+DirectoryLock::DirectoryLock(const std::string& path, std::chrono::milliseconds limit) noexcept {
+  const std::string folder = stringByAppendingPathComponent(path, "");
+  if (!support::MemorySystem::current().files.isFolder(folder)) return;
+  if (isHeldAlready(folder)) {
+    // There is one thread, so that the holder cannot let go during the wait.
+    sleepFor(limit);
+    return;
+  }
+  descriptor_ = held().empty() ? 0 : held().rbegin()->first + 1;
+  held().emplace(descriptor_, folder);
+}
+
+DirectoryLock::~DirectoryLock() { held().erase(descriptor_); }
+
+}  // namespace clientcomm

@@ -1,0 +1,7 @@
+#include "ClientComm/platform/native_memory.h"
+
+namespace clientcomm {
+
+void preferLargePages(char* /*memory*/, std::size_t /*size*/) noexcept {}
+
+}  // namespace clientcomm

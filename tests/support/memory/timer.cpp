@@ -1,0 +1,36 @@
+#include "ClientComm/platform/timer.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "tests/support/memory/memory_system.h"
+
+namespace clientcomm {
+namespace {
+
+support::MemoryClock& memoryClock() { return support::MemorySystem::current().clock; }
+
+}  // namespace
+
+struct Timer::State {
+  int number = 0;  ///< Of the schedule; 0 for none.
+};
+
+std::unique_ptr<Timer> Timer::scheduledTimer(std::chrono::milliseconds interval,
+                                             Callback callback) {
+  auto timer = std::make_unique<Timer>();
+  timer->state_->number = memoryClock().schedule(
+      std::max(interval, std::chrono::milliseconds(1)),
+      [&timer = *timer, callback = std::move(callback)] { callback(timer); });
+  return timer;
+}
+
+Timer::Timer() : state_(std::make_unique<State>()) {}
+
+Timer::~Timer() { invalidate(); }
+
+void Timer::invalidate() noexcept { memoryClock().cancel(state_->number); }
+
+bool Timer::isValid() const noexcept { return memoryClock().isScheduled(state_->number); }
+
+}  // namespace clientcomm
