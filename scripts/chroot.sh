@@ -102,14 +102,34 @@ call_in_chroot() {
   in_chroot "$name" bash -c 'source scripts/common.sh && "$@"' bash "$@"
 }
 
+# Runs in a process that becomes unshare, given its arguments. A sibling gives the user namespace all users
+# and groups of this one, each under its own number. unshare itself would map a single user.
+# shellcheck disable=SC2016  # expanded by the inner shell
+unshare_with_all_users='
+  map_all_users() {
+    local kind
+    until [[ $(readlink "/proc/$1/ns/user") != "$(readlink /proc/self/ns/user)" ]]; do sleep 0.01; done
+    for kind in gid uid; do
+      awk "{ print \$1, \$1, \$3 }" "/proc/self/${kind}_map" >"/proc/$1/${kind}_map"
+    done
+  }
+  map_all_users "$$" &
+  exec unshare --user "$@"
+'
+
+# Runs in the namespace: COMMAND [ARGUMENT...] with the rights of its root, once users are mapped.
+# shellcheck disable=SC2016  # expanded by the inner shell
+when_mapped='until [[ $(id -u) == 0 ]]; do sleep 0.01; done; exec "$@"'
+
 # in_foreign_chroot NAME FORMAT COMMAND [ARGUMENT...]
 #
-# Runs the command in the chroot NAME of another processor, by the emulator in the file FORMAT of
+# Runs the command as root in the chroot NAME of another processor, by the emulator in the file FORMAT of
 # /usr/lib/binfmt.d. Takes Linux 6.7, which lets a user namespace have binary formats of its own.
 in_foreign_chroot() {
   local root=$chroots/$1 format
   format=$(</usr/lib/binfmt.d/"$2")
   shift 2
-  as_root env CLIENTCOMM_BINARY_FORMAT="$format" "${private_mounts[@]}" --user --map-root-user \
+  as_root env CLIENTCOMM_BINARY_FORMAT="$format" \
+    bash -euc "$unshare_with_all_users" bash "${private_mounts[@]:1}" bash -euc "$when_mapped" bash \
     bash -euc "$enter" bash "$root" "$project_root" "" "$@"
 }
