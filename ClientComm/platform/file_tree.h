@@ -17,7 +17,8 @@ bool mayCreateItemAtPath(const std::string& path) noexcept;
 
 /// Removes the file or the whole tree at `path`; a link is removed, not followed. The tree is
 /// removed in place, entry by entry; see `moveAside` for a removal in one step.
-/// @return nothing on success, otherwise the first error; what could be removed is gone then.
+/// @return nothing on success, also where nothing is at `path`; otherwise the first error, and what
+///         could be removed is gone.
 std::optional<Error> removeItemAtPath(const std::string& path);
 
 /// Copies the file or the whole tree at `source` to `destination`, keeping modes, times and

@@ -1,5 +1,7 @@
 #include "ClientComm/platform/file_manager.h"
 
+#include <cerrno>
+
 #include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/path.h"
 #include "tests/support/memory/memory_system.h"
@@ -27,7 +29,8 @@ std::optional<Error> createDirectoryAtPath(const std::string& path) {
 }
 
 std::optional<Error> removeItemAtPath(const std::string& path) {
-  return errorFrom(files().remove(path), path);
+  const int code = files().remove(path);
+  return errorFrom(code == ENOENT ? 0 : code, path);
 }
 
 std::optional<Error> copyPath(const std::string& source, const std::string& destination) {
