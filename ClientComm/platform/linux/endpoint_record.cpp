@@ -19,6 +19,7 @@
 #include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/linux/bound_name.h"
 #include "ClientComm/platform/linux/endpoint_record_format.h"
+#include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/record_file.h"
 #include "ClientComm/platform/linux/runtime_file.h"
 #include "ClientComm/platform/linux/runtime_file_name.h"
@@ -74,10 +75,11 @@ std::string listeningPath(const std::string& line) {
 }
 
 // Whether the process finds the runtime folder of this one at `path`.
-bool isOwnFolder(const std::string& process, const std::string& path) {
+bool isOwnFolder(pid_t process, const std::string& path) {
   struct stat seen = {};
   struct stat own = {};
-  if (stat((process + "/root" + path).c_str(), &seen) != 0 ||
+  const std::string root(ProcPath::ofProcess(process, "/root").view());
+  if (stat((root + path).c_str(), &seen) != 0 ||
       stat(runtimeFolderPath().c_str(), &own) != 0) {
     return path == runtimeFolderPath();
   }
@@ -127,16 +129,15 @@ bool holdsEndpoint(pid_t pid, const std::string& identifier) {
 
 // The kernel keeps the name that the socket was bound to, before it was renamed; see EndpointName.
 Listening listeningOf(pid_t pid, const std::string& identifier) {
-  const std::string process = "/proc/" + std::to_string(pid);
   const std::string fileName = fileNameForIdentifier(identifier);
   auto result = Listening::kNowhere;
-  std::ifstream table(process + "/net/unix");
+  std::ifstream table(ProcPath::ofProcess(pid, "/net/unix").c_str());
   for (std::string line; std::getline(table, line);) {
     if (line.find(fileName) == std::string::npos) continue;
     const auto [folder, name] = splitPath(listeningPath(line));
     const auto bound = partsOfBoundName(name);
     if (!bound || bound->fileName != fileName || bound->pid != pid) continue;
-    if (isOwnFolder(process, folder)) return Listening::kHere;
+    if (isOwnFolder(pid, folder)) return Listening::kHere;
     result = Listening::kElsewhere;
   }
   return result;

@@ -8,12 +8,19 @@
 #include <cstddef>
 #include <string_view>
 
+#include "ClientComm/platform/linux/proc_path.h"
+
 namespace clientcomm {
+
+/// Follows the path of a removed file, where the kernel gives one.
+inline constexpr std::string_view kRemovedMark = " (deleted)";
 
 /// A link under /proc and the path that it gives, read without an allocation.
 class ExecutableLink {
  public:
-  static ExecutableLink ofProcess(pid_t pid) noexcept { return {"/proc/", pid, "/exe"}; }
+  static ExecutableLink ofProcess(pid_t pid) noexcept {
+    return ExecutableLink(ProcPath::ofProcess(pid, "/exe"));
+  }
   /// Fails with EINVAL where the descriptor is not one of a plain file.
   static ExecutableLink ofDescriptor(int descriptor) noexcept;
 
@@ -33,9 +40,9 @@ class ExecutableLink {
   bool leadsTo(const struct statx& file) const noexcept;
 
  private:
-  ExecutableLink(std::string_view before, int number, std::string_view after) noexcept;
+  explicit ExecutableLink(const ProcPath& link) noexcept;
 
-  std::array<char, 32> link_;
+  ProcPath link_;
   int error_ = 0;
   std::size_t length_ = 0;
   std::array<char, PATH_MAX> target_;

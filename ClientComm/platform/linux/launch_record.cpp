@@ -3,14 +3,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <limits>
 #include <utility>
 
 #include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/linux/launch_record_format.h"
+#include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/process_stat.h"
 #include "ClientComm/platform/linux/record_file.h"
 #include "ClientComm/platform/linux/runtime_file.h"
@@ -38,10 +37,8 @@ OwnLaunch& ownLaunch() {
 
 // A zombie has no exe link.
 bool hasExecutable(pid_t pid) noexcept {
-  std::array<char, 32> link = {};
-  std::snprintf(link.data(), link.size(), "/proc/%d/exe", pid);
   char byte = 0;
-  return readlink(link.data(), &byte, 1) >= 0 || errno != ENOENT;
+  return readlink(ProcPath::ofProcess(pid, "/exe").c_str(), &byte, 1) >= 0 || errno != ENOENT;
 }
 
 // A process of another PID namespace cannot be looked at.

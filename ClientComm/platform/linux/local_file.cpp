@@ -8,8 +8,9 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
-#include <cstdio>
 #include <vector>
+
+#include "ClientComm/platform/linux/proc_path.h"
 
 namespace clientcomm {
 namespace {
@@ -35,9 +36,9 @@ std::optional<std::string> readUpTo(int file, std::size_t limit) {
   }
 }
 
-std::optional<std::string> readProcFile(const char* path) {
+std::optional<std::string> readProcFile(const ProcPath& path) {
   constexpr std::size_t kLimit = std::size_t{4} << 20;
-  const ScopedFd file(open(path, O_RDONLY | O_CLOEXEC));
+  const ScopedFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   return file.isValid() ? readUpTo(file.get(), kLimit) : std::nullopt;
 }
 
@@ -54,9 +55,7 @@ std::optional<MountID> mountOf(int file) {
   const auto status = statusWithoutWaiting(file, "");
   if (status && (status->stx_mask & STATX_MNT_ID) != 0) return status->stx_mnt_id;
   // Before Linux 5.8.
-  std::array<char, 40> path = {};
-  std::snprintf(path.data(), path.size(), "/proc/self/fdinfo/%d", file);
-  const auto text = readProcFile(path.data());
+  const auto text = readProcFile(ProcPath::ofDescriptorInfo(file));
   return text ? numberAfter(*text, "mnt_id:\t") : std::nullopt;
 }
 
@@ -71,7 +70,7 @@ class LocalMounts {
  private:
   void read() {
     isRead_ = true;
-    const auto table = readProcFile("/proc/self/mountinfo");
+    const auto table = readProcFile(ProcPath::ofThisProcess("/mountinfo"));
     if (!table) return;
     for (std::string_view rest = *table; !rest.empty();) {
       const std::string_view line = rest.substr(0, rest.find('\n'));
@@ -128,10 +127,8 @@ std::optional<std::string> contentsOfLocalFile(int file, std::size_t limit) {
   struct stat status = {};
   if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
   if (static_cast<std::uintmax_t>(status.st_size) > limit) return std::nullopt;
-  std::array<char, 32> path = {};
-  std::snprintf(path.data(), path.size(), "/proc/self/fd/%d", file);
   // O_NONBLOCK: no wait for the holder of a lease.
-  const ScopedFd opened(open(path.data(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  const ScopedFd opened(open(ProcPath::ofDescriptor(file).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   return opened.isValid() ? readUpTo(opened.get(), limit) : std::nullopt;
 }
 

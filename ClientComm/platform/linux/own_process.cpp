@@ -8,13 +8,14 @@
 #include <string_view>
 
 #include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/linux/executable_link.h"
+#include "ClientComm/platform/linux/proc_path.h"
 
 namespace clientcomm {
 
 std::string ownExecutablePath() {
-  constexpr std::string_view kRemovedMark = " (deleted)";
   std::array<char, PATH_MAX> text;
-  const ssize_t length = readlink("/proc/self/exe", text.data(), text.size());
+  const ssize_t length = readlink(ProcPath::ofThisProcess("/exe").c_str(), text.data(), text.size());
   if (length <= 0) return {};
   std::string path(text.data(), static_cast<std::size_t>(length));
   if (path.ends_with(kRemovedMark) && !fileExistsAtPath(path)) {

@@ -8,9 +8,10 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
 #include <optional>
 #include <string_view>
+
+#include "ClientComm/platform/linux/proc_path.h"
 
 namespace clientcomm {
 namespace {
@@ -31,9 +32,7 @@ std::optional<pid_t> numberAtStart(std::string_view text) noexcept {
 // The ID of the process behind a pidfd, in the namespace that /proc belongs to: 0 when it is not
 // seen there, -1 once it is reaped.
 std::optional<pid_t> idInFdInfo(int pidfd) noexcept {
-  std::array<char, 40> path = {};
-  std::snprintf(path.data(), path.size(), "/proc/self/fdinfo/%d", pidfd);
-  const ScopedFd file(open(path.data(), O_RDONLY | O_CLOEXEC));
+  const ScopedFd file(open(ProcPath::ofDescriptorInfo(pidfd).c_str(), O_RDONLY | O_CLOEXEC));
   std::array<char, 512> bytes;
   const ssize_t length = file.isValid() ? read(file.get(), bytes.data(), bytes.size()) : -1;
   if (length <= 0) return std::nullopt;
@@ -47,7 +46,7 @@ std::optional<pid_t> idInFdInfo(int pidfd) noexcept {
 // Whether /proc names processes by the IDs that this process knows them by.
 bool isProcOfThisNamespace() noexcept {
   std::array<char, 16> target;
-  const ssize_t length = readlink("/proc/self", target.data(), target.size());
+  const ssize_t length = readlink(ProcPath::ofThisProcess().c_str(), target.data(), target.size());
   if (length <= 0) return false;
   return numberAtStart({target.data(), static_cast<std::size_t>(length)}) == getpid();
 }

@@ -10,10 +10,12 @@
 #include <new>
 #include <system_error>
 
+#include "ClientComm/platform/linux/proc_path.h"
+
 namespace clientcomm {
 
 ProcessIDReader::ProcessIDReader() noexcept
-    : directory_(open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    : directory_(open(kProcFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
   if (!directory_.isValid()) error_ = errno;
 }
 

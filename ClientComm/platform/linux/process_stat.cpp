@@ -5,10 +5,10 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstdio>
 #include <ctime>
 #include <string_view>
 
+#include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/process_text.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 
@@ -21,9 +21,7 @@ using std::chrono::milliseconds;
 class StatText {
  public:
   explicit StatText(pid_t pid) noexcept {
-    std::array<char, 32> path = {};
-    std::snprintf(path.data(), path.size(), "/proc/%d/stat", pid);
-    const ScopedFd file(open(path.data(), O_RDONLY | O_CLOEXEC));
+    const ScopedFd file(open(ProcPath::ofProcess(pid, "/stat").c_str(), O_RDONLY | O_CLOEXEC));
     const ssize_t length = file.isValid() ? read(file.get(), text_.data(), text_.size()) : -1;
     if (length > 0) length_ = static_cast<std::size_t>(length);
   }
@@ -44,7 +42,7 @@ pid_t parentOfProcess(pid_t pid) noexcept { return parentInStat(StatText(pid).vi
 
 std::uint64_t ownPIDNamespace() noexcept {
   struct stat status = {};
-  return stat("/proc/self/ns/pid", &status) == 0 ? status.st_ino : 0;
+  return stat(ProcPath::ofThisProcess("/ns/pid").c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
 milliseconds timeSinceBoot() noexcept {

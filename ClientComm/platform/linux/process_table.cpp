@@ -5,15 +5,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cerrno>
-#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string_view>
 
+#include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/process_ids.h"
 #include "ClientComm/platform/linux/process_text.h"
 
@@ -44,20 +43,6 @@ struct FreeTable {
 // for the directory /proc counts processes, but nothing promises it.
 std::atomic<std::size_t> knownCount = 0;
 
-// Path of a process's entry, relative to /proc.
-class EntryPath {
- public:
-  EntryPath(pid_t pid, const char* name) noexcept {
-    char* const end = std::to_chars(text_.data(), text_.data() + text_.size(), pid).ptr;
-    std::string_view(name).copy(end,
-                                static_cast<std::size_t>(text_.data() + text_.size() - 1 - end));
-  }
-  const char* c_str() const noexcept { return text_.data(); }
-
- private:
-  std::array<char, 32> text_ = {};
-};
-
 // Whether the process ended meanwhile, by the error that its entry gives then.
 bool isGone(int error) noexcept { return error == ENOENT || error == ESRCH; }
 
@@ -76,11 +61,11 @@ int readCommand(int command, char (&name)[kMaximumCommandLength + 1]) noexcept {
 // @return 0 or an errno value.
 int readDetails(int directory, kinfo_proc& record) noexcept {
   const pid_t pid = record.kp_proc.p_pid;
-  const ScopedFd command(openat(directory, EntryPath(pid, "/comm").c_str(), O_RDONLY | O_CLOEXEC));
+  const ScopedFd command(openat(directory, ProcPath::ofProcess(pid, "/comm").belowProcFolder(), O_RDONLY | O_CLOEXEC));
   const int error = command.isValid() ? 0 : errno;
   if (error != 0 && error != EACCES && error != EPERM) return error;
   struct stat status = {};
-  if (fstatat(directory, EntryPath(pid, "").c_str(), &status, 0) != 0) return errno;
+  if (fstatat(directory, ProcPath::ofProcess(pid).belowProcFolder(), &status, 0) != 0) return errno;
   record.kp_eproc.e_ucred.cr_uid = status.st_uid;
   return command.isValid() ? readCommand(command.get(), record.kp_proc.p_comm) : 0;
 }
@@ -92,7 +77,7 @@ int fail(int error) noexcept {
 
 int sizeTable(std::size_t* length) noexcept {
   struct stat status = {};
-  if (stat("/proc", &status) != 0) return -1;
+  if (stat(kProcFolder, &status) != 0) return -1;
   const std::size_t count = std::max<std::size_t>(status.st_nlink, knownCount);
   *length = (count + kSpareRecords) * sizeof(kinfo_proc);
   return 0;

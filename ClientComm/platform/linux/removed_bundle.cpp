@@ -14,6 +14,7 @@
 
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/file_tree.h"
+#include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/process_ids.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/io.h"
@@ -101,8 +102,8 @@ std::optional<std::vector<std::int32_t>> processesRunningBelow(const std::string
   std::array<char, PATH_MAX> target;
   ProcessIDReader reader;
   for (pid_t pid = reader.next(); pid != 0; pid = reader.next()) {
-    const std::string link = std::to_string(pid) + "/exe";
-    const ssize_t length = readlinkat(reader.directory(), link.c_str(), target.data(), PATH_MAX);
+    const ProcPath link = ProcPath::ofProcess(pid, "/exe");
+    const ssize_t length = readlinkat(reader.directory(), link.belowProcFolder(), target.data(), PATH_MAX);
     if (length < 0 && !isOfNoProcessBelow(errno)) return std::nullopt;
     if (length <= 0) continue;
     const std::string_view executable(target.data(), static_cast<std::size_t>(length));

@@ -3,8 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
-#include <cstdio>
 #include <string_view>
 #include <utility>
 
@@ -14,6 +12,7 @@
 #include "ClientComm/platform/linux/endpoint_record.h"
 #include "ClientComm/platform/linux/executable_link.h"
 #include "ClientComm/platform/linux/launch_record.h"
+#include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/process_ids.h"
 #include "ClientComm/platform/linux/process_record.h"
 #include "ClientComm/platform/linux/process_stat.h"
@@ -26,10 +25,8 @@ namespace clientcomm {
 namespace {
 
 bool isOfThisUser(pid_t pid) noexcept {
-  std::array<char, 32> path = {};
-  std::snprintf(path.data(), path.size(), "/proc/%d", pid);
   struct stat status = {};
-  return stat(path.data(), &status) == 0 && status.st_uid == geteuid();
+  return stat(ProcPath::ofProcess(pid).c_str(), &status) == 0 && status.st_uid == geteuid();
 }
 
 bool mayRunBundle(const ExecutableLink& link) noexcept {
@@ -43,9 +40,8 @@ bool isForkedCopy(pid_t pid, const ExecutableLink& link) noexcept {
 }
 
 std::string executablePath(const ExecutableLink& link) {
-  constexpr std::string_view kDeletedSuffix = " (deleted)";
   std::string path(link.target());
-  if (link.isRemoved()) path.resize(path.size() - kDeletedSuffix.size());
+  if (link.isRemoved()) path.resize(path.size() - kRemovedMark.size());
   return path;
 }
 

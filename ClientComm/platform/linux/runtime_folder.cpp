@@ -6,9 +6,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 
 #include "ClientComm/platform/digest.h"
+#include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/runtime_folder_format.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/user_folders.h"
@@ -30,9 +30,7 @@ bool makeFolder(const std::string& path) noexcept {
 
 // A descriptor opened with O_PATH takes no fchmod(); its entry under /proc does.
 bool closeToOthers(int folder) noexcept {
-  char link[32];
-  std::snprintf(link, sizeof link, "/proc/self/fd/%d", folder);
-  return chmod(link, kPrivateMode) == 0;
+  return chmod(ProcPath::ofDescriptor(folder).c_str(), kPrivateMode) == 0;
 }
 
 bool isPrivate(int folder) noexcept {

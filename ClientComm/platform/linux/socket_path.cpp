@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 
 namespace clientcomm {
@@ -19,7 +20,7 @@ SocketPath::SocketPath(const std::string& name) {
   folder_ = openRuntimeFolder(false);
   isValid_ = folder_.isValid();
   if (!isValid_) return;
-  const std::string path = "/proc/self/fd/" + std::to_string(folder_.get()) + "/" + name;
+  const std::string path = std::string(ProcPath::ofDescriptor(folder_.get()).view()) + "/" + name;
   std::memcpy(address_.sun_path, path.data(), path.size());
 }
 

@@ -19,6 +19,7 @@
 #include "ClientComm/platform/linux/launch_record.h"
 #include "ClientComm/platform/linux/peer_identity.h"
 #include "ClientComm/platform/linux/peer_process.h"
+#include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/process_token.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/linux/socket_path.h"
@@ -220,7 +221,7 @@ OSErr SocketTransport::deliver(const Delivery& delivery) {
                             delivery.event);
   };
   if (token != 0 && isKnownTo(delivery.target, kHandshakeValidity)) return send(-1);
-  const ScopedFd executable(::open("/proc/self/exe", O_PATH | O_CLOEXEC));
+  const ScopedFd executable(::open(ProcPath::ofThisProcess("/exe").c_str(), O_PATH | O_CLOEXEC));
   // Without it the event may be thrown away, which no status would tell.
   if (!executable.isValid()) return statusOfOpenError(errno);
   const OSErr status = send(executable.get());

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "ClientComm/platform/file_tree.h"
+#include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/process_record.h"
 #include "ClientComm/platform/linux/process_stat.h"
 #include "ClientComm/platform/linux/runtime_file_name.h"
@@ -15,10 +16,6 @@
 
 namespace clientcomm {
 namespace {
-
-std::string pathOfDescriptor(int descriptor) {
-  return "/proc/self/fd/" + std::to_string(descriptor);
-}
 
 bool isStaleRecord(int folder, const std::string& name, const RuntimeFileName& parsed) {
   const std::uint64_t own = ownPIDNamespace();
@@ -56,7 +53,7 @@ bool isStale(int folder, const std::string& name) {
 }  // namespace
 
 void clearStaleFiles(int folder) {
-  for (const std::string& name : contentsOfDirectoryAtPath(pathOfDescriptor(folder))) {
+  for (const std::string& name : contentsOfDirectoryAtPath(ProcPath::ofDescriptor(folder).c_str())) {
     if (isStale(folder, name)) unlinkat(folder, name.c_str(), 0);
   }
 }

@@ -23,6 +23,7 @@
 #include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/linux/launch_environment.h"
 #include "ClientComm/platform/linux/launch_record.h"
+#include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/process_record.h"
 #include "ClientComm/platform/linux/process_stat.h"
 #include "ClientComm/platform/linux/running_application.h"
@@ -262,7 +263,7 @@ Presence presenceBeforeLaunch(const Bundle& bundle) {
 bool launchUnlessRunning(std::string executable, const Bundle& bundle) {
   const ScopedFd folder = openRuntimeFolder(true);
   if (!folder.isValid()) return false;
-  DirectoryLock lock("/proc/self/fd/" + std::to_string(folder.get()) + "/.",
+  DirectoryLock lock(std::string(ProcPath::ofDescriptor(folder.get()).view()) + "/.",
                      kLongestWaitForOtherLaunches);
   // Before the look at the processes: an application that opens removes its launch record. One that
   // opened just after the look would have neither a record nor been seen.
