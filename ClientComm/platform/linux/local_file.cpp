@@ -5,12 +5,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "ClientComm/platform/linux/proc_path.h"
+#include "ClientComm/platform/posix/io.h"
 
 namespace clientcomm {
 namespace {
@@ -24,22 +25,17 @@ constexpr std::array<std::string_view, 25> kLocalTypes = {
     "nilfs2",   "overlay", "reiserfs", "reiser4", "rootfs", "squashfs", "tmpfs",
     "udf",      "vfat",    "xfs",      "zfs"};
 
-std::optional<std::string> readUpTo(int file, std::size_t limit) {
+// All bytes of an open file; nothing when it is not valid, or larger than `limit`.
+std::optional<std::string> readOpened(const ScopedFd& file, std::size_t limit) {
   std::string bytes;
-  std::array<char, 8192> chunk;
-  for (;;) {
-    const ssize_t count = read(file, chunk.data(), chunk.size());
-    if (count == 0) return bytes;
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0 || bytes.size() + static_cast<std::size_t>(count) > limit) return std::nullopt;
-    bytes.append(chunk.data(), static_cast<std::size_t>(count));
-  }
+  const bool isRead = file.isValid() && readAll(file.get(), limit, bytes) == 0;
+  return isRead ? std::optional(std::move(bytes)) : std::nullopt;
 }
 
 std::optional<std::string> readProcFile(const ProcPath& path) {
   constexpr std::size_t kLimit = std::size_t{4} << 20;
   const ScopedFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  return file.isValid() ? readUpTo(file.get(), kLimit) : std::nullopt;
+  return readOpened(file, kLimit);
 }
 
 std::optional<MountID> numberAfter(std::string_view text, std::string_view field) {
@@ -129,7 +125,7 @@ std::optional<std::string> contentsOfLocalFile(int file, std::size_t limit) {
   if (static_cast<std::uintmax_t>(status.st_size) > limit) return std::nullopt;
   // O_NONBLOCK: no wait for the holder of a lease.
   const ScopedFd opened(open(ProcPath::ofDescriptor(file).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  return opened.isValid() ? readUpTo(opened.get(), limit) : std::nullopt;
+  return readOpened(opened, limit);
 }
 
 }  // namespace clientcomm

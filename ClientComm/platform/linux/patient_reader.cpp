@@ -60,8 +60,7 @@ int copyFile(const char* path, int output, std::size_t limit) noexcept {
   if (file < 0 || fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) return 1;
   std::array<char, 4096> chunk;
   for (std::size_t total = 0; total <= limit;) {
-    const ssize_t count = read(file, chunk.data(), chunk.size());
-    if (count < 0 && errno == EINTR) continue;
+    const ssize_t count = readSome(file, chunk.data(), chunk.size());
     if (count < 0) return 1;
     if (count == 0) return writeAll(STDIN_FILENO, &kEndMark, 1);
     total += static_cast<std::size_t>(count);
@@ -93,7 +92,7 @@ Outcome receive(int input, Clock::time_point deadline, std::string& bytes) {
     if (left.count() <= 0) return Outcome::kTooLate;
     pollfd entry{input, POLLIN, 0};
     if (poll(&entry, 1, static_cast<int>(left.count())) <= 0) continue;
-    const ssize_t count = read(input, chunk.data(), chunk.size());
+    const ssize_t count = readSome(input, chunk.data(), chunk.size());
     if (count == 0) return Outcome::kEnd;
     if (count > 0) bytes.append(chunk.data(), static_cast<std::size_t>(count));
   }

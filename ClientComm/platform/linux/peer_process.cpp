@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "ClientComm/platform/linux/proc_path.h"
+#include "ClientComm/platform/posix/io.h"
 
 namespace clientcomm {
 namespace {
@@ -34,7 +35,7 @@ std::optional<pid_t> numberAtStart(std::string_view text) noexcept {
 std::optional<pid_t> idInFdInfo(int pidfd) noexcept {
   const ScopedFd file(open(ProcPath::ofDescriptorInfo(pidfd).c_str(), O_RDONLY | O_CLOEXEC));
   std::array<char, 512> bytes;
-  const ssize_t length = file.isValid() ? read(file.get(), bytes.data(), bytes.size()) : -1;
+  const ssize_t length = file.isValid() ? readSome(file.get(), bytes.data(), bytes.size()) : -1;
   if (length <= 0) return std::nullopt;
   const std::string_view text(bytes.data(), static_cast<std::size_t>(length));
   constexpr std::string_view kField = "\nPid:\t";

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/linux/bundle_filter.h"
 #include "ClientComm/platform/linux/bundle_identities.h"
 #include "ClientComm/platform/linux/endpoint_record.h"
@@ -39,9 +40,7 @@ OptionalString bundleIdentifierOfProcess(const ProcessSerialNumber& psn) {
   if ((psn.highLongOfPSN & kPeerBit) != 0) return identifierOfPeer(psn);
   const auto info =
       ProcessInformationCopyDictionary(psn, kProcessDictionaryIncludeAllInformationMask);
-  if (!info) return std::nullopt;
-  const auto identifier = info->find(kCFBundleIdentifierKey);
-  return identifier == info->end() ? std::nullopt : identifier->second.stringValue();
+  return info ? stringFor(*info, kCFBundleIdentifierKey) : std::nullopt;
 }
 
 std::function<bool(std::int32_t pid)> mayRunBundleAt(const std::string& bundlePath) {

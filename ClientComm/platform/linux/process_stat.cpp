@@ -10,6 +10,7 @@
 
 #include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/process_text.h"
+#include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 
 namespace clientcomm {
@@ -22,7 +23,7 @@ class StatText {
  public:
   explicit StatText(pid_t pid) noexcept {
     const ScopedFd file(open(ProcPath::ofProcess(pid, "/stat").c_str(), O_RDONLY | O_CLOEXEC));
-    const ssize_t length = file.isValid() ? read(file.get(), text_.data(), text_.size()) : -1;
+    const ssize_t length = file.isValid() ? readSome(file.get(), text_.data(), text_.size()) : -1;
     if (length > 0) length_ = static_cast<std::size_t>(length);
   }
   std::string_view view() const noexcept { return {text_.data(), length_}; }

@@ -15,6 +15,7 @@
 #include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/process_ids.h"
 #include "ClientComm/platform/linux/process_text.h"
+#include "ClientComm/platform/posix/io.h"
 
 namespace clientcomm {
 namespace {
@@ -49,7 +50,7 @@ bool isGone(int error) noexcept { return error == ENOENT || error == ESRCH; }
 // Reads the command's name. It stays empty where the system hides other users' processes.
 int readCommand(int command, char (&name)[kMaximumCommandLength + 1]) noexcept {
   char text[256];
-  const ssize_t length = read(command, text, sizeof text);
+  const ssize_t length = readSome(command, text, sizeof text);
   if (length <= 0) return length < 0 ? errno : ESRCH;
   copyCommandName({text, static_cast<std::size_t>(length)}, name);
   return 0;

@@ -4,8 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
-#include <cerrno>
+#include <utility>
 
 #include "ClientComm/platform/linux/runtime_file_name.h"
 #include "ClientComm/platform/linux/runtime_folder_format.h"
@@ -15,18 +14,6 @@
 
 namespace clientcomm {
 namespace {
-
-std::optional<std::string> readAll(int file) {
-  std::string text;
-  std::array<char, 4096> chunk;
-  for (;;) {
-    const ssize_t count = read(file, chunk.data(), chunk.size());
-    if (count == 0) return text;
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0 || text.size() > kLongestRecord) return std::nullopt;
-    text.append(chunk.data(), static_cast<std::size_t>(count));
-  }
-}
 
 // Writes the file `draft` of this process whole. @return its inode; nothing when it failed.
 std::optional<ino_t> writeDraft(int folder, const std::string& draft, std::string_view bytes) {
@@ -46,7 +33,9 @@ std::optional<std::string> readRuntimeFile(int folder, const std::string& name) 
   struct stat status = {};
   if (!file.isValid() || fstat(file.get(), &status) != 0) return std::nullopt;
   if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) return std::nullopt;
-  return readAll(file.get());
+  std::string bytes;
+  const bool isRead = readAll(file.get(), kLongestRecord, bytes) == 0;
+  return isRead ? std::optional(std::move(bytes)) : std::nullopt;
 }
 
 std::optional<ino_t> replaceRuntimeFile(int folder, const std::string& name,

@@ -30,6 +30,7 @@
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/bundle_files.h"
+#include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 
 namespace clientcomm {
@@ -92,18 +93,14 @@ struct Outcome {
 constexpr Outcome kUnknownOutcome = {ECHILD, 0};
 
 void writeOutcome(int pipe, Outcome outcome) noexcept {
-  while (write(pipe, &outcome, sizeof outcome) < 0 && errno == EINTR) {
-  }
+  // The reader has its own outcome for a pipe that ends without one.
+  static_cast<void>(writeAll(pipe, &outcome, sizeof outcome));
 }
 
 // The outcome that comes through the pipe; `otherwise` when it ends without one.
 Outcome readOutcome(int pipe, Outcome otherwise) noexcept {
   Outcome outcome = {};
-  ssize_t count = 0;
-  do {
-    count = read(pipe, &outcome, sizeof outcome);
-  } while (count < 0 && errno == EINTR);
-  return count == sizeof outcome ? outcome : otherwise;
+  return readSome(pipe, &outcome, sizeof outcome) == sizeof outcome ? outcome : otherwise;
 }
 
 int detachFromHost(const Launch& launch) noexcept {
@@ -139,8 +136,7 @@ void reap(pid_t pid) noexcept {
 [[noreturn]] void executeAsOrphan(const Launch& launch, pid_t parent, int hold,
                                   int report) noexcept {
   char byte = 0;
-  while (read(hold, &byte, 1) < 0 && errno == EINTR) {
-  }
+  static_cast<void>(readSome(hold, &byte, 1));  // returns at the end of the parent
   // A process that ends closes its descriptors a moment before it leaves its children.
   while (getppid() == parent) sched_yield();
   writeOutcome(report, {0, getpid()});

@@ -3,16 +3,38 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+
 namespace clientcomm {
 
-int writeAll(int fd, const char* bytes, std::size_t size) {
+ssize_t readSome(int fd, void* buffer, std::size_t size) noexcept {
+  ssize_t count = 0;
+  do {
+    count = read(fd, buffer, size);
+  } while (count < 0 && errno == EINTR);
+  return count;
+}
+
+int readAll(int fd, std::size_t limit, std::string& bytes) {
+  bytes.clear();
+  std::array<char, 8192> chunk;
+  for (;;) {
+    const ssize_t count = readSome(fd, chunk.data(), chunk.size());
+    if (count <= 0) return statusOf(static_cast<int>(count));
+    if (static_cast<std::size_t>(count) > limit - bytes.size()) return EFBIG;
+    bytes.append(chunk.data(), static_cast<std::size_t>(count));
+  }
+}
+
+int writeAll(int fd, const void* bytes, std::size_t size) noexcept {
+  const auto* rest = static_cast<const char*>(bytes);
   while (size > 0) {
-    const ssize_t written = write(fd, bytes, size);
+    const ssize_t written = write(fd, rest, size);
     if (written < 0) {
       if (errno == EINTR) continue;
       return errno;
     }
-    bytes += written;
+    rest += written;
     size -= static_cast<std::size_t>(written);
   }
   return 0;

@@ -19,9 +19,16 @@ inline bool mayPass(int error) {
   return error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO || error == EINTR;
 }
 
+/// read(), repeated when a signal interrupts it.
+ssize_t readSome(int fd, void* buffer, std::size_t size) noexcept;
+
+/// Reads from the present offset to the end of the file.
+/// @return 0, or the system's error; EFBIG when there are more than `limit` bytes.
+int readAll(int fd, std::size_t limit, std::string& bytes);
+
 /// Writes all bytes at the present offset.
 /// @return 0, or the system's error.
-int writeAll(int fd, const char* bytes, std::size_t size);
+int writeAll(int fd, const void* bytes, std::size_t size) noexcept;
 
 /// Reads the regular file `fd` whole, wherever its offset is.
 /// @return 0, or the system's error; EFBIG when it is larger than `limit`, EINVAL when it is no

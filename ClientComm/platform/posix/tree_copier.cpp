@@ -24,10 +24,8 @@ int copyByBuffer(int source, int target) {
   constexpr std::size_t kBufferSize = std::size_t{64} << 10U;
   const std::unique_ptr<char[]> buffer(new char[kBufferSize]);
   for (;;) {
-    const ssize_t count = read(source, buffer.get(), kBufferSize);
-    if (count == 0) return 0;
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return errno;
+    const ssize_t count = readSome(source, buffer.get(), kBufferSize);
+    if (count <= 0) return statusOf(static_cast<int>(count));
     if (const int status = writeAll(target, buffer.get(), static_cast<std::size_t>(count))) {
       return status;
     }
