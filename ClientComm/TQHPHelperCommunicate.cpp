@@ -18,6 +18,7 @@
 #include "ClientComm/internal/version_order.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/bundle_layout.h"
 #include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/file_tree.h"
@@ -330,7 +331,7 @@ bool TQHPHelperCommunicate::launch(const WaitBudget& waits) {
 OptionalString TQHPHelperCommunicate::appPath(const std::string& directory) {
   return clientcomm::guarded(OptionalString(), [&]() -> OptionalString {
     for (const std::string& name : clientcomm::contentsOfDirectoryAtPath(directory)) {
-      if (clientcomm::pathExtension(name) == "app") {
+      if (clientcomm::pathExtension(name) == clientcomm::kApplicationExtension) {
         return clientcomm::stringByAppendingPathComponent(directory, name);
       }
     }
@@ -556,9 +557,9 @@ OptionalString TQHPHelperCommunicate::searchPlistFilePath(const OptionalString& 
   return clientcomm::guarded(OptionalString(), [&]() -> OptionalString {
     if (!bundlePath) return std::nullopt;
     const std::string contents =
-        clientcomm::stringByAppendingPathComponent(*bundlePath, "Contents");
+        clientcomm::stringByAppendingPathComponent(*bundlePath, clientcomm::kContentsFolder);
     for (const std::string& name : clientcomm::contentsOfDirectoryAtPath(contents)) {
-      if (clientcomm::pathExtension(name) == "plist") {
+      if (clientcomm::pathExtension(name) == clientcomm::kPropertyListExtension) {
         return clientcomm::stringByAppendingPathComponent(contents, name);
       }
     }
@@ -571,12 +572,12 @@ OptionalString TQHPHelperCommunicate::searchCurrentStringsFilePath(
   return clientcomm::guarded(OptionalString(), [&]() -> OptionalString {
     if (!bundlePath) return std::nullopt;
     const std::string resources =
-        clientcomm::stringByAppendingPathComponent(*bundlePath, "Contents/Resources");
+        clientcomm::stringByAppendingPathComponent(*bundlePath, clientcomm::kResourcesFolder);
     const std::string language = Bundle::mainBundle().preferredLocalizations().front();
-    const OptionalString folder = Bundle(resources).pathForResource(language, "lproj");
+    const OptionalString folder = Bundle(resources).pathForResource(language, clientcomm::kLocalizationExtension);
     if (!folder) return std::nullopt;
     for (const std::string& name : clientcomm::contentsOfDirectoryAtPath(*folder)) {
-      if (clientcomm::pathExtension(name) != "strings") continue;
+      if (clientcomm::pathExtension(name) != clientcomm::kStringsExtension) continue;
       const std::string path = clientcomm::stringByAppendingPathComponent(*folder, name);
       const auto table = clientcomm::dictionaryWithContentsOfFile(path);
       // One table holds both switches: the one with the tips.

@@ -11,6 +11,7 @@
 #include "ClientComm/internal/proxy_call.h"
 #include "ClientComm/internal/settings_keys.h"
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/bundle_layout.h"
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/shared_object.h"
 #include "ClientComm/platform/text.h"
@@ -131,7 +132,8 @@ bool TQHPHelperControl::saveEnableADToPlistFile() {
     const clientcomm::Bundle& bundle = clientcomm::Bundle::mainBundle();
     const auto enable = bundle.objectForInfoDictionaryKey(clientcomm::kEnableADKey);
     if (!enable) return true;
-    const std::vector<std::string> paths = bundle.pathsForResourcesOfType("plist", "Contents");
+    const std::vector<std::string> paths = bundle.pathsForResourcesOfType(
+        clientcomm::kPropertyListExtension, clientcomm::kContentsFolder);
     if (paths.empty()) return true;
     auto dictionary = clientcomm::dictionaryWithContentsOfFile(paths.front());
     if (!dictionary) return false;

@@ -12,6 +12,7 @@
 #include "ClientComm/TQHPProcessList.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/bundle_layout.h"
 #include "ClientComm/platform/clock.h"
 #include "ClientComm/platform/file_lock.h"
 #include "ClientComm/platform/file_manager.h"
@@ -86,7 +87,7 @@ void HelperInstallation::extract() {
   if (!clientcomm::fileExistsAtPath(*location.directory)) {
     clientcomm::createDirectoryAtPath(*location.directory);
   }
-  const OptionalString resource = Bundle::mainBundle().pathForResource(*location.name, "app");
+  const OptionalString resource = Bundle::mainBundle().pathForResource(*location.name, clientcomm::kApplicationExtension);
   if (!resource) return;
   const Target target{location.bundleID, *resource,
                       clientcomm::stringByAppendingPathComponent(
@@ -188,7 +189,8 @@ bool HelperInstallation::launch() {
   const HelperLocation location = helperLocation();
   if (!location.name || !location.directory) return false;
   const std::string installed =
-      clientcomm::stringByAppendingPathComponent(*location.directory, *location.name) + ".app";
+      clientcomm::stringByAppendingPathComponent(*location.directory, *location.name) +
+      std::string(clientcomm::kApplicationSuffix);
   if (!clientcomm::fileExistsAtPath(installed)) extract();
   // Where the system keeps a database of applications, the look-up makes it known there; the path
   // itself is not needed.

@@ -6,10 +6,12 @@
 #include <utility>
 
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/bundle_layout.h"
 #include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/linux/local_file.h"
 #include "ClientComm/platform/linux/patient_reader.h"
 #include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/file_signature.h"
 #include "ClientComm/platform/posix/removed_name.h"
 #include "ClientComm/platform/process_manager.h"
@@ -44,7 +46,7 @@ class BundleIdentities {
   /// The identity of the bundle that stands at `path` now, where it is on a local file system;
   /// nothing when its Info dictionary is missing, malformed or too large.
   Answer localIdentityAt(const std::string& path) {
-    const LocalFile info = openLocalFile(path + kInfoFile);
+    const LocalFile info = openLocalFile(stringByAppendingPathComponent(path, kInfoFile));
     if (info.access != LocalAccess::kOpen) return {info.access, std::nullopt};
     const auto signature = FileSignature::ofDescriptor(info.file.get());
     if (!signature || !signature->isRegularFile()) return {LocalAccess::kMissing, std::nullopt};
@@ -70,7 +72,7 @@ class BundleIdentities {
     } else if (remote_.size() >= kCapacity) {
       remote_.clear();
     }
-    auto identity = identityIn(path, readByChildProcess(path + kInfoFile, kLargestInfo));
+    auto identity = identityIn(path, readByChildProcess(stringByAppendingPathComponent(path, kInfoFile), kLargestInfo));
     remote_.insert_or_assign(path, Remote{now, identity});
     return identity;
   }
@@ -87,7 +89,6 @@ class BundleIdentities {
   };
   static constexpr std::size_t kCapacity = 128;
   static constexpr std::chrono::minutes kRemoteValidity{1};
-  static constexpr char kInfoFile[] = "/Contents/Info.plist";
 
   std::mutex mutex_;
   std::unordered_map<std::string, Local> local_;

@@ -4,16 +4,11 @@
 #include <charconv>
 #include <system_error>
 
+#include "ClientComm/platform/bundle_layout.h"
 #include "ClientComm/platform/posix/removed_name.h"
 
 namespace clientcomm {
 namespace {
-
-bool takeSuffix(std::string_view& text, std::string_view suffix) noexcept {
-  if (!text.ends_with(suffix)) return false;
-  text.remove_suffix(suffix.size());
-  return true;
-}
 
 // The number `count` fields after the command's name. The name, in brackets, may hold blanks and
 // brackets itself.
@@ -46,14 +41,11 @@ void copyCommandName(std::string_view comm, char (&name)[kMaximumCommandLength +
 }
 
 std::string_view bundleOfExecutable(std::string_view path) noexcept {
-  constexpr std::string_view kExtension = ".app";
-  const auto slash = path.rfind('/');
-  if (!path.starts_with('/') || slash + 1 == path.size()) return {};
-  path = path.substr(0, slash);
-  if (!takeSuffix(path, "/Contents/Linux") && !takeSuffix(path, "/Contents/MacOS")) return {};
+  if (!path.starts_with('/')) return {};
+  path = folderOfExecutable(path);
   std::string_view name = path.substr(path.rfind('/') + 1);
   if (const std::string_view before = nameBeforeRemoval(name); !before.empty()) name = before;
-  return name.size() > kExtension.size() && name.ends_with(kExtension) ? path : std::string_view();
+  return isApplicationPath(name) ? path : std::string_view();
 }
 
 }  // namespace clientcomm

@@ -8,6 +8,7 @@
 
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/bundle_contents.h"
+#include "ClientComm/platform/bundle_layout.h"
 #include "ClientComm/platform/linux/bundle_filter.h"
 #include "ClientComm/platform/linux/endpoint_record.h"
 #include "ClientComm/platform/linux/executable_link.h"
@@ -55,7 +56,7 @@ Presence presenceWithoutRecord(pid_t pid, std::uint64_t startTime, const Executa
                                const BundleIdentity& identity) {
   // A bundle that was moved away to be removed is one under its former path only.
   std::string path(bundleOfExecutable(link.target()));
-  if (!path.ends_with(".app")) path = identity.path;
+  if (!isApplicationPath(path)) path = identity.path;
   if (!isMainExecutable(Bundle(path), executablePath(link))) return Presence::kAbsent;
   const auto listening =
       identity.identifier ? listeningOf(pid, *identity.identifier) : Listening::kNowhere;

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/bundle_layout.h"
 #include "ClientComm/platform/file_lock.h"
 #include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/linux/launch_environment.h"
@@ -36,7 +37,6 @@
 namespace clientcomm {
 namespace {
 
-constexpr char kApplicationExtension[] = ".app";
 
 // In the order in which they are searched: the user's own folder first.
 constexpr const char* kApplicationFolders[] = {"~/Applications", "/Applications",
@@ -301,7 +301,7 @@ OptionalString Workspace::fullPathForApplication(const std::string& name) const 
     return std::nullopt;
   }
   const std::string fileName =
-      name.ends_with(kApplicationExtension) ? name : name + kApplicationExtension;
+      name.ends_with(kApplicationSuffix) ? name : name + std::string(kApplicationSuffix);
   for (const char* folder : kApplicationFolders) {
     std::string path =
         stringByAppendingPathComponent(stringByExpandingTildeInPath(folder), fileName);

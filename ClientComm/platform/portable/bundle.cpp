@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "ClientComm/platform/bundle_contents.h"
+#include "ClientComm/platform/bundle_layout.h"
 #include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/file_tree.h"
@@ -14,27 +15,12 @@
 namespace clientcomm {
 namespace {
 
-constexpr std::string_view kExecutableFolders[] = {"Contents/Linux", "Contents/MacOS"};
-constexpr std::string_view kLocalizationExtension = "lproj";
 constexpr const char* kLastResortLocalization = "en";
 
-std::string_view withoutLastComponent(std::string_view path) {
-  return path.substr(0, path.rfind('/'));
-}
-
-bool isApplicationPath(std::string_view path) { return pathExtension(path) == "app"; }
-
-// The application bundle whose executable lies at `executable`; else the executable's folder.
+// The application bundle whose executable is at `executable`; else the executable's folder.
 std::string bundleEnclosing(std::string_view executable) {
-  const std::string_view folder = withoutLastComponent(executable);
-  for (const std::string_view executables : kExecutableFolders) {
-    if (!folder.ends_with(executables)) continue;
-    std::string_view bundle = folder.substr(0, folder.size() - executables.size());
-    if (!bundle.ends_with('/')) continue;
-    bundle.remove_suffix(1);
-    if (isApplicationPath(bundle)) return std::string(bundle);
-  }
-  return folder.empty() ? "/" : std::string(folder);
+  const std::string_view bundle = folderOfExecutable(executable);
+  return isApplicationPath(bundle) ? std::string(bundle) : splitPath(executable).directory;
 }
 
 std::optional<PropertyListValue> copyFrom(const std::optional<PropertyListDictionary>& dictionary,
@@ -75,7 +61,7 @@ struct CLIENTCOMM_LOCAL Bundle::State {
   std::optional<PropertyListDictionary> info;
 
   std::string infoPath() const {
-    return stringByAppendingPathComponent(path, "Contents/Info.plist");
+    return stringByAppendingPathComponent(path, kInfoFile);
   }
 
   std::optional<PropertyListDictionary> readInfo() const {
@@ -122,7 +108,7 @@ OptionalString Bundle::infoString(std::string_view key) const {
 }
 
 std::optional<PropertyListValue> Bundle::objectForInfoDictionaryKey(std::string_view key) const {
-  if (const auto strings = pathForResource("InfoPlist", "strings")) {
+  if (const auto strings = pathForResource(kInfoStringsName, kStringsExtension)) {
     if (auto localized = copyFrom(dictionaryWithContentsOfFile(*strings), key)) return localized;
   }
   return copyFrom(state_->readInfo(), key);
@@ -134,8 +120,7 @@ OptionalString Bundle::executablePath() const {
   if (!isApplicationPath(state_->path)) return std::nullopt;
   OptionalString name = infoString(kCFBundleExecutableKey);
   if (!name) {
-    name = lastPathComponent(state_->path);
-    name->resize(name->size() - std::string_view(".app").size());
+    name = std::string(withoutApplicationExtension(lastPathComponent(state_->path)));
   }
   // A name that leads elsewhere is none.
   if (name->empty() || name->find('/') != std::string::npos) return std::nullopt;
@@ -149,7 +134,7 @@ OptionalString Bundle::executablePath() const {
 
 std::string Bundle::resourcePath() const {
   if (!isApplicationPath(state_->path)) return state_->path;
-  return stringByAppendingPathComponent(state_->path, "Contents/Resources");
+  return stringByAppendingPathComponent(state_->path, kResourcesFolder);
 }
 
 OptionalString Bundle::pathForResource(std::string_view name, std::string_view type) const {

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "ClientComm/platform/bundle_layout.h"
 #include "ClientComm/platform/path.h"
 
 namespace clientcomm {
@@ -14,10 +15,7 @@ namespace {
 
 std::string nameOfExecutable(const Bundle& bundle) {
   if (auto name = bundle.infoString(kCFBundleExecutableKey)) return *std::move(name);
-  std::string name = lastPathComponent(bundle.bundlePath());
-  constexpr std::string_view kExtension = ".app";
-  if (name.ends_with(kExtension)) name.resize(name.size() - kExtension.size());
-  return name;
+  return std::string(withoutApplicationExtension(lastPathComponent(bundle.bundlePath())));
 }
 
 // Not the time of the last status change, which a further hard link sets.
@@ -45,7 +43,7 @@ bool isMainExecutable(const Bundle& bundle, const std::string& executable) {
 }
 
 std::string stateOfBundle(const std::string& path, const std::string& executable) {
-  return stateOfFile(path + "/Contents/Info.plist") + " " + stateOfFile(executable);
+  return stateOfFile(stringByAppendingPathComponent(path, kInfoFile)) + " " + stateOfFile(executable);
 }
 
 }  // namespace clientcomm
