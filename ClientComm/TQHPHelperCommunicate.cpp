@@ -574,7 +574,8 @@ OptionalString TQHPHelperCommunicate::searchCurrentStringsFilePath(
     const std::string resources =
         clientcomm::stringByAppendingPathComponent(*bundlePath, clientcomm::kResourcesFolder);
     const std::string language = Bundle::mainBundle().preferredLocalizations().front();
-    const OptionalString folder = Bundle(resources).pathForResource(language, clientcomm::kLocalizationExtension);
+    const OptionalString folder =
+        Bundle(resources).pathForResource(language, clientcomm::kLocalizationExtension);
     if (!folder) return std::nullopt;
     for (const std::string& name : clientcomm::contentsOfDirectoryAtPath(*folder)) {
       if (clientcomm::pathExtension(name) != clientcomm::kStringsExtension) continue;

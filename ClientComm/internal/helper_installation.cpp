@@ -87,7 +87,8 @@ void HelperInstallation::extract() {
   if (!clientcomm::fileExistsAtPath(*location.directory)) {
     clientcomm::createDirectoryAtPath(*location.directory);
   }
-  const OptionalString resource = Bundle::mainBundle().pathForResource(*location.name, clientcomm::kApplicationExtension);
+  const OptionalString resource =
+      Bundle::mainBundle().pathForResource(*location.name, clientcomm::kApplicationExtension);
   if (!resource) return;
   const Target target{location.bundleID, *resource,
                       clientcomm::stringByAppendingPathComponent(

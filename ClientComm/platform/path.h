@@ -19,7 +19,7 @@ std::string lastPathComponent(std::string_view path);
 std::string pathExtension(std::string_view path);
 
 /// `path` without the slashes at its end; the root stays "/".
-std::string_view withoutTrailingSlashes(std::string_view path);
+std::string_view withoutTrailingSlashes(std::string_view path) noexcept;
 
 struct SplitPath {
   std::string directory;

@@ -110,7 +110,7 @@ void Peer::waitForCalls(std::uint64_t before, std::uint64_t count) const {
 
 Peer& socketServer() {
   static Peer* const peer = [] {
-    const ScopedFd folder = clientcomm::openRuntimeFolder(true);
+    const ScopedFd folder = clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate);
     const std::string path = support::sandbox() + "/server-calls";
     const SharedCounter handled(path);
     const ScopedFd listener = listenAt(serverAddress());

@@ -112,7 +112,7 @@ TEST(FilesOfVersion1, ProcessRecordOfAToolIsWritten) {
 }
 
 TEST(FilesOfVersion1, ProcessRecordOfTheLauncherIsWritten) {
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   clientcomm::recordLaunchedProcess(getpid(), Bundle(support::hostBundlePath()));
   EXPECT_EQ(support::readFile(ownRecordPath()), ownRecord("process.4711-launching"));
 }
@@ -126,14 +126,14 @@ TEST(FilesOfVersion1, EndpointRecordIsReadAndWritten) {
   struct stat socket = {};
   socket.st_dev = 2049;
   socket.st_ino = std::numeric_limits<ino_t>::max();
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   clientcomm::writeEndpointRecord(folder.get(), "0123", socket);
   EXPECT_EQ(support::readFile(runtimePath("endpoint.0123")),
             committed("endpoint", {{kPeerPath, support::hostBundlePath()}}));
 }
 
 TEST(FilesOfVersion1, LaunchRecordIsReadAndWritten) {
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   const std::string path = runtimePath(clientcomm::launchRecordName(kPeerPath));
   support::writeFile(path, committed("launch"));
   const auto record = clientcomm::lastLaunchOf(folder.get(), kPeerPath);

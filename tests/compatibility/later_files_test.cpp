@@ -91,7 +91,7 @@ TEST(FilesOfALaterVersion, RecordsAreReadByTheKeysThatAreKnown) {
 }
 
 TEST(FilesOfALaterVersion, ProcessKeepsWhatItsLauncherWroteOfIt) {
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   clientcomm::recordLaunchedProcess(getpid(), Bundle(support::hostBundlePath()));
   addLaterKey(ownRecordPath());
   clientcomm::recordOwnProcess();
@@ -100,7 +100,7 @@ TEST(FilesOfALaterVersion, ProcessKeepsWhatItsLauncherWroteOfIt) {
 }
 
 TEST(FilesOfALaterVersion, ProcessDropsWhatIsOfAnEarlierProcessOfItsID) {
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   clientcomm::recordLaunchedProcess(getpid(), Bundle(support::hostBundlePath()));
   auto record = dictionaryAt(ownRecordPath());
   record.insert_or_assign(clientcomm::kStartTimeKey, 1);
@@ -111,7 +111,7 @@ TEST(FilesOfALaterVersion, ProcessDropsWhatIsOfAnEarlierProcessOfItsID) {
 }
 
 TEST(FilesOfALaterVersion, ProcessDropsWhatIsNotSaidOfItAndItsBundle) {
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   clientcomm::recordLaunchedProcess(getpid(), Bundle(support::hostBundlePath()));
   const auto launched = dictionaryAt(ownRecordPath());
   auto another = launched;
@@ -129,7 +129,7 @@ TEST(FilesOfALaterVersion, ProcessDropsWhatIsNotSaidOfItAndItsBundle) {
 }
 
 TEST(FilesOfALaterVersion, LaunchRecordKeepsItsKeysAsLongAsTheBundleIsTheSame) {
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   clientcomm::noteLaunch(folder.get(), "", launchOf("state"));
   addLaterKey(launchPath());
   EXPECT_TRUE(clientcomm::lastLaunchOf(folder.get(), kPeerPath));
@@ -140,7 +140,7 @@ TEST(FilesOfALaterVersion, LaunchRecordKeepsItsKeysAsLongAsTheBundleIsTheSame) {
 }
 
 TEST(FilesOfALaterVersion, EndpointRecordIsOfOneSocketAndKeepsNothing) {
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   clientcomm::writeEndpointRecord(folder.get(), "0123", {});
   addLaterKey(runtimePath("endpoint.0123"));
   clientcomm::writeEndpointRecord(folder.get(), "0123", {});
@@ -165,7 +165,7 @@ TEST(FilesOfALaterVersion, PreferencesAndSwitchesKeepTheirKeys) {
 }
 
 TEST(FilesOfALaterVersion, FilesUnderOtherNamesAreLeftAlone) {
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   const std::string gone = std::to_string(kNoProcess);
   const std::string digest = clientcomm::fileNameForIdentifier("com.example.peer");
   const std::vector<std::string> names = {"process2." + gone,         "process." + gone + ".x",
@@ -203,7 +203,7 @@ TEST(HalfWrittenFiles, AreNoRecords) {
 }
 
 TEST(HalfWrittenFiles, LaunchRecordIsNoneAndIsReplaced) {
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   const std::string whole = committed("launch");
   support::writeFile(launchPath(), whole.substr(0, whole.size() / 2));
   EXPECT_FALSE(clientcomm::lastLaunchOf(folder.get(), kPeerPath));
@@ -212,7 +212,7 @@ TEST(HalfWrittenFiles, LaunchRecordIsNoneAndIsReplaced) {
 }
 
 TEST(HalfWrittenFiles, ProcessRecordOfALiveProcessIsLeftToItAndReplacedByIt) {
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   const std::string half = committed("process.4711").substr(0, 200);
   const std::string parents = runtimePath(clientcomm::processRecordName(getppid()));
   const std::string killed = runtimePath(clientcomm::processRecordName(kNoProcess));
@@ -276,7 +276,7 @@ TEST(KeysOfAWrongType, AreMissingInAnEndpointRecord) {
 }
 
 TEST(KeysOfAWrongType, AreMissingInALaunchRecord) {
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   forEachWrongType("launch", [&](const std::string& key, const std::string& bytes) {
     support::writeFile(launchPath(), bytes);
     const auto record = clientcomm::lastLaunchOf(folder.get(), kPeerPath);
@@ -291,7 +291,7 @@ TEST(KeysOfAWrongType, AreMissingInALaunchRecord) {
 }
 
 TEST(KeysOfAWrongType, NumbersThatAreTooLargeDoNotWrap) {
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   auto content = committedDictionary("launch");
   content.insert_or_assign(clientcomm::kFailuresKey, std::numeric_limits<std::uint64_t>::max());
   content.insert_or_assign(clientcomm::kTimeKey, std::numeric_limits<std::uint64_t>::max());

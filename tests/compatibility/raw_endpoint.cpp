@@ -31,7 +31,7 @@ std::string pathOfReceived(std::size_t index) {
 
 int serveRaw(const std::string& identifier, const std::string& boundName,
              const std::vector<std::string>& answers) {
-  const ScopedFd folder = clientcomm::openRuntimeFolder(true);
+  const ScopedFd folder = clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate);
   const ScopedFd listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
   const clientcomm::SocketPath path(boundName);
   if (bind(listener.get(), path.address(), clientcomm::SocketPath::size()) != 0) return 1;

@@ -428,7 +428,7 @@ TEST_P(Sender, UsesItsOwnVersionWithAReceiverOfAMuchLaterOne) {
 
 // A receiver that serves later versions only has another name than the one that promises version 1.
 TEST_P(Sender, DoesNotReachAnEndpointWithoutTheNameThatPromisesVersion1) {
-  ASSERT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
   const ScopedFd listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const clientcomm::SocketPath path(compatibility::boundNameOf(kTarget, "9"));
   ASSERT_EQ(bind(listener.get(), path.address(), clientcomm::SocketPath::size()), 0);

@@ -162,7 +162,7 @@ TEST(Launching, OfTwoCopiesUnderOneIdentifierTheNewerGetsTheCallsAndTheOlderAfte
 class BlockedEndpoint {
  public:
   BlockedEndpoint() {
-    EXPECT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
+    EXPECT_TRUE(clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
     fs::create_directory(path_);
   }
   ~BlockedEndpoint() { fs::remove(path_); }

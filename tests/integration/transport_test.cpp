@@ -228,7 +228,7 @@ TEST_F(Transport, SocketHeldOpenByAForkedChildIsNotARunningApplication) {
 }
 
 TEST_F(Transport, RegularFileInThePlaceOfTheEndpointIsNoApplication) {
-  ASSERT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
   support::writeFile(endpointPath(kTarget), "not a socket");
   EXPECT_EQ(send("note:", {"x"}), -600);
   const ChildProcess target = launch();

@@ -461,7 +461,7 @@ int answerWith(const std::vector<std::string>& answers) {
 }
 
 TEST_F(Attack, ReplyOfAHostileApplicationIsRefusedAndTheCallerGoesOn) {
-  ASSERT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
   std::vector<std::string> answers = {replyPacket()};
   const std::vector<std::string> hostile = hostileReplies();
   answers.insert(answers.end(), hostile.begin(), hostile.end());
@@ -555,7 +555,7 @@ TEST_F(Attack, CallerWithManyLargeEventsHoldsUpNoOtherCaller) {
 // --- In the place of the endpoint. ---
 
 TEST_F(Attack, SymbolicLinkInThePlaceOfTheEndpointIsReplacedAndItsTargetLeftAlone) {
-  ASSERT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
   const std::string victim = support::sandbox() + "/victim";
   support::writeFile(victim, "precious");
   fs::create_symlink(victim, endpointPath());
@@ -568,7 +568,7 @@ TEST_F(Attack, SymbolicLinkInThePlaceOfTheEndpointIsReplacedAndItsTargetLeftAlon
 
 TEST_F(Attack, FileOfAnotherUserInThePlaceOfTheEndpointIsReplaced) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can make another user's file";
-  ASSERT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
   support::writeFile(endpointPath(), "foreign");
   ASSERT_EQ(chown(endpointPath().c_str(), 65534, 65534), 0);
   EXPECT_EQ(send("note:", {"x"}), clientcomm::procNotFound);
@@ -577,7 +577,7 @@ TEST_F(Attack, FileOfAnotherUserInThePlaceOfTheEndpointIsReplaced) {
 }
 
 TEST_F(Attack, DirectoryInThePlaceOfTheEndpointIsLeftAloneAndTheEndpointOpensWhenItIsGone) {
-  ASSERT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
   support::writeFile(endpointPath() + "/inside", "kept");
   ChildProcess target =
       support::runApplication(support::makeApplication("Target", kTarget, support::kEchoRole));

@@ -96,7 +96,7 @@ class LaunchRecords : public testing::Test {
   std::string file() const {
     return clientcomm::runtimeFolderPath() + "/" + clientcomm::launchRecordName(kPath);
   }
-  const ScopedFd folder_ = clientcomm::openRuntimeFolder(true);
+  const ScopedFd folder_ = clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate);
 };
 
 TEST_F(LaunchRecords, AreReadBackByOtherProcesses) {

@@ -212,7 +212,7 @@ pid_t runWithID(pid_t pid, const std::string& application, int output) {
 }
 
 TEST(ReusedProcessID, LaterProcessIsNotTakenForTheCaller) {
-  ASSERT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
   const ScopedFd executable = openExecutableOf(makeSleeper("Caller", "com.example.caller"));
   const std::string other = makeSleeper("Other", "com.example.other");
   const Connection connection = connectionOfAProcessThatExited();

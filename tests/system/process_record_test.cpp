@@ -318,7 +318,7 @@ bool isForeign(const std::string& path) {
 }
 
 TEST(ProcessRecord, IsWrittenUnderTheSecondNameWhereAnotherNamespaceHasTheFirst) {
-  const clientcomm::ScopedFd folder = clientcomm::openRuntimeFolder(true);
+  const clientcomm::ScopedFd folder = clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate);
   forgeForeignRecord(getpid());
   recordOwnProcess();
   EXPECT_TRUE(isForeign(recordPath(getpid())));
@@ -329,7 +329,7 @@ TEST(ProcessRecord, IsWrittenUnderTheSecondNameWhereAnotherNamespaceHasTheFirst)
 }
 
 TEST(ProcessRecord, OfTheLauncherIsWrittenUnderTheSecondNameToo) {
-  const clientcomm::ScopedFd folder = clientcomm::openRuntimeFolder(true);
+  const clientcomm::ScopedFd folder = clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate);
   forgeForeignRecord(getpid());
   clientcomm::recordLaunchedProcess(getpid(), clientcomm::Bundle(support::hostBundlePath()));
   EXPECT_TRUE(isForeign(recordPath(getpid())));
@@ -339,7 +339,7 @@ TEST(ProcessRecord, OfTheLauncherIsWrittenUnderTheSecondNameToo) {
 }
 
 TEST(ProcessRecord, OfTheLauncherIsNeverSeenHalfWritten) {
-  const clientcomm::ScopedFd folder = clientcomm::openRuntimeFolder(true);
+  const clientcomm::ScopedFd folder = clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate);
   const pid_t pid = getpid();
   const clientcomm::Bundle bundle(support::hostBundlePath());
   support::SteppedProcess launcher([&] { clientcomm::recordLaunchedProcess(pid, bundle); });

@@ -33,7 +33,7 @@ TEST(RuntimeFolder, LiesUnderTheUsersRuntimeDirectory) {
 
 TEST(RuntimeFolder, IsMadeForTheUserAlone) {
   const mode_t previous = umask(0);
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   umask(previous);
   ASSERT_TRUE(folder.isValid());
   EXPECT_EQ(modeOf(folderPath()), 0700U);
@@ -41,23 +41,23 @@ TEST(RuntimeFolder, IsMadeForTheUserAlone) {
 
 TEST(RuntimeFolder, IsMadeTogetherWithAMissingRuntimeDirectory) {
   fs::remove_all(support::sandbox() + "/runtime");
-  ASSERT_TRUE(openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
   EXPECT_EQ(modeOf(support::sandbox() + "/runtime"), 0700U);
   EXPECT_EQ(modeOf(folderPath()), 0700U);
 }
 
 TEST(RuntimeFolder, IsNotMadeUnlessAskedFor) {
-  const ScopedFd folder = openRuntimeFolder(false);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kFail);
   EXPECT_FALSE(folder.isValid());
   EXPECT_EQ(errno, ENOENT);
   EXPECT_FALSE(fs::exists(folderPath()));
 }
 
 TEST(RuntimeFolder, OneThatExistsIsOpenedAsItIs) {
-  ASSERT_TRUE(openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
   support::writeFile(folderPath() + "/kept", "kept");
-  EXPECT_TRUE(openRuntimeFolder(true).isValid());
-  EXPECT_TRUE(openRuntimeFolder(false).isValid());
+  EXPECT_TRUE(openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
+  EXPECT_TRUE(openRuntimeFolder(clientcomm::IfMissing::kFail).isValid());
   EXPECT_EQ(support::readFile(folderPath() + "/kept"), "kept");
 }
 
@@ -65,7 +65,7 @@ TEST(RuntimeFolder, OneThatIsOpenToOthersIsClosedToThem) {
   fs::create_directory(folderPath());
   for (const mode_t mode : {0777U, 0755U, 0710U, 0500U}) {
     ASSERT_EQ(chmod(folderPath().c_str(), mode), 0);
-    EXPECT_TRUE(openRuntimeFolder(false).isValid()) << std::oct << mode;
+    EXPECT_TRUE(openRuntimeFolder(clientcomm::IfMissing::kFail).isValid()) << std::oct << mode;
     EXPECT_EQ(modeOf(folderPath()), 0700U) << std::oct << mode;
   }
 }
@@ -75,7 +75,7 @@ TEST(RuntimeFolder, OneOfAnotherUserIsRefusedAndLeftAlone) {
   fs::create_directory(folderPath());
   ASSERT_EQ(chmod(folderPath().c_str(), 0777), 0);
   ASSERT_EQ(chown(folderPath().c_str(), 12345, 12345), 0);
-  EXPECT_FALSE(openRuntimeFolder(true).isValid());
+  EXPECT_FALSE(openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
   EXPECT_EQ(errno, EPERM);
   EXPECT_EQ(modeOf(folderPath()), 0777U);
 }
@@ -84,20 +84,20 @@ TEST(RuntimeFolder, ALinkInItsPlaceIsRefused) {
   const std::string elsewhere = support::sandbox() + "/elsewhere";
   fs::create_directory(elsewhere);
   fs::create_directory_symlink(elsewhere, folderPath());
-  EXPECT_FALSE(openRuntimeFolder(true).isValid());
+  EXPECT_FALSE(openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
   EXPECT_TRUE(errno == ENOTDIR || errno == ELOOP) << errno;
 }
 
 TEST(RuntimeFolder, OneSwappedForALinkIsRefusedFromThenOn) {
-  ASSERT_TRUE(openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
   fs::rename(folderPath(), folderPath() + ".moved");
   fs::create_directory_symlink(folderPath() + ".moved", folderPath());
-  EXPECT_FALSE(openRuntimeFolder(true).isValid());
+  EXPECT_FALSE(openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
 }
 
 TEST(RuntimeFolder, AFileInItsPlaceIsRefused) {
   support::writeFile(folderPath(), "no folder");
-  EXPECT_FALSE(openRuntimeFolder(true).isValid());
+  EXPECT_FALSE(openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
   EXPECT_EQ(errno, ENOTDIR);
   EXPECT_EQ(support::readFile(folderPath()), "no folder");
 }
@@ -105,7 +105,7 @@ TEST(RuntimeFolder, AFileInItsPlaceIsRefused) {
 TEST(RuntimeFolder, ItsPathMayBeLongerThanASocketAddress) {
   const std::string directory = support::sandbox() + "/" + std::string(200, 'r');
   setenv("XDG_RUNTIME_DIR", directory.c_str(), 1);
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   ASSERT_TRUE(folder.isValid());
   EXPECT_EQ(clientcomm::runtimeFolderPath(), directory + "/ClientComm");
   EXPECT_EQ(fs::read_symlink("/proc/self/fd/" + std::to_string(folder.get())),
@@ -113,14 +113,15 @@ TEST(RuntimeFolder, ItsPathMayBeLongerThanASocketAddress) {
 }
 
 TEST(RuntimeFolder, ItsDescriptorIsNotInheritedByPrograms) {
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   EXPECT_EQ(fcntl(folder.get(), F_GETFD), FD_CLOEXEC);
 }
 
 TEST(RuntimeFolder, RefusalsLeaveNoDescriptorOpen) {
   fs::create_directory_symlink(support::sandbox(), folderPath());
   const int before = support::openDescriptorCount();
-  for (int i = 0; i < 10; ++i) EXPECT_FALSE(openRuntimeFolder(true).isValid());
+  for (int i = 0; i < 10; ++i)
+    EXPECT_FALSE(openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
   EXPECT_EQ(support::openDescriptorCount(), before);
 }
 

@@ -80,7 +80,7 @@ TEST(UserFolders, RuntimeDirectoryIsTheSessionsWithoutTheVariable) {
     unsetenv("XDG_RUNTIME_DIR");
     return runtimeDirectory() == sessionDirectory() &&
            clientcomm::runtimeFolderPath() == sessionDirectory() + "/ClientComm" &&
-           clientcomm::openRuntimeFolder(true).isValid();
+           clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid();
   });
 }
 
@@ -151,7 +151,8 @@ TEST(UserFolders, RootMakesNoDirectoryOfAnotherUsersSession) {
     fs::create_directories("/run/user");
     setenv("XDG_RUNTIME_DIR", "/run/user/12345", 1);
     return runtimeDirectory() == support::sandbox() + "/cache" &&
-           clientcomm::openRuntimeFolder(true).isValid() && fs::is_empty("/run/user");
+           clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid() &&
+           fs::is_empty("/run/user");
   });
 }
 

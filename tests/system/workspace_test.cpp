@@ -538,7 +538,7 @@ TEST(WorkspaceOneInstance, TwentyCallsFromTenProcessesAtOnceStartOne) {
 
 TEST(WorkspaceOneInstance, ALaunchIsRefusedWhileAnotherHoldsTheRuntimeFolder) {
   const std::string application = makeWitness();
-  ASSERT_TRUE(clientcomm::openRuntimeFolder(true).isValid());
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
   const ScopedFd lock(::open(clientcomm::runtimeFolderPath().c_str(), O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
   const auto start = std::chrono::steady_clock::now();

@@ -72,7 +72,8 @@ class BundleIdentities {
     } else if (remote_.size() >= kCapacity) {
       remote_.clear();
     }
-    auto identity = identityIn(path, readByChildProcess(stringByAppendingPathComponent(path, kInfoFile), kLargestInfo));
+    auto identity = identityIn(
+        path, readByChildProcess(stringByAppendingPathComponent(path, kInfoFile), kLargestInfo));
     remote_.insert_or_assign(path, Remote{now, identity});
     return identity;
   }

@@ -45,7 +45,7 @@ EndpointName::~EndpointName() {
 
 OSErr EndpointName::take(ScopedFd& listener) {
   isTaken_ = false;
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(IfMissing::kCreate);
   if (!folder.isValid()) return errAEEventNotPermitted;
   ScopedFd socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!socket.isValid()) return memFullErr;
@@ -101,7 +101,7 @@ bool EndpointName::leadsElsewhere() const {
 void EndpointName::remove() const noexcept {
   if (!leadsHere()) return;
   unlink(SocketPath(name_).path());
-  const ScopedFd folder = openRuntimeFolder(false);
+  const ScopedFd folder = openRuntimeFolder(IfMissing::kFail);
   if (folder.isValid()) removeEndpointRecord(folder.get(), name_);
 }
 

@@ -79,8 +79,7 @@ bool isOwnFolder(pid_t process, const std::string& path) {
   struct stat seen = {};
   struct stat own = {};
   const std::string root(ProcPath::ofProcess(process, "/root").view());
-  if (stat((root + path).c_str(), &seen) != 0 ||
-      stat(runtimeFolderPath().c_str(), &own) != 0) {
+  if (stat((root + path).c_str(), &seen) != 0 || stat(runtimeFolderPath().c_str(), &own) != 0) {
     return path == runtimeFolderPath();
   }
   return seen.st_dev == own.st_dev && seen.st_ino == own.st_ino;
@@ -119,7 +118,7 @@ void removeEndpointRecord(int folder, const std::string& socketName) noexcept {
 OptionalString bundleOfUnseenEndpoint(const std::string& identifier) {
   const std::string socketName = fileNameForIdentifier(identifier);
   if (listenerOf(socketName) != 0) return std::nullopt;
-  const ScopedFd folder = openRuntimeFolder(false);
+  const ScopedFd folder = openRuntimeFolder(IfMissing::kFail);
   return folder.isValid() ? bundlePathInRecord(folder.get(), socketName) : std::nullopt;
 }
 

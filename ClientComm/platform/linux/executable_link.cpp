@@ -18,9 +18,7 @@ ExecutableLink ExecutableLink::ofDescriptor(int descriptor) noexcept {
 
 bool ExecutableLink::isWithheld() const noexcept { return error_ == EACCES || error_ == EPERM; }
 
-bool ExecutableLink::isMarkedAsRemoved() const noexcept {
-  return target().ends_with(kRemovedMark);
-}
+bool ExecutableLink::isMarkedAsRemoved() const noexcept { return target().ends_with(kRemovedMark); }
 
 bool ExecutableLink::isRemoved() const {
   if (!isMarkedAsRemoved()) return false;

@@ -146,7 +146,7 @@ void noteReached(const std::string& identifier) noexcept {
   if (own.isReached || own.identifier != identifier) return;
   own.isReached = true;
   try {
-    const ScopedFd folder = openRuntimeFolder(false);
+    const ScopedFd folder = openRuntimeFolder(IfMissing::kFail);
     const auto record =
         folder.isValid() ? readRecord(folder.get(), own.record.bundlePath) : std::nullopt;
     if (record && isSameLaunch(*record, own.record)) {

@@ -124,7 +124,8 @@ std::optional<std::string> contentsOfLocalFile(int file, std::size_t limit) {
   if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
   if (static_cast<std::uintmax_t>(status.st_size) > limit) return std::nullopt;
   // O_NONBLOCK: no wait for the holder of a lease.
-  const ScopedFd opened(open(ProcPath::ofDescriptor(file).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  const ScopedFd opened(
+      open(ProcPath::ofDescriptor(file).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   return readOpened(opened, limit);
 }
 

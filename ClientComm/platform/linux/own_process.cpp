@@ -15,7 +15,8 @@ namespace clientcomm {
 
 std::string ownExecutablePath() {
   std::array<char, PATH_MAX> text;
-  const ssize_t length = readlink(ProcPath::ofThisProcess("/exe").c_str(), text.data(), text.size());
+  const ssize_t length =
+      readlink(ProcPath::ofThisProcess("/exe").c_str(), text.data(), text.size());
   if (length <= 0) return {};
   std::string path(text.data(), static_cast<std::size_t>(length));
   if (path.ends_with(kRemovedMark) && !fileExistsAtPath(path)) {

@@ -46,7 +46,7 @@ OwnRecord& ownRecord() noexcept {
 }
 
 void removeOwnRecord() noexcept {
-  const ScopedFd folder = openRuntimeFolder(false);
+  const ScopedFd folder = openRuntimeFolder(IfMissing::kFail);
   if (folder.isValid() && ownRecord().isInPlace(folder.get())) {
     unlinkat(folder.get(), ownRecord().name.data(), 0);
   }
@@ -122,7 +122,7 @@ OptionalString writeOwnRecord(int folder, pid_t pid) {
 }
 
 void recordLaunchedOrThrow(pid_t pid, const Bundle& bundle) {
-  const ScopedFd folder = openRuntimeFolder(false);
+  const ScopedFd folder = openRuntimeFolder(IfMissing::kFail);
   auto content = contentFor(bundle, pid);
   if (!folder.isValid() || !content) return;
   content->insert_or_assign(kBundlePathKey, bundle.bundlePath());
@@ -134,7 +134,7 @@ void recordLaunchedOrThrow(pid_t pid, const Bundle& bundle) {
 void recordOwnOrThrow() {
   const pid_t pid = getpid();
   if (!Bundle::mainBundle().bundleIdentifier()) return;
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(IfMissing::kCreate);
   if (!folder.isValid() || ownRecord().isInPlace(folder.get())) return;
   clearStaleFiles(folder.get());
   const OptionalString path = writeOwnRecord(folder.get(), pid);
@@ -164,7 +164,7 @@ void recordLaunchedProcess(pid_t pid, const Bundle& bundle) noexcept {
 }
 
 std::optional<ProcessRecord> processRecordForPID(pid_t pid) {
-  const ScopedFd folder = openRuntimeFolder(false);
+  const ScopedFd folder = openRuntimeFolder(IfMissing::kFail);
   if (!folder.isValid()) return std::nullopt;
   auto first = readProcessRecord(folder.get(), processRecordName(pid));
   if (first && first->startTime != processStartTime(pid)) first.reset();

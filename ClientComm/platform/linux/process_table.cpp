@@ -62,7 +62,8 @@ int readCommand(int command, char (&name)[kMaximumCommandLength + 1]) noexcept {
 // @return 0 or an errno value.
 int readDetails(int directory, kinfo_proc& record) noexcept {
   const pid_t pid = record.kp_proc.p_pid;
-  const ScopedFd command(openat(directory, ProcPath::ofProcess(pid, "/comm").belowProcFolder(), O_RDONLY | O_CLOEXEC));
+  const ScopedFd command(
+      openat(directory, ProcPath::ofProcess(pid, "/comm").belowProcFolder(), O_RDONLY | O_CLOEXEC));
   const int error = command.isValid() ? 0 : errno;
   if (error != 0 && error != EACCES && error != EPERM) return error;
   struct stat status = {};

@@ -103,7 +103,8 @@ std::optional<std::vector<std::int32_t>> processesRunningBelow(const std::string
   ProcessIDReader reader;
   for (pid_t pid = reader.next(); pid != 0; pid = reader.next()) {
     const ProcPath link = ProcPath::ofProcess(pid, "/exe");
-    const ssize_t length = readlinkat(reader.directory(), link.belowProcFolder(), target.data(), PATH_MAX);
+    const ssize_t length =
+        readlinkat(reader.directory(), link.belowProcFolder(), target.data(), PATH_MAX);
     if (length < 0 && !isOfNoProcessBelow(errno)) return std::nullopt;
     if (length <= 0) continue;
     const std::string_view executable(target.data(), static_cast<std::size_t>(length));

@@ -51,9 +51,9 @@ const std::string& runtimeFolderPath() {
   return *path;
 }
 
-ScopedFd openRuntimeFolder(bool create) noexcept {
+ScopedFd openRuntimeFolder(IfMissing ifMissing) noexcept {
   const std::string& path = runtimeFolderPath();
-  if (create && !makeFolder(path)) return {};
+  if (ifMissing == IfMissing::kCreate && !makeFolder(path)) return {};
   ScopedFd folder(open(path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!folder.isValid() || isPrivate(folder.get())) return folder;
   const int error = errno;

@@ -11,11 +11,14 @@ namespace clientcomm {
 /// Path of the folder `kRuntimeFolderName` under `runtimeDirectory`.
 const std::string& runtimeFolderPath();
 
-/// Opens the folder (O_PATH), after making it where it is missing and `create` is set. It must be a
-/// real directory of this user; one that is open to others is closed to them first.
+/// What to do about a folder that does not exist.
+enum class IfMissing { kFail, kCreate };
+
+/// Opens the folder (O_PATH). It must be a real directory of this user; one that is open to others
+/// is closed to them first.
 /// @return an invalid descriptor with errno set: ENOENT when missing, ENOTDIR or ELOOP when
 ///         something else is there, EPERM when it belongs to another user, or may not be made.
-ScopedFd openRuntimeFolder(bool create) noexcept;
+ScopedFd openRuntimeFolder(IfMissing ifMissing) noexcept;
 
 /// The file name of `kFileNameLength` characters in the folder for a bundle identifier, or a bundle
 /// path, of any length and content.

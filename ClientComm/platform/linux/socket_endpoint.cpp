@@ -100,7 +100,7 @@ int SocketEndpoint::dispatch(GSource* source, GSourceFunc /*callback*/, void* /*
   SocketEndpoint* const endpoint = reinterpret_cast<EndpointSource*>(source)->endpoint;
   const auto isAlive = endpoint->isAlive_;
   if (endpoint->isServing_) {
-    endpoint->listen(false);
+    endpoint->suspend();
     return G_SOURCE_CONTINUE;
   }
   endpoint->isServing_ = true;
@@ -111,21 +111,29 @@ int SocketEndpoint::dispatch(GSource* source, GSourceFunc /*callback*/, void* /*
   }
   if (!*isAlive) return G_SOURCE_REMOVE;
   endpoint->isServing_ = false;
-  if (!endpoint->isListening_) endpoint->listen(true);
+  if (!endpoint->isListening_) endpoint->resume();
   endpoint->scheduleWakeUp();
   return G_SOURCE_CONTINUE;
 }
 
 // A handler may run a main loop of its own. Events wait until it returns, each handled whole before
 // the next, and that loop must not be woken by them again and again.
-void SocketEndpoint::listen(bool isListening) {
-  isListening_ = isListening;
-  const auto condition = isListening ? G_IO_IN : static_cast<GIOCondition>(0);
+void SocketEndpoint::suspend() {
+  isListening_ = false;
+  watch(static_cast<GIOCondition>(0));
+  g_source_set_ready_time(source_.get(), -1);
+}
+
+void SocketEndpoint::resume() {
+  isListening_ = true;
+  watch(G_IO_IN);
+}
+
+void SocketEndpoint::watch(GIOCondition condition) {
   if (listenerTag_ != nullptr && !isPaused_) {
     g_source_modify_unix_fd(source_.get(), listenerTag_, condition);
   }
   server_.poll(condition);
-  if (!isListening) g_source_set_ready_time(source_.get(), -1);
 }
 
 void SocketEndpoint::takeEvents() {

@@ -51,7 +51,9 @@ class SocketEndpoint {
   std::chrono::milliseconds verifyInterval() const noexcept;
 
   static int dispatch(GSource* source, GSourceFunc callback, void* data) noexcept;
-  void listen(bool isListening);
+  void suspend();
+  void resume();
+  void watch(GIOCondition condition);
   void takeEvents();
   void reopen();
   bool serveNext(Clock::time_point now);

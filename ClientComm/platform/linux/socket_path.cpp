@@ -17,7 +17,7 @@ SocketPath::SocketPath(const std::string& name) {
     std::copy(name.begin(), name.end(), end + 1);
     return;
   }
-  folder_ = openRuntimeFolder(false);
+  folder_ = openRuntimeFolder(IfMissing::kFail);
   isValid_ = folder_.isValid();
   if (!isValid_) return;
   const std::string path = std::string(ProcPath::ofDescriptor(folder_.get()).view()) + "/" + name;

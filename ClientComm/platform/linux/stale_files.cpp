@@ -53,7 +53,8 @@ bool isStale(int folder, const std::string& name) {
 }  // namespace
 
 void clearStaleFiles(int folder) {
-  for (const std::string& name : contentsOfDirectoryAtPath(ProcPath::ofDescriptor(folder).c_str())) {
+  for (const std::string& name :
+       contentsOfDirectoryAtPath(ProcPath::ofDescriptor(folder).c_str())) {
     if (isStale(folder, name)) unlinkat(folder, name.c_str(), 0);
   }
 }

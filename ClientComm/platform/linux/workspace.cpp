@@ -37,7 +37,6 @@
 namespace clientcomm {
 namespace {
 
-
 // In the order in which they are searched: the user's own folder first.
 constexpr const char* kApplicationFolders[] = {"~/Applications", "/Applications",
                                                "/usr/local/Applications", "/opt"};
@@ -257,7 +256,7 @@ Presence presenceBeforeLaunch(const Bundle& bundle) {
 
 // Among all processes of this user, one at a time looks and launches.
 bool launchUnlessRunning(std::string executable, const Bundle& bundle) {
-  const ScopedFd folder = openRuntimeFolder(true);
+  const ScopedFd folder = openRuntimeFolder(IfMissing::kCreate);
   if (!folder.isValid()) return false;
   DirectoryLock lock(std::string(ProcPath::ofDescriptor(folder.get()).view()) + "/.",
                      kLongestWaitForOtherLaunches);

@@ -60,9 +60,7 @@ struct CLIENTCOMM_LOCAL Bundle::State {
   std::string path;
   std::optional<PropertyListDictionary> info;
 
-  std::string infoPath() const {
-    return stringByAppendingPathComponent(path, kInfoFile);
-  }
+  std::string infoPath() const { return stringByAppendingPathComponent(path, kInfoFile); }
 
   std::optional<PropertyListDictionary> readInfo() const {
     if (!isApplicationPath(path)) return std::nullopt;

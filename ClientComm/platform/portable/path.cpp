@@ -4,7 +4,7 @@
 
 namespace clientcomm {
 
-std::string_view withoutTrailingSlashes(std::string_view path) {
+std::string_view withoutTrailingSlashes(std::string_view path) noexcept {
   while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
   return path;
 }

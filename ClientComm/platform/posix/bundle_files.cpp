@@ -43,7 +43,8 @@ bool isMainExecutable(const Bundle& bundle, const std::string& executable) {
 }
 
 std::string stateOfBundle(const std::string& path, const std::string& executable) {
-  return stateOfFile(stringByAppendingPathComponent(path, kInfoFile)) + " " + stateOfFile(executable);
+  return stateOfFile(stringByAppendingPathComponent(path, kInfoFile)) + " " +
+         stateOfFile(executable);
 }
 
 }  // namespace clientcomm

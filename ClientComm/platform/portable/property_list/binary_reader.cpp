@@ -144,7 +144,8 @@ class BinaryReader {
       case kAscii:
         return ascii(bytes_.substr(object.content, object.length));
       case kUtf16: {
-        auto text = utf8FromUtf16(bytes_.substr(object.content, object.length), true);
+        auto text =
+            utf8FromUtf16(bytes_.substr(object.content, object.length), ByteOrder::kBigEndian);
         if (!text) return std::nullopt;
         return PropertyListValue(std::move(*text));
       }

@@ -29,8 +29,6 @@ std::optional<PropertyListValue> propertyListIn(std::string_view text, XmlEncodi
   return beginsXml(body) ? propertyListFromXml(body, encoding) : propertyListFromText(text);
 }
 
-enum class ByteOrder { kLittleEndian, kBigEndian };
-
 // A byte-order mark, and the "<?" of XML without one, show UTF-16.
 std::optional<ByteOrder> utf16ByteOrder(std::string_view bytes) {
   if (bytes.starts_with("\xFF\xFE") || bytes.starts_with("<\0?\0"sv)) {
@@ -48,7 +46,7 @@ std::optional<PropertyListValue> propertyListFromBytes(std::string_view bytes) {
   if (bytes.starts_with("bplist0")) return propertyListFromBinary(bytes);
   std::optional<std::string> text;
   if (const auto order = utf16ByteOrder(bytes)) {
-    text = utf8FromUtf16(bytes, *order == ByteOrder::kBigEndian);
+    text = utf8FromUtf16(bytes, *order);
     if (!text) return std::nullopt;
     bytes = *text;
   }

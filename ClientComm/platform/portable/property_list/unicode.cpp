@@ -36,7 +36,7 @@ bool isUtf8(std::string_view text) {
   return true;
 }
 
-std::optional<std::string> utf8FromUtf16(std::string_view bytes, bool isBigEndian) {
+std::optional<std::string> utf8FromUtf16(std::string_view bytes, ByteOrder order) {
   if (bytes.size() % 2 != 0) return std::nullopt;
   std::string text;
   text.reserve(bytes.size());
@@ -44,7 +44,8 @@ std::optional<std::string> utf8FromUtf16(std::string_view bytes, bool isBigEndia
   for (std::size_t i = 0; i < bytes.size(); i += 2) {
     const char32_t first = static_cast<unsigned char>(bytes[i]);
     const char32_t second = static_cast<unsigned char>(bytes[i + 1]);
-    const char32_t unit = isBigEndian ? (first << 8U | second) : (second << 8U | first);
+    const char32_t unit =
+        order == ByteOrder::kBigEndian ? (first << 8U | second) : (second << 8U | first);
     if (isLowSurrogate(unit) != (high != 0)) return std::nullopt;
     if (isHighSurrogate(unit)) {
       high = unit;

@@ -27,8 +27,10 @@ void appendUtf8(std::string& text, char32_t character);
 /// Whether `text` is well-formed UTF-8.
 bool isUtf8(std::string_view text);
 
+enum class ByteOrder { kLittleEndian, kBigEndian };
+
 /// The UTF-8 form of UTF-16 `bytes` (without byte-order mark). Nothing when it is ill-formed.
-std::optional<std::string> utf8FromUtf16(std::string_view bytes, bool isBigEndian);
+std::optional<std::string> utf8FromUtf16(std::string_view bytes, ByteOrder order);
 
 /// The UTF-16 form of UTF-8 `text`, little-endian with byte-order mark.
 std::string utf16FromUtf8(std::string_view text);

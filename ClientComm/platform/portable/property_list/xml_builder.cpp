@@ -26,10 +26,14 @@ std::optional<PropertyListUID> uidWrittenAs(const PropertyListDictionary& dictio
   return PropertyListUID{static_cast<std::uint64_t>(*number)};
 }
 
-std::optional<PropertyListValue> valueOfData(std::string_view text, bool isString) {
+std::optional<PropertyListValue> dataValue(std::string_view text) {
   auto data = dataFromBase64(text);
+  return data ? std::optional(PropertyListValue(std::move(*data))) : std::nullopt;
+}
+
+std::optional<PropertyListValue> stringInData(std::string_view text) {
+  const auto data = dataFromBase64(text);
   if (!data) return std::nullopt;
-  if (!isString) return PropertyListValue(std::move(*data));
   return PropertyListValue(std::string(reinterpret_cast<const char*>(data->data()), data->size()));
 }
 
@@ -102,7 +106,7 @@ std::optional<PropertyListValue> XmlListBuilder::valueOf(const Leaf& leaf) const
     case Element::kString:
       return PropertyListValue(leaf.text);
     case Element::kData:
-      return valueOfData(leaf.text, leaf.note == kStringNote);
+      return leaf.note == kStringNote ? stringInData(leaf.text) : dataValue(leaf.text);
     case Element::kDate:
       return dateFromText(leaf.text);
     case Element::kInteger:
