@@ -142,6 +142,7 @@ OptionalString TQHPAppleEventProcesser::State::reflection(const OptionalString& 
     const std::lock_guard lock(monitor);
     // Other objects can be registered, but do not take calls.
     if (!instance->takesCalls()) return std::nullopt;
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-static-cast-downcast): takesCalls() tells the type
     auto* const receiver = static_cast<TQHPAppEventBase*>(instance);
     receiver->setBundleID(bundleID);
     if (!method) return std::nullopt;

@@ -65,11 +65,11 @@ TQHPHelperControl::TQHPHelperControl() {
 }
 
 TQHPHelperControlCallBackDelegate* TQHPHelperControl::helperCtrlDelegate() const {
-  return static_cast<const State&>(*state_).delegate;
+  return clientcomm::stateAs<const State>(*state_).delegate;
 }
 
 void TQHPHelperControl::setHelperCtrlDelegate(TQHPHelperControlCallBackDelegate* delegate) {
-  static_cast<State&>(*state_).delegate = delegate;
+  clientcomm::stateAs<State>(*state_).delegate = delegate;
 }
 
 OSErr TQHPHelperControl::isAlive(const OptionalString& productID,
@@ -102,6 +102,8 @@ OSErr TQHPHelperControl::start(const OptionalString& productID,
   return clientcomm::sendCommand(*this, kStart, productID, prodeuctVersion);
 }
 
+// The calls of a helper reach functions that are not const.
+// NOLINTBEGIN(readability-make-member-function-const)
 OSErr TQHPHelperControl::helperExitNotify(const OptionalString& /*unused*/) {
   if (helperCtrlDelegate() != nullptr &&
       helperCtrlDelegate()->respondsToSelector(kWillHelperExit)) {
@@ -126,6 +128,7 @@ OSErr TQHPHelperControl::checkServerOpenCallBack(const OptionalString& /*unused*
                                            error ? &*error : nullptr);
   return clientcomm::noErr;
 }
+// NOLINTEND(readability-make-member-function-const)
 
 bool TQHPHelperControl::saveEnableADToPlistFile() {
   return clientcomm::guarded(false, [] {

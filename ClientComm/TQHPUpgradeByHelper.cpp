@@ -69,7 +69,7 @@ TQHPUpgradeByHelper::TQHPUpgradeByHelper() {
 }
 
 TQHPProductUpgradeCallBackDelegate* TQHPUpgradeByHelper::productUpgradeDelegate() const {
-  return static_cast<const State&>(*state_).delegate;
+  return clientcomm::stateAs<const State>(*state_).delegate;
 }
 
 TQHPProductUpgradeCallBackDelegate* TQHPUpgradeByHelper::getProductUpgradeDelegate() const {
@@ -77,7 +77,7 @@ TQHPProductUpgradeCallBackDelegate* TQHPUpgradeByHelper::getProductUpgradeDelega
 }
 
 void TQHPUpgradeByHelper::setProductUpgradeDelegate(TQHPProductUpgradeCallBackDelegate* delegate) {
-  static_cast<State&>(*state_).delegate = delegate;
+  clientcomm::stateAs<State>(*state_).delegate = delegate;
 }
 
 OSErr TQHPUpgradeByHelper::productUpgrade(const OptionalString& productID,
@@ -88,7 +88,7 @@ OSErr TQHPUpgradeByHelper::productUpgrade(const OptionalString& productID,
 OSErr TQHPUpgradeByHelper::productReadyToUpgrade(const OptionalString& productID,
                                                  const OptionalString& versionID,
                                                  const OptionalString& ready) {
-  static_cast<State&>(*state_).isUpgradeQueryResopned = true;
+  clientcomm::stateAs<State>(*state_).isUpgradeQueryResopned = true;
   return clientcomm::sendCommand(*this, kProductReadyToUpgrade, productID, versionID, ready);
 }
 
@@ -96,7 +96,7 @@ OSErr TQHPUpgradeByHelper::productUpgradeCallBack(const OptionalString& /*unused
                                                   const OptionalString& /*unused2*/,
                                                   const OptionalString& code,
                                                   const OptionalString& description) {
-  auto& state = static_cast<State&>(*state_);
+  auto& state = clientcomm::stateAs<State>(*state_);
   if (!state.isUpgradeQueryResopned) {
     const OSErr status = productReadyToUpgrade("", "", "ignore");
     state.isUpgradeQueryResopned = false;

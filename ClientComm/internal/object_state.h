@@ -10,4 +10,11 @@ struct ObjectState {
   ObjectState& operator=(const ObjectState&) = delete;
 };
 
+/// What an object keeps of which it is known that it keeps a `State`.
+template <typename State>
+State& stateAs(ObjectState& state) noexcept {
+  // A host may be built without the type information that dynamic_cast needs.
+  return static_cast<State&>(state);  // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
+}
+
 }  // namespace clientcomm
