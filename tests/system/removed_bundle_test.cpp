@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "ClientComm/TQHPProcessList.h"
+#include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/linux/process_text.h"
 #include "ClientComm/platform/posix/removed_name.h"
@@ -131,6 +132,32 @@ TEST(RemovedBundle, KeepsItsProcessesKnownWhenItsFilesAreDeletedAndTheNewOneIsTh
   EXPECT_TRUE(isKnownAsInstalledHelper());
   EXPECT_EQ(processesRunningBelow(place), Processes{});
   EXPECT_EQ(processesRunningBelow(installedHelperPath()), Processes{});
+}
+
+// Moves its own bundle aside before it has read its Info dictionary, and puts another one there
+// where it is told to.
+const support::Role movedRole("moved", [](const std::vector<std::string>& arguments) {
+  std::string place;
+  if (moveAside(installedHelperPath(), place)) return 1;
+  if (!arguments.empty()) support::makeHelper(support::kInstallFolder, arguments.front());
+  const clientcomm::Bundle& bundle = clientcomm::Bundle::mainBundle();
+  std::puts(bundle.infoString("CFBundleVersion").value_or("none").c_str());
+  std::puts(bundle.bundlePath().c_str());
+  std::fflush(stdout);
+  return 0;
+});
+
+TEST(RemovedBundle, LeavesAProcessThatHasNotReadItsOwnInfoDictionaryWithIt) {
+  for (const Strings& arguments : {Strings{}, Strings{"2.0"}}) {
+    fs::remove_all(support::sandbox() + "/" + support::kInstallFolder);
+    ChildProcess process = support::runApplication(
+        support::makeApplication(support::kHelperName, support::helperIdentifier(), "moved",
+                                 {{"CFBundleVersion", "1.5"}}, support::kInstallFolder),
+        arguments);
+    EXPECT_EQ(process.readLine(), "1.5");
+    EXPECT_EQ(pathBeforeRemoval(process.readLine().value_or("")), installedHelperPath());
+    EXPECT_EQ(process.wait(), 0);
+  }
 }
 
 TEST(RemovedBundle, MayStillRunWhereTheProcessesCannotBeRead) {

@@ -17,6 +17,9 @@ namespace {
 
 constexpr const char* kLastResortLocalization = "en";
 
+// How often a bundle may be moved while its Info dictionary is being read.
+constexpr int kMostMoves = 3;
+
 // The application bundle whose executable is at `executable`; else the executable's folder.
 std::string bundleEnclosing(std::string_view executable) {
   const std::string_view bundle = folderOfExecutable(executable);
@@ -58,7 +61,8 @@ std::string launchedBundlePath() {
 
 struct CLIENTCOMM_LOCAL Bundle::State {
   std::string path;
-  std::optional<PropertyListDictionary> info;
+  std::optional<PropertyListDictionary> info = std::nullopt;
+  bool isOwn = false;  ///< Of this process.
 
   std::string infoPath() const { return stringByAppendingPathComponent(path, kInfoFile); }
 
@@ -70,20 +74,43 @@ struct CLIENTCOMM_LOCAL Bundle::State {
   /// Reads the Info dictionary that is kept. After a failure that may pass it stays unread, since a
   /// process that kept an empty one would have no identity for its life.
   void keepInfo() {
+    std::string place = path;
+    auto read = infoAt(place);
+    // A process may be so young that its bundle is moved aside for another before it has read this.
+    // Without an identity it would never take the exit command, with the other's it would be two.
+    for (int moves = 0; isOwn && moves < kMostMoves; ++moves) {
+      const std::string now = bundleEnclosing(ownExecutablePath());
+      if (!isApplicationPath(now) || isSameBundle(now, place)) break;
+      place = now;
+      read = infoAt(place);
+    }
+    if (read) info = *std::move(read);
+  }
+
+  /// The Info dictionary of the bundle at `place`, empty where there is none; nothing when it
+  /// cannot be read now.
+  static std::optional<PropertyListDictionary> infoAt(const std::string& place) {
     using enum InfoReading;
+    if (!isApplicationPath(place)) return PropertyListDictionary();
+    const std::string file = stringByAppendingPathComponent(place, kInfoFile);
     std::optional<PropertyListDictionary> read;
-    InfoReading reading = isApplicationPath(path) ? readInfoDictionary(infoPath(), read) : kDone;
-    if (reading == kMayPass) reading = readInfoDictionary(infoPath(), read);
-    if (reading == kDone) info = std::move(read).value_or(PropertyListDictionary());
+    InfoReading reading = readInfoDictionary(file, read);
+    if (reading == kMayPass) reading = readInfoDictionary(file, read);
+    if (reading == kMayPass) return std::nullopt;
+    return std::move(read).value_or(PropertyListDictionary());
   }
 };
 
 Bundle& Bundle::mainBundle() {
   static SharedObject<Bundle> bundle;
-  return bundle.get([] { return new Bundle(launchedBundlePath()); });
+  return bundle.get([] {
+    auto* const own = new Bundle(launchedBundlePath());
+    own->state_->isOwn = true;
+    return own;
+  });
 }
 
-Bundle::Bundle(std::string path) : state_(std::make_unique<State>(State{std::move(path), {}})) {}
+Bundle::Bundle(std::string path) : state_(std::make_unique<State>(State{std::move(path)})) {}
 Bundle::~Bundle() = default;
 Bundle::Bundle(Bundle&&) noexcept = default;
 Bundle& Bundle::operator=(Bundle&&) noexcept = default;
