@@ -197,8 +197,8 @@ pid_t forkWithSignalsBlocked(const Launch& launch) noexcept {
 
 /// Starts the program at `executable` as a process of its own; returns when it runs. Should the
 /// host be killed meanwhile, the launch goes on, and `lock` is held until the program is in place:
-/// whoever waits for it must not find the program missing and launch another. If the outcome is
-/// unknown, `lock` is left to the launch, which may still be under way.
+/// the next holder must not find the program missing and launch another. If the outcome is unknown,
+/// `lock` is left to the launch, which may still be under way.
 Outcome launchDetached(std::string executable, DirectoryLock& lock) {
   std::vector<std::string> entries = launchEnvironment(environ);
   std::vector<char*> environment;
