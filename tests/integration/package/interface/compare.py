@@ -3,7 +3,7 @@
 
 compare.py COMPILER NM INCLUDE_DIR LIBRARY USES_OBJECT WORK_DIR
 
-COMPILER is g++: its Ada specification of a header names the symbol of every declared function.
+COMPILER is g++: what it writes of a header for Ada names the symbol of every declared function.
 """
 import pathlib
 import re
