@@ -23,6 +23,14 @@ TEST(FileLockConformance, HasOneHolderAtATime) {
   EXPECT_TRUE(DirectoryLock(support::sandbox(), kLimit).isHeld());
 }
 
+TEST(FileLockConformance, IsFreeWhenItIsLeftToCopiesAndThereIsNone) {
+  DirectoryLock lock(support::sandbox(), kLimit);
+  ASSERT_TRUE(lock.isHeld());
+  lock.leaveToCopies();
+  EXPECT_FALSE(lock.isHeld());
+  EXPECT_TRUE(DirectoryLock(support::sandbox(), kLimit).isHeld());
+}
+
 TEST(FileLockConformance, IsNotHeldWhereThereIsNoFolder) {
   EXPECT_FALSE(DirectoryLock(support::sandbox() + "/missing", kLimit).isHeld());
 }

@@ -1,6 +1,7 @@
 #include "ClientComm/platform/file_lock.h"
 
 #include <map>
+#include <utility>
 
 #include "ClientComm/platform/clock.h"
 #include "ClientComm/platform/path.h"
@@ -37,5 +38,8 @@ DirectoryLock::DirectoryLock(const std::string& path, std::chrono::milliseconds 
 }
 
 DirectoryLock::~DirectoryLock() { held().erase(descriptor_); }
+
+// No process is forked here, so there are no copies.
+void DirectoryLock::leaveToCopies() noexcept { held().erase(std::exchange(descriptor_, -1)); }
 
 }  // namespace clientcomm
