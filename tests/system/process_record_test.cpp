@@ -364,6 +364,19 @@ TEST(ProcessRecord, ThatAnotherNamespaceOverwritesIsWrittenAgainAndGoesWithThePr
   EXPECT_FALSE(fs::exists(secondPath(process.pid())));
 }
 
+// A file system gives the inode of a removed file to the next one.
+TEST(ProcessRecord, ThatAnotherFileOfTheSameInodeReplacesIsWrittenAgain) {
+  ChildProcess process = startRecorder(makeRecorder());
+  struct stat own = {};
+  struct stat forged = {};
+  ASSERT_EQ(stat(recordPath(process.pid()).c_str(), &own), 0);
+  forgeRecord(process.pid(), processStartTime(process.pid()).value());  // written in place
+  ASSERT_EQ(stat(recordPath(process.pid()).c_str(), &forged), 0);
+  ASSERT_EQ(own.st_ino, forged.st_ino);
+  tell(process, "again");
+  EXPECT_EQ(processRecordForPID(process.pid())->bundleIdentifier, "com.example.recorder");
+}
+
 TEST(ProcessRecord, UnderTheSecondNameIsClearedByItsOwnNamespaceOnly) {
   const std::string dead = "process." + std::to_string(deadProcess()) + ".";
   const std::string own = dead + std::to_string(clientcomm::ownPIDNamespace());

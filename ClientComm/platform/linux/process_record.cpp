@@ -22,6 +22,7 @@
 #include "ClientComm/platform/linux/stale_files.h"
 #include "ClientComm/platform/own_process.h"
 #include "ClientComm/platform/posix/bundle_files.h"
+#include "ClientComm/platform/posix/file_signature.h"
 #include "ClientComm/platform/property_list.h"
 
 namespace clientcomm {
@@ -31,12 +32,17 @@ namespace {
 struct OwnRecord {
   pid_t writer = 0;
   std::array<char, 64> name = {};
-  ino_t inode = 0;
+  // More than the inode, whose number another file may have by now.
+  std::optional<FileSignature> signature;
 
   bool isInPlace(int folder) const noexcept {
+    return writer == getpid() && signature && signature == signatureOf(folder, name.data());
+  }
+
+  static std::optional<FileSignature> signatureOf(int folder, const char* name) noexcept {
     struct stat status = {};
-    return writer == getpid() && fstatat(folder, name.data(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-           status.st_ino == inode;
+    if (fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
+    return FileSignature(status, {});
   }
 };
 
@@ -113,9 +119,8 @@ OptionalString writeOwnRecord(int folder, pid_t pid) {
     content->insert_or_assign(kIsToolKey, true);
   }
   if (isOfThisProcess) keepUnknownKeys(*std::move(place.content), kProcessRecordKeys, *content);
-  const auto inode = replaceRuntimeFile(folder, place.name, xmlPropertyList(*content));
-  if (!inode) return std::nullopt;
-  OwnRecord own{pid, {}, *inode};
+  if (!replaceRuntimeFile(folder, place.name, xmlPropertyList(*content))) return std::nullopt;
+  OwnRecord own{pid, {}, OwnRecord::signatureOf(folder, place.name.c_str())};
   place.name.copy(own.name.data(), own.name.size() - 1);
   ownRecord() = own;
   return path;

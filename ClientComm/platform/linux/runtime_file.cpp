@@ -15,15 +15,12 @@
 namespace clientcomm {
 namespace {
 
-// Writes the file `draft` of this process whole. @return its inode; nothing when it failed.
-std::optional<ino_t> writeDraft(int folder, const std::string& draft, std::string_view bytes) {
+// Writes the file `draft` of this process whole.
+bool writeDraft(int folder, const std::string& draft, std::string_view bytes) {
   unlinkat(folder, draft.c_str(), 0);  // left by an earlier process that had this one's ID
   const ScopedFd file(
       openat(folder, draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  struct stat status = {};
-  const bool isWritten = file.isValid() && fstat(file.get(), &status) == 0 &&
-                         writeAll(file.get(), bytes.data(), bytes.size()) == 0;
-  return isWritten ? std::optional(status.st_ino) : std::nullopt;
+  return file.isValid() && writeAll(file.get(), bytes.data(), bytes.size()) == 0;
 }
 
 }  // namespace
@@ -38,13 +35,12 @@ std::optional<std::string> readRuntimeFile(int folder, const std::string& name) 
   return isRead ? std::optional(std::move(bytes)) : std::nullopt;
 }
 
-std::optional<ino_t> replaceRuntimeFile(int folder, const std::string& name,
-                                        std::string_view bytes) {
+bool replaceRuntimeFile(int folder, const std::string& name, std::string_view bytes) {
   const std::string draft = draftName(name);
-  const auto inode = writeDraft(folder, draft, bytes);
-  if (inode && renameat(folder, draft.c_str(), folder, name.c_str()) == 0) return inode;
-  unlinkat(folder, draft.c_str(), 0);
-  return std::nullopt;
+  const bool isInPlace = writeDraft(folder, draft, bytes) &&
+                         renameat(folder, draft.c_str(), folder, name.c_str()) == 0;
+  if (!isInPlace) unlinkat(folder, draft.c_str(), 0);
+  return isInPlace;
 }
 
 bool createRuntimeFile(int folder, const std::string& name, std::string_view bytes) {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,10 +12,8 @@ namespace clientcomm {
 /// file. Follows no link.
 std::optional<std::string> readRuntimeFile(int folder, const std::string& name);
 
-/// Puts a file of `bytes` under `name`, in one step.
-/// @return its inode; nothing when it is not in place.
-std::optional<ino_t> replaceRuntimeFile(int folder, const std::string& name,
-                                        std::string_view bytes);
+/// Puts a file of `bytes` under `name`, in one step. @return whether it is in place.
+bool replaceRuntimeFile(int folder, const std::string& name, std::string_view bytes);
 
 /// The same unless there is a file of that name. @return whether it is in place.
 bool createRuntimeFile(int folder, const std::string& name, std::string_view bytes);
