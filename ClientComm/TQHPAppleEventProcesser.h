@@ -7,9 +7,9 @@
 #include "ClientComm/TQHPTypes.h"
 #include "ClientComm/platform/runtime.h"
 
-/// Receives remote calls: finds the one instance that stands for the named class, makes it where
-/// the class is registered and has none yet, invokes the named selector, and answers with the text
-/// that comes back. Calls are carried out only for callers with a bundle identifier.
+/// Receives remote calls: finds the instance registered for the named class, makes one where the
+/// class is registered without an instance, invokes the named selector, and replies with the text
+/// of the result. Only callers with a bundle identifier are served.
 class CLIENTCOMM_EXPORT TQHPAppleEventProcesser {
  public:
   /// The processor; its creation installs the handler and so opens the process to calls.

@@ -5,7 +5,7 @@
 #include "ClientComm/TQHPAppEventBase.h"
 #include "ClientComm/platform/error.h"
 
-/// Hears what the helper announces. Both methods are required.
+/// Receives the notices of the helper. Both methods are required.
 class CLIENTCOMM_EXPORT TQHPHelperControlCallBackDelegate {
  public:
   /// Whether the delegate wants the call named by `selector`, "willHelperExit" or

@@ -5,7 +5,7 @@
 
 namespace clientcomm {
 
-/// Runs `body` where its caller is the host: whatever is thrown ends here, as `fallback`.
+/// Runs `body` for the host: an exception ends here and gives `fallback`.
 template <typename Result, typename Body>
 Result guarded(Result fallback, Body&& body) noexcept {
   try {
@@ -21,7 +21,7 @@ void guarded(Body&& body) noexcept {
   try {
     std::forward<Body>(body)();
   } catch (...) {
-    // The operation is given up; the next timer tick or call starts afresh.
+    // The operation is abandoned; the next timer tick or call retries.
   }
 }
 

@@ -65,7 +65,7 @@ std::int32_t valueOf(std::string_view digits) {
 }
 
 // The order of a character by its first UTF-16 unit: one beyond the first 65,536 begins with a
-// surrogate, which lies below the characters from U+E000 on.
+// surrogate, which is below the characters from U+E000 on.
 char32_t firstUnit(char32_t character) {
   if (character < kFirstBeyondOneUnit) return character;
   return 0xD800 + ((character - kFirstBeyondOneUnit) >> 10);

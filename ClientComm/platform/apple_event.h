@@ -51,7 +51,7 @@ inline constexpr AESendMode kAENoReply = 1;    ///< Hand over and return.
 inline constexpr AESendMode kAEWaitReply = 3;  ///< Block until the answer is there.
 
 inline constexpr std::int32_t kAEDefaultTimeout = -1;  ///< The carrier's own limit.
-inline constexpr std::int32_t kNoTimeOut = -2;         ///< Wait for ever.
+inline constexpr std::int32_t kNoTimeOut = -2;         ///< Wait without limit.
 inline constexpr std::int32_t kTicksPerSecond = 60;    ///< Unit of any other time-out.
 
 /// A descriptor: a type code with bytes, a list of descriptors, or an event record with parameters
@@ -108,7 +108,7 @@ class AppleEventDescriptor {
   AEEventID eventID() const noexcept;
   AEReturnID returnID() const noexcept;
   AETransactionID transactionID() const noexcept;
-  /// Whom the event is addressed to; the null descriptor when it has no address.
+  /// The address of the target; the null descriptor when the event has none.
   const AppleEventDescriptor& target() const noexcept;
 
   const AppleEventDescriptor* paramDescriptorForKeyword(AEKeyword keyword) const noexcept;

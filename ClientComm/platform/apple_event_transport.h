@@ -24,8 +24,8 @@ class AppleEventTransport {
   virtual OSErr send(const AppleEventDescriptor& event, AppleEventDescriptor& reply,
                      AESendMode sendMode, std::int32_t timeOutInTicks) = 0;
 
-  /// Which process took the last event that was sent: a number that is another for every process;
-  /// 0 where the carrier cannot tell, or nobody took it.
+  /// Which process took the last event that was sent: a number unique to the process; 0 where the
+  /// carrier cannot tell, or no process took it.
   virtual std::uint64_t lastRecipient() const { return 0; }
 
   /// Opens this application to events; they are handed to `receiver` one at a time, on the current

@@ -25,14 +25,14 @@ inline constexpr const char kBundlePathKey[] = "BundlePath";
 
 /// A folder of the form Name.app/Contents/{Info.plist, Linux/<executable>, Resources/, Frameworks/}
 /// (MacOS/ is accepted in place of Linux/). A folder of any other form is a bundle with an empty
-/// Info dictionary, whose resources lie in the folder itself.
+/// Info dictionary, whose resources are in the folder itself.
 class CLIENTCOMM_EXPORT Bundle {
  public:
   /// The bundle that encloses the running executable; where none does, the executable's folder.
   /// Made on first use, never destroyed; its Info dictionary is read once.
   static Bundle& mainBundle();
 
-  /// The bundle at `path`; the path is kept as it stands. Nothing is read before it is asked for.
+  /// The bundle at `path`, which is kept unchanged. Nothing is read before it is needed.
   explicit Bundle(std::string path);
   ~Bundle();
   Bundle(Bundle&&) noexcept;
@@ -40,7 +40,7 @@ class CLIENTCOMM_EXPORT Bundle {
 
   const std::string& bundlePath() const;
 
-  /// The Info dictionary as it stood at the first use; empty when missing or malformed. One that
+  /// The Info dictionary as of its first use; empty when missing or malformed. One that
   /// could not be read for lack of descriptors or memory is read again by the next use.
   const PropertyListDictionary& infoDictionary() const;
 
@@ -51,8 +51,8 @@ class CLIENTCOMM_EXPORT Bundle {
   OptionalString infoString(std::string_view key) const;
 
   /// The localised look-up: the value of `key` in the resource InfoPlist.strings, found as
-  /// `pathForResource` finds any, else in the Info dictionary. Reads the files as they stand now,
-  /// not the kept dictionary.
+  /// `pathForResource` finds any, else in the Info dictionary. Reads the files anew,
+  /// not the cached dictionary.
   std::optional<PropertyListValue> objectForInfoDictionaryKey(std::string_view key) const;
 
   OptionalString bundleIdentifier() const;

@@ -6,7 +6,7 @@ namespace clientcomm {
 
 class Object;
 
-/// Hears of every object that is destroyed while the observer lives, to drop what leads to it.
+/// Notified of each object that is destroyed, to drop references to it.
 class ObjectObserver {
  public:
   /// Must not throw. Of the object only the address may be used.

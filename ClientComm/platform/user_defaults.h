@@ -33,7 +33,7 @@ class CLIENTCOMM_EXPORT UserDefaults {
   /// within a second, or when the process ends, whichever comes first.
   void setObject(std::optional<PropertyListValue> value, std::string_view key);
 
-  /// Writes what was set over the file as it stands now: keys that another process wrote meanwhile
+  /// Merges what was set into the file as it is now: keys that another process wrote meanwhile
   /// are kept. The file is replaced by a rename, unless that would change more than its content. A
   /// corrupt file is kept aside (".corrupt-" and a number), not lost.
   /// @return false when it could not be written, as where the file is read-only, or is too large or

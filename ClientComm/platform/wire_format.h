@@ -100,10 +100,10 @@ inline constexpr std::chrono::microseconds kTryInterval{250};
 /// meanwhile that the receiver still remembers this process, even if it remembers only 256.
 inline constexpr std::chrono::seconds kHandshakeValidity{1};
 
-/// How long a connection may stay silent at the receiver: accepted, with nothing received on it.
+/// How long a connection may stay idle at the receiver: accepted, with nothing received on it.
 inline constexpr std::chrono::milliseconds kIdleLimit = std::chrono::seconds(10);
 
-/// Silent connections that a receiver keeps; a further one takes the place of the oldest.
+/// Idle connections that a receiver keeps; a further one replaces the oldest.
 inline constexpr std::size_t kMaximumIdleConnections = 64;
 
 /// How often a receiver checks its name: while it sends; while it sends nothing, as a helper may
