@@ -201,7 +201,10 @@ TEST(FilesOfVersion1, PreferencesAreReadAndWritten) {
 TEST(FilesOfVersion1, SwitchesAreReadAndWritten) {
   const std::string list = support::sandbox() + "/Info.plist";
   const std::string table = support::sandbox() + "/InfoPlist.strings";
-  ASSERT_TRUE(clientcomm::writeDictionaryToFile(support::committedDictionary("Info.plist"), list));
+  const PropertyListDictionary switches = {{clientcomm::kEnableADKey, false},
+                                           {clientcomm::kTipsEnableKey, true}};
+  EXPECT_EQ(support::committedDictionary("Info.plist"), switches);
+  ASSERT_TRUE(clientcomm::writeDictionaryToFile(switches, list));
   EXPECT_EQ(support::readFile(list), committed("Info.plist"));
   const auto values = clientcomm::propertyListFromBytes(committed("InfoPlist.strings"));
   const PropertyListDictionary expected = {{clientcomm::kEnableADKey, "0"},
