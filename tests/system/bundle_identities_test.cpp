@@ -140,7 +140,8 @@ bool hasChildren() { return waitpid(-1, nullptr, WNOHANG | __WALL) >= 0 || errno
 // False for a while after a file system did not answer in time.
 bool isReadByAChild(const std::string& path) {
   support::writeFile(path, "text");
-  return clientcomm::readByChildProcess(path, 4) == "text";
+  std::string bytes;
+  return clientcomm::readByChildProcess(path, 4, bytes).isOk() && bytes == "text";
 }
 
 TEST(InfoOnAFileSystemThatDoesNotAnswer, IsNotWaitedForWhereTheCallerHasARecord) {
@@ -224,10 +225,13 @@ TEST(InfoOnAnotherFileSystem, IsReadByAProcessThatIsGoneAfterwards) {
     if (identifierOf(process.pid())) return 1;  // there is no Info.plist yet
     support::writeFile(contents + "/Info.plist", info);
     const int descriptors = support::openDescriptorCount();
-    const auto bytes = clientcomm::readByChildProcess(contents + "/Info.plist", info.size());
-    if (bytes != info) return 2;
-    if (clientcomm::readByChildProcess(contents + "/Info.plist", info.size() - 1)) return 3;
-    if (clientcomm::readByChildProcess(contents, 100)) return 4;
+    std::string bytes;
+    const auto readInfo = [&](std::size_t limit) {
+      return clientcomm::readByChildProcess(contents + "/Info.plist", limit, bytes).isOk();
+    };
+    if (!readInfo(info.size()) || bytes != info) return 2;
+    if (readInfo(info.size() - 1)) return 3;
+    if (clientcomm::readByChildProcess(contents, 100, bytes).isOk()) return 4;
     if (hasChildren() || support::openDescriptorCount() != descriptors) return 5;
     return 0;
   });

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <string>
 #include <string_view>
+
+#include "ClientComm/platform/linux/proc_path.h"
 
 namespace {
 
@@ -58,6 +61,24 @@ TEST(ProcessText, FindsNoApplicationWhereThereIsNone) {
         "/opt/Host.app/Contents/Linux/more/host"}) {
     EXPECT_EQ(bundleOfExecutable(path), "") << path;
   }
+}
+
+TEST(ProcPath, NamesTheFilesOfProcessesAndDescriptors) {
+  using clientcomm::ProcPath;
+  EXPECT_EQ(ProcPath::ofProcess(4711).view(), "/proc/4711");
+  EXPECT_EQ(ProcPath::ofProcess(4711, "/exe").view(), "/proc/4711/exe");
+  EXPECT_STREQ(ProcPath::ofProcess(4711, "/exe").belowProcFolder(), "4711/exe");
+  EXPECT_EQ(ProcPath::ofThisProcess("/mountinfo").view(), "/proc/self/mountinfo");
+  EXPECT_EQ(ProcPath::ofDescriptor(7).view(), "/proc/self/fd/7");
+  constexpr int kHighest = std::numeric_limits<int>::max();
+  EXPECT_EQ(ProcPath::ofDescriptorInfo(kHighest).view(), "/proc/self/fdinfo/2147483647");
+}
+
+TEST(ProcPath, CutsANameThatIsTooLong) {
+  const std::string name = "/" + std::string(200, 'x');
+  const auto path = clientcomm::ProcPath::ofProcess(1, name);
+  EXPECT_LT(path.view().size(), 200U);
+  EXPECT_TRUE(("/proc/1" + name).starts_with(path.view()));
 }
 
 }  // namespace

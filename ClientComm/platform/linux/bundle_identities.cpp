@@ -24,9 +24,10 @@ OptionalString textIn(const PropertyListDictionary& info, const char* key) {
   return text && text->size() <= kMaximumIdentifierLength ? text : std::nullopt;
 }
 
-std::optional<BundleIdentity> identityIn(const std::string& path,
-                                         const std::optional<std::string>& bytes) {
-  const auto list = bytes ? propertyListFromBytes(*bytes) : std::nullopt;
+// What an Info dictionary says; one that cannot be read says nothing.
+std::optional<BundleIdentity> identityIn(const std::string& path, const Status& status,
+                                         const std::string& bytes) {
+  const auto list = status.isOk() ? propertyListFromBytes(bytes) : std::nullopt;
   const auto* const info = list ? list->dictionary() : nullptr;
   if (info == nullptr) return std::nullopt;
   return BundleIdentity{path, textIn(*info, kCFBundleIdentifierKey),
@@ -57,7 +58,9 @@ class BundleIdentities {
     } else if (local_.size() >= kCapacity) {
       local_.clear();
     }
-    auto identity = identityIn(path, contentsOfLocalFile(info.file.get(), kLargestInfo));
+    std::string bytes;
+    const Status read = readLocalFile(info.file.get(), kLargestInfo, bytes);
+    auto identity = identityIn(path, read, bytes);
     local_.insert_or_assign(path, Local{*signature, identity});
     return {info.access, std::move(identity)};
   }
@@ -72,8 +75,10 @@ class BundleIdentities {
     } else if (remote_.size() >= kCapacity) {
       remote_.clear();
     }
-    auto identity = identityIn(
-        path, readByChildProcess(stringByAppendingPathComponent(path, kInfoFile), kLargestInfo));
+    std::string bytes;
+    const Status read =
+        readByChildProcess(stringByAppendingPathComponent(path, kInfoFile), kLargestInfo, bytes);
+    auto identity = identityIn(path, read, bytes);
     remote_.insert_or_assign(path, Remote{now, identity});
     return identity;
   }

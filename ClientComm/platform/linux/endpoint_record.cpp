@@ -52,8 +52,9 @@ std::optional<pid_t> listenerOf(const std::string& socketName) {
 }
 
 OptionalString bundlePathInRecord(int folder, const std::string& socketName) {
-  const auto bytes = readRuntimeFile(folder, endpointRecordName(socketName));
-  auto record = bytes ? endpointRecordFromBytes(*bytes) : std::nullopt;
+  std::string bytes;
+  if (!readRuntimeFile(folder, endpointRecordName(socketName), bytes).isOk()) return std::nullopt;
+  auto record = endpointRecordFromBytes(bytes);
   struct stat socket = {};
   const bool isOfSocket = record &&
                           fstatat(folder, socketName.c_str(), &socket, AT_SYMLINK_NOFOLLOW) == 0 &&
@@ -90,10 +91,11 @@ bool isOwnFolder(pid_t process, const std::string& path) {
 void writeEndpointRecord(int folder, const std::string& socketName, const struct stat& socket) {
   const Bundle& bundle = Bundle::mainBundle();
   if (!isMainExecutable(bundle, ownExecutablePath())) return;
-  replaceRuntimeFile(folder, endpointRecordName(socketName),
-                     xmlPropertyList({{kBundlePathKey, bundle.bundlePath()},
-                                      {kSocketDeviceKey, std::uint64_t{socket.st_dev}},
-                                      {kSocketInodeKey, std::uint64_t{socket.st_ino}}}));
+  const std::string record = xmlPropertyList({{kBundlePathKey, bundle.bundlePath()},
+                                              {kSocketDeviceKey, std::uint64_t{socket.st_dev}},
+                                              {kSocketInodeKey, std::uint64_t{socket.st_ino}}});
+  // Without it, only processes of this PID namespace find the application.
+  replaceRuntimeFile(folder, endpointRecordName(socketName), record).ignore();
 }
 
 std::optional<EndpointRecord> endpointRecordFromBytes(std::string_view bytes) {

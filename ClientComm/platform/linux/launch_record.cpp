@@ -124,7 +124,7 @@ void noteLaunch(int folder, const std::string& identifier, const LaunchRecord& r
   if (earlier && stringFor(*earlier, kBundleStateKey).value_or("") == record.bundleState) {
     keepUnknownKeys(*std::move(earlier), kLaunchRecordKeys, content);
   }
-  const bool isOnDisk = replaceRuntimeFile(folder, name, xmlPropertyList(content));
+  const bool isOnDisk = replaceRuntimeFile(folder, name, xmlPropertyList(content)).isOk();
   ownLaunch() = {identifier, record, false, isOnDisk};
 }
 

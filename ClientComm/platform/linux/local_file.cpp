@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <utility>
@@ -25,17 +26,13 @@ constexpr std::array<std::string_view, 25> kLocalTypes = {
     "nilfs2",   "overlay", "reiserfs", "reiser4", "rootfs", "squashfs", "tmpfs",
     "udf",      "vfat",    "xfs",      "zfs"};
 
-// All bytes of an open file; nothing when it is not valid, or larger than `limit`.
-std::optional<std::string> readOpened(const ScopedFd& file, std::size_t limit) {
-  std::string bytes;
-  const bool isRead = file.isValid() && readAll(file.get(), limit, bytes) == 0;
-  return isRead ? std::optional(std::move(bytes)) : std::nullopt;
-}
-
+// Nothing when the kernel does not show the file, or it is larger than any that is known.
 std::optional<std::string> readProcFile(const ProcPath& path) {
   constexpr std::size_t kLimit = std::size_t{4} << 20;
   const ScopedFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  return readOpened(file, kLimit);
+  std::string text;
+  const bool isRead = file.isValid() && readAll(file.get(), kLimit, text).isOk();
+  return isRead ? std::optional(std::move(text)) : std::nullopt;
 }
 
 std::optional<MountID> numberAfter(std::string_view text, std::string_view field) {
@@ -119,14 +116,18 @@ std::optional<struct statx> statusWithoutWaiting(int folder, const char* path) n
   return statx(folder, path, flags, kMask, &status) == 0 ? std::optional(status) : std::nullopt;
 }
 
-std::optional<std::string> contentsOfLocalFile(int file, std::size_t limit) {
+Status readLocalFile(int file, std::size_t limit, std::string& bytes) {
   struct stat status = {};
-  if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-  if (static_cast<std::uintmax_t>(status.st_size) > limit) return std::nullopt;
+  const ProcPath path = ProcPath::ofDescriptor(file);
+  if (fstat(file, &status) != 0) return Status::ofFile(errno, "fstat", path.view());
+  if (!S_ISREG(status.st_mode)) return Status::ofFile(EINVAL, "isRegularFile", path.view());
+  if (static_cast<std::uintmax_t>(status.st_size) > limit) {
+    return Status::ofFile(EFBIG, "fstat", path.view());
+  }
   // O_NONBLOCK: no wait for the holder of a lease.
-  const ScopedFd opened(
-      open(ProcPath::ofDescriptor(file).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  return readOpened(opened, limit);
+  const ScopedFd opened(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!opened.isValid()) return Status::ofFile(errno, "open", path.view());
+  return readAll(opened.get(), limit, bytes).at(path.view());
 }
 
 }  // namespace clientcomm

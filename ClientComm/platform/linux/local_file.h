@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/status.h"
 
 namespace clientcomm {
 
@@ -33,8 +34,8 @@ LocalFile openLocalFile(std::string_view path);
 /// @param path relative to `folder`; a link is followed. Empty for `folder` itself, of any kind.
 std::optional<struct statx> statusWithoutWaiting(int folder, const char* path) noexcept;
 
-/// All bytes of a local file that was opened as above.
-/// @return nothing when it is no regular file, is larger than `limit`, or cannot be read.
-std::optional<std::string> contentsOfLocalFile(int file, std::size_t limit);
+/// Reads a local file that was opened as above.
+/// @return EINVAL when it is no regular file, EFBIG when it is larger than `limit`.
+Status readLocalFile(int file, std::size_t limit, std::string& bytes);
 
 }  // namespace clientcomm

@@ -62,9 +62,9 @@ int copyFile(const char* path, int output, std::size_t limit) noexcept {
   for (std::size_t total = 0; total <= limit;) {
     const ssize_t count = readSome(file, chunk.data(), chunk.size());
     if (count < 0) return 1;
-    if (count == 0) return writeAll(STDIN_FILENO, &kEndMark, 1);
+    if (count == 0) return writeAll(STDIN_FILENO, &kEndMark, 1).isOk() ? 0 : 1;
     total += static_cast<std::size_t>(count);
-    if (writeAll(STDIN_FILENO, chunk.data(), static_cast<std::size_t>(count)) != 0) return 1;
+    if (!writeAll(STDIN_FILENO, chunk.data(), static_cast<std::size_t>(count)).isOk()) return 1;
   }
   return 1;
 }
@@ -112,27 +112,29 @@ void reap(pid_t child, Clock::time_point deadline) {
 
 }  // namespace
 
-std::optional<std::string> readByChildProcess(const std::string& path, std::size_t limit) {
+Status readByChildProcess(const std::string& path, std::size_t limit, std::string& bytes) {
   static Clock::time_point earliest;
   std::erase_if(stuckChildren(), isReaped);
   if (Clock::now() < earliest || stuckChildren().size() >= kMaximumStuckChildren) {
-    return std::nullopt;
+    return Status::ofFile(EBUSY, "readByChildProcess", path);
   }
   int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return std::nullopt;
+  if (pipe2(ends, O_CLOEXEC) != 0) return Status::ofFile(errno, "pipe2", path);
   const ScopedFd input(ends[0]);
   ScopedFd output(ends[1]);
   const pid_t child = startChild(path.c_str(), output.get(), limit);
+  if (child < 0) return Status::ofFile(errno, "clone", path);
   output.reset();
-  if (child < 0) return std::nullopt;
   const auto deadline = Clock::now() + kReadLimit;
-  std::string bytes;
+  bytes.clear();
   const Outcome outcome = receive(input.get(), deadline, bytes);
   if (outcome == Outcome::kTooLate) earliest = Clock::now() + kReadPause;
   reap(child, deadline);
-  if (outcome != Outcome::kEnd || !bytes.ends_with(kEndMark)) return std::nullopt;
+  if (outcome == Outcome::kTooLate) return Status::ofFile(ETIMEDOUT, "readByChildProcess", path);
+  const bool isWhole = bytes.ends_with(kEndMark) && bytes.size() - 1 <= limit;
+  if (!isWhole) return Status::ofFile(EIO, "readByChildProcess", path);
   bytes.pop_back();
-  return bytes.size() <= limit ? std::optional(std::move(bytes)) : std::nullopt;
+  return {};
 }
 
 }  // namespace clientcomm

@@ -2,8 +2,9 @@
 
 #include <chrono>
 #include <cstddef>
-#include <optional>
 #include <string>
+
+#include "ClientComm/platform/status.h"
 
 namespace clientcomm {
 
@@ -16,7 +17,9 @@ inline constexpr std::chrono::seconds kReadPause{10};
 /// All bytes of the regular file at `path`, read by a short-lived child process, so that this
 /// process waits for at most `kReadLimit`, and in all at most that long in `kReadPause`. A link in
 /// the file's place is not followed. For one thread at a time.
-/// @return nothing when the file cannot be read in time, or is larger than `limit`.
-std::optional<std::string> readByChildProcess(const std::string& path, std::size_t limit);
+/// @return ETIMEDOUT when the file cannot be read in time, EBUSY when none is asked now, EIO when
+/// it
+///         cannot be read or is larger than `limit`, or why there is no child process.
+Status readByChildProcess(const std::string& path, std::size_t limit, std::string& bytes);
 
 }  // namespace clientcomm

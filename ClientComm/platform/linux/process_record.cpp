@@ -119,7 +119,8 @@ OptionalString writeOwnRecord(int folder, pid_t pid) {
     content->insert_or_assign(kIsToolKey, true);
   }
   if (isOfThisProcess) keepUnknownKeys(*std::move(place.content), kProcessRecordKeys, *content);
-  if (!replaceRuntimeFile(folder, place.name, xmlPropertyList(*content))) return std::nullopt;
+  const Status written = replaceRuntimeFile(folder, place.name, xmlPropertyList(*content));
+  if (!written.isOk()) return std::nullopt;
   OwnRecord own{pid, {}, OwnRecord::signatureOf(folder, place.name.c_str())};
   place.name.copy(own.name.data(), own.name.size() - 1);
   ownRecord() = own;
@@ -133,7 +134,8 @@ void recordLaunchedOrThrow(pid_t pid, const Bundle& bundle) {
   content->insert_or_assign(kBundlePathKey, bundle.bundlePath());
   content->insert_or_assign(kIsLaunchingKey, true);
   // Not over a record of the process's own, which says more.
-  createRuntimeFile(folder.get(), placeFor(folder.get(), pid).name, xmlPropertyList(*content));
+  createRuntimeFile(folder.get(), placeFor(folder.get(), pid).name, xmlPropertyList(*content))
+      .ignore();  // the process writes its own a moment later
 }
 
 void recordOwnOrThrow() {

@@ -7,8 +7,9 @@
 namespace clientcomm {
 
 std::optional<PropertyListDictionary> readRecordFile(int folder, const std::string& name) {
-  const auto bytes = readRuntimeFile(folder, name);
-  auto list = bytes ? propertyListFromBytes(*bytes) : std::nullopt;
+  std::string bytes;
+  if (!readRuntimeFile(folder, name, bytes).isOk()) return std::nullopt;
+  auto list = propertyListFromBytes(bytes);
   if (!list || list->dictionary() == nullptr) return std::nullopt;
   return std::move(*list->dictionary());
 }

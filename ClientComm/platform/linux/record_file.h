@@ -11,7 +11,7 @@
 /// keys that it knows (dictionary.h), and a rewriter keeps the others.
 namespace clientcomm {
 
-/// The record `name`; nothing when it is missing, cut short or no dictionary.
+/// The record `name`; nothing when it is missing, cannot be read, is cut short or no dictionary.
 std::optional<PropertyListDictionary> readRecordFile(int folder, const std::string& name);
 
 /// Adds to `record` what `earlier` has beside the `known` keys: a later version may have put it

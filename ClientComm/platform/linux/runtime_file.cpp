@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 #include "ClientComm/platform/linux/runtime_file_name.h"
@@ -16,39 +17,45 @@ namespace clientcomm {
 namespace {
 
 // Writes the file `draft` of this process whole.
-bool writeDraft(int folder, const std::string& draft, std::string_view bytes) {
+Status writeDraft(int folder, const std::string& draft, std::string_view bytes) {
   unlinkat(folder, draft.c_str(), 0);  // left by an earlier process that had this one's ID
   const ScopedFd file(
       openat(folder, draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  return file.isValid() && writeAll(file.get(), bytes.data(), bytes.size()) == 0;
+  if (!file.isValid()) return Status::ofFile(errno, "openat");
+  return writeAll(file.get(), bytes.data(), bytes.size());
 }
 
 }  // namespace
 
-std::optional<std::string> readRuntimeFile(int folder, const std::string& name) {
+Status readRuntimeFile(int folder, const std::string& name, std::string& bytes) {
   const ScopedFd file(openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!file.isValid()) return Status::ofFile(errno, "openat", name);
   struct stat status = {};
-  if (!file.isValid() || fstat(file.get(), &status) != 0) return std::nullopt;
-  if (!S_ISREG(status.st_mode) || status.st_uid != geteuid()) return std::nullopt;
-  std::string bytes;
-  const bool isRead = readAll(file.get(), kLongestRecord, bytes) == 0;
-  return isRead ? std::optional(std::move(bytes)) : std::nullopt;
+  if (fstat(file.get(), &status) != 0) return Status::ofFile(errno, "fstat", name);
+  if (!S_ISREG(status.st_mode)) return Status::ofFile(EINVAL, "isRegularFile", name);
+  if (status.st_uid != geteuid()) return Status::ofFile(EPERM, "isOwnFile", name);
+  return readAll(file.get(), kLongestRecord, bytes).at(name);
 }
 
-bool replaceRuntimeFile(int folder, const std::string& name, std::string_view bytes) {
+Status replaceRuntimeFile(int folder, const std::string& name, std::string_view bytes) {
   const std::string draft = draftName(name);
-  const bool isInPlace = writeDraft(folder, draft, bytes) &&
-                         renameat(folder, draft.c_str(), folder, name.c_str()) == 0;
-  if (!isInPlace) unlinkat(folder, draft.c_str(), 0);
-  return isInPlace;
+  Status status = writeDraft(folder, draft, bytes);
+  if (status.isOk()) {
+    status = fileStatus(renameat(folder, draft.c_str(), folder, name.c_str()), "renameat");
+  }
+  if (!status.isOk()) unlinkat(folder, draft.c_str(), 0);
+  return std::move(status).at(name);
 }
 
-bool createRuntimeFile(int folder, const std::string& name, std::string_view bytes) {
+Status createRuntimeFile(int folder, const std::string& name, std::string_view bytes) {
   const std::string draft = draftName(name);
-  const bool isInPlace = writeDraft(folder, draft, bytes) &&
-                         renameWithoutReplacing(folder, draft.c_str(), name.c_str()) == 0;
-  if (!isInPlace) unlinkat(folder, draft.c_str(), 0);
-  return isInPlace;
+  Status status = writeDraft(folder, draft, bytes);
+  if (status.isOk()) {
+    status =
+        Status::ofFile(renameWithoutReplacing(folder, draft.c_str(), name.c_str()), "renameat2");
+  }
+  if (!status.isOk()) unlinkat(folder, draft.c_str(), 0);
+  return std::move(status).at(name);
 }
 
 }  // namespace clientcomm

@@ -1,21 +1,23 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
+
+#include "ClientComm/platform/status.h"
 
 /// Small files that the processes of one user leave for each other in the runtime folder. A reader
 /// never sees one half-written.
 namespace clientcomm {
 
-/// The bytes of the file `name`; nothing when it is missing, too large, another user's, or no plain
-/// file. Follows no link.
-std::optional<std::string> readRuntimeFile(int folder, const std::string& name);
+/// Reads the file `name`. Follows no link.
+/// @return ENOENT when it is missing, EFBIG when it is too large, EPERM when it is another user's,
+///         EINVAL when it is no plain file.
+Status readRuntimeFile(int folder, const std::string& name, std::string& bytes);
 
-/// Puts a file of `bytes` under `name`, in one step. @return whether it is in place.
-bool replaceRuntimeFile(int folder, const std::string& name, std::string_view bytes);
+/// Puts a file of `bytes` under `name`, in one step.
+Status replaceRuntimeFile(int folder, const std::string& name, std::string_view bytes);
 
-/// The same unless there is a file of that name. @return whether it is in place.
-bool createRuntimeFile(int folder, const std::string& name, std::string_view bytes);
+/// The same unless there is a file of that name, which is EEXIST.
+Status createRuntimeFile(int folder, const std::string& name, std::string_view bytes);
 
 }  // namespace clientcomm

@@ -93,7 +93,7 @@ constexpr Outcome kUnknownOutcome = {ECHILD, 0};
 
 void writeOutcome(int pipe, Outcome outcome) noexcept {
   // The reader has its own outcome for a pipe that ends without one.
-  static_cast<void>(writeAll(pipe, &outcome, sizeof outcome));
+  writeAll(pipe, &outcome, sizeof outcome).ignore();
 }
 
 // The outcome that comes through the pipe; `otherwise` when it ends without one.

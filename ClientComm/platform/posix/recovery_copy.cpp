@@ -44,9 +44,11 @@ int writeCopy(int file, std::string_view before, std::string_view after) {
   const std::string heading = std::string(kRecoveryHeading) + std::to_string(before.size()) + " " +
                               std::to_string(after.size()) + "\n";
   for (const std::string_view part : {std::string_view(heading), before, after}) {
-    if (const int code = writeAll(file, part.data(), part.size())) return code;
+    if (const Status written = writeAll(file, part.data(), part.size()); !written.isOk()) {
+      return written.code();
+    }
   }
-  return flushData(file);
+  return flushData(file).code();
 }
 
 // Cuts a number and the `end` behind it off the front of `text`.
@@ -114,7 +116,7 @@ int RecoveryCopy::makeAt(const Place& place, std::string_view before, std::strin
     unlinkat(folder.get(), partial.c_str(), 0);
     return code;
   }
-  flushData(folder.get());
+  flushData(folder.get()).ignore();  // the copy is whole; only its name may be lost
   copy = RecoveryCopy(std::move(folder), place.name, std::move(file));
   return 0;
 }
@@ -138,7 +140,7 @@ std::optional<RecoveryCopy> RecoveryCopy::findAt(const Place& place) {
   ScopedFd folder(open(place.folder.c_str(), kDirectoryFlags));
   if (!folder.isValid()) return std::nullopt;
   std::string bytes;
-  if (readRegularFile(file.get(), kLargestCopy, bytes) != 0) bytes.clear();
+  if (!readRegularFile(file.get(), kLargestCopy, bytes).isOk()) bytes.clear();
   RecoveryCopy copy(std::move(folder), place.name, std::move(file));
   copy.parse(bytes);
   return copy;

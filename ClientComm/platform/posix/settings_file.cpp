@@ -44,15 +44,17 @@ std::string targetOfLinks(std::string path) {
 }
 
 int readContent(int file, std::string& bytes) {
-  return readRegularFile(file, kMaximumSettingsFileSize, bytes);
+  return readRegularFile(file, kMaximumSettingsFileSize, bytes).code();
 }
 
 // Not emptied first: a small file that is written over at once is never seen without content.
 int setContent(int file, std::string_view bytes) {
   if (lseek(file, 0, SEEK_SET) < 0) return errno;
-  if (const int code = writeAll(file, bytes.data(), bytes.size())) return code;
+  if (const Status written = writeAll(file, bytes.data(), bytes.size()); !written.isOk()) {
+    return written.code();
+  }
   if (ftruncate(file, static_cast<off_t>(bytes.size())) != 0) return errno;
-  return flushData(file);
+  return flushData(file).code();
 }
 
 // Completes the write of a process that died and removes its copy.
@@ -136,12 +138,12 @@ int writeSettingsFile(const std::string& path, std::string_view bytes, WriteForm
   const std::string target = targetOfLinks(path);
   struct stat status;
   if (lstat(target.c_str(), &status) != 0) {
-    return errno == ENOENT ? replaceFile(target, bytes, modeOfNew) : errno;
+    return errno == ENOENT ? replaceFile(target, bytes, modeOfNew).code() : errno;
   }
   if (!S_ISREG(status.st_mode)) return EINVAL;
   if (faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) != 0) return errno;
   if (form == WriteForm::kByRename && isReplaceable(target, status)) {
-    const int code = replaceFile(target, bytes, modeOfNew);
+    const int code = replaceFile(target, bytes, modeOfNew).code();
     if (code != EACCES && code != EPERM && code != EROFS) return code;
   }
   return writeInPlace(target, bytes);

@@ -26,9 +26,8 @@ int copyByBuffer(int source, int target) {
   for (;;) {
     const ssize_t count = readSome(source, buffer.get(), kBufferSize);
     if (count <= 0) return statusOf(static_cast<int>(count));
-    if (const int status = writeAll(target, buffer.get(), static_cast<std::size_t>(count))) {
-      return status;
-    }
+    const Status written = writeAll(target, buffer.get(), static_cast<std::size_t>(count));
+    if (!written.isOk()) return written.code();
   }
 }
 
