@@ -486,12 +486,13 @@ void TQHPHelperCommunicate::initDataCollectionPath(const OptionalString& basePat
   clientcomm::guarded([&] {
     if (!basePath || !basePath->starts_with('/')) return;
     const std::string log = clientcomm::stringByAppendingPathComponent(*basePath, "Log");
-    if (!clientcomm::fileExistsAtPath(log)) clientcomm::createDirectoryAtPath(log);
+    // Where it fails, the folder in it cannot be made either.
+    if (!clientcomm::fileExistsAtPath(log)) clientcomm::makeDirectoryAtPath(log).ignore();
     const std::string data = clientcomm::stringByAppendingPathComponent(log, "Data");
     if (clientcomm::fileExistsAtPath(data)) return;
     UserDefaults::standardUserDefaults().setObject(clientcomm::PropertyListValue(data),
                                                    DataCollectPathKey);
-    clientcomm::createDirectoryAtPath(data);
+    clientcomm::makeDirectoryAtPath(data).ignore();  // the path is recorded all the same
   });
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ClientComm/TQHPAppleEventSender.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
@@ -20,6 +21,7 @@
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/removal_format.h"
 #include "ClientComm/platform/removed_bundle.h"
+#include "ClientComm/platform/status.h"
 #include "ClientComm/platform/workspace.h"
 
 namespace clientcomm {
@@ -62,8 +64,8 @@ HelperLocation helperLocation() {
 // Whether no process runs from the old copy at `place`. A helper that was not found may run all the
 // same: its look-up reads several files, each of which can fail.
 bool runsNothing(const std::string& place) {
-  const auto processes = clientcomm::processesRunningBelow(place);
-  return processes && processes->empty();
+  std::vector<std::int32_t> processes;
+  return clientcomm::processesRunningBelow(place, processes).isOk() && processes.empty();
 }
 
 OptionalString versionOfBundle(const std::string& path) {
@@ -85,7 +87,8 @@ void HelperInstallation::extract() {
   // Not for another user: a helper that root installs is one that its owner cannot replace.
   if (!clientcomm::mayCreateItemAtPath(*location.directory)) return;
   if (!clientcomm::fileExistsAtPath(*location.directory)) {
-    clientcomm::createDirectoryAtPath(*location.directory);
+    // Where it cannot be made, it cannot be locked either.
+    clientcomm::makeDirectoryAtPath(*location.directory).ignore();
   }
   const OptionalString resource =
       Bundle::mainBundle().pathForResource(*location.name, clientcomm::kApplicationExtension);
@@ -105,11 +108,13 @@ void HelperInstallation::extract() {
 }
 
 void HelperInstallation::extractLocked(const Target& target) {
-  clientcomm::removeUnfinishedCopies(target.installed);
+  // What stays takes up space and hinders nothing.
+  clientcomm::removeUnfinishedCopies(target.installed).ignore();
   settleEarlierRemovals(target);
   settleMark(target);
   if (!clientcomm::fileExistsAtPath(target.installed)) {
-    clientcomm::copyPath(target.resource, target.installed);
+    // `launch` finds the copy missing and tries again.
+    clientcomm::copyPath(target.resource, target.installed).ignore();
   } else if (TQHPHelperCommunicate::compareVersion(versionOfBundle(target.resource),
                                                    versionOfBundle(target.installed)) == 1) {
     replace(target);
@@ -118,9 +123,11 @@ void HelperInstallation::extractLocked(const Target& target) {
 
 // A place of a removal exists until the old processes have taken the exit command.
 void HelperInstallation::settleEarlierRemovals(const Target& target) {
-  for (const std::string& place : clientcomm::placesMovedAsideFrom(target.installed)) {
+  std::vector<std::string> places;
+  if (!clientcomm::placesMovedAsideFrom(target.installed, places).isOk()) isPending_ = true;
+  for (const std::string& place : places) {
     if (tellProcessesToExit(place)) {
-      clientcomm::removeItemAtPath(place);
+      clientcomm::removeItemAtPath(place).ignore();  // the next host finds the place again
     } else {
       isPending_ = true;
     }
@@ -135,17 +142,18 @@ void HelperInstallation::settleMark(const Target& target) {
       directory, "." + name + clientcomm::kRemovalMarkSuffix);
   if (!clientcomm::fileExistsAtPath(mark)) return;
   if (!clientcomm::fileExistsAtPath(target.installed)) tellToExit(target);
-  clientcomm::removeItemAtPath(mark);
+  clientcomm::removeItemAtPath(mark).ignore();  // the next host finds the mark again
 }
 
 void HelperInstallation::replace(const Target& target) {
   std::string place;
-  const auto error = clientcomm::moveAside(target.installed, place);
+  const clientcomm::Status moved = clientcomm::moveAside(target.installed, place);
   const OldHelper old = tellToExit(target);
-  if (error) return;
-  clientcomm::copyPath(target.resource, target.installed);
+  if (!moved.isOk()) return;
+  // `launch` finds the copy missing and tries again.
+  clientcomm::copyPath(target.resource, target.installed).ignore();
   if (old == OldHelper::kTold || (old == OldHelper::kNotFound && runsNothing(place))) {
-    clientcomm::removeItemAtPath(place);
+    clientcomm::removeItemAtPath(place).ignore();  // the next host finds the place again
   } else {
     isPending_ = true;
   }
@@ -173,14 +181,14 @@ HelperInstallation::OldHelper HelperInstallation::tellToExit(const Target& targe
 // sent only where that process runs from `place`.
 // @return whether such a process has taken the command, or none is left.
 bool HelperInstallation::tellProcessesToExit(const std::string& place) const {
-  const auto processes = clientcomm::processesRunningBelow(place);
-  if (!processes) return false;
-  if (processes->empty()) return true;
+  std::vector<std::int32_t> processes;
+  if (!clientcomm::processesRunningBelow(place, processes).isOk()) return false;
+  if (processes.empty()) return true;
   TQHPHelperControl& control = TQHPHelperControl::share();
   const clientcomm::AEHandOverLimit limit{std::chrono::milliseconds(0)};
   if (control.isAlive(productID_, productVersion_) != clientcomm::noErr) return false;
   const auto receiver = clientcomm::AELastRecipient();
-  const bool isOld = std::any_of(processes->begin(), processes->end(), [receiver](auto process) {
+  const bool isOld = std::any_of(processes.begin(), processes.end(), [receiver](auto process) {
     return static_cast<std::uint64_t>(process) == receiver;
   });
   return isOld && control.exitHelper(productID_, productVersion_) == clientcomm::noErr;

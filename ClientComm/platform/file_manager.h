@@ -16,9 +16,10 @@ inline constexpr const char kFileErrorDomain[] = "FileErrorDomain";
 CLIENTCOMM_EXPORT bool fileExistsAtPath(const std::string& path) noexcept;
 
 /// Makes the directory at `path` and, where missing, those above it, with default permissions.
-/// @return nothing on success (also when the directory exists), otherwise the error: EPERM where a
-///         process of the superuser would make it under a directory of another user, or a setuid
-///         process behind a link.
+/// @return nothing on success (also when the directory exists), otherwise the error, with the path
+///         for the key "FilePath" and the call for "FailedCall": EPERM where a process of the
+///         superuser would make it under a directory of another user, or a setuid process behind a
+///         link.
 CLIENTCOMM_EXPORT std::optional<Error> createDirectoryAtPath(const std::string& path);
 
 }  // namespace clientcomm

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "ClientComm/platform/error.h"
+#include "ClientComm/platform/status.h"
 
 /// Operations on whole trees, and what decides whether and where they act. Paths are bytes and are
 /// passed on as they stand.
@@ -17,23 +16,30 @@ bool mayCreateItemAtPath(const std::string& path) noexcept;
 
 /// Removes the file or the whole tree at `path`; a link is removed, not followed. The tree is
 /// removed in place, entry by entry; see `moveAside` for a removal in one step.
-/// @return nothing on success, also where nothing is at `path`; otherwise the first error, and what
-///         could be removed is gone.
-std::optional<Error> removeItemAtPath(const std::string& path);
+/// @return the first failure; what could be removed is gone then. None where nothing is at `path`.
+Status removeItemAtPath(const std::string& path);
 
 /// Copies the file or the whole tree at `source` to `destination`, keeping modes, times and
 /// symbolic links. Fails with EEXIST when anything exists at `destination`. The copy is built
 /// beside the destination and renamed into place, so that it is never seen half-done; what an
 /// interrupted copy left beside it is cleared away by the next.
-/// @return nothing on success, otherwise the error; nothing is left at the destination then.
-std::optional<Error> copyPath(const std::string& source, const std::string& destination);
+/// @return the failure, with the path in the source or in the destination; nothing is left at the
+///         destination then.
+Status copyPath(const std::string& source, const std::string& destination);
 
 /// Removes the copies beside `destination` that are not finished, whichever process made them. The
 /// caller makes sure that no process is copying to `destination`.
-void removeUnfinishedCopies(const std::string& destination);
+/// @return the first failure; what could be removed is gone then.
+Status removeUnfinishedCopies(const std::string& destination);
+
+/// Makes the directory at `path` and, where missing, those above it; see `createDirectoryAtPath`.
+Status makeDirectoryAtPath(const std::string& path);
 
 /// Names of the entries of the directory at `path`, without "." and "..", in the order that the
-/// file system gives; empty when it cannot be read.
+/// file system gives; those before the failure when it cannot be read to its end.
+Status listDirectoryAtPath(const std::string& path, std::vector<std::string>& names);
+
+/// The same for a caller to whom a directory that cannot be read is an empty one.
 std::vector<std::string> contentsOfDirectoryAtPath(const std::string& path);
 
 /// `path` with a leading "~" or "~/" replaced by the user's home folder; otherwise unchanged.

@@ -281,7 +281,7 @@ TEST_F(DeploymentTest, AnOldHelperThatTakesNoEventsYetIsToldToExitAgain) {
 TEST_F(DeploymentTest, ForAnEarlierRemovalOnlyAProcessThatRunsFromItIsToldToExit) {
   const support::ChildProcess old = support::runInstalledHelper();
   std::string place;
-  ASSERT_FALSE(clientcomm::moveAside(installedHelperPath(), place));
+  ASSERT_TRUE(clientcomm::moveAside(installedHelperPath(), place).isOk());
   makeHelper(kResourceFolder);
   makeHelper(kInstallFolder);
   recorder_.setRecipient(static_cast<std::uint64_t>(old.pid()) + 1);

@@ -9,14 +9,20 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "ClientComm/platform/file_manager.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/linux/local_file.h"
 #include "ClientComm/platform/linux/patient_reader.h"
 #include "ClientComm/platform/linux/runtime_file.h"
 #include "ClientComm/platform/posix/atomic_file.h"
 #include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/removed_bundle.h"
 #include "ClientComm/platform/status.h"
+#include "tests/support/child_process.h"
+#include "tests/support/mounts.h"
 #include "tests/support/test_sandbox.h"
 
 /// What a failed operation reports: domain, code, path and call.
@@ -26,6 +32,8 @@ namespace fs = std::filesystem;
 using clientcomm::kFileErrorDomain;
 using clientcomm::ScopedFd;
 using clientcomm::Status;
+
+constexpr int kNotAllowed = 77;
 
 struct Failure {
   std::string_view domain;
@@ -124,6 +132,79 @@ TEST(FailedOperation, TellsWhatAChildProcessCouldNotRead) {
   std::string bytes;
   expectFailure(clientcomm::readByChildProcess(at("none"), 100, bytes),
                 {kFileErrorDomain, EIO, "readByChildProcess", at("none")});
+}
+
+TEST(FailedOperation, TellsWhichFolderCannotBeMade) {
+  support::writeFile(at("file"), "text");
+  expectFailure(clientcomm::makeDirectoryAtPath(at("file/a/b")),
+                {kFileErrorDomain, ENOTDIR, "mkdir", at("file/a/b")});
+  expectFailure(clientcomm::makeDirectoryAtPath(at("file")),
+                {kFileErrorDomain, EEXIST, "mkdir", at("file")});
+  const auto error = clientcomm::createDirectoryAtPath(at("file"));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->userInfo.at("FilePath"), at("file"));
+  EXPECT_EQ(error->userInfo.at("FailedCall"), "mkdir");
+}
+
+TEST(FailedOperation, TellsWhichFolderCannotBeListed) {
+  std::vector<std::string> names;
+  expectFailure(clientcomm::listDirectoryAtPath(at("none"), names),
+                {kFileErrorDomain, ENOENT, "open", at("none")});
+  std::vector<std::string> places;
+  expectFailure(clientcomm::placesMovedAsideFrom(at("none/Helper.app"), places),
+                {kFileErrorDomain, ENOENT, "open", at("none")});
+}
+
+TEST(FailedOperation, TellsWhichPartOfATreeCannotBeCopied) {
+  fs::create_directories(at("tree/sub"));
+  ASSERT_EQ(mkfifo(at("tree/sub/pipe").c_str(), 0600), 0);
+  expectFailure(clientcomm::copyPath(at("tree"), at("copy")),
+                {kFileErrorDomain, EINVAL, "isRegularFile", at("tree/sub/pipe")});
+  expectFailure(clientcomm::copyPath(at("none"), at("copy")),
+                {kFileErrorDomain, ENOENT, "fstatat", at("none")});
+  expectFailure(clientcomm::copyPath(at("tree"), at("none/copy")),
+                {kFileErrorDomain, ENOENT, "open", at("none")});
+  expectFailure(clientcomm::copyPath(at("tree/sub"), at("tree")),
+                {kFileErrorDomain, EEXIST, "fstatat", at("tree")});
+}
+
+TEST(FailedOperation, TellsWhichPartOfACopyCannotBeWritten) {
+  fs::create_directories(at("tree/sub"));
+  support::writeFile(at("tree/sub/file"), "longer text");
+  const FileSizeLimit limit(4);
+  const Status copied = clientcomm::copyPath(at("tree"), at("copy"));
+  EXPECT_EQ(copied.code(), EFBIG);
+  EXPECT_EQ(copied.path(), at("copy/sub/file"));
+}
+
+TEST(FailedOperation, TellsWhichPartOfATreeCannotBeRemoved) {
+  fs::create_directories(at("tree/sub/mounted"));
+  auto process = support::ChildProcess::fork([] {
+    if (!support::ownMounts()) return kNotAllowed;
+    const support::MountedFileSystem mounted("tmpfs", at("tree/sub/mounted"));
+    if (!mounted.problem().empty()) return kNotAllowed;
+    expectFailure(clientcomm::removeItemAtPath(at("tree")),
+                  {kFileErrorDomain, EBUSY, "unlinkat", at("tree/sub/mounted")});
+    return testing::Test::HasFailure() ? 1 : 0;
+  });
+  const int status = process.wait();
+  if (status == kNotAllowed) GTEST_SKIP() << "nothing can be mounted here";
+  EXPECT_EQ(status, 0);
+}
+
+TEST(FailedOperation, TellsWhichBundleCannotBeMovedAside) {
+  std::string place;
+  expectFailure(clientcomm::moveAside(at("none/Helper.app"), place),
+                {kFileErrorDomain, ENOENT, "open", at("none")});
+  expectFailure(clientcomm::moveAside(at("Helper.app"), place),
+                {kFileErrorDomain, ENOENT, "renameat", at("Helper.app")});
+}
+
+TEST(FailedOperation, TellsWhereProcessesCannotBeLookedFor) {
+  support::writeFile(at("file"), "text");
+  std::vector<std::int32_t> processes;
+  expectFailure(clientcomm::processesRunningBelow(at("file/below"), processes),
+                {clientcomm::kProcessErrorDomain, ENOTDIR, "realpath", at("file/below")});
 }
 
 }  // namespace

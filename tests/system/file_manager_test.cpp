@@ -37,6 +37,7 @@ using clientcomm::fileExistsAtPath;
 using clientcomm::lastPathComponent;
 using clientcomm::pathExtension;
 using clientcomm::removeItemAtPath;
+using clientcomm::Status;
 using clientcomm::stringByAppendingPathComponent;
 using clientcomm::stringByExpandingTildeInPath;
 using support::ChildProcess;
@@ -50,6 +51,8 @@ std::int64_t codeOf(const std::optional<Error>& error) {
   EXPECT_EQ(error->domain, clientcomm::kFileErrorDomain);
   return error->code;
 }
+
+int codeOf(const Status& status) { return status.code(); }
 
 // Everything that a copy keeps of an entry, as text.
 std::string describe(const fs::path& path) {
@@ -230,8 +233,7 @@ TEST_F(FileManager, LeavesNothingOfACopyThatFailsOnAFullDisk) {
     signal(SIGXFSZ, SIG_IGN);
     const rlimit limit = {100'000, 100'000};
     setrlimit(RLIMIT_FSIZE, &limit);
-    const auto error = copyPath(source, at("Copy.app"));
-    return error ? static_cast<int>(error->code) : 0;
+    return codeOf(copyPath(source, at("Copy.app")));
   });
   EXPECT_EQ(copier.wait(), EFBIG);
   EXPECT_EQ(contentsOfDirectoryAtPath(root_), std::vector<std::string>{"Helper.app"});
@@ -242,9 +244,7 @@ TEST_F(FileManager, ReportsACopyIntoAFolderThatCannotBeWritten) {
   letEverybodyIn();
   fs::create_directory(at("readonly"));
   ASSERT_EQ(chmod(at("readonly").c_str(), 0555), 0);
-  EXPECT_EQ(runUnprivileged([&] {
-              return static_cast<int>(codeOf(copyPath(source, at("readonly/Copy.app"))));
-            }),
+  EXPECT_EQ(runUnprivileged([&] { return codeOf(copyPath(source, at("readonly/Copy.app"))); }),
             EACCES);
   EXPECT_TRUE(contentsOfDirectoryAtPath(at("readonly")).empty());
 }
@@ -254,9 +254,7 @@ TEST_F(FileManager, DoesNotLendAnothersRightsByACopy) {
   writeFile(at("program"), "x");
   ASSERT_EQ(chmod(at("program").c_str(), 04755), 0);
   letEverybodyIn();
-  EXPECT_EQ(runUnprivileged(
-                [this] { return static_cast<int>(codeOf(copyPath(at("program"), at("copy")))); }),
-            0);
+  EXPECT_EQ(runUnprivileged([this] { return codeOf(copyPath(at("program"), at("copy"))); }), 0);
   struct stat status;
   ASSERT_EQ(stat(at("copy").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777U, 0755U);
@@ -280,10 +278,8 @@ TEST_F(FileManager, LetsExactlyOneOfManyCopiersWin) {
   const std::string source = makeBundle("Helper.app");
   std::vector<ChildProcess> copiers;
   for (int i = 0; i < 8; ++i) {
-    copiers.push_back(ChildProcess::fork([&source, this] {
-      const auto error = copyPath(source, at("Copy.app"));
-      return error ? static_cast<int>(error->code) : 0;
-    }));
+    copiers.push_back(
+        ChildProcess::fork([&source, this] { return codeOf(copyPath(source, at("Copy.app"))); }));
   }
   std::vector<int> results;
   for (ChildProcess& copier : copiers) results.push_back(copier.wait());
@@ -297,8 +293,8 @@ TEST_F(FileManager, NeverShowsACopyHalfDone) {
   const std::string source = at("tree");
   for (int i = 0; i < 200; ++i)
     writeFile(source + "/" + std::to_string(i), std::string(20'000, 'x'));
-  auto copier = ChildProcess::fork(
-      [&source, this] { return static_cast<int>(codeOf(copyPath(source, at("copy")))); });
+  auto copier =
+      ChildProcess::fork([&source, this] { return codeOf(copyPath(source, at("copy"))); });
   // Without a pause: the copy would be complete by the end of it.
   const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   while (!fileExistsAtPath(at("copy"))) ASSERT_LT(std::chrono::steady_clock::now(), limit);
@@ -313,7 +309,7 @@ TEST_F(FileManager, ClearsAwayWhatAKilledCopierLeft) {
   fs::resize_file(source + "/large",
                   std::uintmax_t{1} << 30U);  // takes long enough to be cut short
   auto copier =
-      ChildProcess::fork([&source, this] { return copyPath(source, at("copy")) ? 1 : 0; });
+      ChildProcess::fork([&source, this] { return copyPath(source, at("copy")).isOk() ? 0 : 1; });
   const std::string prefix = ".copy.partial-" + std::to_string(copier.pid()) + "-";
   std::string partial;
   ASSERT_TRUE(support::waitUntil([&] {
@@ -357,9 +353,9 @@ TEST_F(FileManager, ClearsUnfinishedCopiesOfRunningProcessesOnRequest) {
   for (const std::string other : {".copy.partial-", ".copy.partial-x1-1", ".other.partial-1-1"}) {
     writeFile(at(other), "other");
   }
-  clientcomm::removeUnfinishedCopies(at("copy"));
+  EXPECT_TRUE(clientcomm::removeUnfinishedCopies(at("copy")).isOk());
   EXPECT_EQ(contentsOfDirectoryAtPath(root_).size(), 3U);
-  clientcomm::removeUnfinishedCopies(at("missing/copy"));
+  EXPECT_EQ(codeOf(clientcomm::removeUnfinishedCopies(at("missing/copy"))), ENOENT);
 }
 
 TEST_F(FileManager, CopiesUnderTheLongestName) {
@@ -417,9 +413,7 @@ TEST_F(FileManager, RemovesReadOnlyFoldersOfItsOwn) {
   for (const char* name : {"tree/a/b", "tree/a", "tree/Contents", "tree"})
     chmod(at(name).c_str(), 0555);
   chmod(at("tree/closed").c_str(), 0);
-  EXPECT_EQ(
-      runUnprivileged([this] { return static_cast<int>(codeOf(removeItemAtPath(at("tree")))); }),
-      0);
+  EXPECT_EQ(runUnprivileged([this] { return codeOf(removeItemAtPath(at("tree"))); }), 0);
   EXPECT_FALSE(fileExistsAtPath(at("tree")));
 }
 
@@ -431,9 +425,7 @@ TEST_F(FileManager, RemovesWhatItCanAndReportsTheRest) {
   letEverybodyIn();
   ASSERT_EQ(chmod(at("tree").c_str(), 0777), 0);
   ASSERT_EQ(chmod(at("tree/mine").c_str(), 0777), 0);
-  EXPECT_EQ(
-      runUnprivileged([this] { return static_cast<int>(codeOf(removeItemAtPath(at("tree")))); }),
-      EACCES);
+  EXPECT_EQ(runUnprivileged([this] { return codeOf(removeItemAtPath(at("tree"))); }), EACCES);
   EXPECT_EQ(contentsOfDirectoryAtPath(at("tree")), std::vector<std::string>{"theirs"});
 }
 
@@ -442,8 +434,7 @@ TEST_F(FileManager, LeavesTheModeOfTheFolderAroundWhatItRemoves) {
   letEverybodyIn();
   giveToUnprivileged(at("closed"));
   ASSERT_EQ(chmod(at("closed").c_str(), 0555), 0);
-  EXPECT_EQ(runUnprivileged(
-                [this] { return static_cast<int>(codeOf(removeItemAtPath(at("closed/file")))); }),
+  EXPECT_EQ(runUnprivileged([this] { return codeOf(removeItemAtPath(at("closed/file"))); }),
             EACCES);
   EXPECT_EQ(fs::status(at("closed")).permissions(), fs::perms(0555));
 }
@@ -454,8 +445,7 @@ TEST_F(FileManager, RemovesTogetherWithOthers) {
     writeFile(tree + "/" + std::to_string(i % 50) + "/" + std::to_string(i), "x");
   std::vector<ChildProcess> removers;
   for (int i = 0; i < 4; ++i) {
-    removers.push_back(
-        ChildProcess::fork([&tree] { return static_cast<int>(codeOf(removeItemAtPath(tree))); }));
+    removers.push_back(ChildProcess::fork([&tree] { return codeOf(removeItemAtPath(tree)); }));
   }
   for (ChildProcess& remover : removers) EXPECT_EQ(remover.wait(), 0);
   EXPECT_FALSE(fileExistsAtPath(tree));

@@ -27,13 +27,23 @@ namespace {
 namespace fs = std::filesystem;
 using clientcomm::moveAside;
 using clientcomm::pathBeforeRemoval;
-using clientcomm::placesMovedAsideFrom;
-using clientcomm::processesRunningBelow;
 using support::ChildProcess;
 using support::installedHelperPath;
 
 using Strings = std::vector<std::string>;
 using Processes = std::vector<std::int32_t>;
+
+Strings placesMovedAsideFrom(const std::string& path) {
+  Strings places;
+  EXPECT_TRUE(clientcomm::placesMovedAsideFrom(path, places).isOk());
+  return places;
+}
+
+std::optional<Processes> processesRunningBelow(const std::string& path) {
+  Processes processes;
+  const bool isRead = clientcomm::processesRunningBelow(path, processes).isOk();
+  return isRead ? std::optional(processes) : std::nullopt;
+}
 
 constexpr uid_t kSomebodyElse = 65534;
 
@@ -60,7 +70,7 @@ ChildProcess runSilentHelper() {
 TEST(RemovedBundle, IsGoneFromItsPathAndWholeInItsPrivatePlace) {
   const std::string helper = support::makeHelper(support::kInstallFolder);
   std::string place;
-  ASSERT_FALSE(moveAside(helper, place));
+  ASSERT_TRUE(moveAside(helper, place).isOk());
   EXPECT_FALSE(fs::exists(helper));
   EXPECT_EQ(placesMovedAsideFrom(helper), Strings{place});
   EXPECT_TRUE(fs::exists(place + "/Test Helper.app/Contents/Info.plist"));
@@ -72,9 +82,9 @@ TEST(RemovedBundle, IsMovedThoughItsFolderIsReadOnly) {
   ASSERT_EQ(chmod(helper.c_str(), 0555), 0);
   const support::BoundByPermissions bound;
   std::string place;
-  EXPECT_FALSE(moveAside(helper, place));
+  EXPECT_TRUE(moveAside(helper, place).isOk());
   EXPECT_FALSE(fs::exists(helper));
-  EXPECT_FALSE(clientcomm::removeItemAtPath(place));
+  EXPECT_TRUE(clientcomm::removeItemAtPath(place).isOk());
 }
 
 TEST(RemovedBundle, OfAnotherUserIsMovedToo) {
@@ -83,7 +93,7 @@ TEST(RemovedBundle, OfAnotherUserIsMovedToo) {
   ASSERT_EQ(chown(installedHelperPath().c_str(), kSomebodyElse, kSomebodyElse), 0);
   const support::BoundByPermissions bound;
   std::string place;
-  ASSERT_FALSE(moveAside(installedHelperPath(), place));
+  ASSERT_TRUE(moveAside(installedHelperPath(), place).isOk());
   EXPECT_FALSE(fs::exists(installedHelperPath()));
   EXPECT_EQ(placesMovedAsideFrom(installedHelperPath()), Strings{place});
   EXPECT_EQ(processesRunningBelow(place), Processes{process.pid()});
@@ -95,16 +105,16 @@ TEST(RemovedBundle, ThatCannotBeMovedStaysAsItIs) {
   const support::SealedFolder sealed(support::sandbox() + "/install");
   const support::BoundByPermissions bound;
   std::string place;
-  EXPECT_TRUE(moveAside(helper, place));
+  EXPECT_FALSE(moveAside(helper, place).isOk());
   EXPECT_TRUE(fs::exists(helper + "/Contents/Info.plist"));
   EXPECT_TRUE(placesMovedAsideFrom(helper).empty());
-  EXPECT_TRUE(moveAside(support::sandbox() + "/missing/Helper.app", place));
+  EXPECT_FALSE(moveAside(support::sandbox() + "/missing/Helper.app", place).isOk());
 }
 
 TEST(RemovedBundle, LeavesNoFolderWhereThereWasNothingToMove) {
   fs::create_directories(support::sandbox() + "/install");
   std::string place;
-  EXPECT_TRUE(moveAside(installedHelperPath(), place));
+  EXPECT_FALSE(moveAside(installedHelperPath(), place).isOk());
   EXPECT_TRUE(fs::is_empty(support::sandbox() + "/install"));
 }
 
@@ -112,7 +122,7 @@ TEST(RemovedBundle, IsThePathOfTheProcessesThatRunFromIt) {
   const ChildProcess process = runSilentHelper();
   ASSERT_TRUE(isKnownAsInstalledHelper());
   std::string place;
-  ASSERT_FALSE(moveAside(installedHelperPath(), place));
+  ASSERT_TRUE(moveAside(installedHelperPath(), place).isOk());
   EXPECT_TRUE(isKnownAsInstalledHelper());
   EXPECT_EQ(processesRunningBelow(place), Processes{process.pid()});
   // A link on the way to it makes no difference.
@@ -125,10 +135,10 @@ TEST(RemovedBundle, IsThePathOfTheProcessesThatRunFromIt) {
 TEST(RemovedBundle, KeepsItsProcessesKnownWhenItsFilesAreDeletedAndTheNewOneIsThere) {
   const ChildProcess process = runSilentHelper();
   std::string place;
-  ASSERT_FALSE(moveAside(installedHelperPath(), place));
+  ASSERT_TRUE(moveAside(installedHelperPath(), place).isOk());
   support::makeHelper(support::kInstallFolder, "2.0");
   EXPECT_TRUE(isKnownAsInstalledHelper());
-  ASSERT_FALSE(clientcomm::removeItemAtPath(place));
+  ASSERT_TRUE(clientcomm::removeItemAtPath(place).isOk());
   EXPECT_TRUE(isKnownAsInstalledHelper());
   EXPECT_EQ(processesRunningBelow(place), Processes{});
   EXPECT_EQ(processesRunningBelow(installedHelperPath()), Processes{});

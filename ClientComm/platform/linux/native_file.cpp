@@ -23,23 +23,27 @@ bool meansNotSupported(int code) {
 
 }  // namespace
 
-int renameWithoutReplacing(int directory, const char* from, const char* to) {
-  if (renameat2(directory, from, directory, to, RENAME_NOREPLACE) == 0) return 0;
+Status renameWithoutReplacing(int directory, const char* from, const char* to) {
+  if (renameat2(directory, from, directory, to, RENAME_NOREPLACE) == 0) return {};
   // A file system or a sandbox without that kind of renaming.
-  if (errno != EINVAL && errno != ENOSYS && errno != EPERM) return errno;
+  if (errno != EINVAL && errno != ENOSYS && errno != EPERM) {
+    return Status::ofFile(errno, "renameat2", to);
+  }
   struct stat status;
-  if (fstatat(directory, to, &status, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
-  return statusOf(renameat(directory, from, directory, to));
+  if (fstatat(directory, to, &status, AT_SYMLINK_NOFOLLOW) == 0) {
+    return Status::ofFile(EEXIST, "fstatat", to);
+  }
+  return fileStatus(renameat(directory, from, directory, to), "renameat", to);
 }
 
-std::int64_t copyInsideKernel(int source, int target, std::int64_t limit) {
+Status copyInsideKernel(int source, int target, std::int64_t limit, std::int64_t& copied) {
   constexpr std::int64_t kLargestChunk = std::int64_t{1} << 30U;
   const auto size = static_cast<std::size_t>(std::min(limit, kLargestChunk));
   for (;;) {
     const ssize_t count = copy_file_range(source, nullptr, target, nullptr, size, 0);
-    if (count >= 0) return count;
-    if (meansNotSupported(errno)) return 0;
-    if (errno != EINTR) return -errno;
+    copied = std::max<ssize_t>(count, 0);
+    if (count >= 0 || meansNotSupported(errno)) return {};
+    if (errno != EINTR) return Status::ofFile(errno, "copy_file_range");
   }
 }
 

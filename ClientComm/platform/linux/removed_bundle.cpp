@@ -24,14 +24,14 @@
 namespace clientcomm {
 namespace {
 
-// Makes a folder of a new name in `parent`. @return 0 or an errno value.
-int makePlace(int parent, const std::string& name, std::string& place) {
-  int code = EEXIST;
-  while (code == EEXIST) {  // left by an earlier process that had this one's ID
+// Makes a folder of a new name in `parent`.
+Status makePlace(int parent, const std::string& name, std::string& place) {
+  Status made;
+  do {  // EEXIST: left by an earlier process that had this one's ID
     place = nextRemovedName(name);
-    code = statusOf(mkdirat(parent, place.c_str(), S_IRWXU));
-  }
-  return code;
+    made = fileStatus(mkdirat(parent, place.c_str(), S_IRWXU), "mkdirat", place);
+  } while (made.code() == EEXIST);
+  return made;
 }
 
 bool makeWritable(int parent, const std::string& name) {
@@ -42,23 +42,24 @@ bool makeWritable(int parent, const std::string& name) {
 }
 
 // A directory that moves to another one must be writable itself: its ".." changes.
-int moveInto(int parent, const std::string& name, const std::string& place) {
+Status moveInto(int parent, const std::string& name, const std::string& place) {
   const std::string target = place + "/" + name;
-  int code = statusOf(renameat(parent, name.c_str(), parent, target.c_str()));
-  if (code == EACCES && makeWritable(parent, name)) {
-    code = statusOf(renameat(parent, name.c_str(), parent, target.c_str()));
-  }
-  return code;
+  const auto move = [&] {
+    return fileStatus(renameat(parent, name.c_str(), parent, target.c_str()), "renameat", name);
+  };
+  Status moved = move();
+  if (moved.code() == EACCES && makeWritable(parent, name)) moved = move();
+  return moved;
 }
 
-int moveAsideIn(int parent, const std::string& name, std::string& place) {
-  if (const int code = makePlace(parent, name, place)) return code;
-  const int code = moveInto(parent, name, place);
-  if (code == 0) return 0;
+Status moveAsideIn(int parent, const std::string& name, std::string& place) {
+  if (Status made = makePlace(parent, name, place); !made.isOk()) return made;
+  Status moved = moveInto(parent, name, place);
+  if (moved.isOk()) return moved;
   unlinkat(parent, place.c_str(), AT_REMOVEDIR);
   // Another user's bundle in a folder of our own can be renamed but not moved.
-  if (code != EACCES && code != EPERM) return code;
-  return statusOf(renameat(parent, name.c_str(), parent, place.c_str()));
+  if (moved.code() != EACCES && moved.code() != EPERM) return moved;
+  return fileStatus(renameat(parent, name.c_str(), parent, place.c_str()), "renameat", name);
 }
 
 // A process that ended, a thread of the kernel, a process that this one may not look at, or a path
@@ -70,34 +71,34 @@ bool isOfNoProcessBelow(int error) noexcept {
 
 }  // namespace
 
-std::optional<Error> moveAside(const std::string& path, std::string& place) {
-  const auto errorOf = [&path](int code) {
-    return Error{kFileErrorDomain, code, {{"FilePath", path}}};
-  };
+Status moveAside(const std::string& path, std::string& place) {
   const SplitPath target = splitPath(path);
   const ScopedFd parent(open(target.directory.c_str(), kDirectoryFlags));
-  if (!parent.isValid()) return errorOf(errno);
+  if (!parent.isValid()) return Status::ofFile(errno, "open", target.directory);
   std::string name;
-  if (const int code = moveAsideIn(parent.get(), target.name, name)) return errorOf(code);
-  place = stringByAppendingPathComponent(target.directory, name);
-  return std::nullopt;
+  Status moved = moveAsideIn(parent.get(), target.name, name);
+  if (moved.isOk()) place = stringByAppendingPathComponent(target.directory, name);
+  return std::move(moved).below(target.directory);
 }
 
-std::vector<std::string> placesMovedAsideFrom(const std::string& path) {
+Status placesMovedAsideFrom(const std::string& path, std::vector<std::string>& places) {
+  places.clear();
   const SplitPath target = splitPath(path);
-  std::vector<std::string> places;
-  for (const std::string& entry : contentsOfDirectoryAtPath(target.directory)) {
+  std::vector<std::string> entries;
+  Status listed = listDirectoryAtPath(target.directory, entries);
+  for (const std::string& entry : entries) {
     if (!isRemovedName(entry, target.name)) continue;
     places.push_back(stringByAppendingPathComponent(target.directory, entry));
   }
-  return places;
+  return listed;
 }
 
-std::optional<std::vector<std::int32_t>> processesRunningBelow(const std::string& path) {
-  std::vector<std::int32_t> processes;
+Status processesRunningBelow(const std::string& path, std::vector<std::int32_t>& processes) {
+  processes.clear();
   // The kernel's paths hold no symbolic links.
   const std::unique_ptr<char, decltype(&free)> real(realpath(path.c_str(), nullptr), &free);
-  if (!real) return errno == ENOENT ? std::optional(processes) : std::nullopt;
+  if (!real && errno == ENOENT) return {};
+  if (!real) return {kProcessErrorDomain, errno, "realpath", path};
   const std::string below = std::string(real.get()) + "/";
   std::array<char, PATH_MAX> target;
   ProcessIDReader reader;
@@ -105,12 +106,14 @@ std::optional<std::vector<std::int32_t>> processesRunningBelow(const std::string
     const ProcPath link = ProcPath::ofProcess(pid, "/exe");
     const ssize_t length =
         readlinkat(reader.directory(), link.belowProcFolder(), target.data(), PATH_MAX);
-    if (length < 0 && !isOfNoProcessBelow(errno)) return std::nullopt;
+    if (length < 0 && !isOfNoProcessBelow(errno)) {
+      return {kProcessErrorDomain, errno, "readlinkat", link.view()};
+    }
     if (length <= 0) continue;
     const std::string_view executable(target.data(), static_cast<std::size_t>(length));
     if (executable.starts_with(below)) processes.push_back(pid);
   }
-  return reader.error() == 0 ? std::optional(std::move(processes)) : std::nullopt;
+  return {kProcessErrorDomain, reader.error(), "getdents64", kProcFolder};
 }
 
 }  // namespace clientcomm

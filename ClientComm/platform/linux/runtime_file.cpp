@@ -51,8 +51,7 @@ Status createRuntimeFile(int folder, const std::string& name, std::string_view b
   const std::string draft = draftName(name);
   Status status = writeDraft(folder, draft, bytes);
   if (status.isOk()) {
-    status =
-        Status::ofFile(renameWithoutReplacing(folder, draft.c_str(), name.c_str()), "renameat2");
+    status = renameWithoutReplacing(folder, draft.c_str(), name.c_str());
   }
   if (!status.isOk()) unlinkat(folder, draft.c_str(), 0);
   return std::move(status).at(name);

@@ -17,15 +17,16 @@ bool isDirectory(const std::string& path) {
 
 }  // namespace
 
-int makeDirectories(const std::string& path, mode_t mode) {
-  int code = statusOf(mkdir(path.c_str(), mode));
-  if (code == ENOENT && !path.empty()) {
+Status makeDirectories(const std::string& path, mode_t mode) {
+  Status status = fileStatus(mkdir(path.c_str(), mode), "mkdir", path);
+  if (status.code() == ENOENT && !path.empty()) {
     const std::string parent = splitPath(path).directory;
-    if (parent == path) return code;
-    if (const int status = makeDirectories(parent, mode)) return status;
-    code = statusOf(mkdir(path.c_str(), mode));
+    if (parent == path) return status;
+    if (Status above = makeDirectories(parent, mode); !above.isOk()) return above;
+    status = fileStatus(mkdir(path.c_str(), mode), "mkdir", path);
   }
-  return code != 0 && isDirectory(path) ? 0 : code;
+  if (!status.isOk() && isDirectory(path)) return {};
+  return status;
 }
 
 }  // namespace clientcomm

@@ -4,11 +4,13 @@
 
 #include <string>
 
+#include "ClientComm/platform/status.h"
+
 namespace clientcomm {
 
 /// Makes the directory at `path`, without trailing slashes, and those above it, where missing.
 /// @param mode of each new directory, less the umask.
-/// @return 0, also when the directory exists; ENOTDIR or the system's error otherwise.
-int makeDirectories(const std::string& path, mode_t mode);
+/// @return success also when the directory exists.
+Status makeDirectories(const std::string& path, mode_t mode);
 
 }  // namespace clientcomm

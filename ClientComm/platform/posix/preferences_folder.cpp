@@ -1,5 +1,7 @@
 #include "ClientComm/platform/posix/preferences_folder.h"
 
+#include <cerrno>
+
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/make_directories.h"
 #include "ClientComm/platform/posix/preferences_format.h"
@@ -11,9 +13,10 @@ std::string preferencesFolder() {
   return stringByAppendingPathComponent(configDirectory(), kPreferencesFolderName);
 }
 
-bool makePreferencesFolder() {
+Status makePreferencesFolder() {
   const std::string folder = preferencesFolder();
-  return mayCreateAt(folder) && makeDirectories(folder, 0700) == 0;
+  if (!mayCreateAt(folder)) return Status::ofFile(EPERM, "mayCreateAt", folder);
+  return makeDirectories(folder, 0700);
 }
 
 }  // namespace clientcomm

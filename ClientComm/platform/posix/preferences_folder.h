@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "ClientComm/platform/status.h"
+
 namespace clientcomm {
 
 /// The folder of the user's settings files, "Preferences" in the user's configuration folder. Only
@@ -9,7 +11,7 @@ namespace clientcomm {
 std::string preferencesFolder();
 
 /// Makes the folder where it is missing, for the user alone.
-/// @return false when it could not be made.
-bool makePreferencesFolder();
+/// @return EPERM when this process makes nothing there; see `mayCreateAt`.
+Status makePreferencesFolder();
 
 }  // namespace clientcomm

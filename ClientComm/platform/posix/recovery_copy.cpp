@@ -93,7 +93,7 @@ int RecoveryCopy::make(const std::string& target, std::string_view before, std::
   const int code = makeAt(placeBeside(target), before, after, copy);
   if (!isRefusal(code)) return code;
   const auto place = placeInPreferences(target);
-  return place && makePreferencesFolder() ? makeAt(*place, before, after, copy) : code;
+  return place && makePreferencesFolder().isOk() ? makeAt(*place, before, after, copy) : code;
 }
 
 int RecoveryCopy::makeAt(const Place& place, std::string_view before, std::string_view after,
@@ -111,7 +111,9 @@ int RecoveryCopy::makeAt(const Place& place, std::string_view before, std::strin
   if (!file.isValid()) return errno;
   int code = statusOf(flock(file.get(), LOCK_EX | LOCK_NB));
   if (code == 0) code = writeCopy(file.get(), before, after);
-  if (code == 0) code = renameWithoutReplacing(folder.get(), partial.c_str(), place.name.c_str());
+  if (code == 0) {
+    code = renameWithoutReplacing(folder.get(), partial.c_str(), place.name.c_str()).code();
+  }
   if (code != 0) {
     unlinkat(folder.get(), partial.c_str(), 0);
     return code;

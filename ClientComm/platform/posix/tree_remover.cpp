@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "ClientComm/platform/posix/directory_reader.h"
 #include "ClientComm/platform/posix/io.h"
@@ -15,11 +16,11 @@ namespace {
 
 class TreeRemover {
  public:
-  // @return 0, or the first error; the rest is removed all the same.
-  int remove(int parent, const char* name) {
+  // @return the first failure; the rest is removed all the same.
+  Status remove(int parent, const char* name) {
     outside_ = parent;
     if (!unlink(parent, name, 0)) removeDirectory(parent, name);
-    return firstError_;
+    return std::move(firstError_);
   }
 
  private:
@@ -28,21 +29,26 @@ class TreeRemover {
     int status = statusOf(unlinkat(parent, name, flags));
     if (status == EACCES && makeWritable(parent)) status = statusOf(unlinkat(parent, name, flags));
     if (status == EISDIR || status == ENOTEMPTY || status == EEXIST) return false;
-    note(status);
+    note(Status::ofFile(status, "unlinkat", name));
     return true;
   }
 
   void removeDirectory(int parent, const char* name) {
     constexpr int kMaximumPasses = 8;  // some file systems skip entries of a list under removal
     DirectoryReader directory(open(parent, name));
-    if (!directory.isOpen()) return note(errno);
+    if (!directory.isOpen()) return note(Status::ofFile(errno, "openat", name));
     const int errorsBefore = errorCount_;
     for (int pass = 0; pass < kMaximumPasses; ++pass) {
+      const bool isFirst = firstError_.isOk();
       removeEntries(directory);
+      if (isFirst) {
+        Status inside = std::move(firstError_).below(name);
+        firstError_ = std::move(inside);
+      }
       if (unlink(parent, name, AT_REMOVEDIR) || errorCount_ != errorsBefore) return;
       directory.rewind();
     }
-    note(ENOTEMPTY);
+    note(Status::ofFile(ENOTEMPTY, "unlinkat", name));
   }
 
   void removeEntries(DirectoryReader& directory) {
@@ -51,7 +57,7 @@ class TreeRemover {
         removeDirectory(directory.fd(), entry->d_name);
       }
     }
-    note(errno);
+    note(Status::ofFile(errno, "readdir"));
   }
 
   ScopedFd open(int parent, const char* name) {
@@ -72,18 +78,18 @@ class TreeRemover {
            fchmod(directory, (status.st_mode & 07777U) | S_IRWXU) == 0;
   }
 
-  void note(int code) {
-    if (code == 0 || code == ENOENT) return;
-    if (errorCount_++ == 0) firstError_ = code;
+  void note(Status status) {
+    if (status.isOk() || status.code() == ENOENT) return;
+    if (errorCount_++ == 0) firstError_ = std::move(status);
   }
 
   int outside_ = AT_FDCWD;
-  int firstError_ = 0;
+  Status firstError_;
   int errorCount_ = 0;
 };
 
 }  // namespace
 
-int removeTree(int parent, const char* name) { return TreeRemover().remove(parent, name); }
+Status removeTree(int parent, const char* name) { return TreeRemover().remove(parent, name); }
 
 }  // namespace clientcomm

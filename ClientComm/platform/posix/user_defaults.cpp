@@ -96,7 +96,7 @@ bool keepAside(const std::string& path) {
   constexpr int kMostKept = 10'000;
   for (int number = 1; number <= kMostKept; ++number) {
     const std::string aside = path + kCorruptInfix + std::to_string(number);
-    const int code = renameWithoutReplacing(AT_FDCWD, path.c_str(), aside.c_str());
+    const int code = renameWithoutReplacing(AT_FDCWD, path.c_str(), aside.c_str()).code();
     if (code != EEXIST) return code == 0;
   }
   return false;
@@ -204,7 +204,7 @@ struct CLIENTCOMM_LOCAL UserDefaults::State {
   }
 
   bool writePending() const {
-    if (!makePreferencesFolder()) return false;
+    if (!makePreferencesFolder().isOk()) return false;
     const DirectoryLock lock(preferencesFolder(),
                              ExitWriter::isWriting() ? kLockLimitAtExit : kLockLimit);
     if (!lock.isHeld()) return false;
