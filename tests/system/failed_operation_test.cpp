@@ -5,12 +5,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "ClientComm/platform/file_lock.h"
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/linux/local_file.h"
@@ -205,6 +207,17 @@ TEST(FailedOperation, TellsWhereProcessesCannotBeLookedFor) {
   std::vector<std::int32_t> processes;
   expectFailure(clientcomm::processesRunningBelow(at("file/below"), processes),
                 {clientcomm::kProcessErrorDomain, ENOTDIR, "realpath", at("file/below")});
+}
+
+TEST(FailedOperation, TellsWhyAFolderIsNotLocked) {
+  const clientcomm::DirectoryLock missing(at("none"), std::chrono::milliseconds(0));
+  expectFailure(missing.status(), {clientcomm::kLockErrorDomain, ENOENT, "open", at("none")});
+  const clientcomm::DirectoryLock first(support::sandbox(), std::chrono::milliseconds(0));
+  EXPECT_TRUE(first.status().isOk());
+  const clientcomm::DirectoryLock second(support::sandbox(), std::chrono::milliseconds(1));
+  EXPECT_FALSE(second.isHeld());
+  expectFailure(second.status(),
+                {clientcomm::kLockErrorDomain, ETIMEDOUT, "flock", support::sandbox()});
 }
 
 }  // namespace

@@ -14,14 +14,20 @@ namespace clientcomm {
 
 DirectoryLock::DirectoryLock(const std::string& path, std::chrono::milliseconds limit) noexcept {
   ScopedFd directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!directory.isValid()) return;
+  if (!directory.isValid()) {
+    status_ = {kLockErrorDomain, errno, "open", path};
+    return;
+  }
   // A blocking flock() knows no time limit, and one cut short by a signal is not the library's to
   // arrange in a host's process.
   constexpr timespec kPause = {0, 5'000'000};
   const auto deadline = std::chrono::steady_clock::now() + limit;
   while (flock(directory.get(), LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EWOULDBLOCK && errno != EINTR) return;
-    if (std::chrono::steady_clock::now() >= deadline) return;
+    const bool mayComeFree = errno == EWOULDBLOCK || errno == EINTR;
+    if (!mayComeFree || std::chrono::steady_clock::now() >= deadline) {
+      status_ = {kLockErrorDomain, mayComeFree ? ETIMEDOUT : errno, "flock", path};
+      return;
+    }
     nanosleep(&kPause, nullptr);
   }
   descriptor_ = directory.release();
