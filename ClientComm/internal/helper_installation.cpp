@@ -209,7 +209,7 @@ bool HelperInstallation::launch() {
   // Not while another host is replacing the copy that would be opened, unless its holder is stuck:
   // an old copy that is opened meanwhile gets the exit command too.
   const clientcomm::DirectoryLock lock(*location.directory, waits_.atMost(kLockLimit));
-  return clientcomm::Workspace::sharedWorkspace().openFile(installed);
+  return clientcomm::Workspace::sharedWorkspace().openFile(installed).isOk();
 }
 
 }  // namespace clientcomm

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "ClientComm/platform/status.h"
 #include "ClientComm/platform/types.h"
 
 namespace clientcomm {
@@ -19,8 +20,10 @@ class Workspace {
   /// streams on the null device, no descriptor inherited, not a child of the caller. Where an
   /// application with the same bundle identifier runs already, nothing is started and the call
   /// succeeds; this holds however many processes ask at once.
-  /// @return false when there is no such bundle, or its executable is missing or cannot be run.
-  bool openFile(const std::string& path);
+  /// @return ENOENT when there is no such bundle, or its executable is missing; EAGAIN when it was
+  ///         launched too often in vain, or hangs; what failed when it cannot be run, or other
+  ///         processes cannot be looked at.
+  Status openFile(const std::string& path);
 
  private:
   Workspace() = default;

@@ -99,7 +99,7 @@ TEST(FilesOfVersion1, ProcessRecordsOfOtherKindsAreRead) {
 }
 
 TEST(FilesOfVersion1, ProcessRecordIsWritten) {
-  clientcomm::recordOwnProcess();
+  clientcomm::recordOwnProcess().ignore();
   EXPECT_EQ(support::readFile(ownRecordPath()), ownRecord("process.4711"));
 }
 
@@ -107,13 +107,13 @@ TEST(FilesOfVersion1, ProcessRecordOfAToolIsWritten) {
   auto info = support::defaultHostInfo();
   info.insert_or_assign("CFBundleExecutable", "Another");
   support::writeHostInfo(info);
-  clientcomm::recordOwnProcess();
+  clientcomm::recordOwnProcess().ignore();
   EXPECT_EQ(support::readFile(ownRecordPath()), ownRecord("process.4711-tool"));
 }
 
 TEST(FilesOfVersion1, ProcessRecordOfTheLauncherIsWritten) {
   const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
-  clientcomm::recordLaunchedProcess(getpid(), Bundle(support::hostBundlePath()));
+  clientcomm::recordLaunchedProcess(getpid(), Bundle(support::hostBundlePath())).ignore();
   EXPECT_EQ(support::readFile(ownRecordPath()), ownRecord("process.4711-launching"));
 }
 
@@ -146,7 +146,7 @@ TEST(FilesOfVersion1, LaunchRecordIsReadAndWritten) {
   EXPECT_EQ(record->failures, 2);
   EXPECT_EQ(record->pidNamespace, kFirstNamespace);
   fs::remove(path);
-  clientcomm::noteLaunch(folder.get(), "com.example.peer", *record);
+  clientcomm::noteLaunch(folder.get(), "com.example.peer", *record).ignore();
   EXPECT_EQ(support::readFile(path), committed("launch"));
 }
 

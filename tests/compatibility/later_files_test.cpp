@@ -92,27 +92,27 @@ TEST(FilesOfALaterVersion, RecordsAreReadByTheKeysThatAreKnown) {
 
 TEST(FilesOfALaterVersion, ProcessKeepsWhatItsLauncherWroteOfIt) {
   const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
-  clientcomm::recordLaunchedProcess(getpid(), Bundle(support::hostBundlePath()));
+  clientcomm::recordLaunchedProcess(getpid(), Bundle(support::hostBundlePath())).ignore();
   addLaterKey(ownRecordPath());
-  clientcomm::recordOwnProcess();
+  clientcomm::recordOwnProcess().ignore();
   EXPECT_TRUE(hasLaterKey(ownRecordPath()));
   EXPECT_FALSE(dictionaryAt(ownRecordPath()).contains(clientcomm::kIsLaunchingKey));
 }
 
 TEST(FilesOfALaterVersion, ProcessDropsWhatIsOfAnEarlierProcessOfItsID) {
   const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
-  clientcomm::recordLaunchedProcess(getpid(), Bundle(support::hostBundlePath()));
+  clientcomm::recordLaunchedProcess(getpid(), Bundle(support::hostBundlePath())).ignore();
   auto record = dictionaryAt(ownRecordPath());
   record.insert_or_assign(clientcomm::kStartTimeKey, 1);
   support::writeFile(ownRecordPath(), clientcomm::xmlPropertyList(record));
   addLaterKey(ownRecordPath());
-  clientcomm::recordOwnProcess();
+  clientcomm::recordOwnProcess().ignore();
   EXPECT_FALSE(hasLaterKey(ownRecordPath()));
 }
 
 TEST(FilesOfALaterVersion, ProcessDropsWhatIsNotSaidOfItAndItsBundle) {
   const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
-  clientcomm::recordLaunchedProcess(getpid(), Bundle(support::hostBundlePath()));
+  clientcomm::recordLaunchedProcess(getpid(), Bundle(support::hostBundlePath())).ignore();
   const auto launched = dictionaryAt(ownRecordPath());
   auto another = launched;
   another.insert_or_assign(clientcomm::kBundlePathKey, kPeerPath);
@@ -122,7 +122,7 @@ TEST(FilesOfALaterVersion, ProcessDropsWhatIsNotSaidOfItAndItsBundle) {
     fs::remove(ownRecordPath());
     support::writeFile(ownRecordPath(), clientcomm::xmlPropertyList(record));
     addLaterKey(ownRecordPath());
-    clientcomm::recordOwnProcess();
+    clientcomm::recordOwnProcess().ignore();
     EXPECT_FALSE(hasLaterKey(ownRecordPath()));
     EXPECT_EQ(clientcomm::processRecordForPID(getpid())->bundlePath, support::hostBundlePath());
   }
@@ -130,12 +130,12 @@ TEST(FilesOfALaterVersion, ProcessDropsWhatIsNotSaidOfItAndItsBundle) {
 
 TEST(FilesOfALaterVersion, LaunchRecordKeepsItsKeysAsLongAsTheBundleIsTheSame) {
   const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
-  clientcomm::noteLaunch(folder.get(), "", launchOf("state"));
+  clientcomm::noteLaunch(folder.get(), "", launchOf("state")).ignore();
   addLaterKey(launchPath());
   EXPECT_TRUE(clientcomm::lastLaunchOf(folder.get(), kPeerPath));
-  clientcomm::noteLaunch(folder.get(), "", launchOf("state"));
+  clientcomm::noteLaunch(folder.get(), "", launchOf("state")).ignore();
   EXPECT_TRUE(hasLaterKey(launchPath()));
-  clientcomm::noteLaunch(folder.get(), "", launchOf("another state"));
+  clientcomm::noteLaunch(folder.get(), "", launchOf("another state")).ignore();
   EXPECT_FALSE(hasLaterKey(launchPath()));
 }
 
@@ -207,7 +207,7 @@ TEST(HalfWrittenFiles, LaunchRecordIsNoneAndIsReplaced) {
   const std::string whole = committed("launch");
   support::writeFile(launchPath(), whole.substr(0, whole.size() / 2));
   EXPECT_FALSE(clientcomm::lastLaunchOf(folder.get(), kPeerPath));
-  clientcomm::noteLaunch(folder.get(), "", launchOf("state"));
+  clientcomm::noteLaunch(folder.get(), "", launchOf("state")).ignore();
   EXPECT_TRUE(clientcomm::lastLaunchOf(folder.get(), kPeerPath));
 }
 
@@ -220,7 +220,7 @@ TEST(HalfWrittenFiles, ProcessRecordOfALiveProcessIsLeftToItAndReplacedByIt) {
     support::writeFile(path, half);
   }
   EXPECT_FALSE(clientcomm::processRecordForPID(getppid()));
-  clientcomm::recordOwnProcess();
+  clientcomm::recordOwnProcess().ignore();
   EXPECT_EQ(support::readFile(parents), half);
   EXPECT_FALSE(fs::exists(killed));
   EXPECT_TRUE(clientcomm::processRecordForPID(getpid()));

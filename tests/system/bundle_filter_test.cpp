@@ -62,7 +62,7 @@ bool isRunning(const std::string& application) {
 // An open application is found, and is not launched a second time.
 void expectOpenAt(const std::string& application) {
   EXPECT_TRUE(isRunning(application));
-  EXPECT_TRUE(clientcomm::Workspace::sharedWorkspace().openFile(application));
+  EXPECT_TRUE(clientcomm::Workspace::sharedWorkspace().openFile(application).isOk());
 }
 
 // The names of the files that are opened in the runtime folder while this lives.
@@ -121,7 +121,7 @@ TEST(BundleFilter, AnApplicationInABundleMountedUnderAnotherNameIsNotLaunchedAga
   ASSERT_EQ(mount(application.c_str(), mounted.c_str(), nullptr, MS_BIND, nullptr), 0);
   const ChildProcess process = start(application);
   EXPECT_TRUE(BundleFilter(mounted).mayRun(process.pid()));
-  EXPECT_TRUE(clientcomm::Workspace::sharedWorkspace().openFile(mounted));
+  EXPECT_TRUE(clientcomm::Workspace::sharedWorkspace().openFile(mounted).isOk());
   EXPECT_FALSE(isRunning(mounted)) << "nothing was launched from there";
 }
 

@@ -12,19 +12,26 @@
 #include <string_view>
 #include <vector>
 
+#include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/file_lock.h"
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/file_tree.h"
+#include "ClientComm/platform/linux/launch_record.h"
 #include "ClientComm/platform/linux/local_file.h"
 #include "ClientComm/platform/linux/patient_reader.h"
+#include "ClientComm/platform/linux/process_record.h"
 #include "ClientComm/platform/linux/runtime_file.h"
+#include "ClientComm/platform/linux/runtime_file_name.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/posix/atomic_file.h"
 #include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/removed_bundle.h"
 #include "ClientComm/platform/status.h"
+#include "ClientComm/platform/workspace.h"
 #include "tests/support/child_process.h"
 #include "tests/support/mounts.h"
+#include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
 
 /// What a failed operation reports: domain, code, path and call.
@@ -218,6 +225,45 @@ TEST(FailedOperation, TellsWhyAFolderIsNotLocked) {
   EXPECT_FALSE(second.isHeld());
   expectFailure(second.status(),
                 {clientcomm::kLockErrorDomain, ETIMEDOUT, "flock", support::sandbox()});
+}
+
+TEST(FailedOperation, TellsWhyAnApplicationIsNotLaunched) {
+  auto& workspace = clientcomm::Workspace::sharedWorkspace();
+  expectFailure(workspace.openFile(at("None.app")),
+                {clientcomm::kProcessErrorDomain, ENOENT, "executablePath", at("None.app")});
+  const std::string application =
+      support::makeApplication("Broken", "com.example.broken", "failed-operation-unused");
+  const std::string executable = support::executableOf(application);
+  fs::remove(executable);
+  support::writeFile(executable, "#!/none/interpreter\n");
+  fs::permissions(executable, fs::perms::owner_all);
+  expectFailure(workspace.openFile(application),
+                {clientcomm::kProcessErrorDomain, ENOENT, "execve", executable});
+}
+
+TEST(FailedOperation, TellsThatTheRuntimeFolderOfALaunchIsNotUsable) {
+  const std::string application =
+      support::makeApplication("Homeless", "com.example.homeless", "failed-operation-unused");
+  fs::remove_all(at("runtime/ClientComm"));
+  support::writeFile(at("runtime/ClientComm"), "in its place");
+  const std::string folder = clientcomm::runtimeFolderPath();
+  expectFailure(clientcomm::Workspace::sharedWorkspace().openFile(application),
+                {kFileErrorDomain, ENOTDIR, "openRuntimeFolder", folder});
+  expectFailure(clientcomm::recordOwnProcess(),
+                {kFileErrorDomain, ENOTDIR, "openRuntimeFolder", folder});
+}
+
+TEST(FailedOperation, TellsWhichRecordCannotBeWritten) {
+  const ScopedFd none;
+  const clientcomm::LaunchRecord record{"/Some.app", "state", getpid()};
+  const std::string name = clientcomm::launchRecordName("/Some.app");
+  expectFailure(clientcomm::noteLaunch(none.get(), "com.example.some", record),
+                {kFileErrorDomain, EBADF, "openat", name});
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
+  constexpr pid_t kNoProcess = 0x3fffffff;
+  expectFailure(clientcomm::recordLaunchedProcess(kNoProcess, clientcomm::Bundle::mainBundle()),
+                {clientcomm::kProcessErrorDomain, ESRCH, "processStartTime",
+                 "/proc/" + std::to_string(kNoProcess)});
 }
 
 }  // namespace

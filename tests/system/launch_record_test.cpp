@@ -100,7 +100,7 @@ class LaunchRecords : public testing::Test {
 };
 
 TEST_F(LaunchRecords, AreReadBackByOtherProcesses) {
-  noteLaunch(folder_.get(), "com.example.some", endedLaunch(seconds(3), 4));
+  noteLaunch(folder_.get(), "com.example.some", endedLaunch(seconds(3), 4)).ignore();
   clientcomm::noteReached("com.example.none");
   const auto record = lastLaunchOf(folder_.get(), kPath);
   ASSERT_TRUE(record);
@@ -113,16 +113,16 @@ TEST_F(LaunchRecords, AreReadBackByOtherProcesses) {
 }
 
 TEST_F(LaunchRecords, GoWhenTheLaunchedProcessOpensAndStayWhenAnotherDoes) {
-  noteLaunch(folder_.get(), "com.example.some", liveLaunch(seconds(1)));
-  forgetLaunch(folder_.get(), kPath, getppid());
+  noteLaunch(folder_.get(), "com.example.some", liveLaunch(seconds(1))).ignore();
+  forgetLaunch(folder_.get(), kPath, getppid()).ignore();
   EXPECT_TRUE(std::filesystem::exists(file()));
-  forgetLaunch(folder_.get(), kPath, getpid());
+  forgetLaunch(folder_.get(), kPath, getpid()).ignore();
   EXPECT_FALSE(std::filesystem::exists(file()));
   EXPECT_FALSE(lastLaunchOf(folder_.get(), kPath));
 }
 
 TEST_F(LaunchRecords, GoWhenTheLauncherReachesTheApplication) {
-  noteLaunch(folder_.get(), "com.example.some", liveLaunch(seconds(1)));
+  noteLaunch(folder_.get(), "com.example.some", liveLaunch(seconds(1))).ignore();
   clientcomm::noteReached("com.example.some");
   EXPECT_FALSE(std::filesystem::exists(file()));
   EXPECT_FALSE(lastLaunchOf(folder_.get(), kPath));
@@ -130,7 +130,7 @@ TEST_F(LaunchRecords, GoWhenTheLauncherReachesTheApplication) {
 
 TEST_F(LaunchRecords, AreRememberedByTheLauncherWhereTheyCannotBeWritten) {
   const ScopedFd nowhere;
-  noteLaunch(nowhere.get(), "com.example.some", liveLaunch(seconds(1)));
+  noteLaunch(nowhere.get(), "com.example.some", liveLaunch(seconds(1))).ignore();
   EXPECT_TRUE(lastLaunchOf(nowhere.get(), kPath));
   EXPECT_TRUE(lastLaunchOf(folder_.get(), kPath));
 }

@@ -34,7 +34,7 @@ constexpr bool kHasSanitizer = false;
 #endif
 
 int runUntilEndOfInput(const std::vector<std::string>& /*arguments*/) {
-  clientcomm::recordOwnProcess();
+  clientcomm::recordOwnProcess().ignore();
   std::puts("ready");
   std::fflush(stdout);
   while (std::getchar() != EOF) {

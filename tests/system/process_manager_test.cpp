@@ -37,7 +37,7 @@ using support::ChildProcess;
 constexpr pid_t kNoProcess = 99'999'999;  // more than the kernel ever gives
 
 int waitForEnd(const std::vector<std::string>& arguments) {
-  if (arguments.empty() || arguments[0] != "unrecorded") clientcomm::recordOwnProcess();
+  if (arguments.empty() || arguments[0] != "unrecorded") clientcomm::recordOwnProcess().ignore();
   std::puts("ready");
   std::fflush(stdout);
   while (std::getchar() != EOF) {

@@ -36,7 +36,7 @@ using support::ChildProcess;
 // Records itself, says so, and does what it is told: "exit", "fork" (a child that ends as programs
 // do), "child" (a child that records itself and waits), "again".
 int runRecorder(const std::vector<std::string>& /*arguments*/) {
-  recordOwnProcess();
+  recordOwnProcess().ignore();
   std::puts("ready");
   std::fflush(stdout);
   std::string command;
@@ -46,11 +46,11 @@ int runRecorder(const std::vector<std::string>& /*arguments*/) {
       continue;
     }
     if (command == "exit") return 0;
-    if (command == "again") recordOwnProcess();
+    if (command == "again") recordOwnProcess().ignore();
     if (command == "fork") ChildProcess::fork([]() -> int { std::exit(0); }).wait();
     if (command == "child") {
       ChildProcess::fork([]() -> int {
-        recordOwnProcess();
+        recordOwnProcess().ignore();
         std::exit(processRecordForPID(getpid()) ? 0 : 1);
       }).wait();
     }
@@ -320,7 +320,7 @@ bool isForeign(const std::string& path) {
 TEST(ProcessRecord, IsWrittenUnderTheSecondNameWhereAnotherNamespaceHasTheFirst) {
   const clientcomm::ScopedFd folder = clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate);
   forgeForeignRecord(getpid());
-  recordOwnProcess();
+  recordOwnProcess().ignore();
   EXPECT_TRUE(isForeign(recordPath(getpid())));
   EXPECT_TRUE(fs::exists(secondPath(getpid())));
   const auto record = processRecordForPID(getpid());
@@ -331,7 +331,8 @@ TEST(ProcessRecord, IsWrittenUnderTheSecondNameWhereAnotherNamespaceHasTheFirst)
 TEST(ProcessRecord, OfTheLauncherIsWrittenUnderTheSecondNameToo) {
   const clientcomm::ScopedFd folder = clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate);
   forgeForeignRecord(getpid());
-  clientcomm::recordLaunchedProcess(getpid(), clientcomm::Bundle(support::hostBundlePath()));
+  clientcomm::recordLaunchedProcess(getpid(), clientcomm::Bundle(support::hostBundlePath()))
+      .ignore();
   EXPECT_TRUE(isForeign(recordPath(getpid())));
   const auto record = processRecordForPID(getpid());
   ASSERT_TRUE(record);
@@ -342,7 +343,8 @@ TEST(ProcessRecord, OfTheLauncherIsNeverSeenHalfWritten) {
   const clientcomm::ScopedFd folder = clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate);
   const pid_t pid = getpid();
   const clientcomm::Bundle bundle(support::hostBundlePath());
-  support::SteppedProcess launcher([&] { clientcomm::recordLaunchedProcess(pid, bundle); });
+  support::SteppedProcess launcher(
+      [&] { clientcomm::recordLaunchedProcess(pid, bundle).ignore(); });
   if (!launcher.isTraced()) GTEST_SKIP() << "no process can be traced here";
   bool isSeen = false;
   while (launcher.step()) {

@@ -119,7 +119,7 @@ bool isRunning(const std::string& application) {
 }
 
 bool openApplication(const std::string& application) {
-  return clientcomm::Workspace::sharedWorkspace().openFile(application);
+  return clientcomm::Workspace::sharedWorkspace().openFile(application).isOk();
 }
 
 ChildProcess start(const std::string& application, const std::vector<std::string>& arguments = {}) {
@@ -393,7 +393,7 @@ TEST(UnseenApplication, KeepsItsRecordWhenOneInAnotherPIDNamespaceOpens) {
       clientcomm::runtimeFolderPath() + "/" + clientcomm::processRecordName(process.pid());
   ASSERT_TRUE(fs::exists(record));
   const int status = runInPIDNamespace([] {
-    clientcomm::recordOwnProcess();
+    clientcomm::recordOwnProcess().ignore();
     return 0;
   });
   if (status == kNoNamespaces) GTEST_SKIP() << "no namespaces";
@@ -411,14 +411,14 @@ TEST(UnseenApplication, AndAnotherOfTheSameProcessIDHaveARecordEach) {
     return record && record->pidNamespace == clientcomm::ownPIDNamespace();
   };
   ChildProcess first = startInPIDNamespace([&] {
-    clientcomm::recordOwnProcess();
+    clientcomm::recordOwnProcess().ignore();
     support::writeFile(support::sandbox() + "/first", "");
     if (!support::waitUntil([&] { return exists("second"); })) return 2;
     return hasOwnRecord() ? 0 : 3;
   });
   const int second = runInPIDNamespace([&] {
     if (!support::waitUntil([&] { return exists("first"); })) return 2;
-    clientcomm::recordOwnProcess();
+    clientcomm::recordOwnProcess().ignore();
     support::writeFile(support::sandbox() + "/second", "");
     return hasOwnRecord() ? 0 : 3;
   });

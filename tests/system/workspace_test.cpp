@@ -81,7 +81,7 @@ int runWitness(const std::vector<std::string>& arguments) {
        << "\narguments: " << arguments.size() << "\nfolder: " << fs::current_path().string()
        << "\nvariable: " << (std::getenv("WITNESS") != nullptr ? std::getenv("WITNESS") : "")
        << "\nblocked: " << statusField("SigBlk") << "\nignored: " << statusField("SigIgn") << "\n";
-  clientcomm::recordOwnProcess();
+  clientcomm::recordOwnProcess().ignore();
   const std::string path = witnessFolder() + "/" + std::to_string(getpid());
   support::writeFile(path + ".new", text.str());
   fs::rename(path + ".new", path);
@@ -103,7 +103,7 @@ std::string makeWitness(const std::string& folder = "apps") {
 }
 
 bool openApplication(const std::string& application) {
-  return Workspace::sharedWorkspace().openFile(application);
+  return Workspace::sharedWorkspace().openFile(application).isOk();
 }
 
 // Whether the process runs an executable in the sandbox's bundle called `name`.app.

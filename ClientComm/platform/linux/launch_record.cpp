@@ -15,6 +15,7 @@
 #include "ClientComm/platform/linux/runtime_file.h"
 #include "ClientComm/platform/linux/runtime_file_name.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/property_list.h"
 
 namespace clientcomm {
@@ -117,21 +118,24 @@ LaunchAdvice launchAdvice(const std::optional<LaunchRecord>& record,
   return isDue ? LaunchAdvice::kLaunch : LaunchAdvice::kBackOff;
 }
 
-void noteLaunch(int folder, const std::string& identifier, const LaunchRecord& record) {
+Status noteLaunch(int folder, const std::string& identifier, const LaunchRecord& record) {
   const std::string name = launchRecordName(record.bundlePath);
   PropertyListDictionary content = contentOf(record);
   auto earlier = readRecordFile(folder, name);
   if (earlier && stringFor(*earlier, kBundleStateKey).value_or("") == record.bundleState) {
     keepUnknownKeys(*std::move(earlier), kLaunchRecordKeys, content);
   }
-  const bool isOnDisk = replaceRuntimeFile(folder, name, xmlPropertyList(content)).isOk();
-  ownLaunch() = {identifier, record, false, isOnDisk};
+  Status written = replaceRuntimeFile(folder, name, xmlPropertyList(content));
+  ownLaunch() = {identifier, record, false, written.isOk()};
+  return written;
 }
 
-void forgetLaunch(int folder, const std::string& bundlePath, pid_t pid) {
+Status forgetLaunch(int folder, const std::string& bundlePath, pid_t pid) {
   const auto record = readRecord(folder, bundlePath);
   const bool isOwn = record && record->pid == pid && record->startTime == processStartTime(pid);
-  if (isOwn) unlinkat(folder, launchRecordName(bundlePath).c_str(), 0);
+  if (!isOwn) return {};
+  const std::string name = launchRecordName(bundlePath);
+  return fileStatus(unlinkat(folder, name.c_str(), 0), "unlinkat", name);
 }
 
 bool isStillLaunching(const std::string& identifier) noexcept {

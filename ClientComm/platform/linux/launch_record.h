@@ -8,6 +8,7 @@
 #include <string>
 
 #include "ClientComm/platform/linux/launch_record_format.h"
+#include "ClientComm/platform/status.h"
 
 /// What is remembered of launches: by this process, that of its last one, since an event for an
 /// application that is still starting waits for it; by all processes of the user, in the runtime
@@ -42,11 +43,12 @@ LaunchAdvice launchAdvice(const std::optional<LaunchRecord>& record,
                           const std::string& bundleState) noexcept;
 
 /// Remembers a launch of the application `identifier` (empty when it has none). Call with the
-/// runtime folder locked.
-void noteLaunch(int folder, const std::string& identifier, const LaunchRecord& record);
+/// runtime folder locked. This process remembers it also where the record cannot be written.
+Status noteLaunch(int folder, const std::string& identifier, const LaunchRecord& record);
 
 /// Removes the record of the launch that the process `pid` was started by: it opens to events.
-void forgetLaunch(int folder, const std::string& bundlePath, pid_t pid);
+/// @return success also where there is no such record.
+Status forgetLaunch(int folder, const std::string& bundlePath, pid_t pid);
 
 /// Whether this process launched the application `identifier` less than `kLaunchLimit` ago, it
 /// still runs, and has not been reached since.

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <new>
 #include <utility>
@@ -14,6 +15,7 @@
 #include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/linux/launch_record.h"
+#include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/process_record_format.h"
 #include "ClientComm/platform/linux/record_file.h"
 #include "ClientComm/platform/linux/runtime_file.h"
@@ -23,6 +25,7 @@
 #include "ClientComm/platform/own_process.h"
 #include "ClientComm/platform/posix/bundle_files.h"
 #include "ClientComm/platform/posix/file_signature.h"
+#include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/property_list.h"
 
 namespace clientcomm {
@@ -90,83 +93,93 @@ Place placeFor(int folder, pid_t pid) {
 }
 
 // What is known of a bundle, for the process `pid` that runs its executable.
-std::optional<PropertyListDictionary> contentFor(const Bundle& bundle, pid_t pid) {
-  const OptionalString identifier = bundle.bundleIdentifier();
+Status contentFor(const Bundle& bundle, pid_t pid, PropertyListDictionary& content) {
   const auto startTime = processStartTime(pid);
-  if (!identifier || !startTime) return std::nullopt;
-  PropertyListDictionary content = {{kStartTimeKey, *startTime},
-                                    {kCFBundleIdentifierKey, *identifier}};
+  if (!startTime) {
+    return {kProcessErrorDomain, ESRCH, "processStartTime", ProcPath::ofProcess(pid).view()};
+  }
+  content = {{kStartTimeKey, *startTime},
+             {kCFBundleIdentifierKey, bundle.bundleIdentifier().value_or("")}};
   if (const auto name = bundle.infoString(kCFBundleNameKey)) content[kCFBundleNameKey] = *name;
   if (const std::uint64_t own = ownPIDNamespace(); own != 0) content[kPIDNamespaceKey] = own;
-  return content;
+  return {};
 }
 
 // What the launcher wrote tells the path that this process was launched by, and that it is the
 // bundle's application, also where a script runs first and then executes another program.
-// @return the bundle path in the record; nothing when there is no record.
-OptionalString writeOwnRecord(int folder, pid_t pid) {
+// @param path receives the bundle path in the record.
+Status writeOwnRecord(int folder, pid_t pid, std::string& path) {
   const Bundle& bundle = Bundle::mainBundle();
-  auto content = contentFor(bundle, pid);
-  if (!content) return std::nullopt;
+  PropertyListDictionary content;
+  if (Status found = contentFor(bundle, pid, content); !found.isOk()) return found;
   Place place = placeFor(folder, pid);
   const auto earlier = place.content ? recordIn(*place.content) : std::nullopt;
   const bool isOfThisProcess = earlier && earlier->startTime == processStartTime(pid) &&
                                isSameBundle(earlier->bundlePath, bundle.bundlePath());
-  std::string path = isOfThisProcess ? earlier->bundlePath : bundle.bundlePath();
-  content->insert_or_assign(kBundlePathKey, path);
+  path = isOfThisProcess ? earlier->bundlePath : bundle.bundlePath();
+  content.insert_or_assign(kBundlePathKey, path);
   const bool isKnownAsApplication = isOfThisProcess && !earlier->isTool;
   if (!isKnownAsApplication && !isMainExecutable(bundle, ownExecutablePath())) {
-    content->insert_or_assign(kIsToolKey, true);
+    content.insert_or_assign(kIsToolKey, true);
   }
-  if (isOfThisProcess) keepUnknownKeys(*std::move(place.content), kProcessRecordKeys, *content);
-  const Status written = replaceRuntimeFile(folder, place.name, xmlPropertyList(*content));
-  if (!written.isOk()) return std::nullopt;
+  if (isOfThisProcess) keepUnknownKeys(*std::move(place.content), kProcessRecordKeys, content);
+  Status written = replaceRuntimeFile(folder, place.name, xmlPropertyList(content));
+  if (!written.isOk()) return written;
   OwnRecord own{pid, {}, OwnRecord::signatureOf(folder, place.name.c_str())};
   place.name.copy(own.name.data(), own.name.size() - 1);
   ownRecord() = own;
-  return path;
+  return {};
 }
 
-void recordLaunchedOrThrow(pid_t pid, const Bundle& bundle) {
+Status runtimeFolderStatus(const ScopedFd& folder) {
+  return fileStatus(folder.get(), "openRuntimeFolder", runtimeFolderPath());
+}
+
+Status recordLaunchedOrThrow(pid_t pid, const Bundle& bundle) {
+  if (!bundle.bundleIdentifier()) return {};
   const ScopedFd folder = openRuntimeFolder(IfMissing::kFail);
-  auto content = contentFor(bundle, pid);
-  if (!folder.isValid() || !content) return;
-  content->insert_or_assign(kBundlePathKey, bundle.bundlePath());
-  content->insert_or_assign(kIsLaunchingKey, true);
+  if (!folder.isValid()) return runtimeFolderStatus(folder);
+  PropertyListDictionary content;
+  if (Status found = contentFor(bundle, pid, content); !found.isOk()) return found;
+  content.insert_or_assign(kBundlePathKey, bundle.bundlePath());
+  content.insert_or_assign(kIsLaunchingKey, true);
   // Not over a record of the process's own, which says more.
-  createRuntimeFile(folder.get(), placeFor(folder.get(), pid).name, xmlPropertyList(*content))
-      .ignore();  // the process writes its own a moment later
+  return createRuntimeFile(folder.get(), placeFor(folder.get(), pid).name,
+                           xmlPropertyList(content));
 }
 
-void recordOwnOrThrow() {
+Status recordOwnOrThrow() {
   const pid_t pid = getpid();
-  if (!Bundle::mainBundle().bundleIdentifier()) return;
+  if (!Bundle::mainBundle().bundleIdentifier()) return {};
   const ScopedFd folder = openRuntimeFolder(IfMissing::kCreate);
-  if (!folder.isValid() || ownRecord().isInPlace(folder.get())) return;
+  if (!folder.isValid()) return runtimeFolderStatus(folder);
+  if (ownRecord().isInPlace(folder.get())) return {};
   clearStaleFiles(folder.get());
-  const OptionalString path = writeOwnRecord(folder.get(), pid);
-  if (!path) return;
-  forgetLaunch(folder.get(), *path, pid);
+  std::string path;
+  if (Status written = writeOwnRecord(folder.get(), pid, path); !written.isOk()) return written;
+  // The launch counts as failed only once this process is gone.
+  forgetLaunch(folder.get(), path, pid).ignore();
   // A forked copy inherits the handler that its parent registered.
   static const int registered = std::atexit([] { removeOwnRecord(); });
   static_cast<void>(registered);
+  return {};
 }
 
 }  // namespace
 
-void recordOwnProcess() noexcept {
+Status recordOwnProcess() noexcept {
   try {
-    recordOwnOrThrow();
+    return recordOwnOrThrow();
   } catch (const std::bad_alloc&) {
-    // Without a record the process is known as long as its bundle stands.
+    return {kProcessErrorDomain, ENOMEM, "recordOwnProcess"};
   }
 }
 
-void recordLaunchedProcess(pid_t pid, const Bundle& bundle) noexcept {
+Status recordLaunchedProcess(pid_t pid, const Bundle& bundle) noexcept {
   try {
-    recordLaunchedOrThrow(pid, bundle);
+    return recordLaunchedOrThrow(pid, bundle);
   } catch (const std::bad_alloc&) {
-    // The process writes its own record a moment later.
+    return {kProcessErrorDomain, ENOMEM, "recordLaunchedProcess"};
   }
 }
 

@@ -9,6 +9,7 @@
 
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/linux/process_stat.h"
+#include "ClientComm/platform/status.h"
 
 /// What a process says of itself when it opens to events, so that it is still known after its
 /// bundle was removed. It never overrides what the kernel and the bundle on disk say.
@@ -26,13 +27,14 @@ struct ProcessRecord {
 
 /// Writes the record of this process into the runtime folder, removed when the process exits;
 /// clears stale files there, and removes the record of this process's launch. Does nothing outside
-/// a bundle, or where the record is in place.
-void recordOwnProcess() noexcept;
+/// a bundle, or where the record is in place. Without a record, a process is known as long as its
+/// bundle stands.
+Status recordOwnProcess() noexcept;
 
 /// Writes a first record of the process `pid`, which has just been launched from `bundle` (an
 /// absolute path), so that it is known although the bundle is removed before the process opens to
-/// events. Never replaces one.
-void recordLaunchedProcess(pid_t pid, const Bundle& bundle) noexcept;
+/// events. Never replaces one, which is EEXIST.
+Status recordLaunchedProcess(pid_t pid, const Bundle& bundle) noexcept;
 
 /// The record of the process `pid`; nothing when there is none, or it belongs to an earlier process
 /// of that ID.

@@ -77,7 +77,7 @@ OSErr SocketEndpoint::open() {
 OSErr SocketEndpoint::takeName() {
   if (const OSErr status = name_.take(listener_); status != noErr) return status;
   listenerTag_ = g_source_add_unix_fd(source_.get(), listener_.get(), G_IO_IN);
-  recordOwnProcess();
+  recordOwnProcess().ignore();  // without a record the process is known by its bundle
   return noErr;
 }
 
@@ -89,7 +89,7 @@ void SocketEndpoint::verify() {
   const auto now = Clock::now();
   if (now - lastVerified_ < kVerifyInterval) return;
   lastVerified_ = now;
-  if (listener_.isValid()) recordOwnProcess();
+  if (listener_.isValid()) recordOwnProcess().ignore();  // tried again next time
   if (name_.leadsHere() || name_.leadsElsewhere()) return;
   // Left to the main loop: events that wait at the old socket have to be handled first.
   mustReopen_ = true;

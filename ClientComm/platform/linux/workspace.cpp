@@ -82,14 +82,32 @@ void resetSignalDispositions() noexcept {
   for (int number = 1; number < NSIG; ++number) sigaction(number, &byDefault, nullptr);
 }
 
-/// How a launch went: the process, or the errno value that it failed with.
+/// The calls that can fail in the forked processes, which have no memory in common with the host.
+enum class LaunchCall { kRun, kDetach, kFork, kExecute };
+
+constexpr const char* nameOf(LaunchCall call) noexcept {
+  switch (call) {
+    case LaunchCall::kDetach:
+      return "detachFromHost";
+    case LaunchCall::kFork:
+      return "fork";
+    case LaunchCall::kExecute:
+      return "execve";
+    case LaunchCall::kRun:
+      break;
+  }
+  return "readOutcome";
+}
+
+/// How a launch went: the process, or the errno value that it failed with and the call.
 struct Outcome {
   int error;
   pid_t pid;
+  LaunchCall call;
 };
 
 // Of a process that ended without a word, or whose word was lost.
-constexpr Outcome kUnknownOutcome = {ECHILD, 0};
+constexpr Outcome kUnknownOutcome = {ECHILD, 0, LaunchCall::kRun};
 
 void writeOutcome(int pipe, Outcome outcome) noexcept {
   // The reader has its own outcome for a pipe that ends without one.
@@ -126,7 +144,7 @@ void reap(pid_t pid) noexcept {
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
   execve(launch.executable, launch.arguments.data(), launch.environment);
-  writeOutcome(report, {errno, 0});
+  writeOutcome(report, {errno, 0, LaunchCall::kExecute});
   _exit(127);
 }
 
@@ -138,7 +156,7 @@ void reap(pid_t pid) noexcept {
   static_cast<void>(readSome(hold, &byte, 1));  // returns at the end of the parent
   // A process that ends closes its descriptors a moment before it leaves its children.
   while (getppid() == parent) sched_yield();
-  writeOutcome(report, {0, getpid()});
+  writeOutcome(report, {0, getpid(), LaunchCall::kRun});
   execute(launch, report);
 }
 
@@ -175,9 +193,9 @@ int forkApplication(const Launch& launch) noexcept {
 }
 
 [[noreturn]] void runIntermediate(const Launch& launch) noexcept {
-  int error = detachFromHost(launch);
-  if (error == 0) error = forkApplication(launch);
-  if (error != 0) writeOutcome(launch.report.get(), {error, 0});
+  Outcome outcome = {detachFromHost(launch), 0, LaunchCall::kDetach};
+  if (outcome.error == 0) outcome = {forkApplication(launch), 0, LaunchCall::kFork};
+  if (outcome.error != 0) writeOutcome(launch.report.get(), outcome);
   _exit(0);
 }
 
@@ -195,18 +213,23 @@ pid_t forkWithSignalsBlocked(const Launch& launch) noexcept {
   return pid;
 }
 
+// Success where `error` is 0.
+Status launchStatus(int error, const char* call, const std::string& executable) noexcept {
+  return {kProcessErrorDomain, error, call, executable};
+}
+
 /// Starts the program at `executable` as a process of its own; returns when it runs. Should the
 /// host be killed meanwhile, the launch goes on, and `lock` is held until the program is in place:
 /// the next holder must not find the program missing and launch another. If the outcome is unknown,
 /// `lock` is left to the launch, which may still be under way.
-Outcome launchDetached(std::string executable, DirectoryLock& lock) {
+Status launchDetached(std::string executable, DirectoryLock& lock, pid_t& process) {
   std::vector<std::string> entries = launchEnvironment(environ);
   std::vector<char*> environment;
   environment.reserve(entries.size() + 1);
   for (std::string& entry : entries) environment.push_back(entry.data());
   environment.push_back(nullptr);
   int report[2];
-  if (pipe2(report, O_CLOEXEC) != 0) return {errno, 0};
+  if (pipe2(report, O_CLOEXEC) != 0) return launchStatus(errno, "pipe2", executable);
   const ScopedFd outcome(report[0]);
   Launch launch{executable.c_str(),
                 {executable.data(), nullptr},
@@ -215,35 +238,42 @@ Outcome launchDetached(std::string executable, DirectoryLock& lock) {
                 aboveStandardStreams(ScopedFd(report[1])),
                 ScopedFd(fcntl(lock.descriptor(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1))};
   if (!launch.nullDevice.isValid() || !launch.report.isValid() || !launch.lock.isValid()) {
-    return {errno, 0};
+    return launchStatus(errno, "fcntl", executable);
   }
   const pid_t pid = forkWithSignalsBlocked(launch);
-  if (pid < 0) return {errno, 0};
+  if (pid < 0) return launchStatus(errno, "fork", executable);
   launch.report.reset();
   const Outcome result = readOutcome(outcome.get(), kUnknownOutcome);
   if (result.error == kUnknownOutcome.error) lock.leaveToCopies();
   reap(pid);
-  return result;
+  process = result.pid;
+  return launchStatus(result.error, nameOf(result.call), executable);
 }
 
 // Launches the application that is not known to run, if its last launch does not speak against it.
-bool launchAgain(int folder, std::string executable, const Bundle& bundle,
-                 const std::optional<LaunchRecord>& last, DirectoryLock& lock) {
+Status launchAgain(int folder, std::string executable, const Bundle& bundle,
+                   const std::optional<LaunchRecord>& last, DirectoryLock& lock) {
   const std::string state = stateOfBundle(bundle.bundlePath(), executable);
   const LaunchAdvice advice = launchAdvice(last, state);
-  if (advice != LaunchAdvice::kLaunch) return advice == LaunchAdvice::kIsStarting;
+  if (advice == LaunchAdvice::kIsStarting) return {};
+  if (advice != LaunchAdvice::kLaunch) return launchStatus(EAGAIN, "launchAdvice", executable);
   const auto time = timeSinceBoot();
-  const Outcome outcome = launchDetached(std::move(executable), lock);
-  if (outcome.error != 0) return false;
-  recordLaunchedProcess(outcome.pid, bundle);
+  pid_t process = 0;
+  Status launched = launchDetached(std::move(executable), lock, process);
+  if (!launched.isOk()) return launched;
+  recordLaunchedProcess(process, bundle).ignore();  // it writes its own record a moment later
   const int failures = last && last->bundleState == state ? last->failures + 1 : 0;
   noteLaunch(folder, bundle.bundleIdentifier().value_or(""),
-             {bundle.bundlePath(), state, outcome.pid, processStartTime(outcome.pid).value_or(0),
-              time, failures, ownPIDNamespace()});
+             {bundle.bundlePath(), state, process, processStartTime(process).value_or(0), time,
+              failures, ownPIDNamespace()})
+      .ignore();  // this process remembers it all the same
   // It may have opened before there was a record for it to remove.
-  const auto record = processRecordForPID(outcome.pid);
-  if (record && record->isOpen) forgetLaunch(folder, bundle.bundlePath(), outcome.pid);
-  return true;
+  const auto record = processRecordForPID(process);
+  if (record && record->isOpen) {
+    // A record that stays is of a launch that failed only if the process is gone.
+    forgetLaunch(folder, bundle.bundlePath(), process).ignore();
+  }
+  return launched;
 }
 
 // One system call that fails can hide a process from a look, and a second process is worse than a
@@ -255,9 +285,9 @@ Presence presenceBeforeLaunch(const Bundle& bundle) {
 }
 
 // Among all processes of this user, one at a time looks and launches.
-bool launchUnlessRunning(std::string executable, const Bundle& bundle) {
+Status launchUnlessRunning(std::string executable, const Bundle& bundle) {
   const ScopedFd folder = openRuntimeFolder(IfMissing::kCreate);
-  if (!folder.isValid()) return false;
+  if (!folder.isValid()) return Status::ofFile(errno, "openRuntimeFolder", runtimeFolderPath());
   DirectoryLock lock(std::string(ProcPath::ofDescriptor(folder.get()).view()) + "/.",
                      kLongestWaitForOtherLaunches);
   // Before the look at the processes: an application that opens removes its launch record. One that
@@ -265,14 +295,16 @@ bool launchUnlessRunning(std::string executable, const Bundle& bundle) {
   const auto last = lastLaunchOf(folder.get(), bundle.bundlePath());
   switch (presenceBeforeLaunch(bundle)) {
     case Presence::kRunning:
-      return true;
+      return {};
     case Presence::kAbsent:
-      return lock.isHeld() && launchAgain(folder.get(), std::move(executable), bundle, last, lock);
+      if (!lock.isHeld()) return lock.takeStatus();
+      return launchAgain(folder.get(), std::move(executable), bundle, last, lock);
     case Presence::kUnreachable:
+      return launchStatus(EEXIST, "presenceBeforeLaunch", executable);
     case Presence::kUnknown:
-      return false;
+      break;
   }
-  return false;
+  return launchStatus(EIO, "presenceBeforeLaunch", executable);
 }
 
 // The launched process starts in the root folder.
@@ -309,13 +341,14 @@ OptionalString Workspace::fullPathForApplication(const std::string& name) const 
   return std::nullopt;
 }
 
-bool Workspace::openFile(const std::string& path) {
-  if (path.find('\0') != std::string::npos) return false;
+Status Workspace::openFile(const std::string& path) {
+  if (path.find('\0') != std::string::npos) return launchStatus(EINVAL, "openFile", path);
   const OptionalString absolute = absolutePath(path);
-  if (!absolute) return false;
+  if (!absolute) return launchStatus(errno, "getcwd", path);
   const Bundle bundle(*absolute);
   auto executable = bundle.executablePath();
-  return executable && launchUnlessRunning(*std::move(executable), bundle);
+  if (!executable) return launchStatus(ENOENT, "executablePath", path);
+  return launchUnlessRunning(*std::move(executable), bundle);
 }
 
 }  // namespace clientcomm
