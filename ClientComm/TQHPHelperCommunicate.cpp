@@ -4,6 +4,7 @@
 #include <iterator>
 #include <memory>
 #include <optional>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -91,7 +92,8 @@ void saveToPlistFile(const char* key, bool enable) {
   auto dictionary = clientcomm::dictionaryWithContentsOfFile(*path);
   if (!dictionary || isStored(*dictionary, key, enable)) return;
   dictionary->insert_or_assign(key, enable);
-  clientcomm::writeDictionaryToFile(*dictionary, *path);
+  // The start of the helper writes the switch again.
+  std::ignore = clientcomm::writeDictionaryToFile(*dictionary, *path);
 }
 
 void saveToStringsFile(const char* key, bool enable) {
@@ -101,8 +103,9 @@ void saveToStringsFile(const char* key, bool enable) {
   auto dictionary = clientcomm::dictionaryWithContentsOfFile(*path);
   if (!dictionary || isStored(*dictionary, key, enable)) return;
   dictionary->insert_or_assign(key, *flagText(enable));
-  clientcomm::writeTextToFileAsUTF16(clientcomm::descriptionInStringsFileFormat(*dictionary),
-                                     *path);
+  // No status reaches the host; the old value stays.
+  clientcomm::writeTextToFileAsUTF16(clientcomm::descriptionInStringsFileFormat(*dictionary), *path)
+      .ignore();
 }
 
 // The switch as it stands in the files now: the localised value before the plain one.
@@ -275,7 +278,7 @@ void TQHPHelperCommunicate::synthesizeUserDefault() {
     defaults.setObject(optionalValue(productVersion_), clientcomm::kVersionKey);
     defaults.setObject(clientcomm::PropertyListValue(host.bundlePath()),
                        clientcomm::kExecutableFileKey);
-    defaults.synchronize();
+    std::ignore = defaults.synchronize();  // what is not written stays pending
   });
 }
 
@@ -287,7 +290,7 @@ OptionalString TQHPHelperCommunicate::firstStartPID() {
     OptionalString productID = Bundle::mainBundle().infoString(clientcomm::kPIDKey);
     defaults.setObject(clientcomm::PropertyListValue(false), KIsFirstStart);
     defaults.setObject(optionalValue(productID), KFirstStartPID);
-    defaults.synchronize();
+    std::ignore = defaults.synchronize();  // what is not written stays pending
     return productID;
   });
 }
@@ -471,7 +474,7 @@ void TQHPHelperCommunicate::setCollectDataPID(const OptionalString& productID) {
   clientcomm::guarded([&] {
     UserDefaults& defaults = UserDefaults::standardUserDefaults();
     defaults.setObject(optionalValue(productID), KDataCollectPID);
-    defaults.synchronize();
+    std::ignore = defaults.synchronize();  // what is not written stays pending
   });
 }
 

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "ClientComm/platform/property_list.h"
+#include "ClientComm/platform/status.h"
 
 /// Strings files: their text and their encoding. `propertyListFromBytes` reads them.
 namespace clientcomm {
@@ -15,7 +16,7 @@ namespace clientcomm {
 std::string descriptionInStringsFileFormat(const PropertyListDictionary& dictionary);
 
 /// Writes UTF-8 `text` to `path` in UTF-16 with byte-order mark, as `writeDictionaryToFile` does.
-/// @return false when it could not be written, or is too large to be read again.
-bool writeTextToFileAsUTF16(std::string_view text, const std::string& path);
+/// @return EFBIG when it is too large to be read again.
+Status writeTextToFileAsUTF16(std::string_view text, const std::string& path);
 
 }  // namespace clientcomm

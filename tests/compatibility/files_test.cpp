@@ -167,13 +167,13 @@ TEST(FilesOfVersion1, RecoveryCopyIsReadAndWritten) {
   support::writeFile(file, "<?xml");
   support::writeFile(copyPath, committed("recovery"));
   std::string content;
-  ASSERT_EQ(clientcomm::readSettingsFile(file, content), 0);
+  ASSERT_TRUE(clientcomm::readSettingsFile(file, content).isOk());
   EXPECT_NE(content.find("<false/>"), std::string::npos);
   EXPECT_FALSE(fs::exists(copyPath));
   std::string before = content;
   before.replace(before.find("<false/>"), 8, "<true/>");
   std::optional<clientcomm::RecoveryCopy> copy;
-  ASSERT_EQ(clientcomm::RecoveryCopy::make(file, before, content, copy), 0);
+  ASSERT_TRUE(clientcomm::RecoveryCopy::make(file, before, content, copy).isOk());
   EXPECT_EQ(support::readFile(copyPath), committed("recovery"));
 }
 
@@ -212,7 +212,7 @@ TEST(FilesOfVersion1, SwitchesAreReadAndWritten) {
   ASSERT_TRUE(values);
   EXPECT_EQ(*values, PropertyListValue(expected));
   const std::string text = clientcomm::descriptionInStringsFileFormat(expected);
-  ASSERT_TRUE(clientcomm::writeTextToFileAsUTF16(text, table));
+  ASSERT_TRUE(clientcomm::writeTextToFileAsUTF16(text, table).isOk());
   EXPECT_EQ(support::readFile(table), committed("InfoPlist.strings"));
 }
 

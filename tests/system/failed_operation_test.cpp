@@ -8,6 +8,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,7 +26,9 @@
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/posix/atomic_file.h"
 #include "ClientComm/platform/posix/io.h"
+#include "ClientComm/platform/posix/recovery_copy.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/posix/settings_file.h"
 #include "ClientComm/platform/removed_bundle.h"
 #include "ClientComm/platform/status.h"
 #include "ClientComm/platform/workspace.h"
@@ -264,6 +267,54 @@ TEST(FailedOperation, TellsWhichRecordCannotBeWritten) {
   expectFailure(clientcomm::recordLaunchedProcess(kNoProcess, clientcomm::Bundle::mainBundle()),
                 {clientcomm::kProcessErrorDomain, ESRCH, "processStartTime",
                  "/proc/" + std::to_string(kNoProcess)});
+}
+
+TEST(FailedOperation, TellsWhyASettingsFileCannotBeRead) {
+  std::string bytes;
+  expectFailure(clientcomm::readSettingsFile(at("none"), bytes),
+                {kFileErrorDomain, ENOENT, "open", at("none")});
+  fs::create_directory(at("folder"));
+  fs::create_symlink("folder", at("link"));
+  expectFailure(clientcomm::readSettingsFile(at("link"), bytes),
+                {kFileErrorDomain, EINVAL, "isRegularFile", at("folder")});
+}
+
+TEST(FailedOperation, TellsWhyASettingsFileCannotBeWritten) {
+  using clientcomm::WriteForm;
+  support::writeFile(at("file"), "old");
+  fs::create_directory(at("folder"));
+  expectFailure(clientcomm::writeSettingsFile(at("folder"), "new", WriteForm::kInPlace, 0600),
+                {kFileErrorDomain, EINVAL, "isRegularFile", at("folder")});
+  expectFailure(clientcomm::writeSettingsFile(at("file/x"), "new", WriteForm::kInPlace, 0600),
+                {kFileErrorDomain, ENOTDIR, "lstat", at("file/x")});
+  const FileSizeLimit limit(4);
+  expectFailure(clientcomm::writeSettingsFile(at("file"), "longer", WriteForm::kByRename, 0600),
+                {kFileErrorDomain, EFBIG, "write", at("file")});
+  EXPECT_EQ(support::readFile(at("file")), "old");
+}
+
+TEST(FailedOperation, TellsWhyASettingsFileCannotBeWrittenInPlace) {
+  support::writeFile(at("file"), "old");
+  const FileSizeLimit limit(4);
+  const Status written =
+      clientcomm::writeSettingsFile(at("file"), "longer", clientcomm::WriteForm::kInPlace, 0600);
+  EXPECT_EQ(written.code(), EFBIG);
+  EXPECT_STREQ(written.call(), "write");
+  EXPECT_TRUE(written.path().starts_with(support::sandbox() + "/.file.")) << written.path();
+  EXPECT_EQ(support::readFile(at("file")), "old");
+}
+
+TEST(FailedOperation, TellsThatAWriteInPlaceIsUnderWay) {
+  support::writeFile(at("file"), "old");
+  std::optional<clientcomm::RecoveryCopy> copy;
+  ASSERT_TRUE(clientcomm::RecoveryCopy::make(at("file"), "old", "new", copy).isOk());
+  auto other = clientcomm::RecoveryCopy::find(at("file"));
+  ASSERT_TRUE(other);
+  const Status taken = other->takeOver();
+  EXPECT_STREQ(taken.domain(), clientcomm::kLockErrorDomain);
+  EXPECT_EQ(taken.code(), EWOULDBLOCK);
+  EXPECT_STREQ(taken.call(), "flock");
+  EXPECT_TRUE(copy->remove().isOk());
 }
 
 }  // namespace

@@ -45,11 +45,11 @@ class SettingsCrash : public testing::Test {
   }
 
   int write(const std::string& bytes, WriteForm form = WriteForm::kInPlace) const {
-    return clientcomm::writeSettingsFile(path_, bytes, form, 0666);
+    return clientcomm::writeSettingsFile(path_, bytes, form, 0666).code();
   }
   std::string readBack() const {
     std::string bytes;
-    EXPECT_EQ(clientcomm::readSettingsFile(path_, bytes), 0);
+    EXPECT_TRUE(clientcomm::readSettingsFile(path_, bytes).isOk());
     return bytes;
   }
   std::vector<std::string> entries() const {

@@ -31,7 +31,7 @@ using clientcomm::PropertyListValue;
 using clientcomm::WriteForm;
 
 int write(const std::string& path, const std::string& bytes, WriteForm form) {
-  return clientcomm::writeSettingsFile(path, bytes, form, 0666);
+  return clientcomm::writeSettingsFile(path, bytes, form, 0666).code();
 }
 int writeInPlace(const std::string& path, const std::string& bytes) {
   return write(path, bytes, WriteForm::kInPlace);
@@ -158,11 +158,11 @@ TEST_F(SettingsWrite, AReadOnlyFileIsRefusedByEitherForm) {
 TEST_F(SettingsWrite, AFileBeyondTheLimitIsNotReadIntoMemory) {
   std::string bytes;
   fs::resize_file(path_, clientcomm::kMaximumSettingsFileSize);
-  EXPECT_EQ(clientcomm::readSettingsFile(path_, bytes), 0);
+  EXPECT_TRUE(clientcomm::readSettingsFile(path_, bytes).isOk());
   EXPECT_EQ(bytes.size(), clientcomm::kMaximumSettingsFileSize);
   bytes.clear();
   fs::resize_file(path_, clientcomm::kMaximumSettingsFileSize + 1);
-  EXPECT_EQ(clientcomm::readSettingsFile(path_, bytes), EFBIG);
+  EXPECT_EQ(clientcomm::readSettingsFile(path_, bytes).code(), EFBIG);
   EXPECT_TRUE(bytes.empty());
 }
 
@@ -248,7 +248,7 @@ TEST_F(SettingsWrite, TwoWritersNeverMixTheirContents) {
   int mixed = 0;
   EXPECT_TRUE(support::waitUntil([&] {
     std::string content;
-    EXPECT_EQ(clientcomm::readSettingsFile(path_, content), 0);
+    EXPECT_TRUE(clientcomm::readSettingsFile(path_, content).isOk());
     mixed += isMixed(content) ? 1 : 0;
     return fs::exists(support::sandbox() + "/done0") && fs::exists(support::sandbox() + "/done1");
   }));

@@ -214,7 +214,8 @@ const support::Role tellFolders(
                   runtimeDirectory().c_str());
       const auto write = [&](const std::string& name, const std::string& bytes) {
         return clientcomm::writeSettingsFile(arguments.at(0) + name, bytes,
-                                             clientcomm::WriteForm::kInPlace, 0666);
+                                             clientcomm::WriteForm::kInPlace, 0666)
+            .code();
       };
       std::printf("%d\n", write("/link", "through the link"));
       std::printf("%d\n", write("/plain", "written"));

@@ -150,7 +150,7 @@ TEST(PropertyList, ReadsXmlWithByteOrderMarkAndInUtf16) {
   ASSERT_TRUE(expected);
   EXPECT_EQ(propertyListFromBytes("\xEF\xBB\xBF" + xml), expected);
   const std::string path = support::sandbox() + "/utf16.plist";
-  ASSERT_TRUE(clientcomm::writeTextToFileAsUTF16(xml, path));
+  ASSERT_TRUE(clientcomm::writeTextToFileAsUTF16(xml, path).isOk());
   EXPECT_EQ(propertyListFromBytes(support::readFile(path)), expected);
 }
 

@@ -204,15 +204,15 @@ TEST(StringsFile, KeepsWhateverItsStringsHoldInUtf16) {
                   std::string(2, static_cast<char>(c)));
   }
   const std::string path = support::sandbox() + "/Bytes.strings";
-  ASSERT_TRUE(writeTextToFileAsUTF16(descriptionInStringsFileFormat(table), path));
+  ASSERT_TRUE(writeTextToFileAsUTF16(descriptionInStringsFileFormat(table), path).isOk());
   EXPECT_EQ(dictionaryWithContentsOfFile(path), table);
   EXPECT_EQ(valueOf("\"\\UDCFF\\UDC80\""), PropertyListValue("\xFF\x80"));
 }
 
 TEST(StringsFile, IsNotWrittenTooLargeToBeReadAgain) {
   const std::string path = support::sandbox() + "/Large.strings";
-  ASSERT_TRUE(writeTextToFileAsUTF16("\"a\" = \"b\";", path));
-  EXPECT_FALSE(writeTextToFileAsUTF16(std::string(std::size_t{9} << 20U, ' '), path));
+  ASSERT_TRUE(writeTextToFileAsUTF16("\"a\" = \"b\";", path).isOk());
+  EXPECT_FALSE(writeTextToFileAsUTF16(std::string(std::size_t{9} << 20U, ' '), path).isOk());
   EXPECT_EQ(dictionaryWithContentsOfFile(path), (PropertyListDictionary{{"a", "b"}}));
 }
 
@@ -229,7 +229,7 @@ TEST(StringsFile, WritesOtherValuesAsTextsThatReadAlike) {
 
 TEST(StringsFile, IsWrittenInUtf16WithByteOrderMark) {
   const std::string path = support::sandbox() + "/InfoPlist.strings";
-  ASSERT_TRUE(writeTextToFileAsUTF16("\"a\" = \"\xE4\xB8\xAD\xF0\x9F\x98\x80\";", path));
+  ASSERT_TRUE(writeTextToFileAsUTF16("\"a\" = \"\xE4\xB8\xAD\xF0\x9F\x98\x80\";", path).isOk());
   const std::string expected("\xFF\xFE\"\0a\0\"\0 \0=\0 \0\"\0\x2D\x4E\x3D\xD8\x00\xDE\"\0;\0", 26);
   EXPECT_EQ(support::readFile(path), expected);
   EXPECT_EQ(dictionaryWithContentsOfFile(path),
@@ -239,7 +239,7 @@ TEST(StringsFile, IsWrittenInUtf16WithByteOrderMark) {
 TEST(StringsFile, IsNotWrittenWhereThereIsNoFolder) {
   const std::string file = support::sandbox() + "/file";
   support::writeFile(file, "x");
-  EXPECT_FALSE(writeTextToFileAsUTF16("text", file + "/InfoPlist.strings"));
+  EXPECT_FALSE(writeTextToFileAsUTF16("text", file + "/InfoPlist.strings").isOk());
   EXPECT_EQ(support::readFile(file), "x");
 }
 

@@ -1,6 +1,7 @@
 #include "ClientComm/platform/posix/property_list_file.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <optional>
 #include <utility>
 
@@ -10,41 +11,44 @@
 
 namespace clientcomm {
 
-int readDictionaryFile(const std::string& path, std::optional<PropertyListDictionary>& dictionary) {
+Status readDictionaryFile(const std::string& path,
+                          std::optional<PropertyListDictionary>& dictionary) {
   dictionary.reset();
   std::string bytes;
-  if (const int error = readSettingsFile(path, bytes); error != 0) return error;
+  if (Status read = readSettingsFile(path, bytes); !read.isOk()) return read;
   auto value = propertyListFromBytes(bytes);
   if (value && value->dictionary() != nullptr) dictionary = std::move(*value->dictionary());
-  return 0;
+  return {};
 }
 
 std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::string& path) {
   std::optional<PropertyListDictionary> dictionary;
-  readDictionaryFile(path, dictionary);
+  readDictionaryFile(path, dictionary).ignore();  // the caller takes it like a malformed file
   return dictionary;
 }
 
-bool writeDictionaryToFile(const PropertyListDictionary& dictionary, const std::string& path,
+Status writeDictionaryFile(const PropertyListDictionary& dictionary, const std::string& path,
                            WriteForm form, mode_t modeOfNew) {
   // A file that cannot be read again would be lost.
   const bool isReadable = std::all_of(dictionary.begin(), dictionary.end(), [](const auto& entry) {
     return isNestedWithinLimit(entry.second, 1);
   });
-  if (!isReadable) return false;
+  if (!isReadable) return Status::ofFile(EFBIG, "isNestedWithinLimit", path);
   const std::string xml = xmlPropertyList(dictionary);
-  return xml.size() <= kMaximumSettingsFileSize &&
-         writeSettingsFile(path, xml, form, modeOfNew) == 0;
+  if (xml.size() > kMaximumSettingsFileSize) {
+    return Status::ofFile(EFBIG, "xmlPropertyList", path);
+  }
+  return writeSettingsFile(path, xml, form, modeOfNew);
 }
 
 bool writeDictionaryToFile(const PropertyListDictionary& dictionary, const std::string& path) {
-  return writeDictionaryToFile(dictionary, path, WriteForm::kInPlace, 0666);
+  return writeDictionaryFile(dictionary, path, WriteForm::kInPlace, 0666).isOk();
 }
 
-bool writeTextToFileAsUTF16(std::string_view text, const std::string& path) {
+Status writeTextToFileAsUTF16(std::string_view text, const std::string& path) {
   const std::string bytes = utf16FromUtf8(text);
-  return bytes.size() <= kMaximumSettingsFileSize &&
-         writeSettingsFile(path, bytes, WriteForm::kInPlace, 0666) == 0;
+  if (bytes.size() > kMaximumSettingsFileSize) return Status::ofFile(EFBIG, "utf16FromUtf8", path);
+  return writeSettingsFile(path, bytes, WriteForm::kInPlace, 0666);
 }
 
 }  // namespace clientcomm

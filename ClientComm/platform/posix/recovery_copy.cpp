@@ -40,15 +40,13 @@ bool isWritableFolder(const std::string& path) {
   return faccessat(AT_FDCWD, path.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
 }
 
-int writeCopy(int file, std::string_view before, std::string_view after) {
+Status writeCopy(int file, std::string_view before, std::string_view after) {
   const std::string heading = std::string(kRecoveryHeading) + std::to_string(before.size()) + " " +
                               std::to_string(after.size()) + "\n";
   for (const std::string_view part : {std::string_view(heading), before, after}) {
-    if (const Status written = writeAll(file, part.data(), part.size()); !written.isOk()) {
-      return written.code();
-    }
+    if (Status written = writeAll(file, part.data(), part.size()); !written.isOk()) return written;
   }
-  return flushData(file).code();
+  return flushData(file);
 }
 
 // Cuts a number and the `end` behind it off the front of `text`.
@@ -88,18 +86,19 @@ std::optional<RecoveryCopy::Place> RecoveryCopy::placeInPreferences(const std::s
   return Place{preferencesFolder(), std::move(digest), std::move(name)};
 }
 
-int RecoveryCopy::make(const std::string& target, std::string_view before, std::string_view after,
-                       std::optional<RecoveryCopy>& copy) {
-  const int code = makeAt(placeBeside(target), before, after, copy);
-  if (!isRefusal(code)) return code;
+Status RecoveryCopy::make(const std::string& target, std::string_view before,
+                          std::string_view after, std::optional<RecoveryCopy>& copy) {
+  Status beside = makeAt(placeBeside(target), before, after, copy);
+  if (!isRefusal(beside.code())) return beside;
   const auto place = placeInPreferences(target);
-  return place && makePreferencesFolder().isOk() ? makeAt(*place, before, after, copy) : code;
+  return place && makePreferencesFolder().isOk() ? makeAt(*place, before, after, copy)
+                                                 : std::move(beside);
 }
 
-int RecoveryCopy::makeAt(const Place& place, std::string_view before, std::string_view after,
-                         std::optional<RecoveryCopy>& copy) {
+Status RecoveryCopy::makeAt(const Place& place, std::string_view before, std::string_view after,
+                            std::optional<RecoveryCopy>& copy) {
   ScopedFd folder(open(place.folder.c_str(), kDirectoryFlags));
-  if (!folder.isValid()) return errno;
+  if (!folder.isValid()) return Status::ofFile(errno, "open", place.folder);
   removeAbandonedPartialFiles(folder.get(), place.base);
   std::string partial;
   ScopedFd file;
@@ -108,19 +107,19 @@ int RecoveryCopy::makeAt(const Place& place, std::string_view before, std::strin
     file.reset(openat(folder.get(), partial.c_str(),
                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   } while (!file.isValid() && errno == EEXIST);
-  if (!file.isValid()) return errno;
-  int code = statusOf(flock(file.get(), LOCK_EX | LOCK_NB));
-  if (code == 0) code = writeCopy(file.get(), before, after);
-  if (code == 0) {
-    code = renameWithoutReplacing(folder.get(), partial.c_str(), place.name.c_str()).code();
+  if (!file.isValid()) return Status::ofFile(errno, "openat", place.name).below(place.folder);
+  Status made = fileStatus(flock(file.get(), LOCK_EX | LOCK_NB), "flock");
+  if (made.isOk()) made = writeCopy(file.get(), before, after);
+  if (made.isOk()) {
+    made = renameWithoutReplacing(folder.get(), partial.c_str(), place.name.c_str());
   }
-  if (code != 0) {
+  if (!made.isOk()) {
     unlinkat(folder.get(), partial.c_str(), 0);
-    return code;
+    return std::move(made).at(place.name).below(place.folder);
   }
   flushData(folder.get()).ignore();  // the copy is whole; only its name may be lost
   copy = RecoveryCopy(std::move(folder), place.name, std::move(file));
-  return 0;
+  return {};
 }
 
 std::optional<RecoveryCopy> RecoveryCopy::find(const std::string& target) {
@@ -158,16 +157,23 @@ void RecoveryCopy::parse(std::string_view bytes) {
   after_ = bytes.substr(*oldSize);
 }
 
-bool RecoveryCopy::takeOver() {
-  if (flock(file_.get(), LOCK_EX | LOCK_NB) != 0) return false;
+Status RecoveryCopy::takeOver() {
+  if (flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
+    return {kLockErrorDomain, errno, "flock", name_};
+  }
   struct stat named;
   struct stat locked;
-  return fstatat(folder_.get(), name_.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-         fstat(file_.get(), &locked) == 0 && named.st_dev == locked.st_dev &&
-         named.st_ino == locked.st_ino;
+  if (fstatat(folder_.get(), name_.c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0) {
+    return Status::ofFile(errno, "fstatat", name_);
+  }
+  if (fstat(file_.get(), &locked) != 0) return Status::ofFile(errno, "fstat", name_);
+  const bool isNamed = named.st_dev == locked.st_dev && named.st_ino == locked.st_ino;
+  return Status::ofFile(isNamed ? 0 : ESTALE, "takeOver", name_);
 }
 
-void RecoveryCopy::remove() { unlinkat(folder_.get(), name_.c_str(), 0); }
+Status RecoveryCopy::remove() {
+  return fileStatus(unlinkat(folder_.get(), name_.c_str(), 0), "unlinkat", name_);
+}
 
 bool RecoveryCopy::isCutShort(std::string_view current) const {
   if (current == before_ || current == after_) return false;

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/status.h"
 
 namespace clientcomm {
 
@@ -23,20 +24,20 @@ class RecoveryCopy {
   ~RecoveryCopy();
 
   /// Makes the copy for the file at `target`, which is no symbolic link.
-  /// @return 0 with `copy` set; EEXIST when the copy of another write is there; or the system's
-  ///         error.
-  static int make(const std::string& target, std::string_view before, std::string_view after,
-                  std::optional<RecoveryCopy>& copy);
+  /// @return success with `copy` set; EEXIST when the copy of another write is there.
+  static Status make(const std::string& target, std::string_view before, std::string_view after,
+                     std::optional<RecoveryCopy>& copy);
 
   /// The copy that exists for the file at `target`; nothing without one.
   static std::optional<RecoveryCopy> find(const std::string& target);
 
   /// Locks a copy that was found.
-  /// @return false when its maker is alive or it is gone.
-  bool takeOver();
+  /// @return EWOULDBLOCK when its maker is alive, ENOENT when it is gone, ESTALE when another has
+  ///         its name.
+  Status takeOver();
 
   /// Removes the file of a copy that was made or taken over.
-  void remove();
+  Status remove();
 
   /// Whether a file that holds `current` is in the midst of the write. Every byte of such a file is
   /// the old or the new one of its place, and yet it is neither content.
@@ -52,8 +53,8 @@ class RecoveryCopy {
   };
   static Place placeBeside(const std::string& target);
   static std::optional<Place> placeInPreferences(const std::string& target);
-  static int makeAt(const Place& place, std::string_view before, std::string_view after,
-                    std::optional<RecoveryCopy>& copy);
+  static Status makeAt(const Place& place, std::string_view before, std::string_view after,
+                       std::optional<RecoveryCopy>& copy);
   static std::optional<RecoveryCopy> findAt(const Place& place);
 
   RecoveryCopy(ScopedFd folder, std::string name, ScopedFd file);

@@ -43,66 +43,73 @@ std::string targetOfLinks(std::string path) {
   return path;
 }
 
-int readContent(int file, std::string& bytes) {
-  return readRegularFile(file, kMaximumSettingsFileSize, bytes).code();
+Status readContent(int file, std::string& bytes) {
+  return readRegularFile(file, kMaximumSettingsFileSize, bytes);
 }
 
 // Not emptied first: a small file that is written over at once is never seen without content.
-int setContent(int file, std::string_view bytes) {
-  if (lseek(file, 0, SEEK_SET) < 0) return errno;
-  if (const Status written = writeAll(file, bytes.data(), bytes.size()); !written.isOk()) {
-    return written.code();
-  }
-  if (ftruncate(file, static_cast<off_t>(bytes.size())) != 0) return errno;
-  return flushData(file).code();
+Status setContent(int file, std::string_view bytes) {
+  if (lseek(file, 0, SEEK_SET) < 0) return Status::ofFile(errno, "lseek");
+  if (Status written = writeAll(file, bytes.data(), bytes.size()); !written.isOk()) return written;
+  const auto size = static_cast<off_t>(bytes.size());
+  if (ftruncate(file, size) != 0) return Status::ofFile(errno, "ftruncate");
+  return flushData(file);
 }
 
 // Completes the write of a process that died and removes its copy.
-// @return false when that process lives, or the file or the copy cannot be written.
-bool finishWrite(const std::string& target, RecoveryCopy& copy) {
-  if (!copy.takeOver()) return false;
+// @return the failure when that process lives, or the file or the copy cannot be written.
+Status finishWrite(const std::string& target, RecoveryCopy& copy) {
+  if (Status taken = copy.takeOver(); !taken.isOk()) return taken;
   const ScopedFd file(open(target.c_str(), kWriteFlags));
+  if (!file.isValid()) return Status::ofFile(errno, "open", target);
   std::string current;
-  if (!file.isValid() || readContent(file.get(), current) != 0) return false;
-  if (copy.isCutShort(current) && setContent(file.get(), copy.after()) != 0) return false;
-  copy.remove();
-  return true;
+  if (Status read = readContent(file.get(), current); !read.isOk()) {
+    return std::move(read).at(target);
+  }
+  if (copy.isCutShort(current)) {
+    Status written = setContent(file.get(), copy.after());
+    if (!written.isOk()) return std::move(written).at(target);
+  }
+  copy.remove().ignore();  // the next reader finds the write complete and removes it
+  return {};
 }
 
 // Reads the content `before` and makes the copy of the write. One process writes at a time.
-int prepareWrite(int file, const std::string& target, std::string_view after, std::string& before,
-                 std::optional<RecoveryCopy>& copy) {
+Status prepareWrite(int file, const std::string& target, std::string_view after,
+                    std::string& before, std::optional<RecoveryCopy>& copy) {
   constexpr std::chrono::seconds kLimit{1};
   constexpr timespec kPause = {0, 5'000'000};
   const auto deadline = std::chrono::steady_clock::now() + kLimit;
   do {
-    if (const int code = readContent(file, before)) return code;
-    const int code = RecoveryCopy::make(target, before, after, copy);
-    if (code == 0) {
+    if (Status read = readContent(file, before); !read.isOk()) return read;
+    Status made = RecoveryCopy::make(target, before, after, copy);
+    if (made.isOk()) {
       std::string current;
-      if (readContent(file, current) == 0 && current == before) return 0;
-      copy->remove();  // the content changed before the copy was there
+      if (readContent(file, current).isOk() && current == before) return {};
+      copy->remove().ignore();  // the content changed before the copy was there
       copy.reset();
-    } else if (code == EEXIST) {
+    } else if (made.code() == EEXIST) {
       auto other = RecoveryCopy::find(target);
-      if (other && !finishWrite(target, *other)) nanosleep(&kPause, nullptr);
+      if (other && !finishWrite(target, *other).isOk()) nanosleep(&kPause, nullptr);
     } else {
-      return code;
+      return made;
     }
   } while (std::chrono::steady_clock::now() < deadline);
-  return EBUSY;
+  return Status::ofFile(EBUSY, "prepareWrite");
 }
 
-int writeInPlace(const std::string& target, std::string_view bytes) {
+Status writeInPlace(const std::string& target, std::string_view bytes) {
   const ScopedFd file(open(target.c_str(), kWriteFlags));
-  if (!file.isValid()) return errno;
+  if (!file.isValid()) return Status::ofFile(errno, "open", target);
   std::string before;
   std::optional<RecoveryCopy> copy;
-  if (const int code = prepareWrite(file.get(), target, bytes, before, copy)) return code;
-  const int code = setContent(file.get(), bytes);
-  // Where not even the old content can be put back, the next reader needs the copy.
-  if (code == 0 || setContent(file.get(), before) == 0) copy->remove();
-  return code;
+  Status prepared = prepareWrite(file.get(), target, bytes, before, copy);
+  if (!prepared.isOk()) return std::move(prepared).at(target);
+  Status written = setContent(file.get(), bytes);
+  if (written.isOk() || setContent(file.get(), before).isOk()) {
+    copy->remove().ignore();  // the next reader finds the write complete and removes it
+  }  // Where not even the old content can be put back, the next reader needs the copy.
+  return std::move(written).at(target);
 }
 
 // Whether a replacement by rename changes nothing but the content.
@@ -112,39 +119,46 @@ bool isReplaceable(const std::string& target, const struct stat& status) {
 
 }  // namespace
 
-int readSettingsFile(const std::string& path, std::string& bytes) {
+Status readSettingsFile(const std::string& path, std::string& bytes) {
   constexpr int kMostReads = 8;
   const std::string target = targetOfLinks(path);
   for (int reads = 1;; ++reads) {
     const ScopedFd file(open(target.c_str(), O_RDONLY | kCommonFlags));
+    if (!file.isValid()) return Status::ofFile(errno, "open", target);
     struct stat before;
     struct stat after;
-    if (!file.isValid() || fstat(file.get(), &before) != 0) return errno;
-    if (const int code = readContent(file.get(), bytes)) return code;
+    if (fstat(file.get(), &before) != 0) return Status::ofFile(errno, "fstat", target);
+    if (Status read = readContent(file.get(), bytes); !read.isOk()) {
+      return std::move(read).at(target);
+    }
     if (auto copy = RecoveryCopy::find(target)) {
       if (copy->isCutShort(bytes)) bytes = copy->after();
-      if (mayReplaceAt(path)) finishWrite(target, *copy);
-      return 0;
+      if (mayReplaceAt(path)) finishWrite(target, *copy).ignore();  // else the next reader does
+      return {};
     }
     // A change meanwhile may have been a write in place, whose copy is gone by now.
-    if (fstat(file.get(), &after) != 0) return errno;
-    if (FileSignature(before, {}) == FileSignature(after, {}) || reads == kMostReads) return 0;
+    if (fstat(file.get(), &after) != 0) return Status::ofFile(errno, "fstat", target);
+    if (FileSignature(before, {}) == FileSignature(after, {}) || reads == kMostReads) return {};
   }
 }
 
-int writeSettingsFile(const std::string& path, std::string_view bytes, WriteForm form,
-                      mode_t modeOfNew) {
-  if (!mayReplaceAt(path)) return ELOOP;
+Status writeSettingsFile(const std::string& path, std::string_view bytes, WriteForm form,
+                         mode_t modeOfNew) {
+  if (!mayReplaceAt(path)) return Status::ofFile(ELOOP, "mayReplaceAt", path);
   const std::string target = targetOfLinks(path);
   struct stat status;
   if (lstat(target.c_str(), &status) != 0) {
-    return errno == ENOENT ? replaceFile(target, bytes, modeOfNew).code() : errno;
+    if (errno == ENOENT) return replaceFile(target, bytes, modeOfNew);
+    return Status::ofFile(errno, "lstat", target);
   }
-  if (!S_ISREG(status.st_mode)) return EINVAL;
-  if (faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) != 0) return errno;
+  if (!S_ISREG(status.st_mode)) return Status::ofFile(EINVAL, "isRegularFile", target);
+  if (faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) != 0) {
+    return Status::ofFile(errno, "faccessat", target);
+  }
   if (form == WriteForm::kByRename && isReplaceable(target, status)) {
-    const int code = replaceFile(target, bytes, modeOfNew).code();
-    if (code != EACCES && code != EPERM && code != EROFS) return code;
+    Status replaced = replaceFile(target, bytes, modeOfNew);
+    const int code = replaced.code();
+    if (code != EACCES && code != EPERM && code != EROFS) return replaced;
   }
   return writeInPlace(target, bytes);
 }

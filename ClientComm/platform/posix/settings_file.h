@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "ClientComm/platform/status.h"
+
 namespace clientcomm {
 
 /// How an existing settings file gets its new content. Where a file is not writable, both refuse.
@@ -21,16 +23,16 @@ enum class WriteForm {
 
 /// Reads the regular file at `path` whole. Where a write in place was cut short, by a crash or a
 /// power failure, gives the new content and completes the write.
-/// @return 0, or the system's error; EFBIG when it is larger than `kMaximumSettingsFileSize`,
-///         EINVAL when it is no regular file.
-int readSettingsFile(const std::string& path, std::string& bytes);
+/// @return EFBIG when it is larger than `kMaximumSettingsFileSize`, EINVAL when it is no regular
+///         file.
+Status readSettingsFile(const std::string& path, std::string& bytes);
 
 /// Makes `bytes` the content of the file at `path`; where a symbolic link stands there, of the file
 /// that it points at. A file that is new gets `modeOfNew`, less the umask. A failure leaves the old
 /// content.
-/// @return 0, or the system's error; EBUSY when another process writes the file in place for longer
-///         than a second.
-int writeSettingsFile(const std::string& path, std::string_view bytes, WriteForm form,
-                      mode_t modeOfNew);
+/// @return EBUSY when another process writes the file in place for longer than a second, ELOOP when
+///         this process may not follow the links in `path`.
+Status writeSettingsFile(const std::string& path, std::string_view bytes, WriteForm form,
+                         mode_t modeOfNew);
 
 }  // namespace clientcomm

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <map>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -91,28 +92,28 @@ class CachedFile {
 };
 
 // Puts a file that cannot be read as settings out of the way, under the first free name.
-// @return false when it could not be moved.
-bool keepAside(const std::string& path) {
+Status keepAside(const std::string& path) {
   constexpr int kMostKept = 10'000;
   for (int number = 1; number <= kMostKept; ++number) {
     const std::string aside = path + kCorruptInfix + std::to_string(number);
-    const int code = renameWithoutReplacing(AT_FDCWD, path.c_str(), aside.c_str()).code();
-    if (code != EEXIST) return code == 0;
+    Status moved = renameWithoutReplacing(AT_FDCWD, path.c_str(), aside.c_str());
+    if (moved.code() != EEXIST) return moved;
   }
-  return false;
+  return Status::ofFile(EEXIST, "keepAside", path);
 }
 
 // Reads the settings for writing over them. What is no settings file is kept aside.
-// @return nothing when the file can neither be read nor be moved.
-std::optional<PropertyListDictionary> settingsToWriteOver(const std::string& path) {
+// @return the failure when the file can neither be read nor be moved.
+Status readToWriteOver(const std::string& path, PropertyListDictionary& settings) {
+  settings.clear();
   std::string bytes;
-  const int status = readSettingsFile(path, bytes);
-  if (status == ENOENT || (status == 0 && bytes.empty())) return PropertyListDictionary();
-  if (status != 0 && status != EFBIG) return std::nullopt;
-  auto value = status == 0 ? propertyListFromBytes(bytes) : std::nullopt;
-  if (value && value->dictionary() != nullptr) return std::move(*value->dictionary());
-  if (!keepAside(path)) return std::nullopt;
-  return PropertyListDictionary();
+  Status read = readSettingsFile(path, bytes);
+  if (read.code() == ENOENT || (read.isOk() && bytes.empty())) return {};
+  if (!read.isOk() && read.code() != EFBIG) return read;
+  auto value = read.isOk() ? propertyListFromBytes(bytes) : std::nullopt;
+  if (!value || value->dictionary() == nullptr) return keepAside(path);
+  settings = std::move(*value->dictionary());
+  return {};
 }
 
 using Changes = std::map<std::string, std::optional<PropertyListValue>, std::less<>>;
@@ -136,11 +137,10 @@ bool apply(const Changes& changes, PropertyListDictionary& settings) {
   return isChanged;
 }
 
-// Writes where no failure can be told to anybody. Even memory may run out; what was set stays
-// pending then.
+// Writes where no caller takes a status. Even memory may run out; what was set stays pending then.
 void writeQuietly(UserDefaults& defaults) noexcept {
   try {
-    defaults.synchronize();
+    std::ignore = defaults.synchronize();  // what is not written stays pending
   } catch (...) {
   }
 }
@@ -203,16 +203,16 @@ struct CLIENTCOMM_LOCAL UserDefaults::State {
     writeTimer = Timer::scheduledTimer(delay, [&defaults](Timer&) { writeQuietly(defaults); });
   }
 
-  bool writePending() const {
-    if (!makePreferencesFolder().isOk()) return false;
-    const DirectoryLock lock(preferencesFolder(),
-                             ExitWriter::isWriting() ? kLockLimitAtExit : kLockLimit);
-    if (!lock.isHeld()) return false;
+  Status writePending() const {
+    if (Status made = makePreferencesFolder(); !made.isOk()) return made;
+    DirectoryLock lock(preferencesFolder(),
+                       ExitWriter::isWriting() ? kLockLimitAtExit : kLockLimit);
+    if (!lock.isHeld()) return lock.takeStatus();
     const std::string path = pathOfDomain(domain);
-    auto settings = settingsToWriteOver(path);
-    if (!settings) return false;
-    if (!apply(pending, *settings)) return true;
-    return writeDictionaryToFile(*settings, path, WriteForm::kByRename, 0600);
+    PropertyListDictionary settings;
+    if (Status read = readToWriteOver(path, settings); !read.isOk()) return read;
+    if (!apply(pending, settings)) return {};
+    return writeDictionaryFile(settings, path, WriteForm::kByRename, 0600);
   }
 
   // Whether the file holds already what was set, so that nothing needs to be made or locked.
@@ -268,7 +268,7 @@ bool UserDefaults::synchronize() {
   state_->writeTimer.reset();
   if (state_->pending.empty()) return true;
   state_->clearPartials();
-  if (state_->isWritten() || state_->writePending()) {
+  if (state_->isWritten() || state_->writePending().isOk()) {
     state_->pending.clear();
     return true;
   }
