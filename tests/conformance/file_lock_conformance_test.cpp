@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <chrono>
 #include <optional>
 #include <string>
@@ -17,7 +18,7 @@ TEST(FileLockConformance, HasOneHolderAtATime) {
   std::optional<DirectoryLock> first;
   first.emplace(support::sandbox(), kLimit);
   EXPECT_TRUE(first->isHeld());
-  EXPECT_FALSE(DirectoryLock(support::sandbox(), kLimit).isHeld());
+  EXPECT_EQ(DirectoryLock(support::sandbox(), kLimit).status().code(), ETIMEDOUT);
   EXPECT_TRUE(DirectoryLock(support::sandbox() + "/config", kLimit).isHeld()) << "another folder";
   first.reset();
   EXPECT_TRUE(DirectoryLock(support::sandbox(), kLimit).isHeld());
@@ -32,7 +33,11 @@ TEST(FileLockConformance, IsFreeWhenItIsLeftToCopiesAndThereIsNone) {
 }
 
 TEST(FileLockConformance, IsNotHeldWhereThereIsNoFolder) {
-  EXPECT_FALSE(DirectoryLock(support::sandbox() + "/missing", kLimit).isHeld());
+  const DirectoryLock lock(support::sandbox() + "/missing", kLimit);
+  EXPECT_FALSE(lock.isHeld());
+  EXPECT_EQ(lock.status().domain(), clientcomm::kLockErrorDomain);
+  EXPECT_EQ(lock.status().code(), ENOENT);
+  EXPECT_EQ(lock.status().path(), support::sandbox() + "/missing");
 }
 
 }  // namespace

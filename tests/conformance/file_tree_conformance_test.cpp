@@ -39,7 +39,7 @@ TEST_F(FileTreeConformance, MakesNoFolderBelowAFile) {
 
 TEST_F(FileTreeConformance, CopiesATreeWholeAndLeavesTheSource) {
   support::writeFile(folder_ + "/from/deep/file", "bytes");
-  ASSERT_FALSE(clientcomm::copyPath(folder_ + "/from", folder_ + "/to"));
+  ASSERT_TRUE(clientcomm::copyPath(folder_ + "/from", folder_ + "/to").isOk());
   EXPECT_EQ(support::readFile(folder_ + "/to/deep/file"), "bytes");
   EXPECT_EQ(support::readFile(folder_ + "/from/deep/file"), "bytes");
   EXPECT_EQ(contents(), (Names{"from", "to"})) << "nothing of the copying is left";
@@ -48,18 +48,19 @@ TEST_F(FileTreeConformance, CopiesATreeWholeAndLeavesTheSource) {
 TEST_F(FileTreeConformance, CopiesNothingOverWhatIsThereAndNothingThatIsMissing) {
   support::writeFile(folder_ + "/from", "new");
   support::writeFile(folder_ + "/to", "old");
-  EXPECT_TRUE(clientcomm::copyPath(folder_ + "/from", folder_ + "/to"));
+  EXPECT_FALSE(clientcomm::copyPath(folder_ + "/from", folder_ + "/to").isOk());
   EXPECT_EQ(support::readFile(folder_ + "/to"), "old");
-  EXPECT_TRUE(clientcomm::copyPath(folder_ + "/missing", folder_ + "/copy"));
+  EXPECT_FALSE(clientcomm::copyPath(folder_ + "/missing", folder_ + "/copy").isOk());
   EXPECT_FALSE(clientcomm::fileExistsAtPath(folder_ + "/copy"));
 }
 
 TEST_F(FileTreeConformance, RemovesATreeAndNothingBesideIt) {
   support::writeFile(folder_ + "/tree/deep/file", "");
   support::writeFile(folder_ + "/tree.txt", "");
-  EXPECT_FALSE(clientcomm::removeItemAtPath(folder_ + "/tree"));
+  EXPECT_TRUE(clientcomm::removeItemAtPath(folder_ + "/tree").isOk());
   EXPECT_EQ(contents(), Names{"tree.txt"});
-  EXPECT_FALSE(clientcomm::removeItemAtPath(folder_ + "/tree")) << "nothing to remove is no error";
+  EXPECT_TRUE(clientcomm::removeItemAtPath(folder_ + "/tree").isOk())
+      << "nothing to remove is no error";
 }
 
 TEST_F(FileTreeConformance, ListsTheEntriesOfAFolderAlone) {

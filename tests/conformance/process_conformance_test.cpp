@@ -76,17 +76,23 @@ TEST(RemovedBundleConformance, IsMovedAsideInOneStepAndFound) {
   const std::string path = support::sandbox() + "/install/Some.app";
   support::writeFile(path + "/Contents/Info.plist", "info");
   std::string place;
-  ASSERT_FALSE(clientcomm::moveAside(path, place));
+  ASSERT_TRUE(clientcomm::moveAside(path, place).isOk());
   EXPECT_FALSE(support::isFolder(path));
-  EXPECT_EQ(clientcomm::placesMovedAsideFrom(path), std::vector<std::string>{place});
-  EXPECT_EQ(clientcomm::processesRunningBelow(place), std::vector<std::int32_t>());
-  EXPECT_TRUE(clientcomm::moveAside(path, place)) << "nothing is there now";
+  std::vector<std::string> places;
+  EXPECT_TRUE(clientcomm::placesMovedAsideFrom(path, places).isOk());
+  EXPECT_EQ(places, std::vector<std::string>{place});
+  std::vector<std::int32_t> processes;
+  EXPECT_TRUE(clientcomm::processesRunningBelow(place, processes).isOk());
+  EXPECT_EQ(processes, std::vector<std::int32_t>());
+  EXPECT_FALSE(clientcomm::moveAside(path, place).isOk()) << "nothing is there now";
 }
 
 TEST(WorkspaceConformance, OpensNothingThatIsNoBundleWithAnExecutable) {
   support::writeFile(support::sandbox() + "/Empty.app/Contents/Info.plist", "");
   for (const char* name : {"/Empty.app", "/missing.app", "/config"}) {
-    EXPECT_FALSE(clientcomm::Workspace::sharedWorkspace().openFile(support::sandbox() + name));
+    const auto status =
+        clientcomm::Workspace::sharedWorkspace().openFile(support::sandbox() + name);
+    EXPECT_EQ(status.code(), ENOENT) << name;
   }
 }
 

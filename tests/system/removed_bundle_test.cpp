@@ -148,7 +148,7 @@ TEST(RemovedBundle, KeepsItsProcessesKnownWhenItsFilesAreDeletedAndTheNewOneIsTh
 // where it is told to.
 const support::Role movedRole("moved", [](const std::vector<std::string>& arguments) {
   std::string place;
-  if (moveAside(installedHelperPath(), place)) return 1;
+  if (!moveAside(installedHelperPath(), place).isOk()) return 1;
   if (!arguments.empty()) support::makeHelper(support::kInstallFolder, arguments.front());
   const clientcomm::Bundle& bundle = clientcomm::Bundle::mainBundle();
   std::puts(bundle.infoString("CFBundleVersion").value_or("none").c_str());

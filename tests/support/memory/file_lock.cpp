@@ -1,5 +1,6 @@
 #include "ClientComm/platform/file_lock.h"
 
+#include <cerrno>
 #include <map>
 #include <utility>
 
@@ -27,10 +28,14 @@ bool isHeldAlready(const std::string& path) {
 
 DirectoryLock::DirectoryLock(const std::string& path, std::chrono::milliseconds limit) noexcept {
   const std::string folder = stringByAppendingPathComponent(path, "");
-  if (!support::MemorySystem::current().files.isFolder(folder)) return;
+  if (!support::MemorySystem::current().files.isFolder(folder)) {
+    status_ = Status(kLockErrorDomain, ENOENT, "open", path);
+    return;
+  }
   if (isHeldAlready(folder)) {
     // There is one thread, so that the holder cannot let go during the wait.
     sleepFor(limit);
+    status_ = Status(kLockErrorDomain, ETIMEDOUT, "flock", path);
     return;
   }
   descriptor_ = held().empty() ? 0 : held().rbegin()->first + 1;

@@ -12,11 +12,6 @@ namespace {
 
 support::MemoryFiles& files() { return support::MemorySystem::current().files; }
 
-std::optional<Error> errorFrom(int code, const std::string& path) {
-  if (code == 0) return std::nullopt;
-  return Error{kFileErrorDomain, code, {{"FilePath", path}}};
-}
-
 }  // namespace
 
 bool fileExistsAtPath(const std::string& path) noexcept { return files().exists(path); }
@@ -25,20 +20,29 @@ bool fileExistsAtPath(const std::string& path) noexcept { return files().exists(
 bool mayCreateItemAtPath(const std::string& /*path*/) noexcept { return true; }
 
 std::optional<Error> createDirectoryAtPath(const std::string& path) {
-  return errorFrom(files().makeFolder(path), path);
+  return makeDirectoryAtPath(path).error();
 }
 
-std::optional<Error> removeItemAtPath(const std::string& path) {
+Status makeDirectoryAtPath(const std::string& path) {
+  return Status::ofFile(files().makeFolder(path), "mkdir", path);
+}
+
+Status removeItemAtPath(const std::string& path) {
   const int code = files().remove(path);
-  return errorFrom(code == ENOENT ? 0 : code, path);
+  return Status::ofFile(code == ENOENT ? 0 : code, "unlink", path);
 }
 
-std::optional<Error> copyPath(const std::string& source, const std::string& destination) {
-  return errorFrom(files().copy(source, destination), destination);
+Status copyPath(const std::string& source, const std::string& destination) {
+  return Status::ofFile(files().copy(source, destination), "copy", destination);
 }
 
 // A copy in memory is never interrupted.
-void removeUnfinishedCopies(const std::string& /*destination*/) {}
+Status removeUnfinishedCopies(const std::string& /*destination*/) { return {}; }
+
+Status listDirectoryAtPath(const std::string& path, std::vector<std::string>& names) {
+  names = files().list(path);
+  return Status::ofFile(files().isFolder(path) ? 0 : ENOENT, "opendir", path);
+}
 
 std::vector<std::string> contentsOfDirectoryAtPath(const std::string& path) {
   return files().list(path);

@@ -1,6 +1,7 @@
 #include "ClientComm/platform/property_list.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "ClientComm/platform/portable/property_list/unicode.h"
 #include "ClientComm/platform/portable/property_list/value.h"
@@ -10,9 +11,9 @@
 namespace clientcomm {
 namespace {
 
-bool writeBytes(const std::string& path, std::string_view bytes) {
-  return bytes.size() <= kMaximumSettingsFileSize &&
-         support::MemorySystem::current().files.write(path, bytes) == 0;
+Status writeBytes(const std::string& path, std::string_view bytes) {
+  if (bytes.size() > kMaximumSettingsFileSize) return Status::ofFile(EFBIG, "write", path);
+  return Status::ofFile(support::MemorySystem::current().files.write(path, bytes), "write", path);
 }
 
 }  // namespace
@@ -28,10 +29,10 @@ bool writeDictionaryToFile(const PropertyListDictionary& dictionary, const std::
   const bool isReadable = std::all_of(dictionary.begin(), dictionary.end(), [](const auto& entry) {
     return isNestedWithinLimit(entry.second, 1);
   });
-  return isReadable && writeBytes(path, xmlPropertyList(dictionary));
+  return isReadable && writeBytes(path, xmlPropertyList(dictionary)).isOk();
 }
 
-bool writeTextToFileAsUTF16(std::string_view text, const std::string& path) {
+Status writeTextToFileAsUTF16(std::string_view text, const std::string& path) {
   return writeBytes(path, utf16FromUtf8(text));
 }
 

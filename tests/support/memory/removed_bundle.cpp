@@ -15,7 +15,7 @@ std::string prefixOfPlaces(const std::string& name) {
 
 }  // namespace
 
-std::optional<Error> moveAside(const std::string& path, std::string& place) {
+Status moveAside(const std::string& path, std::string& place) {
   auto& system = support::MemorySystem::current();
   const SplitPath target = splitPath(path);
   int number = 0;
@@ -24,28 +24,28 @@ std::optional<Error> moveAside(const std::string& path, std::string& place) {
         target.directory, prefixOfPlaces(target.name) + "1-" + std::to_string(++number));
   } while (system.files.exists(place));
   if (const int code = system.files.move(path, place); code != 0) {
-    return Error{kFileErrorDomain, code, {{"FilePath", path}}};
+    return Status::ofFile(code, "rename", path);
   }
   system.processes.follow(path, place);
-  return std::nullopt;
+  return {};
 }
 
-std::vector<std::string> placesMovedAsideFrom(const std::string& path) {
+Status placesMovedAsideFrom(const std::string& path, std::vector<std::string>& places) {
   const SplitPath target = splitPath(path);
-  std::vector<std::string> places;
+  places.clear();
   for (const std::string& entry : contentsOfDirectoryAtPath(target.directory)) {
     if (!entry.starts_with(prefixOfPlaces(target.name))) continue;
     places.push_back(stringByAppendingPathComponent(target.directory, entry));
   }
-  return places;
+  return {};
 }
 
-std::optional<std::vector<std::int32_t>> processesRunningBelow(const std::string& path) {
-  std::vector<std::int32_t> processes;
+Status processesRunningBelow(const std::string& path, std::vector<std::int32_t>& processes) {
+  processes.clear();
   for (const auto& [pid, process] : support::MemorySystem::current().processes.all()) {
     if (process.executable.starts_with(path + "/")) processes.push_back(pid);
   }
-  return processes;
+  return {};
 }
 
 }  // namespace clientcomm

@@ -1,6 +1,7 @@
 #include "ClientComm/platform/workspace.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/file_tree.h"
@@ -23,18 +24,18 @@ OptionalString Workspace::fullPathForApplication(const std::string& name) const 
                                                                : std::nullopt;
 }
 
-bool Workspace::openFile(const std::string& path) {
+Status Workspace::openFile(const std::string& path) {
   const Bundle bundle(path);
-  if (!bundle.executablePath()) return false;
+  if (!bundle.executablePath()) return {kProcessErrorDomain, ENOENT, "stat", path};
   auto& processes = support::MemorySystem::current().processes;
   const auto identifier = bundle.bundleIdentifier();
   const bool isRunning = std::any_of(
       processes.all().begin(), processes.all().end(),
       [&](const auto& entry) { return identifier && entry.second.identifier == identifier; });
-  if (isRunning) return true;
+  if (isRunning) return {};
   processes.start(path);
   processes.launched.push_back(path);
-  return true;
+  return {};
 }
 
 }  // namespace clientcomm
