@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <tuple>
 #include <utility>
 
 #include "ClientComm/platform/linux/bound_name.h"
@@ -14,6 +15,7 @@
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/linux/socket_format.h"
 #include "ClientComm/platform/linux/socket_path.h"
+#include "ClientComm/platform/posix/io.h"
 
 namespace clientcomm {
 namespace {
@@ -63,20 +65,20 @@ OSErr EndpointName::take(ScopedFd& listener) {
 // name that the socket was bound to, by which `listeningOf` and `versionOfEndpoint` know it.
 OSErr EndpointName::bindAndListen(int folder, int socket) {
   const std::string ownName = boundName({name_, getpid(), highestVersion_});
-  unlinkat(folder, ownName.c_str(), 0);
+  discardFile(folder, ownName.c_str());
   const SocketPath path(ownName);
   struct stat status {};
   if (!path.isValid() || bind(socket, path.address(), SocketPath::size()) != 0 ||
       fchmodat(folder, ownName.c_str(), kEndpointMode, 0) != 0 ||
       fstatat(folder, ownName.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
       ::listen(socket, kEndpointBacklog) != 0) {
-    unlinkat(folder, ownName.c_str(), 0);
+    discardFile(folder, ownName.c_str());
     return errAEEventNotPermitted;
   }
   // Before the name leads here, so that the endpoint has its record from the first moment.
   writeEndpointRecord(folder, name_, status);
   if (renameat(folder, ownName.c_str(), folder, name_.c_str()) != 0) {
-    unlinkat(folder, ownName.c_str(), 0);
+    discardFile(folder, ownName.c_str());
     return errAEEventNotPermitted;
   }
   device_ = status.st_dev;
@@ -100,7 +102,7 @@ bool EndpointName::leadsElsewhere() const {
 
 void EndpointName::remove() const noexcept {
   if (!leadsHere()) return;
-  unlink(SocketPath(name_).path());
+  std::ignore = unlink(SocketPath(name_).path());  // without a listener it is no endpoint
   const ScopedFd folder = openRuntimeFolder(IfMissing::kFail);
   if (folder.isValid()) removeEndpointRecord(folder.get(), name_);
 }

@@ -29,6 +29,7 @@
 #include "ClientComm/platform/own_process.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/bundle_files.h"
+#include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/process_manager.h"
 #include "ClientComm/platform/property_list.h"
@@ -114,7 +115,7 @@ void removeEndpointRecord(int folder, const std::string& socketName) noexcept {
   char* const end =
       std::copy(kEndpointRecordPrefix.begin(), kEndpointRecordPrefix.end(), name.begin());
   socketName.copy(end, kFileNameLength);
-  unlinkat(folder, name.data(), 0);
+  discardFile(folder, name.data());
 }
 
 OptionalString bundleOfUnseenEndpoint(const std::string& identifier) {

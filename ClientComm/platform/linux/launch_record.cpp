@@ -154,7 +154,7 @@ void noteReached(const std::string& identifier) noexcept {
     const auto record =
         folder.isValid() ? readRecord(folder.get(), own.record.bundlePath) : std::nullopt;
     if (record && isSameLaunch(*record, own.record)) {
-      unlinkat(folder.get(), launchRecordName(own.record.bundlePath).c_str(), 0);
+      discardFile(folder.get(), launchRecordName(own.record.bundlePath).c_str());
     }
   } catch (const std::bad_alloc&) {
     // The next launch counts this one as failed.

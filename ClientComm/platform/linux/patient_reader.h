@@ -17,9 +17,9 @@ inline constexpr std::chrono::seconds kReadPause{10};
 /// All bytes of the regular file at `path`, read by a short-lived child process, so that this
 /// process waits for at most `kReadLimit`, and in all at most that long in `kReadPause`. A link in
 /// the file's place is not followed. For one thread at a time.
-/// @return ETIMEDOUT when the file cannot be read in time, EBUSY when none is asked now, EIO when
-/// it
-///         cannot be read or is larger than `limit`, or why there is no child process.
+/// @return ETIMEDOUT when the file cannot be read in time, EBUSY when no child is started now, EIO
+///         when the file cannot be read or is larger than `limit`, or why there is no child
+///         process.
 Status readByChildProcess(const std::string& path, std::size_t limit, std::string& bytes);
 
 }  // namespace clientcomm

@@ -57,7 +57,7 @@ OwnRecord& ownRecord() noexcept {
 void removeOwnRecord() noexcept {
   const ScopedFd folder = openRuntimeFolder(IfMissing::kFail);
   if (folder.isValid() && ownRecord().isInPlace(folder.get())) {
-    unlinkat(folder.get(), ownRecord().name.data(), 0);
+    discardFile(folder.get(), ownRecord().name.data());
   }
 }
 

@@ -10,6 +10,7 @@
 #include <climits>
 #include <memory>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
 #include "ClientComm/platform/file_manager.h"
@@ -56,7 +57,7 @@ Status moveAsideIn(int parent, const std::string& name, std::string& place) {
   if (Status made = makePlace(parent, name, place); !made.isOk()) return made;
   Status moved = moveInto(parent, name, place);
   if (moved.isOk()) return moved;
-  unlinkat(parent, place.c_str(), AT_REMOVEDIR);
+  std::ignore = unlinkat(parent, place.c_str(), AT_REMOVEDIR);  // it is empty
   // Another user's bundle in a folder of our own can be renamed but not moved.
   if (moved.code() != EACCES && moved.code() != EPERM) return moved;
   return fileStatus(renameat(parent, name.c_str(), parent, place.c_str()), "renameat", name);

@@ -18,7 +18,7 @@ namespace {
 
 // Writes the file `draft` of this process whole.
 Status writeDraft(int folder, const std::string& draft, std::string_view bytes) {
-  unlinkat(folder, draft.c_str(), 0);  // left by an earlier process that had this one's ID
+  discardFile(folder, draft.c_str());  // left by an earlier process that had this one's ID
   const ScopedFd file(
       openat(folder, draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!file.isValid()) return Status::ofFile(errno, "openat");
@@ -43,7 +43,7 @@ Status replaceRuntimeFile(int folder, const std::string& name, std::string_view 
   if (status.isOk()) {
     status = fileStatus(renameat(folder, draft.c_str(), folder, name.c_str()), "renameat");
   }
-  if (!status.isOk()) unlinkat(folder, draft.c_str(), 0);
+  if (!status.isOk()) discardFile(folder, draft.c_str());
   return std::move(status).at(name);
 }
 
@@ -53,7 +53,7 @@ Status createRuntimeFile(int folder, const std::string& name, std::string_view b
   if (status.isOk()) {
     status = renameWithoutReplacing(folder, draft.c_str(), name.c_str());
   }
-  if (!status.isOk()) unlinkat(folder, draft.c_str(), 0);
+  if (!status.isOk()) discardFile(folder, draft.c_str());
   return std::move(status).at(name);
 }
 

@@ -13,6 +13,7 @@
 #include "ClientComm/platform/linux/process_stat.h"
 #include "ClientComm/platform/linux/runtime_file_name.h"
 #include "ClientComm/platform/linux/runtime_folder_format.h"
+#include "ClientComm/platform/posix/io.h"
 
 namespace clientcomm {
 namespace {
@@ -55,7 +56,7 @@ bool isStale(int folder, const std::string& name) {
 void clearStaleFiles(int folder) {
   for (const std::string& name :
        contentsOfDirectoryAtPath(ProcPath::ofDescriptor(folder).c_str())) {
-    if (isStale(folder, name)) unlinkat(folder, name.c_str(), 0);
+    if (isStale(folder, name)) discardFile(folder, name.c_str());
   }
 }
 

@@ -238,7 +238,7 @@ Status launchDetached(std::string executable, DirectoryLock& lock, pid_t& proces
                 aboveStandardStreams(ScopedFd(report[1])),
                 ScopedFd(fcntl(lock.descriptor(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1))};
   if (!launch.nullDevice.isValid() || !launch.report.isValid() || !launch.lock.isValid()) {
-    return launchStatus(errno, "fcntl", executable);
+    return launchStatus(errno, launch.nullDevice.isValid() ? "fcntl" : "open", executable);
   }
   const pid_t pid = forkWithSignalsBlocked(launch);
   if (pid < 0) return launchStatus(errno, "fork", executable);

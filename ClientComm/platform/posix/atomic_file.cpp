@@ -58,7 +58,7 @@ Status replaceFile(const std::string& path, std::string_view bytes, mode_t modeO
     partial = nextPartialName(target.name);
     status = writeAndRename(parent.get(), partial, target.name, bytes, modeOfNew);
   } while (status.code() == EEXIST);
-  if (!status.isOk()) unlinkat(parent.get(), partial.c_str(), 0);
+  if (!status.isOk()) discardFile(parent.get(), partial.c_str());
   return std::move(status).at(path);
 }
 

@@ -24,7 +24,8 @@ bool isSameBundle(const std::string& path, const std::string& other) noexcept {
 
 InfoReading readInfoDictionary(const std::string& path,
                                std::optional<PropertyListDictionary>& info) {
-  return mayPass(readDictionaryFile(path, info).code()) ? InfoReading::kMayPass : InfoReading::kDone;
+  return mayPass(readDictionaryFile(path, info).code()) ? InfoReading::kMayPass
+                                                        : InfoReading::kDone;
 }
 
 }  // namespace clientcomm

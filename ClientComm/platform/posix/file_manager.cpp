@@ -35,7 +35,7 @@ Status removePartials(int parent, std::string_view name, Condition isToBeRemoved
     Status removed = removeTree(parent, entry->d_name);
     if (first.isOk()) first = std::move(removed);
   }
-  return first;
+  return first.isOk() ? Status::ofFile(errno, "readdir") : std::move(first);
 }
 
 // A failure at the partial copy is told with the name that the copy gets.

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <tuple>
 
 namespace clientcomm {
 
@@ -56,6 +57,10 @@ Status readRegularFile(int fd, std::size_t limit, std::string& bytes) {
   }
   bytes.resize(filled);
   return {};
+}
+
+void discardFile(int folder, const char* name) noexcept {
+  std::ignore = unlinkat(folder, name, 0);  // one that stays is removed as stale
 }
 
 Status flushData(int fd) noexcept {

@@ -45,6 +45,10 @@ Status writeAll(int fd, const void* bytes, std::size_t size) noexcept;
 /// @return EFBIG when it is larger than `limit`, EINVAL when it is no regular file.
 Status readRegularFile(int fd, std::size_t limit, std::string& bytes);
 
+/// Removes the file `name` of the open `folder` where that is possible. Only for a file that says
+/// nothing to a reader and takes up space: a draft that failed, a record of what is gone.
+void discardFile(int folder, const char* name) noexcept;
+
 /// Makes what was written to `fd` survive a power failure, where the file system can.
 Status flushData(int fd) noexcept;
 

@@ -51,7 +51,7 @@ void removeAbandonedPartialFiles(int directory, std::string_view name) {
   if (!entries.isOpen()) return;
   const std::string prefix = partialPrefix(name);
   while (const dirent* entry = entries.next()) {
-    if (isAbandonedPartial(entry->d_name, prefix)) unlinkat(directory, entry->d_name, 0);
+    if (isAbandonedPartial(entry->d_name, prefix)) discardFile(directory, entry->d_name);
   }
 }
 

@@ -19,7 +19,8 @@ bool isPartial(std::string_view entry, std::string_view prefix);
 /// Whether the directory entry `entry` is a partial whose process does not exist any more.
 bool isAbandonedPartial(std::string_view entry, std::string_view prefix);
 
-/// Removes the abandoned partials of the file `name` from the open `directory`.
+/// Removes the abandoned partials of the file `name` from the open `directory`, as far as possible:
+/// they take up space and hinder nothing.
 void removeAbandonedPartialFiles(int directory, std::string_view name);
 
 }  // namespace clientcomm

@@ -114,7 +114,7 @@ Status RecoveryCopy::makeAt(const Place& place, std::string_view before, std::st
     made = renameWithoutReplacing(folder.get(), partial.c_str(), place.name.c_str());
   }
   if (!made.isOk()) {
-    unlinkat(folder.get(), partial.c_str(), 0);
+    discardFile(folder.get(), partial.c_str());
     return std::move(made).at(place.name).below(place.folder);
   }
   flushData(folder.get()).ignore();  // the copy is whole; only its name may be lost
