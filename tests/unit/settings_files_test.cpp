@@ -171,7 +171,7 @@ TEST_F(SettingsFilesTest, ThePropertyListThatIsWrittenIsTheFirstOfTheListing) {
 
 TEST_F(SettingsFilesTest, ABundleWithoutAPropertyListHasNoneToWrite) {
   controller();
-  clientcomm::removeItemAtPath(infoPath());
+  ASSERT_TRUE(clientcomm::removeItemAtPath(infoPath()).isOk());
   support::writeFile(contentsPath() + "/Info.PLIST", clientcomm::xmlPropertyList({}));
   EXPECT_EQ(TQHPHelperCommunicate::searchPlistFilePath(support::hostBundlePath()), std::nullopt);
   controller().setTipsEnable(false);
@@ -627,7 +627,7 @@ TEST_F(SaveEnableADTest, AnEqualValueIsWrittenAllTheSame) {
 
 TEST_F(SaveEnableADTest, WithoutAPropertyListThereIsNowhereToSave) {
   support::writeFile(englishTable(), "\"EnableAD\" = \"1\";\n");
-  clientcomm::removeItemAtPath(infoPath());
+  ASSERT_TRUE(clientcomm::removeItemAtPath(infoPath()).isOk());
   EXPECT_TRUE(save());
   EXPECT_FALSE(clientcomm::fileExistsAtPath(infoPath()));
 }
