@@ -90,7 +90,9 @@ bool TQHPProcessList::applicationIsRunning(const OptionalString& bundleID,
            clientcomm::stringFor(*information, clientcomm::kCFBundleIdentifierKey) == bundleID &&
            clientcomm::stringFor(*information, clientcomm::kBundlePathKey) == bundlePath;
   };
-  return std::ranges::any_of(clientcomm::processIDs(&GetBSDProcessList), isApplication) ||
+  auto processes = clientcomm::processIDs(&GetBSDProcessList);
+  clientcomm::moveOpenApplicationsFirst(processes);
+  return std::ranges::any_of(processes, isApplication) ||
          clientcomm::isRunningUnseen(*bundleID, *bundlePath);
 }
 

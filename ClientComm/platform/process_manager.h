@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/export.h"
@@ -45,6 +46,10 @@ OptionalString bundleIdentifierOfProcess(const ProcessSerialNumber& psn);
 /// bundle at `bundlePath`: false only where `ProcessInformationCopyDictionary` does not give that
 /// path for it.
 std::function<bool(std::int32_t pid)> mayRunBundleAt(const std::string& bundlePath);
+
+/// Moves those processes to the front that have said that they take events, as far as that is known
+/// without a look at each: a search among many processes ends early.
+void moveOpenApplicationsFirst(std::vector<std::int32_t>& pids);
 
 /// Whether the application with exactly this identifier and bundle path takes events, and its
 /// process cannot be seen from here: it runs in another process-ID namespace.

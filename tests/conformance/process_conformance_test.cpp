@@ -72,6 +72,13 @@ TEST(ProcessConformance, MayRunItsOwnBundleAndNoOther) {
   EXPECT_FALSE(clientcomm::mayRunBundleAt(support::sandbox() + "/Other.app")(getpid()));
 }
 
+TEST(ProcessConformance, OpenApplicationsAreMovedAndNoProcessIsLost) {
+  const auto pids = clientcomm::processIDs(&GetBSDProcessList);
+  auto moved = pids;
+  clientcomm::moveOpenApplicationsFirst(moved);
+  EXPECT_TRUE(std::ranges::is_permutation(pids, moved));
+}
+
 TEST(RemovedBundleConformance, IsMovedAsideInOneStepAndFound) {
   const std::string path = support::sandbox() + "/install/Some.app";
   support::writeFile(path + "/Contents/Info.plist", "info");

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "ClientComm/platform/linux/local_file.h"
 #include "ClientComm/platform/linux/patient_reader.h"
@@ -22,6 +24,7 @@
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "tests/support/child_process.h"
+#include "tests/support/system_calls.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
 
@@ -34,6 +37,7 @@ namespace fs = std::filesystem;
 using clientcomm::identifierOfPeer;
 using clientcomm::kLargestInfo;
 using clientcomm::kMaximumIdentifierLength;
+using clientcomm::LocalAccess;
 using clientcomm::ScopedFd;
 using clientcomm::serialNumberForPeer;
 using support::ChildProcess;
@@ -187,6 +191,25 @@ TEST(InfoOnAFileSystemThatDoesNotAnswer, IsNotAskedForByOpeningWhatIsBelow) {
   });
   if (status == kNotAllowed) GTEST_SKIP() << "FUSE cannot be mounted here";
   EXPECT_EQ(status, 0);
+}
+
+// How the two files below `folder` are opened: one by its path, the other through a link.
+std::pair<LocalAccess, LocalAccess> accessesBelow(const std::string& folder) {
+  return {clientcomm::openLocalFile(folder + "/real/file").access,
+          clientcomm::openLocalFile(folder + "/link/file").access};
+}
+
+TEST(LocalFile, IsOpenedByThePathThatHasNoLinkWithCachedNamesAndWithout) {
+  const std::string folder = fs::canonical(support::sandbox());
+  support::writeFile(folder + "/real/file", "x");
+  fs::create_directory_symlink("real", folder + "/link");
+  const std::pair expected(LocalAccess::kOpen, LocalAccess::kMissing);
+  EXPECT_EQ(accessesBelow(folder), expected);
+  ChildProcess child = ChildProcess::fork([&] {
+    support::refuseSystemCall(SYS_openat2, ENOSYS);
+    return accessesBelow(folder) == expected ? 0 : 1;
+  });
+  EXPECT_EQ(child.wait(), 0);
 }
 
 TEST(ExecutableOnAFileSystemThatDoesNotAnswer, IsNotAskedWhetherItIsRemoved) {

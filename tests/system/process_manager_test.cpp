@@ -361,6 +361,15 @@ std::optional<Known> knownPeer(pid_t pid, int executable = -1) {
   return psn ? knownOf(*psn) : std::nullopt;
 }
 
+TEST(OpenApplications, AreMovedBeforeOtherProcesses) {
+  const ChildProcess open = start(makeWaiter());
+  const ChildProcess unrecorded = start(makeWaiter("Other"), {"unrecorded"});
+  std::vector<std::int32_t> pids{kNoProcess, unrecorded.pid(), open.pid(), kNoProcess + 1};
+  clientcomm::moveOpenApplicationsFirst(pids);
+  EXPECT_EQ(pids,
+            (std::vector<std::int32_t>{open.pid(), kNoProcess, unrecorded.pid(), kNoProcess + 1}));
+}
+
 TEST(PeerIdentity, IsWhatTheProcessRuns) {
   const std::string application = makeWaiter();
   const ChildProcess process = start(application);

@@ -1,6 +1,8 @@
 #include "ClientComm/platform/linux/local_file.h"
 
 #include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +20,8 @@ namespace clientcomm {
 namespace {
 
 using MountID = std::uint64_t;
+
+constexpr int kPathFlags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
 
 // File systems that answer from this machine. Any other is asked only by a process that may wait.
 constexpr std::array<std::string_view, 25> kLocalTypes = {
@@ -89,10 +93,17 @@ class LocalMounts {
   std::vector<MountID> mounts_;
 };
 
-}  // namespace
+/// A file that the kernel finds without asking any file system for a name; invalid where it would
+/// have to, where a symbolic link stands in the path, and before Linux 5.12.
+ScopedFd openByCachedNames(const std::string& path) {
+  open_how how = {};
+  how.flags = kPathFlags;
+  how.resolve = RESOLVE_CACHED | RESOLVE_NO_SYMLINKS;
+  return ScopedFd(static_cast<int>(syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how)));
+}
 
-LocalFile openLocalFile(std::string_view path) {
-  LocalMounts mounts;
+/// Opens a folder after the other, each only once it is known to be on a local file system.
+LocalFile openStepByStep(std::string_view path, LocalMounts& mounts) {
   std::optional<MountID> mount;
   ScopedFd file(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
   for (;;) {
@@ -105,8 +116,19 @@ LocalFile openLocalFile(std::string_view path) {
     const std::string name(path.substr(0, path.find('/')));
     path.remove_prefix(name.size());
     // Opening the root of a mount asks its file system for nothing yet.
-    file.reset(openat(file.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    file.reset(openat(file.get(), name.c_str(), kPathFlags));
   }
+}
+
+}  // namespace
+
+LocalFile openLocalFile(std::string_view path) {
+  LocalMounts mounts;
+  ScopedFd file = openByCachedNames(std::string(path));
+  if (!file.isValid()) return openStepByStep(path, mounts);
+  const auto mount = mountOf(file.get());
+  if (!mount || !mounts.contain(*mount)) return {LocalAccess::kMayBlock, {}};
+  return {LocalAccess::kOpen, std::move(file)};
 }
 
 std::optional<struct statx> statusWithoutWaiting(int folder, const char* path) noexcept {

@@ -24,9 +24,10 @@ struct LocalFile {
   ScopedFd file;  ///< As by O_PATH, of any kind.
 };
 
-/// Opens the file at the absolute `path`, following no link. Goes from folder to folder, and leaves
-/// a folder for one of another mount only when the mount table has that as a local file system: no
-/// request goes to one that may not answer, even when it is mounted meanwhile.
+/// Opens the file at the absolute `path`, following no link. Where the kernel has no cached names
+/// for the whole path, this goes from folder to folder, and leaves a folder for one of another
+/// mount only when the mount table has that as a local file system: no request goes to one that may
+/// not answer, even when it is mounted meanwhile.
 LocalFile openLocalFile(std::string_view path);
 
 /// The file's device and inode, kind and size, from the kernel's memory where the file system may

@@ -2,12 +2,18 @@
 
 #include <sys/types.h>
 
+#include <algorithm>
+
 #include "ClientComm/platform/dictionary.h"
+#include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/linux/bundle_filter.h"
 #include "ClientComm/platform/linux/bundle_identities.h"
 #include "ClientComm/platform/linux/endpoint_record.h"
 #include "ClientComm/platform/linux/peer_identity.h"
+#include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/running_application.h"
+#include "ClientComm/platform/linux/runtime_file_name.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
 
 namespace clientcomm {
 namespace {
@@ -45,6 +51,20 @@ OptionalString bundleIdentifierOfProcess(const ProcessSerialNumber& psn) {
 
 std::function<bool(std::int32_t pid)> mayRunBundleAt(const std::string& bundlePath) {
   return [filter = BundleFilter(bundlePath)](std::int32_t pid) { return filter.mayRun(pid); };
+}
+
+void moveOpenApplicationsFirst(std::vector<std::int32_t>& pids) {
+  const ScopedFd folder = openRuntimeFolder(IfMissing::kFail);
+  if (!folder.isValid()) return;
+  std::vector<std::int32_t> recorded;
+  for (const std::string& name :
+       contentsOfDirectoryAtPath(ProcPath::ofDescriptor(folder.get()).c_str())) {
+    const RuntimeFileName parsed = parseRuntimeFileName(name);
+    if (parsed.kind == RuntimeFileKind::kProcessRecord) recorded.push_back(parsed.pid);
+  }
+  std::ranges::sort(recorded);
+  std::ranges::stable_partition(
+      pids, [&](std::int32_t pid) { return std::ranges::binary_search(recorded, pid); });
 }
 
 bool isRunningUnseen(const std::string& identifier, const std::string& bundlePath) {

@@ -1,5 +1,7 @@
 #include "ClientComm/platform/process_manager.h"
 
+#include <algorithm>
+
 #include "ClientComm/platform/dictionary.h"
 #include "tests/support/memory/memory_system.h"
 
@@ -43,6 +45,12 @@ std::function<bool(std::int32_t pid)> mayRunBundleAt(const std::string& bundlePa
     const auto* const process = support::MemorySystem::current().processes.find(pid);
     return process != nullptr && process->bundlePath == bundlePath;
   };
+}
+
+void moveOpenApplicationsFirst(std::vector<std::int32_t>& pids) {
+  std::ranges::stable_partition(pids, [](std::int32_t pid) {
+    return support::MemorySystem::current().processes.find(pid) != nullptr;
+  });
 }
 
 // There are no namespaces.
