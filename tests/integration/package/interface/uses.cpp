@@ -1,5 +1,5 @@
-// One use of every declaration of the installed headers; public functions of classes may be left out.
-// Never runs: that it links is the test.
+// One use of every declaration of the installed headers; public functions of classes may be left
+// out. Never runs: that it links is the test.
 #include <ClientComm/TQHPAppEventBase.h>
 #include <ClientComm/TQHPAppleEventProcesser.h>
 #include <ClientComm/TQHPAppleEventSender.h>
