@@ -13,6 +13,7 @@ build_packages=(
   libgtest-dev
   e2fsprogs btrfs-progs              # the file systems that tests make
   python3                            # the peer that shares no code with the library
+  locales                            # one with a decimal comma
   procps                             # what the page on troubleshooting looks with
 )
 
