@@ -124,7 +124,9 @@ TEST(FilesOfALaterVersion, ProcessDropsWhatIsNotSaidOfItAndItsBundle) {
     addLaterKey(ownRecordPath());
     clientcomm::recordOwnProcess().ignore();
     EXPECT_FALSE(hasLaterKey(ownRecordPath()));
-    EXPECT_EQ(clientcomm::processRecordForPID(getpid())->bundlePath, support::hostBundlePath());
+    const auto own = clientcomm::processRecordForPID(getpid());
+    ASSERT_TRUE(own);
+    EXPECT_EQ(own->bundlePath, support::hostBundlePath());
   }
 }
 
