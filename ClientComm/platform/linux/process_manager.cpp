@@ -63,8 +63,9 @@ void moveOpenApplicationsFirst(std::vector<std::int32_t>& pids) {
     if (parsed.kind == RuntimeFileKind::kProcessRecord) recorded.push_back(parsed.pid);
   }
   std::ranges::sort(recorded);
-  std::ranges::stable_partition(
-      pids, [&](std::int32_t pid) { return std::ranges::binary_search(recorded, pid); });
+  std::stable_partition(pids.begin(), pids.end(), [&](std::int32_t pid) {
+    return std::ranges::binary_search(recorded, pid);
+  });
 }
 
 bool isRunningUnseen(const std::string& identifier, const std::string& bundlePath) {

@@ -48,7 +48,7 @@ std::function<bool(std::int32_t pid)> mayRunBundleAt(const std::string& bundlePa
 }
 
 void moveOpenApplicationsFirst(std::vector<std::int32_t>& pids) {
-  std::ranges::stable_partition(pids, [](std::int32_t pid) {
+  std::stable_partition(pids.begin(), pids.end(), [](std::int32_t pid) {
     return support::MemorySystem::current().processes.find(pid) != nullptr;
   });
 }
