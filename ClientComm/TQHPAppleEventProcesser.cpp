@@ -12,6 +12,7 @@
 #include "ClientComm/platform/apple_event.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/object_observer.h"
+#include "ClientComm/platform/owner_thread.h"
 #include "ClientComm/platform/process_manager.h"
 #include "ClientComm/platform/shared_object.h"
 #include "ClientComm/platform/wire_format.h"
@@ -72,6 +73,7 @@ struct CLIENTCOMM_LOCAL TQHPAppleEventProcesser::State {
 TQHPAppleEventProcesser* processer = nullptr;
 
 TQHPAppleEventProcesser& TQHPAppleEventProcesser::share() {
+  clientcomm::requireOwnerThread();
   if (processer == nullptr) {
     processer = new TQHPAppleEventProcesser;
     clientcomm::SharedObjects::add([] { delete processer; });

@@ -9,7 +9,8 @@
 /// Info dictionary key of the helper's bundle identifier; hosts carry it in exactly this spelling.
 inline constexpr const char kHelperBundleId[] = "Helper Bundle indentifiter";
 
-/// Sends remote calls: a class name, a selector with its colons, and strings. Main thread only.
+/// Sends remote calls: a class name, a selector with its colons, and strings. For one thread; see
+/// TQHPHelper.
 ///
 /// Every send returns the platform's status unchanged. A call without a result returns when the
 /// event was handed over; status 0 then says that the target runs, not that it has acted. A call

@@ -12,7 +12,8 @@ class TQHPHelperCommunicate;
 
 /// A product's entry to its helper. The first `share()` installs, launches and starts the helper;
 /// from then on a timer on the calling thread's run loop makes sure, every 5 seconds, that it runs
-/// and has been started for this product. Main thread only. No method throws.
+/// and has been started for this product. For one thread, the one that uses the library first. No
+/// method throws.
 class CLIENTCOMM_EXPORT TQHPHelper {
  public:
   static TQHPHelper& share();

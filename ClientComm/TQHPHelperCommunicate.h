@@ -36,8 +36,8 @@ inline constexpr const char TQHPServerClosed[] = "TQHPServerClosed";
 
 /// Holds the product's identity and the helper's state; every service goes through it.
 ///
-/// Main thread only. No method throws. Commands return as soon as the event is handed over;
-/// queries block, without limit, until the helper answers or ends.
+/// For one thread; see TQHPHelper. No method throws. Commands return as soon as the event is handed
+/// over; queries block, without limit, until the helper answers or ends.
 class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
                                                 public TQHPHelperControlCallBackDelegate {
  public:

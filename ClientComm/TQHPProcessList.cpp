@@ -11,7 +11,6 @@
 #include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/process_manager.h"
 #include "ClientComm/platform/process_table.h"
-#include "ClientComm/platform/shared_object.h"
 
 using clientcomm::kinfo_proc;
 using clientcomm::OptionalString;
@@ -75,8 +74,8 @@ int GetBSDProcessList(kinfo_proc** procList, std::size_t* procCount) {
 }
 
 TQHPProcessList& TQHPProcessList::share() {
-  static clientcomm::SharedObject<TQHPProcessList> processList;
-  return processList.get([] { return new TQHPProcessList; });
+  static auto* const processList = new TQHPProcessList;
+  return *processList;
 }
 
 bool TQHPProcessList::applicationIsRunning(const OptionalString& bundleID,

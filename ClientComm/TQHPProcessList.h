@@ -18,6 +18,7 @@
 CLIENTCOMM_EXPORT int GetBSDProcessList(clientcomm::kinfo_proc** procList, std::size_t* procCount);
 
 /// Tells which applications and processes run. Keeps nothing: every call reads the table afresh.
+/// Any thread may use it, and `GetBSDProcessList`.
 class CLIENTCOMM_EXPORT TQHPProcessList {
  public:
   /// One running process: "pname" (bundle name, else command name), "pid" and "uid" in decimal.

@@ -1,8 +1,9 @@
 #pragma once
 
-#include <atomic>
 #include <functional>
-#include <mutex>
+#include <utility>
+
+#include "ClientComm/platform/owner_thread.h"
 
 namespace clientcomm {
 
@@ -15,13 +16,11 @@ class SharedObjects {
 
   /// Adds what destroys an object. `SharedObject` does so itself.
   static void add(std::function<void()> destroy);
-
-  /// Held while a shared object is made.
-  static std::recursive_mutex& creation();
 };
 
 /// One object for the whole process, made on first use. The process's end does not destroy it,
-/// since static objects of the host may use it until then. A static variable.
+/// since static objects of the host may use it until then. A static variable, for the thread that
+/// owns the library.
 template <typename T>
 class SharedObject {
  public:
@@ -34,12 +33,10 @@ class SharedObject {
   template <typename Make, typename Destroy>
   T& get(Make make, Destroy destroy) {
     if (T* const object = existing()) return *object;
-    const std::lock_guard lock(SharedObjects::creation());
-    if (T* const object = existing()) return *object;
     T* const made = make();
-    object_.store(made, std::memory_order_release);
+    object_ = made;
     SharedObjects::add([this, destroy] {
-      if (T* const object = object_.exchange(nullptr)) destroy(object);
+      if (T* const object = std::exchange(object_, nullptr)) destroy(object);
     });
     return *made;
   }
@@ -52,10 +49,13 @@ class SharedObject {
   }
 
   /// The object; null before its first use.
-  T* existing() const noexcept { return object_.load(std::memory_order_acquire); }
+  T* existing() const noexcept {
+    requireOwnerThread();
+    return object_;
+  }
 
  private:
-  std::atomic<T*> object_ = nullptr;
+  T* object_ = nullptr;
 };
 
 }  // namespace clientcomm

@@ -11,6 +11,8 @@
 #include "ClientComm/TQHPAppleEventProcesser.h"
 #include "ClientComm/TQHPAppleEventSender.h"
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/bundle_layout.h"
+#include "ClientComm/platform/own_process.h"
 #include "ClientComm/platform/text.h"
 #include "tests/support/peer_build.h"
 #include "tests/support/test_sandbox.h"
@@ -96,8 +98,10 @@ int runRole(const char* name, const std::vector<std::string>& arguments) {
 }
 
 bool runRole(const std::vector<std::string>& arguments, int& exitStatus) {
-  // Through a bundle of its own: a test may still write another Info.plist for the main bundle.
-  const clientcomm::Bundle own(clientcomm::Bundle::mainBundle().bundlePath());
+  // Through a bundle of its own: a test may still write another Info.plist for the main bundle, or
+  // use the library on another thread first.
+  const clientcomm::Bundle own(
+      std::string(clientcomm::folderOfExecutable(clientcomm::ownExecutablePath())));
   const auto name = own.infoString("TestRole");
   if (!name) {
     std::error_code error;

@@ -96,7 +96,7 @@ class BundleIdentities {
   static constexpr std::size_t kCapacity = 128;
   static constexpr std::chrono::minutes kRemoteValidity{1};
 
-  std::mutex mutex_;
+  std::mutex mutex_;  // TQHPProcessList is for any thread
   std::unordered_map<std::string, Local> local_;
   std::unordered_map<std::string, Remote> remote_;
 };

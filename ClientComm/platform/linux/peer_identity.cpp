@@ -13,6 +13,7 @@
 namespace clientcomm {
 namespace {
 
+// TQHPProcessList, which is for any thread, asks for peers too.
 std::mutex& mutexOfPeers() {
   static std::mutex& mutex = *new std::mutex;
   return mutex;

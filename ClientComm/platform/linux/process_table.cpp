@@ -22,6 +22,7 @@ namespace {
 
 constexpr std::size_t kSpareRecords = 16;
 
+// Atomic, and below by thread: TQHPProcessList is for any thread.
 std::atomic<SysctlFunction> replacement = nullptr;
 
 // Set while this thread reads a table for the process IDs alone: names and users take 2.5 times as

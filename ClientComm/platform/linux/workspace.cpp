@@ -29,6 +29,7 @@
 #include "ClientComm/platform/linux/process_stat.h"
 #include "ClientComm/platform/linux/running_application.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/owner_thread.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/bundle_files.h"
 #include "ClientComm/platform/posix/io.h"
@@ -323,6 +324,7 @@ bool isDirectory(const std::string& path) noexcept {
 }  // namespace
 
 Workspace& Workspace::sharedWorkspace() {
+  requireOwnerThread();
   static Workspace& workspace = *new Workspace;
   return workspace;
 }

@@ -26,9 +26,4 @@ void SharedObjects::add(std::function<void()> destroy) {
   destructions().push_back(std::move(destroy));
 }
 
-std::recursive_mutex& SharedObjects::creation() {
-  static auto* const mutex = new std::recursive_mutex;
-  return *mutex;
-}
-
 }  // namespace clientcomm

@@ -4,7 +4,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <charconv>
 
@@ -33,7 +32,7 @@ std::string partialPrefix(std::string_view name) {
 }
 
 std::string nextPartialName(std::string_view name) {
-  static std::atomic<unsigned> counter = 0;
+  static unsigned counter = 0;
   return partialPrefix(name) + std::to_string(getpid()) + "-" + std::to_string(++counter);
 }
 

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/removal_format.h"
@@ -28,7 +27,7 @@ std::string_view nameBeforeRemoval(std::string_view entry) noexcept {
 }
 
 std::string nextRemovedName(std::string_view name) {
-  static std::atomic<unsigned> counter = 0;
+  static unsigned counter = 0;
   std::string text = ".";
   text.append(name.substr(0, kLongestKeptName)).append(kRemovedInfix);
   return text + std::to_string(getpid()) + "-" + std::to_string(++counter);

@@ -19,6 +19,7 @@
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/native_file.h"
 #include "ClientComm/platform/own_process.h"
+#include "ClientComm/platform/owner_thread.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/file_signature.h"
 #include "ClientComm/platform/posix/io.h"
@@ -231,6 +232,7 @@ struct CLIENTCOMM_LOCAL UserDefaults::State {
 };
 
 UserDefaults& UserDefaults::standardUserDefaults() {
+  requireOwnerThread();
   static auto* const defaults = new UserDefaults(ownDomain());
   return *defaults;
 }
