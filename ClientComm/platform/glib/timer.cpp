@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "ClientComm/platform/glib/main_context.h"
 #include "ClientComm/platform/glib/scoped_source.h"
 
 namespace clientcomm {
@@ -39,7 +40,7 @@ std::unique_ptr<Timer> Timer::scheduledTimer(std::chrono::milliseconds interval,
   GSource* const source = timer->state_->source.get();
   g_source_set_callback(source, fire, firing.release(),
                         [](gpointer data) { delete static_cast<Firing*>(data); });
-  g_source_attach(source, g_main_context_get_thread_default());
+  attachToMainContext(source);
   return timer;
 }
 

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "ClientComm/platform/glib/main_context.h"
 #include "ClientComm/platform/linux/launch_record.h"
 #include "ClientComm/platform/linux/process_record.h"
 
@@ -64,7 +65,7 @@ void SocketEndpoint::attachSource() {
   // Otherwise GLib takes the source's descriptors off its poll for each dispatch and puts them back
   // after it, and wakes itself up for both.
   g_source_set_can_recurse(source_.get(), TRUE);
-  g_source_attach(source_.get(), g_main_context_get_thread_default());
+  attachToMainContext(source_.get());
 }
 
 OSErr SocketEndpoint::open() {

@@ -17,7 +17,7 @@
 namespace clientcomm {
 
 /// The application's own end: a listening socket under the application's name, and a source in the
-/// thread's default main context that takes events off it, one at a time, and never waits. The
+/// main context (glib/main_context.h) that takes events off it, one at a time, and never waits. The
 /// source has a priority after drawing and before idle work, and a limited time for each turn of
 /// the main loop.
 class SocketEndpoint {

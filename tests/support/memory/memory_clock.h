@@ -27,6 +27,8 @@ class MemoryClock {
   int schedule(std::chrono::milliseconds interval, Task task);
   void cancel(int number) { timers_.erase(number); }
   bool isScheduled(int number) const { return timers_.contains(number); }
+  /// Whether anything has been scheduled yet.
+  bool hasScheduled() const { return lastNumber_ > 0; }
 
  private:
   struct Scheduled {

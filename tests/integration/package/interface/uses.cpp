@@ -14,6 +14,7 @@
 #include <ClientComm/TQHPTypes.h>
 #include <ClientComm/TQHPUpgradeByHelper.h>
 #include <ClientComm/TQHPUploadByHelper.h>
+#include <ClientComm/event_loop.h>
 #include <ClientComm/platform/bundle.h>
 #include <ClientComm/platform/error.h>
 #include <ClientComm/platform/export.h>
@@ -256,6 +257,12 @@ void useBundle() {
   bundle.preferredLocalizations();
 }
 
+void useEventLoop() {
+  clientcomm::EventLoopStatus status{};
+  if (clientcomm::openEventLoop(&status) >= 0) status = clientcomm::runEventLoop();
+  if (status == clientcomm::EventLoopStatus::kDone) std::abort();
+}
+
 void useFilesAndValues() {
   clientcomm::fileExistsAtPath("/");
   clientcomm::createDirectoryAtPath("/");
@@ -289,5 +296,6 @@ int main(int argc, char** /*argv*/) {
   useHelper();
   useProcesses();
   useBundle();
+  useEventLoop();
   useFilesAndValues();
 }
