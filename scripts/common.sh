@@ -17,6 +17,10 @@ build_packages=(
   procps                             # what the page on troubleshooting looks with
 )
 
+# The toolkits of examples/event_loops, which are built where these are installed.
+# shellcheck disable=SC2034
+toolkit_packages=(libsdl2-dev qt6-base-dev)
+
 # What the benchmarks take in addition: their own library, and what they are compared with.
 # shellcheck disable=SC2034
 bench_packages=(

@@ -35,11 +35,6 @@ GMainLoop* helperLoop = nullptr;
 
 std::string journalPath() { return sandbox() + "/helper-journal"; }
 
-void note(const std::string& text) {
-  std::ofstream(journalPath(), std::ios::app) << std::to_string(getpid()) + " " + text + "\n"
-                                              << std::flush;
-}
-
 class Control : public TQHPAppEventBase {
  public:
   static const clientcomm::Class& staticClass() {
@@ -55,14 +50,16 @@ class Control : public TQHPAppEventBase {
   const clientcomm::Class& isa() const override { return staticClass(); }
 
   void start(const OptionalString& product, const OptionalString& version) {
-    note("start " + *product + " " + *version);
+    noteInJournal("start " + *product + " " + *version);
   }
   void stop(const OptionalString& product, const OptionalString& /*version*/) {
-    note("stop " + *product);
+    noteInJournal("stop " + *product);
   }
-  void isAlive(const OptionalString& /*product*/, const OptionalString& /*version*/) {}
+  void isAlive(const OptionalString& /*product*/, const OptionalString& /*version*/) {
+    if (clientcomm::Bundle::mainBundle().infoValue(kNotesAliveChecksKey)) noteInJournal("alive");
+  }
   void exitHelper(const OptionalString& product, const OptionalString& /*version*/) {
-    note("exit " + *product);
+    noteInJournal("exit " + *product);
     g_main_loop_quit(helperLoop);
   }
 };
@@ -123,14 +120,15 @@ int runProductHelper() {
   clientcomm::registerClass(Control::staticClass());
   clientcomm::registerClass(Data::staticClass());
   helperLoop = g_main_loop_new(nullptr, FALSE);
-  note("up " + clientcomm::Bundle::mainBundle().infoString("CFBundleVersion").value_or("?"));
+  noteInJournal("up " +
+                clientcomm::Bundle::mainBundle().infoString("CFBundleVersion").value_or("?"));
   const auto delay = clientcomm::Bundle::mainBundle().infoString(kStartDelayKey);
   if (delay == kStopped) raise(SIGSTOP);
   std::this_thread::sleep_for(std::chrono::milliseconds(clientcomm::intValue(delay.value_or("0"))));
   TQHPAppleEventProcesser::share();
   g_main_loop_run(helperLoop);
   g_main_loop_unref(helperLoop);
-  note("down");
+  noteInJournal("down");
   return 0;
 }
 
@@ -161,6 +159,11 @@ std::string helperIn(const std::string& host) {
 pid_t helperPid() {
   const auto found = processesOf(installedHelperPath());
   return found.size() == 1 ? found.front() : 0;
+}
+
+void noteInJournal(const std::string& text) {
+  std::ofstream(journalPath(), std::ios::app) << std::to_string(getpid()) + " " + text + "\n"
+                                              << std::flush;
 }
 
 std::vector<std::string> journal() {

@@ -17,6 +17,9 @@ namespace support {
 inline constexpr char kStartDelayKey[] = "TestStartDelay";
 inline constexpr char kStopped[] = "stopped";
 
+/// Key of a helper's Info dictionary: the helper also notes "<pid> alive" for each alive check.
+inline constexpr char kNotesAliveChecksKey[] = "TestNotesAliveChecks";
+
 /// A host that stays for the milliseconds of its first argument and then ends; with a second
 /// argument it also runs the restart step every so many milliseconds.
 inline constexpr char kProductHostRole[] = "product-host";
@@ -43,6 +46,9 @@ pid_t helperPid();
 /// The journal's lines: "<pid> up <version>", "<pid> start <PID> <version>", "<pid> stop <PID>",
 /// "<pid> exit <PID>", "<pid> down".
 std::vector<std::string> journal();
+
+/// Adds the line "<pid> `text`" to the journal.
+void noteInJournal(const std::string& text);
 
 /// How many of the journal's lines hold `what`.
 std::size_t countInJournal(const std::string& what);
