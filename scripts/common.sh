@@ -103,3 +103,13 @@ build_preset() {
   say "Building: cmake --build --preset $preset $*"
   cmake --build --preset "$preset" "$@"
 }
+
+# build_googletest PREFIX COMPILER FLAGS: Debian's source of GoogleTest for another standard library.
+build_googletest() {
+  local prefix=$1 compiler=$2 flags=$3
+  cd "$project_root"
+  say "Building GoogleTest with $compiler $flags"
+  cmake -G Ninja -S /usr/src/googletest -B "$prefix/build" -DCMAKE_BUILD_TYPE=Debug \
+    -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_INSTALL_PREFIX="$prefix"
+  cmake --build "$prefix/build" --target install
+}

@@ -36,13 +36,18 @@ endforeach()
 write_source("${WORK}/installed.cpp" "${PREFIX}/include/clientcomm" ClientComm/*.h ClientComm/platform/*.h)
 write_source("${WORK}/neutral.cpp" "${SOURCE}" ClientComm/platform/*.h ClientComm/*.h ClientComm/internal/*.h)
 
+separate_arguments(flags UNIX_COMMAND "${FLAGS}")
 string(REPLACE "|" ";" compilers "${COMPILERS}")
 foreach(compiler IN LISTS compilers)
+  set(command "${compiler}")
+  if(compiler STREQUAL COMPILER)
+    list(APPEND command ${flags})
+  endif()
   foreach(standard IN ITEMS c++20 c++2b)
-    run("${compiler}" -std=${standard} -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+    run(${command} -std=${standard} -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
         -fno-rtti -fno-exceptions -fsyntax-only -include "${hostile}/prelude.h"
         "-I${WORK}/host" "-I${WORK}/host/platform" "-I${PREFIX}/include/clientcomm" "${WORK}/installed.cpp")
   endforeach()
-  run("${compiler}" -std=c++20 -fsyntax-only -include "${hostile}/bsd_prelude.h"
+  run(${command} -std=c++20 -fsyntax-only -include "${hostile}/bsd_prelude.h"
       "-I${WORK}/host" "-I${SOURCE}" "${WORK}/neutral.cpp")
 endforeach()

@@ -1,5 +1,5 @@
 # The library exports what its installed headers declare, and nothing else; a program can use all of it.
-# COMPILER is any compiler, GXX is g++, NM and PYTHON are programs.
+# COMPILER is any compiler, GXX is g++ with options, NM and PYTHON are programs.
 include("${CMAKE_CURRENT_LIST_DIR}/support.cmake")
 
 set(include_dir "${PREFIX}/include/clientcomm")
@@ -8,7 +8,7 @@ separate_arguments(flags UNIX_COMMAND "${FLAGS}")
 file(REMOVE_RECURSE "${WORK}")
 file(MAKE_DIRECTORY "${WORK}")
 
-run("${COMPILER}" -std=c++20 -O0 -fPIC "-I${include_dir}" -c "${CMAKE_CURRENT_LIST_DIR}/interface/uses.cpp"
+run("${COMPILER}" -std=c++20 ${flags} -O0 -fPIC "-I${include_dir}" -c "${CMAKE_CURRENT_LIST_DIR}/interface/uses.cpp"
     -o "${WORK}/uses.o")
 run("${COMPILER}" ${flags} "${WORK}/uses.o" "${library}" -o "${WORK}/uses")
 run("${PYTHON}" "${CMAKE_CURRENT_LIST_DIR}/interface/compare.py" "${GXX}" "${NM}" "${include_dir}"

@@ -4,8 +4,12 @@
 # READELF is the program, FILES and ALSO_ALLOWED are lists with "|" between the items.
 include("${CMAKE_CURRENT_LIST_DIR}/support.cmake")
 
-set(allowed libClientComm.so.1 libglib-2.0.so.0 libexpat.so.1 libstdc++.so.6 libgcc_s.so.1 libm.so.6
-    libc.so.6)
+set(allowed libClientComm.so.1 libglib-2.0.so.0 libexpat.so.1 libgcc_s.so.1 libm.so.6 libc.so.6)
+if(FLAGS MATCHES "-stdlib=libc[+][+]")
+  list(APPEND allowed libc++.so.1 libc++abi.so.1 libunwind.so.1)
+else()
+  list(APPEND allowed libstdc++.so.6)
+endif()
 string(REPLACE "|" ";" also_allowed "${ALSO_ALLOWED}")
 list(APPEND allowed ${also_allowed})
 

@@ -15,6 +15,19 @@ namespace {
 
 using Text = std::optional<std::string>;
 
+// The namespace of the standard library is part of these names.
+#ifdef _LIBCPP_VERSION
+constexpr char kClientID[] = "_ZN21TQHPHelperCommunicate18clientIDFormHelperEv";
+constexpr char kExitHelper[] =
+    "_ZN17TQHPHelperControl10exitHelperERKNSt3__18optionalINS0_12basic_stringIcNS0_11char_"
+    "traitsIcEENS0_9allocatorIcEEEEEESA_";
+#else
+constexpr char kClientID[] = "_ZN21TQHPHelperCommunicate18clientIDFormHelperB5cxx11Ev";
+constexpr char kExitHelper[] =
+    "_ZN17TQHPHelperControl10exitHelperERKSt8optionalINSt7__cxx1112basic_stringIcSt11char_"
+    "traitsIcESaIcEEEES9_";
+#endif
+
 template <typename Function>
 Function* inLibrary(const char* symbol) {
   static void* const library = dlopen("libClientComm.so.1", RTLD_NOW);
@@ -42,13 +55,11 @@ bool becomesAbsent(void* controller) {
 int main() {
   inLibrary<void*()>("_ZN10TQHPHelper5shareEv")();
   void* const controller = inLibrary<void*()>("_ZN21TQHPHelperCommunicate5shareEv")();
-  const Text clientID =
-      inLibrary<Text(void*)>("_ZN21TQHPHelperCommunicate18clientIDFormHelperB5cxx11Ev")(controller);
+  const Text clientID = inLibrary<Text(void*)>(kClientID)(controller);
   std::printf("client ID: %s\n", clientID.value_or("(nil)").c_str());
   void* const control = inLibrary<void*()>("_ZN17TQHPHelperControl5shareEv")();
   const Text productID = "P1";
-  inLibrary<std::int16_t(void*, const Text&, const Text&)>(
-      "_ZN17TQHPHelperControl10exitHelperERKSt8optionalINSt7__cxx1112basic_stringIcSt11char_"
-      "traitsIcESaIcEEEES9_")(control, productID, productID);
+  inLibrary<std::int16_t(void*, const Text&, const Text&)>(kExitHelper)(control, productID,
+                                                                        productID);
   std::printf("helper: %s\n", becomesAbsent(controller) ? "ended" : "runs");
 }

@@ -5,10 +5,12 @@ A public function of a class needs no use there: it is exported by the name that
 
 compare.py COMPILER NM INCLUDE_DIR LIBRARY USES_OBJECT WORK_DIR
 
-COMPILER is g++: what it writes of a header for Ada names the symbol of every declared function.
+COMPILER is g++, perhaps with options: what it writes of a header for Ada names the symbol of every
+declared function.
 """
 import pathlib
 import re
+import shlex
 import subprocess
 import sys
 
@@ -44,7 +46,7 @@ def declarations():
     files = sorted(headers.rglob("*.h"))
     source = work / "all.cpp"
     source.write_text("".join(f'#include "{file}"\n' for file in files))
-    run(compiler, "-std=c++20", "-I", include_dir, "-fdump-ada-spec", "-fsyntax-only", str(source),
+    run(*shlex.split(compiler), "-std=c++20", "-I", include_dir, "-fdump-ada-spec", "-fsyntax-only", str(source),
         cwd=work)
     found = {}
     entry = re.compile(r'-- ([^\n]*):(\d+)\s+with Import => True,\s+Convention => C\w*,\s+'
