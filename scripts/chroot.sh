@@ -73,6 +73,12 @@ enter='
   mount --bind "$project" "$root$project"
   mount -t proc proc "$root/proc"
   mount --rbind /dev "$root/dev"
+  settings=()
+  if [[ -n ${CCACHE_DIR:-} && -x $root/usr/bin/ccache ]]; then
+    mkdir -p "$CCACHE_DIR" "$root$CCACHE_DIR"
+    mount --bind "$CCACHE_DIR" "$root$CCACHE_DIR"
+    mapfile -t settings < <(env | grep -E "^(CCACHE_|CMAKE_CXX_COMPILER_LAUNCHER=)")
+  fi
   if [[ -n ${CLIENTCOMM_BINARY_FORMAT:-} ]]; then
     mount -t binfmt_misc binfmt_misc "$root/proc/sys/fs/binfmt_misc"
     printf "%s" "$CLIENTCOMM_BINARY_FORMAT" >"$root/proc/sys/fs/binfmt_misc/register"
@@ -80,7 +86,7 @@ enter='
   cd "$root"
   mount --move . /
   exec chroot ${user:+--userspec="$user"} . env -i HOME=/tmp LANG=C.UTF-8 \
-    PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
+    PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin "${settings[@]}" \
     bash -euc "cd \"\$1\"; shift; exec \"\$@\"" bash "$project" "$@"
 '
 
