@@ -89,7 +89,7 @@ void PollSet::watch(std::span<const pollfd> entries, int timeout) {
 
 /// @return false when the system watches no more descriptors.
 bool PollSet::add(const pollfd& entry, std::vector<Watched>& watched) {
-  const auto events = static_cast<std::uint32_t>(static_cast<unsigned short>(entry.events));
+  const auto events = static_cast<std::uint32_t>(entry.events);
   const auto known = std::find_if(watched_.begin(), watched_.end(),
                                   [&entry](const Watched& other) { return other.fd == entry.fd; });
   // It may be another file by now, under the number of one that was closed.

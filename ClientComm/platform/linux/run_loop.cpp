@@ -69,7 +69,7 @@ void RunLoop::State::watch() {
   std::vector<pollfd> entries;
   entries.reserve(polled.size());
   for (const GPollFD& entry : polled) {
-    entries.push_back({entry.fd, static_cast<short>(entry.events), 0});
+    entries.push_back({entry.fd, static_cast<decltype(pollfd::events)>(entry.events), 0});
   }
   descriptors.watch(entries, timeout);
 }
