@@ -108,7 +108,7 @@ void saveToStringsFile(const char* key, bool enable) {
       .ignore();
 }
 
-// The switch as it stands in the files now: the localised value before the plain one.
+// The switch as it is in the files now: the localised value before the plain one.
 bool effectiveSwitch(const char* key, bool valueWhenAbsent) {
   const auto value = Bundle::mainBundle().objectForInfoDictionaryKey(key);
   return value ? value->boolValue() : valueWhenAbsent;

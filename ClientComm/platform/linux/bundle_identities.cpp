@@ -44,7 +44,7 @@ class BundleIdentities {
     std::optional<BundleIdentity> identity;
   };
 
-  /// The identity of the bundle that stands at `path` now, where it is on a local file system;
+  /// The identity of the bundle at `path` now, where it is on a local file system;
   /// nothing when its Info dictionary is missing, malformed or too large.
   Answer localIdentityAt(const std::string& path) {
     const LocalFile info = openLocalFile(stringByAppendingPathComponent(path, kInfoFile));

@@ -27,13 +27,12 @@ struct BundleIdentity {
 };
 
 /// The identity that the process `pid` (0 for one that is gone or not seen) was started with, as
-/// far as that is still told: by the bundle while it stands, else by the process itself. Where the
+/// far as that is known: by the bundle while it exists, else by the process itself. Where the
 /// bundle is on a file system that may not answer, the process itself is asked first.
 std::optional<BundleIdentity> ownIdentity(pid_t pid, const ExecutableLink& link,
                                           std::string_view bundlePath);
 
-/// The identity that a process whose own is lost most likely has: that of what has been put in the
-/// place of its bundle.
+/// Fallback: the identity of the bundle now at that path.
 BundleIdentity successorIdentity(std::string_view bundlePath);
 
 PropertyListDictionary dictionaryOf(const BundleIdentity& identity);

@@ -113,8 +113,8 @@ bool EventServer::serve(PeerConnection& connection, FirstWait wait) {
   return serveUnread(connection, wait, Budget::kApplies);
 }
 
-// A sender sends as soon as it is connected, so that its packet is there or about to be. Another
-// turn of the main loop for it would cost both of them another wake-up.
+// A sender sends as soon as it is connected, so its packet is there or about to arrive. Waiting for
+// the next iteration of the main loop would cost both another wake-up.
 ReceiveResult EventServer::receiveFirst(int socket, FirstWait wait, Envelope& envelope) const {
   ReceiveResult result = receiveEnvelope(socket, envelope, highestVersion_);
   if (wait == FirstWait::kNone || result != ReceiveResult::kNothingYet) return result;

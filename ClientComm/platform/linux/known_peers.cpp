@@ -81,7 +81,7 @@ KnownPeers::Peer* KnownPeers::findIf(pid_t pid, std::uint32_t token, Condition c
   return &*found->second;
 }
 
-// What was known of the peer before its bundle was removed outweighs what stands there now.
+// What was known of the peer before its bundle was removed outweighs what is at its path now.
 void KnownPeers::identify(Peer& peer, const ExecutableLink& link, std::string_view bundlePath,
                           pid_t recordPID) {
   if (auto own = ownIdentity(recordPID, link, bundlePath)) {

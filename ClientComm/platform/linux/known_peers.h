@@ -18,7 +18,7 @@
 namespace clientcomm {
 
 /// The memory that is spent on remembering peers, in bytes: room for some 8,000 with paths of usual
-/// length. The one that was not heard of for the longest time is forgotten first.
+/// length. The least recently used is dropped first.
 inline constexpr std::size_t kMemoryForPeers = std::size_t{4} << 20;
 
 /// The peers that sent something lately, so that each is looked up once and not with every event,
@@ -74,7 +74,7 @@ class KnownPeers {
   void trim();
   void forgetOldest();
 
-  Peers peers_;  ///< The one heard of last goes first.
+  Peers peers_;  ///< Most recently used first.
   std::unordered_multimap<Key, Peers::iterator, KeyHash> byKey_;
   std::unordered_map<std::uint32_t, Peers::iterator> byNumber_;
   std::size_t size_ = 0;

@@ -8,7 +8,7 @@
 namespace clientcomm {
 
 /// The entries that a launched application gets of `environment`, a null-terminated array of
-/// "NAME=value"; null stands for an empty one.
+/// "NAME=value"; null means an empty one.
 std::vector<std::string> launchEnvironment(const char* const* environment);
 
 }  // namespace clientcomm

@@ -28,18 +28,17 @@ struct PeerIdentity {
 /// Decides who sent an event, by what came with it other than its body. A peer that runs an
 /// application is remembered, so that `ProcessInformationCopyDictionary` can be asked for it.
 ///
-/// What counts is the kernel's word: the executable that the process runs. Of a process whose
-/// events bear the `token` that came when the kernel was asked last, it is asked for once a second:
-/// only that process and those it sent to know the token, not another program that the process
-/// executes. Where the kernel does not tell (the process has exited, is in a process-ID namespace
-/// that is not seen from here, or its executable may not be looked at), the executable counts that
-/// the process handed over with this event, or with an earlier one that bore the same token.
+/// The executable that the kernel reports for the process decides. For a process whose events carry
+/// the `token` of the last look-up, the kernel is asked once a second: only that process and its
+/// receivers know the token, not another program that the process executes. Where the kernel does
+/// not tell (the process has exited, is in a process-ID namespace that is not seen from here, or
+/// its executable may not be looked at), the executable counts that the process handed over with
+/// this event, or with an earlier one with the same token.
 /// @param pid the process ID in the credentials of the connection; 0 when it is not seen from here.
 /// @param socket the connection, or -1: with it, a later process with the same ID is never taken
-/// for
-///        the peer where the kernel has SO_PEERPIDFD.
+///        for the peer where the kernel has SO_PEERPIDFD.
 /// @param executable the executable that came open with the event, or -1.
-/// @param token the token that the event bears, or 0.
+/// @param token the token of the event, or 0.
 PeerIdentity identityOfPeer(pid_t pid, int socket, int executable, std::uint32_t token);
 
 /// The serial number of the process `pid`, by its ID alone.

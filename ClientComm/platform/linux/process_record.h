@@ -27,8 +27,8 @@ struct ProcessRecord {
 
 /// Writes the record of this process into the runtime folder, removed when the process exits;
 /// clears stale files there, and removes the record of this process's launch. Does nothing outside
-/// a bundle, or where the record is in place. Without a record, a process is known as long as its
-/// bundle stands.
+/// a bundle, or where the record is in place. Without a record, a process is known until its bundle
+/// is removed.
 Status recordOwnProcess() noexcept;
 
 /// Writes a first record of the process `pid`, which has just been launched from `bundle` (an

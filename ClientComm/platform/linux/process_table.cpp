@@ -57,7 +57,7 @@ int readCommand(int command, char (&name)[kMaximumCommandLength + 1]) noexcept {
   return 0;
 }
 
-// Reads what stands in the record beside the process ID. The command's descriptor belongs to that
+// Reads the fields of the record beside the process ID. The command's descriptor belongs to that
 // very process: as it can still be read after the directory's owner was asked for, no later process
 // of the same ID was asked.
 // @return 0 or an errno value.

@@ -21,7 +21,7 @@ std::int32_t parentInStat(std::string_view stat) noexcept;
 /// Copies the command's name in the text of its "comm" into `name`, cut to the room there is.
 void copyCommandName(std::string_view comm, char (&name)[kMaximumCommandLength + 1]) noexcept;
 
-/// Path of the bundle X.app whose executable lies at `path`, a part of it; empty when it lies in
+/// Path of the bundle X.app whose executable is at `path`, a part of `path`; empty when there is
 /// none.
 std::string_view bundleOfExecutable(std::string_view path) noexcept;
 

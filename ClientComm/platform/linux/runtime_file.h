@@ -5,8 +5,8 @@
 
 #include "ClientComm/platform/status.h"
 
-/// Small files that the processes of one user leave for each other in the runtime folder. A reader
-/// never sees one half-written.
+/// Small files that the processes of one user share in the runtime folder. A reader never sees one
+/// half-written.
 namespace clientcomm {
 
 /// Reads the file `name`. Follows no link.

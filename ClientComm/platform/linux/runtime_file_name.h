@@ -25,15 +25,15 @@ std::string draftName(const std::string& name);
 enum class RuntimeFileKind {
   kOther,
   kProcessRecord,
-  kDraft,   ///< A record on its way to its name.
-  kSocket,  ///< A socket on its way to its name.
+  kDraft,   ///< A record that is not renamed into place yet.
+  kSocket,  ///< A socket that is not renamed into place yet.
 };
 
 /// What the name of a file says.
 struct RuntimeFileName {
   RuntimeFileKind kind = RuntimeFileKind::kOther;
-  /// The process that the record is of, or that made the file on its way; 0 where earlier versions
-  /// leave it out.
+  /// The process of the record, or the maker of the temporary file; 0 where earlier versions leave
+  /// it out.
   pid_t pid = 0;
   /// Of a process record; 0 where the name has none.
   std::uint64_t pidNamespace = 0;

@@ -20,7 +20,7 @@ inline constexpr std::string_view kDraftSuffix = ".new";
 /// The largest record that is read, in bytes.
 inline constexpr std::size_t kLongestRecord = std::size_t{256} * 1024;
 
-/// How old a file on its way to its name may be; that takes less than a millisecond.
+/// How old a temporary file may be; its rename follows within a millisecond.
 inline constexpr std::chrono::seconds kLongestInTheMaking{60};
 
 }  // namespace clientcomm

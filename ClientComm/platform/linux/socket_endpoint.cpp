@@ -92,7 +92,7 @@ void SocketEndpoint::verify() {
   lastVerified_ = now;
   if (listener_.isValid()) recordOwnProcess().ignore();  // tried again next time
   if (name_.leadsHere() || name_.leadsElsewhere()) return;
-  // Left to the main loop: events that wait at the old socket have to be handled first.
+  // Deferred to the main loop: drain the old socket first.
   mustReopen_ = true;
   scheduleWakeUp();
 }

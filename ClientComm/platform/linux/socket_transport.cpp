@@ -207,10 +207,9 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
   return awaitReply(connection, deadline, highestVersion_, reply);
 }
 
-// A receiver must be able to tell who called, should this process have exited by then, or not be
-// seen by the receiver: its executable is handed over open. That adds half to the cost of a send,
-// so it is done once a second for each receiver; the events after it bear the token that the
-// receiver has seen with it.
+// Pass the executable's fd, so that the receiver can identify a caller that has exited by then or
+// that it cannot see. Passing it adds 50 % to a send, so do it once a second per receiver; later
+// events carry the token sent with it.
 OSErr SocketTransport::deliver(const Delivery& delivery) {
   bool isNew = false;
   const std::uint32_t token = processToken(isNew);

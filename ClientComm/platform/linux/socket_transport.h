@@ -28,7 +28,7 @@ class SocketTransport : public AppleEventTransport {
   OSErr send(const AppleEventDescriptor& event, AppleEventDescriptor& reply, AESendMode sendMode,
              std::int32_t timeOutInTicks) override;
   std::uint64_t lastRecipient() const override { return lastRecipient_; }
-  /// @return paramErr for a process without bundle identifier, which nobody could address; else as
+  /// @return paramErr for a process without bundle identifier, which cannot be addressed; else as
   ///         `SocketEndpoint::open`.
   OSErr startReceiving(Receiver receiver) override;
   void stopReceiving() override;

@@ -28,8 +28,8 @@ bool isStaleRecord(int folder, const std::string& name, const RuntimeFileName& p
   return record->startTime != startTime && mayBeOfNamespace(*record, own);
 }
 
-// A file on its way to its name stays there only when its process is killed in between. Another
-// process may have the same ID by now, so an old file is stale as well.
+// A temporary file stays only when its process is killed before the rename. Another process may
+// have the same ID by now, so an old file is stale as well.
 bool isStaleTemporary(int folder, const std::string& name, pid_t pid) {
   struct stat status = {};
   if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;

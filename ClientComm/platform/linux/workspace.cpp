@@ -149,8 +149,8 @@ void reap(pid_t pid) noexcept {
   _exit(127);
 }
 
-// Becomes the application once `parent`, which forked this process, has ended: from its first
-// instruction on the application is nobody's child.
+// Becomes the application once `parent`, which forked this process, has ended: the application is
+// an orphan from its first instruction on.
 [[noreturn]] void executeAsOrphan(const Launch& launch, pid_t parent, int hold,
                                   int report) noexcept {
   char byte = 0;

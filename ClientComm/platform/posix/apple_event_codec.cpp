@@ -218,8 +218,8 @@ class Reader {
   }
 
  private:
-  // A count that the remaining bytes, or the rest of the event's descriptors, cannot make up must
-  // not make anybody reserve room for it.
+  // Reject a count larger than the remaining bytes, or the event's remaining descriptors, before
+  // reserving.
   bool takeCount(std::uint32_t& count, std::size_t smallestItem) {
     return take(count) && count <= rest_.size() / smallestItem && count <= budget_;
   }

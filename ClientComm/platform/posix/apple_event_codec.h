@@ -31,7 +31,7 @@ std::optional<std::size_t> flattenedSize(const AppleEventDescriptor& descriptor)
 char* flattenTo(const AppleEventDescriptor& descriptor, char* out) noexcept;
 
 /// The flattened form of a descriptor for a call that gathers its output: what is long is not
-/// copied, but stands where it is. Holds while the descriptor lives and does not change.
+/// copied, but referred to in place. Valid while the descriptor lives and does not change.
 class FlattenedPieces {
  public:
   /// @param size `flattenedSize` of the descriptor.

@@ -11,8 +11,8 @@ namespace clientcomm {
 /// names as its executable (CFBundleExecutable, else the bundle's own name).
 bool isMainExecutable(const Bundle& bundle, const std::string& executable);
 
-/// What stands for the content of the bundle at `path`, which runs `executable`: it changes when
-/// the Info.plist or the executable is written or replaced.
+/// A key for the content of the bundle at `path`, which runs `executable`: it changes when the
+/// Info.plist or the executable is written or replaced.
 std::string stateOfBundle(const std::string& path, const std::string& executable);
 
 }  // namespace clientcomm

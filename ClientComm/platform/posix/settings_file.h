@@ -27,8 +27,8 @@ enum class WriteForm {
 ///         file.
 Status readSettingsFile(const std::string& path, std::string& bytes);
 
-/// Makes `bytes` the content of the file at `path`; where a symbolic link stands there, of the file
-/// that it points at. A file that is new gets `modeOfNew`, less the umask. A failure leaves the old
+/// Makes `bytes` the content of the file at `path`; for a symbolic link, of the file that it
+/// points at. A file that is new gets `modeOfNew`, less the umask. A failure leaves the old
 /// content.
 /// @return EBUSY when another process writes the file in place for longer than a second, ELOOP when
 ///         this process may not follow the links in `path`.

@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::string_view kSessionDirectories = "/run/user/";
 
-// Stands for a directory where there is none: nothing exists below it, and nothing can be made.
+// The path of a missing directory: nothing exists below it, and nothing can be made.
 constexpr const char kNoDirectory[] = "/dev/null";
 
 // The value of an environment variable that names a directory. A relative path is ignored, as the
