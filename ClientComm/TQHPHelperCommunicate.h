@@ -21,10 +21,6 @@ inline constexpr OSErr kHelperNotLaunched = 1;
 
 }  // namespace clientcomm
 
-// Info dictionary keys of the host, in the spelling that hosts carry.
-inline constexpr const char kHelperAppName[] = "Helepr App name";
-inline constexpr const char kHelperDefaultInstallPath[] = "Helper loaction path";
-
 // Keys in the user defaults.
 inline constexpr const char DataCollectPathKey[] = "DataCollectPath";
 inline constexpr const char KIsFirstStart[] = "IsFirstStart";

@@ -3,6 +3,10 @@
 #include "ClientComm/platform/export.h"
 #include "ClientComm/platform/types.h"
 
+// Info dictionary keys of the host, in the spelling that hosts carry.
+inline constexpr const char kHelperAppName[] = "Helepr App name";
+inline constexpr const char kHelperDefaultInstallPath[] = "Helper loaction path";
+
 /// Signed 16-bit status of an operation that talks to the helper: 0 success; 10 the helper's server
 /// is marked closed and nothing was sent; 1 the helper was not running and could not be launched;
 /// any other value is the send's own error (see ClientComm/platform/types.h).

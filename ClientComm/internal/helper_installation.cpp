@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "ClientComm/TQHPAppleEventSender.h"
-#include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/TQHPHelperControl.h"
 #include "ClientComm/TQHPProcessList.h"
+#include "ClientComm/internal/version_order.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/bundle_layout.h"
@@ -47,7 +47,7 @@ struct HelperLocation {
 };
 
 OptionalString expandedPath(const OptionalString& path) {
-  return path ? OptionalString(clientcomm::stringByExpandingTildeInPath(*path)) : std::nullopt;
+  return path ? OptionalString(stringByExpandingTildeInPath(*path)) : std::nullopt;
 }
 
 HelperLocation helperLocation() {
@@ -65,11 +65,12 @@ HelperLocation helperLocation() {
 // same: its look-up reads several files, each of which can fail.
 bool runsNothing(const std::string& place) {
   std::vector<std::int32_t> processes;
-  return clientcomm::processesRunningBelow(place, processes).isOk() && processes.empty();
+  return processesRunningBelow(place, processes).isOk() && processes.empty();
 }
 
-OptionalString versionOfBundle(const std::string& path) {
-  return Bundle(path).infoString(clientcomm::kCFBundleVersionKey);
+// A missing version reads as an empty one.
+std::string versionOfBundle(const std::string& path) {
+  return Bundle(path).infoString(kCFBundleVersionKey).value_or("");
 }
 
 }  // namespace
@@ -85,22 +86,22 @@ void HelperInstallation::extract() {
   const HelperLocation location = helperLocation();
   if (!location.name || !location.directory) return;
   // Not for another user: a helper that root installs is one that its owner cannot replace.
-  if (!clientcomm::mayCreateItemAtPath(*location.directory)) return;
-  if (!clientcomm::fileExistsAtPath(*location.directory)) {
+  if (!mayCreateItemAtPath(*location.directory)) return;
+  if (!fileExistsAtPath(*location.directory)) {
     // Where it cannot be made, it cannot be locked either.
-    clientcomm::makeDirectoryAtPath(*location.directory).ignore();
+    makeDirectoryAtPath(*location.directory).ignore();
   }
   const OptionalString resource =
-      Bundle::mainBundle().pathForResource(*location.name, clientcomm::kApplicationExtension);
+      Bundle::mainBundle().pathForResource(*location.name, kApplicationExtension);
   if (!resource) return;
-  const Target target{location.bundleID, *resource,
-                      clientcomm::stringByAppendingPathComponent(
-                          *location.directory, clientcomm::lastPathComponent(*resource))};
+  const Target target{
+      location.bundleID, *resource,
+      stringByAppendingPathComponent(*location.directory, lastPathComponent(*resource))};
   // Hosts that start at the same moment take turns; each judges what the one before it left.
-  std::optional<clientcomm::DirectoryLock> lock;
+  std::optional<DirectoryLock> lock;
   lock.emplace(*location.directory, waits_.atMost(kLockLimit));
   // While the copy is missing, the holder is installing it.
-  if (!lock->isHeld() && !clientcomm::fileExistsAtPath(target.installed)) {
+  if (!lock->isHeld() && !fileExistsAtPath(target.installed)) {
     lock.emplace(*location.directory, waits_.remaining());
   }
   isPending_ = !lock->isHeld();
@@ -109,14 +110,14 @@ void HelperInstallation::extract() {
 
 void HelperInstallation::extractLocked(const Target& target) {
   // What stays takes up space and hinders nothing.
-  clientcomm::removeUnfinishedCopies(target.installed).ignore();
+  removeUnfinishedCopies(target.installed).ignore();
   settleEarlierRemovals(target);
   settleMark(target);
-  if (!clientcomm::fileExistsAtPath(target.installed)) {
+  if (!fileExistsAtPath(target.installed)) {
     // `launch` finds the copy missing and tries again.
-    clientcomm::copyPath(target.resource, target.installed).ignore();
-  } else if (TQHPHelperCommunicate::compareVersion(versionOfBundle(target.resource),
-                                                   versionOfBundle(target.installed)) == 1) {
+    copyPath(target.resource, target.installed).ignore();
+  } else if (compareVersionStrings(versionOfBundle(target.resource),
+                                   versionOfBundle(target.installed)) == 1) {
     replace(target);
   }
 }
@@ -124,10 +125,10 @@ void HelperInstallation::extractLocked(const Target& target) {
 // A place of a removal exists until the old processes have taken the exit command.
 void HelperInstallation::settleEarlierRemovals(const Target& target) {
   std::vector<std::string> places;
-  if (!clientcomm::placesMovedAsideFrom(target.installed, places).isOk()) isPending_ = true;
+  if (!placesMovedAsideFrom(target.installed, places).isOk()) isPending_ = true;
   for (const std::string& place : places) {
     if (tellProcessesToExit(place)) {
-      clientcomm::removeItemAtPath(place).ignore();  // the next host finds the place again
+      removeItemAtPath(place).ignore();  // the next host finds the place again
     } else {
       isPending_ = true;
     }
@@ -137,23 +138,23 @@ void HelperInstallation::settleEarlierRemovals(const Target& target) {
 // Earlier versions of the library remove a bundle in place and leave this mark until the exit
 // command.
 void HelperInstallation::settleMark(const Target& target) {
-  const auto [directory, name] = clientcomm::splitPath(target.installed);
-  const std::string mark = clientcomm::stringByAppendingPathComponent(
-      directory, "." + name + clientcomm::kRemovalMarkSuffix);
-  if (!clientcomm::fileExistsAtPath(mark)) return;
-  if (!clientcomm::fileExistsAtPath(target.installed)) tellToExit(target);
-  clientcomm::removeItemAtPath(mark).ignore();  // the next host finds the mark again
+  const auto [directory, name] = splitPath(target.installed);
+  const std::string mark =
+      stringByAppendingPathComponent(directory, "." + name + kRemovalMarkSuffix);
+  if (!fileExistsAtPath(mark)) return;
+  if (!fileExistsAtPath(target.installed)) tellToExit(target);
+  removeItemAtPath(mark).ignore();  // the next host finds the mark again
 }
 
 void HelperInstallation::replace(const Target& target) {
   std::string place;
-  const clientcomm::Status moved = clientcomm::moveAside(target.installed, place);
+  const Status moved = moveAside(target.installed, place);
   const OldHelper old = tellToExit(target);
   if (!moved.isOk()) return;
   // `launch` finds the copy missing and tries again.
-  clientcomm::copyPath(target.resource, target.installed).ignore();
+  copyPath(target.resource, target.installed).ignore();
   if (old == OldHelper::kTold || (old == OldHelper::kNotFound && runsNothing(place))) {
-    clientcomm::removeItemAtPath(place).ignore();  // the next host finds the place again
+    removeItemAtPath(place).ignore();  // the next host finds the place again
   } else {
     isPending_ = true;
   }
@@ -168,9 +169,9 @@ bool HelperInstallation::isRunning(const Target& target) const {
 HelperInstallation::OldHelper HelperInstallation::tellToExit(const Target& target) const {
   const WaitBudget waits(waits_.atMost(kExitCommandLimit));
   while (isRunning(target)) {
-    const clientcomm::AEHandOverLimit limit(waits.remaining());
+    const AEHandOverLimit limit(waits.remaining());
     const OSErr status = TQHPHelperControl::share().exitHelper(productID_, productVersion_);
-    if (status == clientcomm::noErr) return OldHelper::kTold;
+    if (status == noErr) return OldHelper::kTold;
     if (waits.remaining() == std::chrono::milliseconds(0)) return OldHelper::kNotReached;
     sleepFor(waits.atMost(kExitCommandPause));
   }
@@ -182,34 +183,33 @@ HelperInstallation::OldHelper HelperInstallation::tellToExit(const Target& targe
 // @return whether such a process has taken the command, or none is left.
 bool HelperInstallation::tellProcessesToExit(const std::string& place) const {
   std::vector<std::int32_t> processes;
-  if (!clientcomm::processesRunningBelow(place, processes).isOk()) return false;
+  if (!processesRunningBelow(place, processes).isOk()) return false;
   if (processes.empty()) return true;
   TQHPHelperControl& control = TQHPHelperControl::share();
-  const clientcomm::AEHandOverLimit limit{std::chrono::milliseconds(0)};
-  if (control.isAlive(productID_, productVersion_) != clientcomm::noErr) return false;
-  const auto receiver = clientcomm::AELastRecipient();
+  const AEHandOverLimit limit{std::chrono::milliseconds(0)};
+  if (control.isAlive(productID_, productVersion_) != noErr) return false;
+  const auto receiver = AELastRecipient();
   const bool isOld = std::any_of(processes.begin(), processes.end(), [receiver](auto process) {
     return static_cast<std::uint64_t>(process) == receiver;
   });
-  return isOld && control.exitHelper(productID_, productVersion_) == clientcomm::noErr;
+  return isOld && control.exitHelper(productID_, productVersion_) == noErr;
 }
 
 bool HelperInstallation::launch() {
   const HelperLocation location = helperLocation();
   if (!location.name || !location.directory) return false;
   const std::string installed =
-      clientcomm::stringByAppendingPathComponent(*location.directory, *location.name) +
-      std::string(clientcomm::kApplicationSuffix);
-  if (!clientcomm::fileExistsAtPath(installed)) extract();
+      stringByAppendingPathComponent(*location.directory, *location.name) +
+      std::string(kApplicationSuffix);
+  if (!fileExistsAtPath(installed)) extract();
   // Where the system keeps a database of applications, the look-up makes it known there; the path
   // itself is not needed.
-  static_cast<void>(
-      clientcomm::Workspace::sharedWorkspace().fullPathForApplication(*location.name));
+  static_cast<void>(Workspace::sharedWorkspace().fullPathForApplication(*location.name));
   if (TQHPProcessList::share().applicationIsRunning(location.bundleID, installed)) return true;
   // Not while another host is replacing the copy that would be opened, unless its holder is stuck:
   // an old copy that is opened meanwhile gets the exit command too.
-  const clientcomm::DirectoryLock lock(*location.directory, waits_.atMost(kLockLimit));
-  return clientcomm::Workspace::sharedWorkspace().openFile(installed).isOk();
+  const DirectoryLock lock(*location.directory, waits_.atMost(kLockLimit));
+  return Workspace::sharedWorkspace().openFile(installed).isOk();
 }
 
 }  // namespace clientcomm
