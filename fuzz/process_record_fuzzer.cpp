@@ -18,6 +18,7 @@
 #include "ClientComm/platform/linux/peer_identity.h"
 #include "ClientComm/platform/linux/process_record.h"
 #include "ClientComm/platform/linux/process_record_format.h"
+#include "ClientComm/platform/linux/process_stat.h"
 #include "ClientComm/platform/linux/process_text.h"
 #include "ClientComm/platform/linux/runtime_file_name.h"
 #include "ClientComm/platform/linux/runtime_folder_format.h"

@@ -14,6 +14,7 @@
 #include "ClientComm/platform/linux/endpoint_record.h"
 #include "ClientComm/platform/linux/launch_record.h"
 #include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/linux/process_record_writer.h"
 #include "ClientComm/platform/linux/process_stat.h"
 #include "ClientComm/platform/linux/runtime_file_name.h"
 #include "ClientComm/platform/linux/runtime_folder.h"

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "ClientComm/TQHPProcessList.h"
-#include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/linux/process_record_writer.h"
 #include "ClientComm/platform/process_table.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_application.h"

@@ -15,6 +15,8 @@
 
 #include "ClientComm/platform/linux/peer_identity.h"
 #include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/linux/process_record_writer.h"
+#include "ClientComm/platform/linux/process_stat.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_application.h"

@@ -14,7 +14,10 @@
 #include <string>
 #include <vector>
 
+#include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/linux/process_record_format.h"
+#include "ClientComm/platform/linux/process_record_writer.h"
+#include "ClientComm/platform/linux/process_stat.h"
 #include "ClientComm/platform/linux/runtime_file_name.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/property_list.h"

@@ -26,7 +26,7 @@
 #include <thread>
 #include <vector>
 
-#include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/linux/process_record_writer.h"
 #include "ClientComm/platform/linux/runtime_file_name.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/posix/scoped_fd.h"

@@ -5,7 +5,6 @@
 #include <string>
 #include <utility>
 
-#include "ClientComm/platform/linux/peer_identity.h"
 #include "ClientComm/platform/posix/removed_name.h"
 
 namespace clientcomm {

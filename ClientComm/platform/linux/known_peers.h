@@ -17,6 +17,10 @@
 
 namespace clientcomm {
 
+/// Serial numbers of running processes have the lower bits of the start time in their high half;
+/// those of remembered peers have this bit set there and a running number.
+inline constexpr std::uint32_t kPeerBit = 0x80000000;
+
 /// The memory that is spent on remembering peers, in bytes: room for some 8,000 with paths of usual
 /// length. The least recently used is dropped first.
 inline constexpr std::size_t kMemoryForPeers = std::size_t{4} << 20;

@@ -9,10 +9,6 @@
 
 namespace clientcomm {
 
-/// Serial numbers of running processes have the lower bits of the start time in their high half;
-/// those of remembered peers have this bit set there and a running number.
-inline constexpr std::uint32_t kPeerBit = 0x80000000;
-
 /// What can be told of the process at the other end of a connection.
 enum class PeerKind {
   kApplication,    ///< It runs an application, which has a serial number.

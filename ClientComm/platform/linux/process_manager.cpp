@@ -9,6 +9,7 @@
 #include "ClientComm/platform/linux/bundle_filter.h"
 #include "ClientComm/platform/linux/bundle_identities.h"
 #include "ClientComm/platform/linux/endpoint_record.h"
+#include "ClientComm/platform/linux/known_peers.h"
 #include "ClientComm/platform/linux/peer_identity.h"
 #include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/running_application.h"

@@ -10,7 +10,7 @@
 
 #include "ClientComm/platform/glib/main_context.h"
 #include "ClientComm/platform/linux/launch_record.h"
-#include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/linux/process_record_writer.h"
 
 namespace clientcomm {
 namespace {

@@ -26,6 +26,7 @@
 #include "ClientComm/platform/linux/launch_record.h"
 #include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/linux/process_record_writer.h"
 #include "ClientComm/platform/linux/process_stat.h"
 #include "ClientComm/platform/linux/running_application.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
