@@ -4,7 +4,8 @@
     tools/check_structure.py [PROJECT]
 
 Prints a line for each violation; the exit status is 1 when there is one. Checked are:
-- the graph of files has no cycle;
+- the graph of files has no cycle, and neither has the graph of units: a header with its source. A
+  neutral header is a unit by itself, since its source only implements it;
 - an include leads to the file's own layer or to one below it;
 - the classes and the neutral headers include the standard library and each other only, and have no
   #ifdef for an operating system;
@@ -36,6 +37,9 @@ LAYERS = {
     ],
 }
 NEUTRAL = "ClientComm/platform/"
+# Lists all classes of the host, each of which asks for the list: a loop by its nature. Its includes do
+# not count between units.
+REGISTRY = "ClientComm/internal/host_classes.cpp"
 SYSTEM_FREE = ("ClientComm/", "ClientComm/internal/", NEUTRAL)
 LIBRARIES = {
     "ClientComm/platform/portable/": {"expat.h"},
@@ -64,8 +68,8 @@ def layer_of(path):
 def read_files(project):
     """The text of each header and source of the library, by its path in the project."""
     files = {}
-    for folder, _, names in os.walk(os.path.join(project, "ClientComm")):
-        for name in names:
+    for folder, _, names in sorted(os.walk(os.path.join(project, "ClientComm"))):
+        for name in sorted(names):
             if name.endswith((".h", ".cpp")):
                 path = os.path.join(folder, name)
                 with open(path, encoding="utf-8") as file:
@@ -116,27 +120,57 @@ def check_system_use(files):
                 yield f"{path}: {match.group()} belongs to one system; move it behind a neutral header"
 
 
-def check_cycles(files):
-    """A line for each include that closes a cycle."""
+def graph_of_files(files):
+    """The files of the library that each file includes."""
+    return {
+        path: [header for kind, header in INCLUDE.findall(text) if kind == '"' and header in files]
+        for path, text in files.items()
+    }
+
+
+def unit_of(path, files):
+    base = os.path.splitext(path)[0]
+    return f"{base}.{{h,cpp}}" if f"{base}.h" in files and f"{base}.cpp" in files else path
+
+
+def graph_of_units(files):
+    graph = {}
+    for path, headers in graph_of_files(files).items():
+        unit = unit_of(path, files)
+        uses = graph.setdefault(unit, [])
+        if path != REGISTRY:
+            uses.extend(other for other in (unit_of(header, files) for header in headers) if other != unit)
+    return graph
+
+
+def cycles(graph):
+    """A cycle for each edge that closes one."""
     state = {}
     found = []
 
-    def visit(path, trail):
-        state[path] = "open"
-        for kind, header in INCLUDE.findall(files[path]):
-            if kind != '"' or header not in files:
-                continue
-            if state.get(header) == "open":
-                cycle = trail[trail.index(header):] if header in trail else [header]
-                found.append("include cycle: " + " -> ".join([*cycle, header]))
-            elif header not in state:
-                visit(header, [*trail, header])
-        state[path] = "done"
+    def visit(node, trail):
+        state[node] = "open"
+        for other in graph[node]:
+            if state.get(other) == "open":
+                found.append([*trail[trail.index(other):], other])
+            elif other not in state:
+                visit(other, [*trail, other])
+        state[node] = "done"
 
-    for path in files:
-        if path not in state:
-            visit(path, [path])
+    for node in graph:
+        if node not in state:
+            visit(node, [node])
     return found
+
+
+def check_cycles(files):
+    of_files = cycles(graph_of_files(files))
+    # A cycle of headers is one of their units too, and is reported once.
+    of_units = [] if of_files else cycles(graph_of_units(files))
+    for cycle in of_files:
+        yield "include cycle: " + " -> ".join(cycle)
+    for cycle in of_units:
+        yield "cycle of units: " + " -> ".join(cycle)
 
 
 def check_names(files):

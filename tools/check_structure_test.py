@@ -92,6 +92,31 @@ class CheckStructureTest(unittest.TestCase):
             "ClientComm/platform/time.h": '#pragma once\n#include "ClientComm/platform/clock.h"\n',
         })
 
+    # Each source includes the other's header; no header includes anything.
+    LOOP = {
+        f"ClientComm/internal/{name}.{extension}": text
+        for name, other in (("one", "two"), ("two", "one"))
+        for extension, text in (
+            ("h", "#pragma once\n"),
+            ("cpp", f'#include "ClientComm/internal/{name}.h"\n#include "ClientComm/internal/{other}.h"\n'),
+        )
+    }
+
+    def test_a_cycle_through_sources(self):
+        self.expect_one(
+            "cycle of units: ClientComm/internal/one.{h,cpp} -> ClientComm/internal/two.{h,cpp} -> ", self.LOOP)
+
+    def test_a_source_that_implements_a_neutral_header_is_a_unit_by_itself(self):
+        self.assertEqual(self.violations({
+            "ClientComm/platform/posix/io.h": '#pragma once\n#include "ClientComm/platform/clock.h"\n',
+        }), [])
+
+    def test_the_list_of_classes_makes_no_cycle(self):
+        self.assertEqual(self.violations({
+            path.replace("two", "host_classes"): text.replace("two", "host_classes")
+            for path, text in self.LOOP.items()
+        }), [])
+
     def test_a_source_without_a_header_of_its_name(self):
         self.expect_one("has no header of its name", {"ClientComm/platform/posix/other.cpp": "\n"})
 
