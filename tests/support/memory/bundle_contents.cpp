@@ -11,7 +11,10 @@ bool isExecutableFile(const std::string& path) noexcept {
 }
 
 bool isSameBundle(const std::string& path, const std::string& other) noexcept {
-  return stringByAppendingPathComponent(path, "") == stringByAppendingPathComponent(other, "");
+  if (path == other) return true;
+  const bool isSpelledAlike =
+      stringByAppendingPathComponent(path, "") == stringByAppendingPathComponent(other, "");
+  return isSpelledAlike && support::MemorySystem::current().files.exists(path);
 }
 
 InfoReading readInfoDictionary(const std::string& path,
