@@ -44,24 +44,33 @@ DIRECT_OBJECT = code("----")
 CALL, ANSWER = code("call"), code("ansr")
 
 
-def descriptor(type_code, payload=b""):
-    return struct.pack("<II", type_code, len(payload)) + payload
+# A flattened descriptor is a list of pieces, so that a large argument is copied only once.
+
+
+def size_of(pieces):
+    return sum(map(len, pieces))
+
+
+def descriptor(type_code, payload=()):
+    return [struct.pack("<II", type_code, size_of(payload)), *payload]
 
 
 def text(value):
-    return descriptor(code("utxt"), value)
+    return descriptor(code("utxt"), [value])
 
 
 def list_of(items):
-    return descriptor(LIST, struct.pack("<I", len(items)) + b"".join(items))
+    count = struct.pack("<I", len(items))
+    return descriptor(LIST, [count, *(piece for item in items for piece in item)])
 
 
 def _event(event_id, return_id, transaction_id, target, parameter):
     head = struct.pack("<IIhi", code("aevt"), event_id, return_id, transaction_id)
-    parameters = struct.pack("<I", 0 if parameter is None else 1)
+    attributes = struct.pack("<I", 0)
+    parameters = [struct.pack("<I", 0 if parameter is None else 1)]
     if parameter is not None:
-        parameters += struct.pack("<I", DIRECT_OBJECT) + parameter
-    return descriptor(EVENT_TYPE, head + target + struct.pack("<I", 0) + parameters)
+        parameters += [struct.pack("<I", DIRECT_OBJECT), *parameter]
+    return descriptor(EVENT_TYPE, [head, *target, attributes, *parameters])
 
 
 def call_event(target, class_name, selector, arguments):
@@ -70,15 +79,15 @@ def call_event(target, class_name, selector, arguments):
     if 6 + len(arguments) > MAX_DESCRIPTORS:
         raise TooLarge
     call = list_of([text(class_name), text(selector), list_of([text(a) for a in arguments])])
-    body = _event(CALL, -1, 0, descriptor(code("bund"), target), call)
-    if len(body) > MAX_EVENT:
+    event = _event(CALL, -1, 0, descriptor(code("bund"), [target]), call)
+    if size_of(event) > MAX_EVENT:
         raise TooLarge
-    return body
+    return b"".join(event)
 
 
 def answer_event(answer, return_id=-1, transaction_id=0):
     parameter = None if answer is None else text(answer)
-    return _event(ANSWER, return_id, transaction_id, descriptor(NULL), parameter)
+    return b"".join(_event(ANSWER, return_id, transaction_id, descriptor(NULL), parameter))
 
 
 @dataclass
