@@ -24,6 +24,21 @@ namespace {
 const EndpointName* takenName = nullptr;
 pid_t takenNameOwner = 0;
 
+// The socket file has the mode of its socket, less the umask.
+bool bindAnew(int folder, int socket, const SocketPath& path, const std::string& name) noexcept {
+  std::ignore = fchmod(socket, kEndpointMode);  // makePrivate sees to it
+  if (bind(socket, path.address(), SocketPath::size()) == 0) return true;
+  if (errno != EADDRINUSE) return false;
+  discardFile(folder, name.c_str());  // left by an earlier process that had this one's ID
+  return bind(socket, path.address(), SocketPath::size()) == 0;
+}
+
+bool makePrivate(int folder, const std::string& name, struct stat& status) noexcept {
+  if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  return (status.st_mode & 07777) == kEndpointMode ||
+         fchmodat(folder, name.c_str(), kEndpointMode, 0) == 0;
+}
+
 void removeNameAtExit() {
   // A forked child runs this too; it must not unlink its parent's socket.
   if (takenName != nullptr && getpid() == takenNameOwner) takenName->remove();
@@ -65,13 +80,10 @@ OSErr EndpointName::take(ScopedFd& listener) {
 // name that the socket was bound to, by which `listeningOf` and `versionOfEndpoint` know it.
 OSErr EndpointName::bindAndListen(int folder, int socket) {
   const std::string ownName = boundName({name_, getpid(), highestVersion_});
-  discardFile(folder, ownName.c_str());
   const SocketPath path(ownName);
   struct stat status {};
-  if (!path.isValid() || bind(socket, path.address(), SocketPath::size()) != 0 ||
-      fchmodat(folder, ownName.c_str(), kEndpointMode, 0) != 0 ||
-      fstatat(folder, ownName.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
-      ::listen(socket, kEndpointBacklog) != 0) {
+  if (!path.isValid() || !bindAnew(folder, socket, path, ownName) ||
+      !makePrivate(folder, ownName, status) || ::listen(socket, kEndpointBacklog) != 0) {
     discardFile(folder, ownName.c_str());
     return errAEEventNotPermitted;
   }

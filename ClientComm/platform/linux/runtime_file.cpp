@@ -16,11 +16,18 @@
 namespace clientcomm {
 namespace {
 
+ScopedFd createDraft(int folder, const std::string& draft) noexcept {
+  return ScopedFd(
+      openat(folder, draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+}
+
 // Writes the file `draft` of this process whole.
 Status writeDraft(int folder, const std::string& draft, std::string_view bytes) {
-  discardFile(folder, draft.c_str());  // left by an earlier process that had this one's ID
-  const ScopedFd file(
-      openat(folder, draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  ScopedFd file = createDraft(folder, draft);
+  if (!file.isValid() && errno == EEXIST) {
+    discardFile(folder, draft.c_str());  // left by an earlier process that had this one's ID
+    file = createDraft(folder, draft);
+  }
   if (!file.isValid()) return Status::ofFile(errno, "openat");
   return writeAll(file.get(), bytes.data(), bytes.size());
 }

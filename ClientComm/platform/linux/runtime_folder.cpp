@@ -20,10 +20,6 @@ constexpr mode_t kPrivateMode = 0700;
 
 // Makes the folder and, on a system without a session manager, the directories above it.
 bool makeFolder(const std::string& path) noexcept {
-  if (!mayCreateAt(path)) {
-    errno = EPERM;
-    return false;
-  }
   if (mkdir(path.c_str(), kPrivateMode) == 0 || errno == EEXIST) return true;
   return errno == ENOENT && g_mkdir_with_parents(path.c_str(), kPrivateMode) == 0;
 }
@@ -52,9 +48,17 @@ const std::string& runtimeFolderPath() {
 }
 
 ScopedFd openRuntimeFolder(IfMissing ifMissing) noexcept {
+  constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
   const std::string& path = runtimeFolderPath();
-  if (ifMissing == IfMissing::kCreate && !makeFolder(path)) return {};
-  ScopedFd folder(open(path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (ifMissing == IfMissing::kCreate && !mayCreateAt(path)) {
+    errno = EPERM;
+    return {};
+  }
+  ScopedFd folder(open(path.c_str(), kFlags));
+  if (!folder.isValid() && errno == ENOENT && ifMissing == IfMissing::kCreate) {
+    if (!makeFolder(path)) return {};
+    folder.reset(open(path.c_str(), kFlags));
+  }
   if (!folder.isValid() || isPrivate(folder.get())) return folder;
   const int error = errno;
   folder.reset();
