@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -93,6 +94,45 @@ class LocalMounts {
   std::vector<MountID> mounts_;
 };
 
+// STATX_MNT_ID_UNIQUE, since Linux 6.8; these IDs are never given to another mount.
+constexpr unsigned kUniqueMountID = 0x00004000U;
+
+std::optional<MountID> uniqueMountOf(int file) noexcept {
+  struct statx status = {};
+  constexpr int kFlags = AT_STATX_DONT_SYNC | AT_EMPTY_PATH;
+  const bool isKnown = statx(file, "", kFlags, kUniqueMountID, &status) == 0 &&
+                       (status.stx_mask & kUniqueMountID) != 0;
+  return isKnown ? std::optional(status.stx_mnt_id) : std::nullopt;
+}
+
+/// Mounts that have been found to be of local file systems, by their unique IDs.
+class KnownMounts {
+ public:
+  bool contain(MountID mount) noexcept {
+    const std::lock_guard lock(mutex_);
+    return std::find(mounts_.begin(), mounts_.end(), mount) != mounts_.end();
+  }
+  void add(MountID mount) noexcept {
+    const std::lock_guard lock(mutex_);
+    mounts_[next_++ % mounts_.size()] = mount;
+  }
+
+ private:
+  std::mutex mutex_;  // TQHPProcessList is for any thread
+  std::array<MountID, 16> mounts_ = {};
+  std::size_t next_ = 0;
+};
+
+bool isOnLocalMount(int file, LocalMounts& mounts) {
+  static KnownMounts& known = *new KnownMounts;
+  const auto unique = uniqueMountOf(file);
+  if (unique && known.contain(*unique)) return true;
+  const auto mount = mountOf(file);
+  if (!mount || !mounts.contain(*mount)) return false;
+  if (unique) known.add(*unique);
+  return true;
+}
+
 /// A file that the kernel finds without asking any file system for a name; invalid where it would
 /// have to, where a symbolic link stands in the path, and before Linux 5.12.
 ScopedFd openByCachedNames(const std::string& path) {
@@ -126,8 +166,7 @@ LocalFile openLocalFile(std::string_view path) {
   LocalMounts mounts;
   ScopedFd file = openByCachedNames(std::string(path));
   if (!file.isValid()) return openStepByStep(path, mounts);
-  const auto mount = mountOf(file.get());
-  if (!mount || !mounts.contain(*mount)) return {LocalAccess::kMayBlock, {}};
+  if (!isOnLocalMount(file.get(), mounts)) return {LocalAccess::kMayBlock, {}};
   return {LocalAccess::kOpen, std::move(file)};
 }
 
