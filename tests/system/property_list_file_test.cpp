@@ -4,8 +4,10 @@
 #include <locale.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <clocale>
 #include <csignal>
@@ -22,9 +24,11 @@
 #include <vector>
 
 #include "ClientComm/platform/file_tree.h"
+#include "ClientComm/platform/posix/file_signature.h"
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/strings_file.h"
 #include "tests/support/child_process.h"
+#include "tests/support/system_calls.h"
 #include "tests/support/test_sandbox.h"
 
 namespace fs = std::filesystem;
@@ -50,6 +54,28 @@ class PropertyListFile : public testing::Test {
     return clientcomm::contentsOfDirectoryAtPath(folder_);
   }
 };
+
+void waitUntilSettled(const std::string& path) {
+  EXPECT_TRUE(
+      support::waitUntil([&] { return clientcomm::FileSignature::ofFile(path)->isSettled(); },
+                         std::chrono::seconds(30)));
+}
+
+// A file that was written a moment ago may change without a trace, and is read each time.
+TEST_F(PropertyListFile, IsReadOnceWhereItHasNotChangedForAWhile) {
+  const PropertyListDictionary former{{"Key", "former"}};
+  ASSERT_TRUE(writeDictionaryToFile(former, path_));
+  waitUntilSettled(path_);
+  EXPECT_EQ(dictionaryWithContentsOfFile(path_), former);
+  support::ChildProcess child = support::ChildProcess::fork([&] {
+    support::refuseSystemCall(SYS_openat, EIO);
+    return dictionaryWithContentsOfFile(path_) == former ? 0 : 1;
+  });
+  EXPECT_EQ(child.wait(), 0);
+  ASSERT_TRUE(writeDictionaryToFile({{"Key", "present"}}, path_));
+  waitUntilSettled(path_);
+  EXPECT_EQ(dictionaryWithContentsOfFile(path_), (PropertyListDictionary{{"Key", "present"}}));
+}
 
 TEST_F(PropertyListFile, IsWrittenAndReadBack) {
   const PropertyListDictionary dictionary = {{"TipsEnable", true}, {"list", Array{1, "two"}}};

@@ -1,23 +1,78 @@
 #include "ClientComm/platform/posix/property_list_file.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstddef>
+#include <mutex>
 #include <optional>
 #include <utility>
 
 #include "ClientComm/platform/portable/property_list/unicode.h"
 #include "ClientComm/platform/portable/property_list/value.h"
+#include "ClientComm/platform/posix/file_signature.h"
 #include "ClientComm/platform/strings_file.h"
 
 namespace clientcomm {
 
+namespace {
+
+/// The dictionaries that were read last, each valid as long as its file has not changed: a start
+/// reads the host's Info dictionary six times.
+class RecentDictionaries {
+ public:
+  /// @return whether the file at `path`, which has this signature, has been read before.
+  bool find(const std::string& path, const FileSignature& signature,
+            std::optional<PropertyListDictionary>& dictionary) {
+    const std::lock_guard lock(mutex_);
+    const auto entry = std::find_if(entries_.begin(), entries_.end(), [&](const auto& recent) {
+      return recent && recent->path == path && recent->signature == signature;
+    });
+    if (entry == entries_.end()) return false;
+    dictionary = (*entry)->dictionary;
+    return true;
+  }
+
+  void keep(const std::string& path, const FileSignature& signature,
+            const PropertyListDictionary& dictionary) {
+    const std::lock_guard lock(mutex_);
+    entries_[next_++ % entries_.size()] = Entry{path, signature, dictionary};
+  }
+
+ private:
+  struct Entry {
+    std::string path;
+    FileSignature signature;
+    PropertyListDictionary dictionary;
+  };
+
+  std::mutex mutex_;  // TQHPProcessList is for any thread
+  std::array<std::optional<Entry>, 4> entries_;
+  std::size_t next_ = 0;
+};
+
+RecentDictionaries& recentDictionaries() {
+  static RecentDictionaries& dictionaries = *new RecentDictionaries;
+  return dictionaries;
+}
+
+}  // namespace
+
 Status readDictionaryFile(const std::string& path,
                           std::optional<PropertyListDictionary>& dictionary) {
+  constexpr std::size_t kLargestKept = std::size_t{64} << 10;
   dictionary.reset();
+  const auto signature = FileSignature::ofFile(path);
+  const bool isSettled = signature && signature->isSettled();
+  if (isSettled && recentDictionaries().find(path, *signature, dictionary)) return {};
   std::string bytes;
   if (Status read = readSettingsFile(path, bytes); !read.isOk()) return read;
   auto value = propertyListFromBytes(bytes);
-  if (value && value->dictionary() != nullptr) dictionary = std::move(*value->dictionary());
+  if (!value || value->dictionary() == nullptr) return {};
+  dictionary = std::move(*value->dictionary());
+  if (isSettled && bytes.size() <= kLargestKept) {
+    recentDictionaries().keep(path, *signature, *dictionary);
+  }
   return {};
 }
 
