@@ -13,6 +13,7 @@
 #include "ClientComm/TQHPHelperControl.h"
 #include "ClientComm/TQHPProcessList.h"
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/posix/file_signature.h"
 #include "ClientComm/platform/user_defaults.h"
 #include "benchmarks/benchmarks.h"
 #include "benchmarks/support/measurement.h"
@@ -135,9 +136,23 @@ const std::string& starter() {
   return *path;
 }
 
+/// A product's files are older than the time within which a change of a file may not show. Those
+/// that were just made are read again each time.
+void waitUntilSettled() {
+  constexpr std::chrono::milliseconds kPause(50);
+  const auto isSettled = [](const std::string& bundle) {
+    const auto signature = clientcomm::FileSignature::ofFile(bundle + "/Contents/Info.plist");
+    return signature && signature->isSettled();
+  };
+  while (!isSettled(starter()) || !isSettled(installedHelperPath())) {
+    std::this_thread::sleep_for(kPause);
+  }
+}
+
 /// A start with the helper installed and running.
 Sample startWithHelper() {
   linesOf(starter());
+  waitUntilSettled();
   return [] { return std::stod(linesOf(starter()).front()); };
 }
 
@@ -147,6 +162,7 @@ void registerSteps(const Plan& plan) {
   benchmark::RegisterBenchmark("share-steps",
                                [samples](benchmark::State& state) {
                                  linesOf(starter());
+                                 waitUntilSettled();
                                  const std::string steps = makeHost("Steps", "benchmark-steps");
                                  std::vector<std::string> names;
                                  std::vector<std::vector<double>> seconds;
