@@ -17,7 +17,9 @@ BundleFilter::BundleFilter(std::string bundlePath)
 
 bool BundleFilter::mayRun(pid_t pid) const {
   const ExecutableLink link = ExecutableLink::ofProcess(pid);
-  if (link.isWithheld()) return true;
+  // A kernel thread runs no file, and a process that has exited none any longer.
+  if (link.error() == ENOENT || link.error() == ESRCH) return false;
+  if (link.error() != 0) return true;
   const std::string_view path = bundleOfExecutable(link.target());
   if (path.empty()) return false;
   // Only the record of a process tells the path of a bundle that was removed or moved away.

@@ -91,6 +91,40 @@ BundleIdentity identityOf(const ProcessRecord& record) {
   return {record.bundlePath, optional(record.bundleIdentifier), optional(record.bundleName)};
 }
 
+bool isOfAnotherUser(pid_t pid) noexcept {
+  struct stat status = {};
+  return stat(ProcPath::ofProcess(pid).c_str(), &status) == 0 && status.st_uid != geteuid();
+}
+
+/// What a look at all processes has found.
+struct Look {
+  Presence presence = Presence::kAbsent;
+  bool isDoubtful = false;  ///< A system call that failed may have hidden a process.
+};
+
+Look lookAtProcesses(const std::string& bundlePath) {
+  Look look;
+  const BundleFilter filter(bundlePath);
+  ProcessIDReader processes;
+  for (pid_t pid = processes.next(); pid != 0; pid = processes.next()) {
+    if (!filter.mayRun(pid) || isOfAnotherUser(pid)) continue;
+    const auto process = bundleProcess(pid);
+    const bool isOfBundle = process && isSameBundle(process->identity.path, bundlePath);
+    if (isOfBundle && process->presence == Presence::kRunning) return {Presence::kRunning};
+    if (isOfBundle && process->presence == Presence::kUnreachable) {
+      look.presence = Presence::kUnreachable;
+    }
+    look.isDoubtful = true;
+  }
+  if (processes.error() != 0) look.presence = Presence::kUnknown;
+  return look;
+}
+
+bool isUnseenAt(const std::string& bundlePath, const std::string& identifier) {
+  const OptionalString unseen = bundleOfUnseenEndpoint(identifier);
+  return unseen && isSameBundle(*unseen, bundlePath);
+}
+
 }  // namespace
 
 std::optional<std::uint64_t> startTimeOfBundleProcess(pid_t pid) {
@@ -125,22 +159,15 @@ std::optional<BundleProcess> bundleProcess(pid_t pid) {
 }
 
 Presence presenceOf(const std::string& bundlePath, const OptionalString& identifier) {
-  bool isUnreachable = false;
-  const BundleFilter filter(bundlePath);
-  ProcessIDReader processes;
-  for (pid_t pid = processes.next(); pid != 0; pid = processes.next()) {
-    if (!filter.mayRun(pid)) continue;
-    const auto process = bundleProcess(pid);
-    if (!process || !isSameBundle(process->identity.path, bundlePath)) continue;
-    if (process->presence == Presence::kRunning) return Presence::kRunning;
-    isUnreachable = isUnreachable || process->presence == Presence::kUnreachable;
+  Look look = lookAtProcesses(bundlePath);
+  if (look.presence == Presence::kAbsent && look.isDoubtful) look = lookAtProcesses(bundlePath);
+  if (look.presence == Presence::kRunning || look.presence == Presence::kUnknown) {
+    return look.presence;
   }
-  if (processes.error() != 0) return Presence::kUnknown;
-  if (identifier) {
-    const OptionalString unseen = bundleOfUnseenEndpoint(*identifier);
-    if (unseen && isSameBundle(*unseen, bundlePath)) return Presence::kRunning;
+  if (identifier && (isUnseenAt(bundlePath, *identifier) || isUnseenAt(bundlePath, *identifier))) {
+    return Presence::kRunning;
   }
-  return isUnreachable ? Presence::kUnreachable : Presence::kAbsent;
+  return look.presence;
 }
 
 }  // namespace clientcomm

@@ -36,7 +36,8 @@ std::optional<std::uint64_t> startTimeOfBundleProcess(pid_t pid);
 std::optional<BundleProcess> bundleProcess(pid_t pid);
 
 /// Whether the application of the bundle at `bundlePath`, with this identifier (nil when it has
-/// none), runs. A process that cannot be seen from here counts by its endpoint.
+/// none), runs. A process that cannot be seen from here counts by its endpoint. Where one system
+/// call that fails could have hidden a process, the look is taken again: a second process is worse.
 Presence presenceOf(const std::string& bundlePath, const OptionalString& identifier);
 
 }  // namespace clientcomm

@@ -278,14 +278,6 @@ Status launchAgain(int folder, std::string executable, const Bundle& bundle,
   return launched;
 }
 
-// One system call that fails can hide a process from a look, and a second process is worse than a
-// second look.
-Presence presenceBeforeLaunch(const Bundle& bundle) {
-  const Presence presence = presenceOf(bundle.bundlePath(), bundle.bundleIdentifier());
-  if (presence != Presence::kAbsent) return presence;
-  return presenceOf(bundle.bundlePath(), bundle.bundleIdentifier());
-}
-
 // Among all processes of this user, one at a time looks and launches.
 Status launchUnlessRunning(std::string executable, const Bundle& bundle) {
   const ScopedFd folder = openRuntimeFolder(IfMissing::kCreate);
@@ -295,18 +287,18 @@ Status launchUnlessRunning(std::string executable, const Bundle& bundle) {
   // Before the look at the processes: an application that opens removes its launch record. One that
   // opened just after the look would have neither a record nor been seen.
   const auto last = lastLaunchOf(folder.get(), bundle.bundlePath());
-  switch (presenceBeforeLaunch(bundle)) {
+  switch (presenceOf(bundle.bundlePath(), bundle.bundleIdentifier())) {
     case Presence::kRunning:
       return {};
     case Presence::kAbsent:
       if (!lock.isHeld()) return lock.takeStatus();
       return launchAgain(folder.get(), std::move(executable), bundle, last, lock);
     case Presence::kUnreachable:
-      return launchStatus(EEXIST, "presenceBeforeLaunch", executable);
+      return launchStatus(EEXIST, "presenceOf", executable);
     case Presence::kUnknown:
       break;
   }
-  return launchStatus(EIO, "presenceBeforeLaunch", executable);
+  return launchStatus(EIO, "presenceOf", executable);
 }
 
 // The launched process starts in the root folder.
