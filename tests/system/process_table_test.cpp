@@ -16,6 +16,7 @@
 
 #include "ClientComm/TQHPProcessList.h"
 #include "tests/support/child_process.h"
+#include "tests/support/mounts.h"
 #include "tests/support/test_sandbox.h"
 
 namespace {
@@ -118,6 +119,33 @@ TEST(ProcessTable, DoesNotListAProcessThatHasEnded) {
   child.signal(SIGKILL);
   child.wait();
   EXPECT_FALSE(recordOf(child.pid()));
+}
+
+// @return 0 when all is well.
+int readTableWithout(pid_t gone) {
+  Table table(100'000);
+  if (readInto(table) != 0) return 1;
+  const auto lists = [&table](pid_t pid) {
+    return std::ranges::find(table, pid, [](const kinfo_proc& process) {
+             return process.kp_proc.p_pid;
+           }) != table.end();
+  };
+  if (lists(gone)) return 2;
+  return lists(getpid()) ? 0 : 3;
+}
+
+TEST(ProcessTable, LeavesOutAProcessThatEndsBeforeItIsLookedAtAndListsTheOthers) {
+  constexpr int kNotAllowed = 77;
+  const ChildProcess ended = childThat([] {});
+  ChildProcess reader = ChildProcess::fork([&ended] {
+    // An empty folder has as little in it as that of a process that ended after it was listed.
+    if (!support::ownMounts()) return kNotAllowed;
+    const support::MountedFileSystem empty("tmpfs", "/proc/" + std::to_string(ended.pid()));
+    return empty.problem().empty() ? readTableWithout(ended.pid()) : kNotAllowed;
+  });
+  const int outcome = reader.wait();
+  if (outcome == kNotAllowed) GTEST_SKIP() << "no mounts of its own";
+  EXPECT_EQ(outcome, 0);
 }
 
 TEST(ProcessTable, TheProcessIDsAreThoseOfTheTableInItsOrder) {
