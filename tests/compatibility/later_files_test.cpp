@@ -210,7 +210,7 @@ TEST(HalfWrittenFiles, LaunchRecordIsNoneAndIsReplaced) {
   const std::string whole = committed("launch");
   support::writeFile(launchPath(), whole.substr(0, whole.size() / 2));
   EXPECT_FALSE(clientcomm::lastLaunchOf(folder.get(), kPeerPath));
-  clientcomm::noteLaunch(folder.get(), "", launchOf("state")).ignore();
+  EXPECT_TRUE(clientcomm::noteLaunch(folder.get(), "", launchOf("state")).isOk());
   EXPECT_TRUE(clientcomm::lastLaunchOf(folder.get(), kPeerPath));
 }
 

@@ -20,6 +20,8 @@ using clientcomm::EndpointName;
 using clientcomm::noErr;
 using clientcomm::ScopedFd;
 
+using IfTaken = EndpointName::IfTaken;
+
 constexpr char kIdentifier[] = "com.example.named";
 
 std::string pathOf(const std::string& name) {
@@ -36,7 +38,7 @@ TEST(EndpointName, LeadsToASocketOfThisUserAloneUnderAnyUmask) {
     const mode_t previous = umask(mask);
     EndpointName name(kIdentifier, clientcomm::kHighestWireVersion);
     ScopedFd listener;
-    EXPECT_EQ(name.take(listener), noErr);
+    EXPECT_EQ(name.take(listener, IfTaken::kReplace), noErr);
     umask(previous);
     EXPECT_EQ(modeOf(pathOf(clientcomm::fileNameForIdentifier(kIdentifier))), S_IFSOCK | 0600U);
   }
@@ -49,8 +51,42 @@ TEST(EndpointName, IsTakenWhereAnEarlierProcessOfTheSameIDLeftItsSocket) {
   chmod(pathOf("").c_str(), 0700);
   EndpointName name(kIdentifier, clientcomm::kHighestWireVersion);
   ScopedFd listener;
-  EXPECT_EQ(name.take(listener), noErr);
+  EXPECT_EQ(name.take(listener, IfTaken::kReplace), noErr);
   EXPECT_EQ(modeOf(pathOf(fileName)), S_IFSOCK | 0600U);
+}
+
+/// The record of the endpoint, which names the inode of its socket.
+std::string record() {
+  return support::readFile(
+      pathOf(clientcomm::endpointRecordName(clientcomm::fileNameForIdentifier(kIdentifier))));
+}
+
+TEST(EndpointName, IsLeftToOneThatListensUnderItWithItsRecord) {
+  EndpointName first(kIdentifier, clientcomm::kHighestWireVersion);
+  EndpointName second(kIdentifier, clientcomm::kHighestWireVersion);
+  ScopedFd listener;
+  ScopedFd other;
+  ASSERT_EQ(first.take(listener, IfTaken::kLeave), noErr);
+  const std::string whole = record();
+  EXPECT_FALSE(whole.empty());
+  EXPECT_EQ(second.take(other, IfTaken::kLeave), clientcomm::errAEEventNotPermitted);
+  EXPECT_TRUE(first.leadsHere());
+  EXPECT_EQ(record(), whole);
+  EXPECT_EQ(second.take(other, IfTaken::kReplace), noErr);
+  EXPECT_FALSE(first.leadsHere());
+  EXPECT_NE(record(), whole);
+}
+
+TEST(EndpointName, IsTakenFromOneThatListensNoMoreAlsoByOneThatLeavesIt) {
+  EndpointName first(kIdentifier, clientcomm::kHighestWireVersion);
+  EndpointName second(kIdentifier, clientcomm::kHighestWireVersion);
+  ScopedFd listener;
+  ASSERT_EQ(first.take(listener, IfTaken::kReplace), noErr);
+  const std::string whole = record();
+  listener.reset();
+  EXPECT_EQ(second.take(listener, IfTaken::kLeave), noErr);
+  EXPECT_TRUE(second.leadsHere());
+  EXPECT_NE(record(), whole);
 }
 
 TEST(RuntimeFile, IsReplacedWhereAnEarlierProcessOfTheSameIDLeftItsDraft) {

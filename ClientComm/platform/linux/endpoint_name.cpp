@@ -15,6 +15,7 @@
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/linux/socket_format.h"
 #include "ClientComm/platform/linux/socket_path.h"
+#include "ClientComm/platform/native_file.h"
 #include "ClientComm/platform/posix/io.h"
 
 namespace clientcomm {
@@ -60,13 +61,13 @@ EndpointName::~EndpointName() {
   if (takenName == this) takenName = nullptr;
 }
 
-OSErr EndpointName::take(ScopedFd& listener) {
+OSErr EndpointName::take(ScopedFd& listener, IfTaken ifTaken) {
   isTaken_ = false;
   const ScopedFd folder = openRuntimeFolder(IfMissing::kCreate);
   if (!folder.isValid()) return errAEEventNotPermitted;
   ScopedFd socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!socket.isValid()) return memFullErr;
-  if (const OSErr status = bindAndListen(folder.get(), socket.get()); status != noErr) {
+  if (const OSErr status = bindAndListen(folder.get(), socket.get(), ifTaken); status != noErr) {
     return status;
   }
   listener = std::move(socket);
@@ -78,24 +79,34 @@ OSErr EndpointName::take(ScopedFd& listener) {
 // The name is taken by renaming a listening socket onto it: a sender finds either the former
 // endpoint or this one, never a socket that does not listen yet. The kernel goes on to tell the
 // name that the socket was bound to, by which `listeningOf` and `versionOfEndpoint` know it.
-OSErr EndpointName::bindAndListen(int folder, int socket) {
+OSErr EndpointName::bindAndListen(int folder, int socket, IfTaken ifTaken) {
   const std::string ownName = boundName({name_, getpid(), highestVersion_});
   const SocketPath path(ownName);
   struct stat status {};
   if (!path.isValid() || !bindAnew(folder, socket, path, ownName) ||
-      !makePrivate(folder, ownName, status) || ::listen(socket, kEndpointBacklog) != 0) {
-    discardFile(folder, ownName.c_str());
-    return errAEEventNotPermitted;
-  }
-  // Before the name leads here, so that the endpoint has its record from the first moment.
-  writeEndpointRecord(folder, name_, status);
-  if (renameat(folder, ownName.c_str(), folder, name_.c_str()) != 0) {
+      !makePrivate(folder, ownName, status) || ::listen(socket, kEndpointBacklog) != 0 ||
+      !putInPlace(folder, ownName, status, ifTaken)) {
     discardFile(folder, ownName.c_str());
     return errAEEventNotPermitted;
   }
   device_ = status.st_dev;
   inode_ = status.st_ino;
   return noErr;
+}
+
+// Another process may take the name at any moment, so that a look before is not enough to leave it.
+bool EndpointName::putInPlace(int folder, const std::string& ownName, const struct stat& status,
+                              IfTaken ifTaken) const {
+  if (ifTaken == IfTaken::kLeave) {
+    if (renameWithoutReplacing(folder, ownName.c_str(), name_.c_str()).isOk()) {
+      writeEndpointRecord(folder, name_, status);
+      return true;
+    }
+    if (leadsElsewhere()) return false;
+  }
+  // Before the name leads here, so that the endpoint has its record from the first moment.
+  writeEndpointRecord(folder, name_, status);
+  return renameat(folder, ownName.c_str(), folder, name_.c_str()) == 0;
 }
 
 bool EndpointName::leadsHere() const noexcept {

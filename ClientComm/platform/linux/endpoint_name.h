@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <string>
@@ -23,10 +24,13 @@ class EndpointName {
   EndpointName(const EndpointName&) = delete;
   EndpointName& operator=(const EndpointName&) = delete;
 
+  /// What becomes of a process that listens under the name already.
+  enum class IfTaken { kReplace, kLeave };
+
   /// Puts a new listening socket under the name.
-  /// @return noErr; errAEEventNotPermitted when the runtime folder is not usable; memFullErr when
-  ///         the process is out of descriptors.
-  OSErr take(ScopedFd& listener);
+  /// @return noErr; errAEEventNotPermitted when the runtime folder is not usable, or the name is
+  ///         left to another process; memFullErr when the process is out of descriptors.
+  OSErr take(ScopedFd& listener, IfTaken ifTaken);
 
   /// Whether the name leads to the socket that `take` put there last.
   bool leadsHere() const noexcept;
@@ -38,7 +42,9 @@ class EndpointName {
   void remove() const noexcept;
 
  private:
-  OSErr bindAndListen(int folder, int socket);
+  OSErr bindAndListen(int folder, int socket, IfTaken ifTaken);
+  bool putInPlace(int folder, const std::string& ownName, const struct stat& status,
+                  IfTaken ifTaken) const;
 
   std::string name_;
   WireVersion highestVersion_;

@@ -68,15 +68,15 @@ void SocketEndpoint::attachSource() {
   attachToMainContext(source_.get());
 }
 
-OSErr SocketEndpoint::open() {
-  const OSErr status = takeName();
+OSErr SocketEndpoint::open(EndpointName::IfTaken ifTaken) {
+  const OSErr status = takeName(ifTaken);
   lastVerified_ = Clock::now();
   scheduleWakeUp();
   return status;
 }
 
-OSErr SocketEndpoint::takeName() {
-  if (const OSErr status = name_.take(listener_); status != noErr) return status;
+OSErr SocketEndpoint::takeName(EndpointName::IfTaken ifTaken) {
+  if (const OSErr status = name_.take(listener_, ifTaken); status != noErr) return status;
   listenerTag_ = g_source_add_unix_fd(source_.get(), listener_.get(), G_IO_IN);
   recordOwnProcess().ignore();  // without a record the process is known by its bundle
   return noErr;
@@ -161,7 +161,7 @@ void SocketEndpoint::reopen() {
   if (listenerTag_ != nullptr) g_source_remove_unix_fd(source_.get(), listenerTag_);
   listenerTag_ = nullptr;
   listener_.reset();
-  open();
+  open(EndpointName::IfTaken::kLeave);  // one that has opened since the look is newer
 }
 
 /// @return whether another connection may be waiting.

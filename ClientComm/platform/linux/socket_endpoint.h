@@ -33,7 +33,7 @@ class SocketEndpoint {
   /// process has it.
   /// @return noErr; errAEEventNotPermitted when the runtime folder is not usable; memFullErr when
   ///         the process is out of descriptors.
-  OSErr open();
+  OSErr open(EndpointName::IfTaken ifTaken = EndpointName::IfTaken::kReplace);
 
   /// Makes sure, at most once a second, that the name still leads here: the file may have been
   /// cleared away, or a newer process of the same application may have ended. The main loop does so
@@ -47,7 +47,7 @@ class SocketEndpoint {
   using Clock = std::chrono::steady_clock;
 
   void attachSource();
-  OSErr takeName();
+  OSErr takeName(EndpointName::IfTaken ifTaken);
   std::chrono::milliseconds verifyInterval() const noexcept;
 
   static int dispatch(GSource* source, GSourceFunc callback, void* data) noexcept;
