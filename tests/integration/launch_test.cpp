@@ -179,7 +179,7 @@ TEST(Launching, HelperThatCannotOpenAtFirstIsNotJoinedByASecond) {
   {
     const BlockedEndpoint blocked;
     const ChildProcess launcher = support::runApplication(makeHost("launcher", "1.0"), {"90000"});
-    ASSERT_TRUE(support::waitUntil([] { return countInJournal(" up ") == 1; }));
+    ASSERT_TRUE(support::waitUntil([] { return countInJournal(" ready") == 1; }));
   }
   // Of a host that did not launch it no call waits for the helper.
   const auto helpers = processesOf(installedHelperPath());
@@ -201,7 +201,7 @@ TEST(Launching, HelperThatCannotOpenAtFirstLeavesTheCallsToOneThatHasOpenedSince
   ChildProcess early = [&] {
     const BlockedEndpoint blocked;
     ChildProcess helper = support::runApplication(copy);
-    EXPECT_TRUE(support::waitUntil([] { return countInJournal(" up ") == 1; }));
+    EXPECT_TRUE(support::waitUntil([] { return countInJournal(" ready") == 1; }));
     return helper;
   }();
   TQHPHelper::share();

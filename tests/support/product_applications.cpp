@@ -126,6 +126,7 @@ int runProductHelper() {
   if (delay == kStopped) raise(SIGSTOP);
   std::this_thread::sleep_for(std::chrono::milliseconds(clientcomm::intValue(delay.value_or("0"))));
   TQHPAppleEventProcesser::share();
+  noteInJournal("ready");
   g_main_loop_run(helperLoop);
   g_main_loop_unref(helperLoop);
   noteInJournal("down");

@@ -43,8 +43,8 @@ std::string helperIn(const std::string& host);
 /// The one process of the installed helper; 0 when there is none, or more than one.
 pid_t helperPid();
 
-/// The journal's lines: "<pid> up <version>", "<pid> start <PID> <version>", "<pid> stop <PID>",
-/// "<pid> exit <PID>", "<pid> down".
+/// The journal's lines: "<pid> up <version>", "<pid> ready" once it has tried to open to events,
+/// "<pid> start <PID> <version>", "<pid> stop <PID>", "<pid> exit <PID>", "<pid> down".
 std::vector<std::string> journal();
 
 /// Adds the line "<pid> `text`" to the journal.
