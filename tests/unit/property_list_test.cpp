@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <bit>
-#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <initializer_list>
 #include <limits>
 #include <optional>
@@ -387,9 +387,10 @@ TEST(PropertyList, RefusesWhatIsLargerThanAnySettings) {
 TEST(PropertyList, ReadsManyKeysQuickly) {
   PropertyListDictionary large;
   for (int i = 0; i < 20'000; ++i) large.emplace("key " + std::to_string(i), i);
-  const auto start = std::chrono::steady_clock::now();
+  // The time of this process alone: a busy machine must not count.
+  const std::clock_t start = std::clock();
   EXPECT_EQ(propertyListFromBytes(xmlPropertyList(large)), PropertyListValue(large));
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+  EXPECT_LT(std::clock() - start, 10 * CLOCKS_PER_SEC);
 }
 
 }  // namespace
