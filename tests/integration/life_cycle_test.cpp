@@ -167,6 +167,17 @@ TEST_F(LifeCycle, HelperMovedAsideByAHostThatDiedIsToldToExitByTheNextOne) {
   EXPECT_FALSE(fs::exists(place));
 }
 
+/// Makes restart steps until the new helper runs, the old one has taken the exit command, and its
+/// copy is gone. On a busy machine the new one may be up before.
+bool isReplacedByRestartSteps() {
+  const fs::path folder = fs::path(installedHelperPath()).parent_path();
+  return support::waitUntil([&] {
+    TQHPHelper::share().startHelper();
+    return countInJournal("up 1.0.1") == 1 && countInJournal("exit P100") == 1 &&
+           std::distance(fs::directory_iterator(folder), {}) == 1;
+  });
+}
+
 TEST_F(LifeCycle, OldHelperThatDoesNotTakeTheExitCommandHoldsNoHostUpAndGetsItLater) {
   const std::string older = makeHost("older", "1.0");
   embedHelper("1.0", "hosts/older.app", {{support::kStartDelayKey, support::kStopped}});
@@ -187,13 +198,7 @@ TEST_F(LifeCycle, OldHelperThatDoesNotTakeTheExitCommandHoldsNoHostUpAndGetsItLa
   EXPECT_LT(std::chrono::steady_clock::now() - step, milliseconds(4'000));
   EXPECT_EQ(countInJournal("exit"), 0U);
   support::sendSignal(old, SIGCONT);
-  // On a busy machine the new helper may be up before the old one takes the command.
-  const fs::path folder = fs::path(installedHelperPath()).parent_path();
-  EXPECT_TRUE(support::waitUntil([&] {
-    TQHPHelper::share().startHelper();
-    return countInJournal("up 1.0.1") == 1 && countInJournal("exit P100") == 1 &&
-           std::distance(fs::directory_iterator(folder), {}) == 1;
-  }));
+  EXPECT_TRUE(isReplacedByRestartSteps());
 }
 
 TEST_F(LifeCycle, OldHelperThatIsNotFoundWhileItIsReplacedIsToldToExitByTheNextRestartStep) {
@@ -210,13 +215,7 @@ TEST_F(LifeCycle, OldHelperThatIsNotFoundWhileItIsReplacedIsToldToExitByTheNextR
   EXPECT_TRUE(
       haveSameContents(support::helperIn(support::hostBundlePath()), installedHelperPath()));
   EXPECT_EQ(countInJournal("exit"), 0U);
-  // On a busy machine the new helper may be up before the old one takes the command.
-  const fs::path folder = fs::path(installedHelperPath()).parent_path();
-  EXPECT_TRUE(support::waitUntil([&] {
-    TQHPHelper::share().startHelper();
-    return countInJournal("up 1.0.1") == 1 && countInJournal("exit P100") == 1 &&
-           std::distance(fs::directory_iterator(folder), {}) == 1;
-  }));
+  EXPECT_TRUE(isReplacedByRestartSteps());
 }
 
 /// A process that holds the install directory and does nothing with it.
