@@ -1,16 +1,10 @@
 #pragma once
 
-#include <sys/types.h>
-
-#include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
-#include <string>
-#include <unordered_map>
 
 #include "ClientComm/platform/apple_event_transport.h"
+#include "ClientComm/platform/linux/event_delivery.h"
 #include "ClientComm/platform/linux/socket_endpoint.h"
 #include "ClientComm/platform/wire_format.h"
 
@@ -23,7 +17,7 @@ class SocketTransport : public AppleEventTransport {
  public:
   /// @param highestVersion of the wire that is sent and served.
   explicit SocketTransport(WireVersion highestVersion = kHighestWireVersion)
-      : highestVersion_(highestVersion) {}
+      : delivery_(std::make_shared<EventDelivery>(highestVersion)) {}
 
   OSErr send(const AppleEventDescriptor& event, AppleEventDescriptor& reply, AESendMode sendMode,
              std::int32_t timeOutInTicks) override;
@@ -34,23 +28,12 @@ class SocketTransport : public AppleEventTransport {
   void stopReceiving() override;
 
  private:
-  struct Delivery;
-
-  OSErr deliver(const Delivery& delivery);
-  std::optional<WireVersion> versionFor(int socket) const noexcept;
-  void noteHandshake(pid_t target);
-  bool isKnownTo(pid_t target, std::chrono::seconds validity) const;
   OSErr sendToSelf(const AppleEventDescriptor& event, AppleEventDescriptor& reply);
-  const std::string& fileNameFor(const std::string& identifier);
 
-  WireVersion highestVersion_;
+  std::shared_ptr<EventDelivery> delivery_;  ///< Queries that are under way have it too.
   Receiver receiver_;
   std::unique_ptr<SocketEndpoint> endpoint_;
   std::uint64_t lastRecipient_ = 0;
-  /// File names of the targets addressed so far, so that not every send computes a digest.
-  std::unordered_map<std::string, std::string> fileNames_;
-  /// When this process last handed its executable to each target.
-  std::unordered_map<pid_t, std::chrono::steady_clock::time_point> handshakes_;
 };
 
 }  // namespace clientcomm
