@@ -10,12 +10,12 @@
 #include "ClientComm/TQHPAppleEventSender.h"
 #include "ClientComm/TQHPHelperControl.h"
 #include "ClientComm/TQHPProcessList.h"
+#include "ClientComm/internal/guard.h"
 #include "ClientComm/internal/version_order.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/bundle_layout.h"
 #include "ClientComm/platform/clock.h"
-#include "ClientComm/platform/file_lock.h"
 #include "ClientComm/platform/file_manager.h"
 #include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/path.h"
@@ -81,54 +81,73 @@ struct HelperInstallation::Target {
   std::string installed;  ///< Where it is installed.
 };
 
+void InstallationWork::run() noexcept {
+  for (const auto& step : steps) guarded(step);
+}
+
 void HelperInstallation::extract() {
+  if (auto work = prepare()) work->run();
+}
+
+std::optional<InstallationWork> HelperInstallation::prepare() {
   isPending_ = false;
   const HelperLocation location = helperLocation();
-  if (!location.name || !location.directory) return;
+  if (!location.name || !location.directory) return std::nullopt;
   // Not for another user: a helper that root installs is one that its owner cannot replace.
-  if (!mayCreateItemAtPath(*location.directory)) return;
+  if (!mayCreateItemAtPath(*location.directory)) return std::nullopt;
   if (!fileExistsAtPath(*location.directory)) {
     // Where it cannot be made, it cannot be locked either.
     makeDirectoryAtPath(*location.directory).ignore();
   }
   const OptionalString resource =
       Bundle::mainBundle().pathForResource(*location.name, kApplicationExtension);
-  if (!resource) return;
+  if (!resource) return std::nullopt;
   const Target target{
       location.bundleID, *resource,
       stringByAppendingPathComponent(*location.directory, lastPathComponent(*resource))};
   // Hosts that start at the same moment take turns; each judges what the one before it left.
-  std::optional<DirectoryLock> lock;
-  lock.emplace(*location.directory, waits_.atMost(kLockLimit));
+  auto lock = std::make_unique<DirectoryLock>(*location.directory, waits_.atMost(kLockLimit));
   // While the copy is missing, the holder is installing it.
   if (!lock->isHeld() && !fileExistsAtPath(target.installed)) {
-    lock.emplace(*location.directory, waits_.remaining());
+    lock = std::make_unique<DirectoryLock>(*location.directory, waits_.remaining());
   }
   isPending_ = !lock->isHeld();
-  if (lock->isHeld()) extractLocked(target);
+  if (!lock->isHeld()) return std::nullopt;
+  InstallationWork work{std::move(lock), {}};
+  addSteps(target, work.steps);
+  return work;
 }
 
-void HelperInstallation::extractLocked(const Target& target) {
+void HelperInstallation::addSteps(const Target& target, Steps& steps) {
   // What stays takes up space and hinders nothing.
-  removeUnfinishedCopies(target.installed).ignore();
-  settleEarlierRemovals(target);
+  steps.push_back([path = target.installed] { removeUnfinishedCopies(path).ignore(); });
+  settleEarlierRemovals(target, steps);
   settleMark(target);
   if (!fileExistsAtPath(target.installed)) {
-    // `launch` finds the copy missing and tries again.
-    copyPath(target.resource, target.installed).ignore();
+    addCopy(target, steps);
   } else if (compareVersionStrings(versionOfBundle(target.resource),
                                    versionOfBundle(target.installed)) == 1) {
-    replace(target);
+    replace(target, steps);
   }
+}
+
+void HelperInstallation::addCopy(const Target& target, Steps& steps) {
+  // `launch` finds the copy missing and tries again.
+  steps.push_back([from = target.resource, to = target.installed] { copyPath(from, to).ignore(); });
+}
+
+void HelperInstallation::addRemoval(const std::string& place, Steps& steps) {
+  // The next host finds the place again.
+  steps.push_back([place] { removeItemAtPath(place).ignore(); });
 }
 
 // A place of a removal exists until the old processes have taken the exit command.
-void HelperInstallation::settleEarlierRemovals(const Target& target) {
+void HelperInstallation::settleEarlierRemovals(const Target& target, Steps& steps) {
   std::vector<std::string> places;
   if (!placesMovedAsideFrom(target.installed, places).isOk()) isPending_ = true;
   for (const std::string& place : places) {
     if (tellProcessesToExit(place)) {
-      removeItemAtPath(place).ignore();  // the next host finds the place again
+      addRemoval(place, steps);
     } else {
       isPending_ = true;
     }
@@ -146,15 +165,14 @@ void HelperInstallation::settleMark(const Target& target) {
   removeItemAtPath(mark).ignore();  // the next host finds the mark again
 }
 
-void HelperInstallation::replace(const Target& target) {
+void HelperInstallation::replace(const Target& target, Steps& steps) {
   std::string place;
   const Status moved = moveAside(target.installed, place);
   const OldHelper old = tellToExit(target);
   if (!moved.isOk()) return;
-  // `launch` finds the copy missing and tries again.
-  copyPath(target.resource, target.installed).ignore();
+  addCopy(target, steps);
   if (old == OldHelper::kTold || (old == OldHelper::kNotFound && runsNothing(place))) {
-    removeItemAtPath(place).ignore();  // the next host finds the place again
+    addRemoval(place, steps);
   } else {
     isPending_ = true;
   }
@@ -195,21 +213,35 @@ bool HelperInstallation::tellProcessesToExit(const std::string& place) const {
   return isOld && control.exitHelper(productID_, productVersion_) == noErr;
 }
 
-bool HelperInstallation::launch() {
+OptionalString HelperInstallation::installedPath() {
   const HelperLocation location = helperLocation();
-  if (!location.name || !location.directory) return false;
-  const std::string installed =
-      stringByAppendingPathComponent(*location.directory, *location.name) +
-      std::string(kApplicationSuffix);
-  if (!fileExistsAtPath(installed)) extract();
+  if (!location.name || !location.directory) return std::nullopt;
+  return stringByAppendingPathComponent(*location.directory, *location.name) +
+         std::string(kApplicationSuffix);
+}
+
+bool HelperInstallation::isInstalled() {
+  const OptionalString installed = installedPath();
+  return installed && fileExistsAtPath(*installed);
+}
+
+bool HelperInstallation::launch() {
+  if (!isInstalled()) extract();
+  return open();
+}
+
+bool HelperInstallation::open() const {
+  const HelperLocation location = helperLocation();
+  const OptionalString installed = installedPath();
+  if (!installed) return false;
   // Where the system keeps a database of applications, the look-up makes it known there; the path
   // itself is not needed.
   static_cast<void>(Workspace::sharedWorkspace().fullPathForApplication(*location.name));
-  if (TQHPProcessList::share().applicationIsRunning(location.bundleID, installed)) return true;
+  if (TQHPProcessList::share().applicationIsRunning(location.bundleID, *installed)) return true;
   // Not while another host is replacing the copy that would be opened, unless its holder is stuck:
   // an old copy that is opened meanwhile gets the exit command too.
   const DirectoryLock lock(*location.directory, waits_.atMost(kLockLimit));
-  return Workspace::sharedWorkspace().openFile(installed).isOk();
+  return Workspace::sharedWorkspace().openFile(*installed).isOk();
 }
 
 }  // namespace clientcomm
