@@ -1,9 +1,9 @@
+#include "tests/stress/gtk_window.h"
+
+#include <glib.h>
 #include <gtest/gtest.h>
-#include <gtk/gtk.h>
 
 #include <chrono>
-#include <csignal>
-#include <cstdlib>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -29,8 +29,6 @@ using Clock = std::chrono::steady_clock;
 constexpr char kWindow[] = "com.example.gtkwindow";
 constexpr char kFloodRole[] = "flood-gtk-window";
 constexpr int kSenders = 8;
-constexpr int kWidth = 640;
-constexpr int kHeight = 480;
 
 int frames = 0;
 
@@ -53,30 +51,8 @@ class GtkWindowCalls : public TQHPAppEventBase {
   int notes_ = 0;
 };
 
-// A bar that moves over the whole window.
-void draw(GtkDrawingArea* /*area*/, cairo_t* cairo, int width, int height, gpointer /*data*/) {
-  ++frames;
-  cairo_set_source_rgb(cairo, 1, 1, 1);
-  cairo_paint(cairo);
-  cairo_set_source_rgb(cairo, 0, 0, 0.6);
-  cairo_rectangle(cairo, frames * 4 % width, 0, 40, height);
-  cairo_fill(cairo);
-}
-
-gboolean drawNextFrame(GtkWidget* area, GdkFrameClock* /*clock*/, gpointer /*data*/) {
-  gtk_widget_queue_draw(area);
-  return G_SOURCE_CONTINUE;
-}
-
 const support::Role gtkWindow("gtk-window", [](const std::vector<std::string>&) -> int {
-  if (gtk_init_check() == FALSE) return 1;
-  GtkWidget* const area = gtk_drawing_area_new();
-  gtk_drawing_area_set_draw_func(GTK_DRAWING_AREA(area), draw, nullptr, nullptr);
-  gtk_widget_add_tick_callback(area, drawNextFrame, nullptr, nullptr);
-  GtkWidget* const window = gtk_window_new();
-  gtk_window_set_default_size(GTK_WINDOW(window), kWidth, kHeight);
-  gtk_window_set_child(GTK_WINDOW(window), area);
-  gtk_window_present(GTK_WINDOW(window));
+  if (!stress::showAnimatedWindow([] { ++frames; })) return 1;
   clientcomm::registerClass(GtkWindowCalls::staticClass());
   TQHPAppleEventProcesser::share();
   g_main_loop_run(g_main_loop_new(nullptr, FALSE));
@@ -91,36 +67,6 @@ const support::Role flood(kFloodRole, [](const std::vector<std::string>&) -> int
                                             "note:", text);
   }
 });
-
-/// An X server without a screen, and this process's environment for GTK to use it.
-class VirtualDisplay {
- public:
-  VirtualDisplay()
-      : server_(ChildProcess::spawn({CLIENTCOMM_XVFB, "-displayfd", "1", "-screen", "0",
-                                     "800x600x24", "-nolisten", "tcp", "-noreset"})) {
-    const auto number = server_.readLine();
-    if (!number) return;
-    isRunning_ = true;
-    setenv("DISPLAY", (":" + *number).c_str(), 1);
-    setenv("GDK_BACKEND", "x11", 1);
-    setenv("GSK_RENDERER", "cairo", 1);
-    setenv("GTK_A11Y", "none", 1);
-    setenv("GSETTINGS_BACKEND", "memory", 1);
-  }
-  // Lets the server remove its socket and its lock file.
-  ~VirtualDisplay() {
-    server_.signal(SIGTERM);
-    server_.wait();
-  }
-  VirtualDisplay(const VirtualDisplay&) = delete;
-  VirtualDisplay& operator=(const VirtualDisplay&) = delete;
-
-  bool isRunning() const { return isRunning_; }
-
- private:
-  ChildProcess server_;
-  bool isRunning_ = false;
-};
 
 struct Progress {
   int frames = 0;
@@ -153,7 +99,7 @@ Rate rateOver(seconds time) {
 }
 
 TEST(LoadOfAGtkWindow, IsDrawnWhileEightSendersFloodItsApplication) {
-  const VirtualDisplay display;
+  const stress::VirtualDisplay display;
   ASSERT_TRUE(display.isRunning());
   const ChildProcess target =
       support::runApplication(support::makeApplication("GtkWindow", kWindow, "gtk-window"));
