@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "ClientComm/internal/guard.h"
+#include "ClientComm/internal/query.h"
 #include "ClientComm/platform/apple_event.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/bundle.h"
@@ -51,6 +52,13 @@ clientcomm::AppleEventDescriptor createEvnet(const OptionalString& bundleID,
   return event;
 }
 
+// The text of the answer; nil without one.
+OptionalString takeAnswer(clientcomm::AppleEventDescriptor& reply) {
+  clientcomm::AppleEventDescriptor* const answer =
+      reply.paramDescriptorForKeyword(clientcomm::keyDirectObject);
+  return answer == nullptr ? std::nullopt : std::move(*answer).stringValue();
+}
+
 }  // namespace
 
 TQHPAppleEventSender& TQHPAppleEventSender::share() {
@@ -92,9 +100,27 @@ OSErr TQHPAppleEventSender::sendEvnet(const OptionalString& bundleID, std::strin
     const OSErr status =
         clientcomm::AESendMessage(createEvnet(bundleID, className, selectName, args), reply,
                                   clientcomm::kAEWaitReply, clientcomm::kNoTimeOut);
-    clientcomm::AppleEventDescriptor* const answer =
-        reply.paramDescriptorForKeyword(clientcomm::keyDirectObject);
-    if (answer != nullptr && result != nullptr) *result = std::move(*answer).stringValue();
+    if (result != nullptr) *result = takeAnswer(reply);
     return status;
+  });
+}
+
+clientcomm::PendingQuery TQHPAppleEventSender::sendEvnetAsync(
+    std::string_view className, std::string_view selectName, std::span<const std::string> args,
+    clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit) noexcept {
+  return sendEvnetAsync(helperBundleID_, className, selectName, args, std::move(callback), limit);
+}
+
+clientcomm::PendingQuery TQHPAppleEventSender::sendEvnetAsync(
+    const OptionalString& bundleID, std::string_view className, std::string_view selectName,
+    std::span<const std::string> args, clientcomm::QueryCallback<std::string> callback,
+    clientcomm::TimeLimit limit) noexcept {
+  return clientcomm::guarded(clientcomm::PendingQuery(), [&] {
+    const auto handler = [callback = std::move(callback)](OSErr status,
+                                                          clientcomm::AppleEventDescriptor reply) {
+      if (callback) callback(status, takeAnswer(reply));
+    };
+    return clientcomm::PendingQuery(clientcomm::Query::start(
+        createEvnet(bundleID, className, selectName, args), handler, limit));
   });
 }

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "ClientComm/TQHPTypes.h"
+#include "ClientComm/async.h"
 
 /// Info dictionary key of the helper's bundle identifier; hosts carry it in exactly this spelling.
 inline constexpr const char kHelperBundleId[] = "Helper Bundle indentifiter";
@@ -40,6 +41,18 @@ class CLIENTCOMM_EXPORT TQHPAppleEventSender {
   OSErr sendEvnet(const clientcomm::OptionalString& bundleID, std::string_view className,
                   std::string_view selectName, std::span<const std::string> args,
                   clientcomm::OptionalString* result) noexcept;
+
+  /// The same two without blocking; see ClientComm/async.h. An event that the target's full
+  /// queue does not take at once may be overtaken by later ones.
+  [[nodiscard]] clientcomm::PendingQuery sendEvnetAsync(
+      std::string_view className, std::string_view selectName, std::span<const std::string> args,
+      clientcomm::QueryCallback<std::string> callback,
+      clientcomm::TimeLimit limit = std::nullopt) noexcept;
+  [[nodiscard]] clientcomm::PendingQuery sendEvnetAsync(
+      const clientcomm::OptionalString& bundleID, std::string_view className,
+      std::string_view selectName, std::span<const std::string> args,
+      clientcomm::QueryCallback<std::string> callback,
+      clientcomm::TimeLimit limit = std::nullopt) noexcept;
 
  private:
   CLIENTCOMM_LOCAL TQHPAppleEventSender();

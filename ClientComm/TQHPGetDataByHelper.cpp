@@ -1,5 +1,7 @@
 #include "ClientComm/TQHPGetDataByHelper.h"
 
+#include <utility>
+
 #include "ClientComm/internal/proxy_call.h"
 #include "ClientComm/platform/shared_object.h"
 
@@ -26,4 +28,9 @@ TQHPGetDataByHelper& TQHPGetDataByHelper::share() {
 
 OptionalString TQHPGetDataByHelper::clientIDFormHelper() {
   return clientcomm::sendQuery(*this, kClientIDFormHelper);
+}
+
+clientcomm::PendingQuery TQHPGetDataByHelper::clientIDFormHelperAsync(
+    clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit) {
+  return clientcomm::sendQueryAsync(*this, kClientIDFormHelper, std::move(callback), limit);
 }

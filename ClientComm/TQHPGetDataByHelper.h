@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ClientComm/TQHPAppEventBase.h"
+#include "ClientComm/async.h"
 
 /// Queries of data that the helper holds.
 class CLIENTCOMM_EXPORT TQHPGetDataByHelper : public TQHPAppEventBase {
@@ -16,4 +17,7 @@ class CLIENTCOMM_EXPORT TQHPGetDataByHelper : public TQHPAppEventBase {
   /// The client ID that the helper keeps; blocks until it answers or ends.
   /// @return nil when the helper could not be reached, or gave none.
   clientcomm::OptionalString clientIDFormHelper();
+  /// The same without blocking; see ClientComm/async.h.
+  [[nodiscard]] clientcomm::PendingQuery clientIDFormHelperAsync(
+      clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit = std::nullopt);
 };

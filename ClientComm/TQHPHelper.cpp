@@ -1,6 +1,7 @@
 #include "ClientComm/TQHPHelper.h"
 
 #include <chrono>
+#include <utility>
 
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/internal/guard.h"
@@ -74,6 +75,26 @@ TQHPSuiteInfo TQHPHelper::regSuiteInfo() { return cmmt_->regSuiteInfo(); }
 TQHPSuiteInfo TQHPHelper::unRegSuiteInfo() { return cmmt_->unRegSuiteInfo(); }
 
 OptionalString TQHPHelper::netErrorPagePath() { return cmmt_->netErrorPagePath(); }
+
+clientcomm::PendingQuery TQHPHelper::productCollectStatusAsync(
+    clientcomm::QueryCallback<bool> callback, clientcomm::TimeLimit limit) {
+  return cmmt_->productCollectStatusAsync(std::move(callback), limit);
+}
+
+clientcomm::PendingQuery TQHPHelper::regSuiteInfoAsync(
+    clientcomm::QueryCallback<TQHPSuiteInfo> callback, clientcomm::TimeLimit limit) {
+  return cmmt_->regSuiteInfoAsync(std::move(callback), limit);
+}
+
+clientcomm::PendingQuery TQHPHelper::unRegSuiteInfoAsync(
+    clientcomm::QueryCallback<TQHPSuiteInfo> callback, clientcomm::TimeLimit limit) {
+  return cmmt_->unRegSuiteInfoAsync(std::move(callback), limit);
+}
+
+clientcomm::PendingQuery TQHPHelper::netErrorPagePathAsync(
+    clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit) {
+  return cmmt_->netErrorPagePathAsync(std::move(callback), limit);
+}
 
 void TQHPHelper::setTipsEnable(bool enable) { cmmt_->setTipsEnable(enable); }
 

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "ClientComm/TQHPSuiteInfo.h"
 #include "ClientComm/TQHPTypes.h"
+#include "ClientComm/async.h"
 
 namespace clientcomm {
 class Timer;
@@ -17,6 +19,7 @@ class TQHPHelperCommunicate;
 class CLIENTCOMM_EXPORT TQHPHelper {
  public:
   static TQHPHelper& share();
+
 
   TQHPHelper(const TQHPHelper&) = delete;
   TQHPHelper& operator=(const TQHPHelper&) = delete;
@@ -51,6 +54,18 @@ class CLIENTCOMM_EXPORT TQHPHelper {
   TQHPSuiteInfo unRegSuiteInfo();
   /// Path of the page to show when the network cannot be reached; nil without an answer.
   clientcomm::OptionalString netErrorPagePath();
+
+  /// The queries without blocking; see ClientComm/async.h.
+  [[nodiscard]] clientcomm::PendingQuery productCollectStatusAsync(
+      clientcomm::QueryCallback<bool> callback, clientcomm::TimeLimit limit = std::nullopt);
+  [[nodiscard]] clientcomm::PendingQuery regSuiteInfoAsync(
+      clientcomm::QueryCallback<TQHPSuiteInfo> callback,
+      clientcomm::TimeLimit limit = std::nullopt);
+  [[nodiscard]] clientcomm::PendingQuery unRegSuiteInfoAsync(
+      clientcomm::QueryCallback<TQHPSuiteInfo> callback,
+      clientcomm::TimeLimit limit = std::nullopt);
+  [[nodiscard]] clientcomm::PendingQuery netErrorPagePathAsync(
+      clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit = std::nullopt);
 
   /// Switches the product's tips, in the host bundle's settings files.
   void setTipsEnable(bool enable);

@@ -78,6 +78,17 @@ TQHPSuiteInfo suiteInfoFromReply(const OptionalString& reply) {
   return TQHPSuiteInfo::initWithDate(fields.front(), number(1), number(2));
 }
 
+// A query that was answered gives what its synchronous form gives.
+template <typename Value, typename Convert>
+clientcomm::QueryCallback<std::string> converted(clientcomm::QueryCallback<Value> callback,
+                                                 Convert convert) {
+  return [callback = std::move(callback), convert](OSErr status, const OptionalString& text) {
+    if (!callback) return;
+    callback(status, status == clientcomm::noErr ? std::optional<Value>(convert(text))
+                                                 : std::optional<Value>());
+  };
+}
+
 // Whether `dictionary` has `key` already with the truth value `enable`.
 bool isStored(const clientcomm::PropertyListDictionary& dictionary, std::string_view key,
               bool enable) {
@@ -303,6 +314,18 @@ OptionalString TQHPHelperCommunicate::clientIDFormHelper() {
   });
 }
 
+clientcomm::PendingQuery TQHPHelperCommunicate::clientIDFormHelperAsync(
+    clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit) {
+  return clientcomm::guarded(clientcomm::PendingQuery(), [&] {
+    const auto keep = [this, callback = std::move(callback)](OSErr status,
+                                                             const OptionalString& clientID) {
+      clientID_ = clientID;
+      if (callback) callback(status, clientID);
+    };
+    return TQHPGetDataByHelper().clientIDFormHelperAsync(keep, limit);
+  });
+}
+
 const OptionalString& TQHPHelperCommunicate::clientID() const { return clientID_; }
 
 // --- Installation ---
@@ -470,6 +493,15 @@ bool TQHPHelperCommunicate::productCollectStatus() {
   return TQHPUploadByHelper::share().productCollectStatus(productID_, productVersion_) == "1";
 }
 
+clientcomm::PendingQuery TQHPHelperCommunicate::productCollectStatusAsync(
+    clientcomm::QueryCallback<bool> callback, clientcomm::TimeLimit limit) {
+  return clientcomm::guarded(clientcomm::PendingQuery(), [&] {
+    const auto isOn = [](const OptionalString& reply) { return reply == "1"; };
+    return TQHPUploadByHelper::share().productCollectStatusAsync(
+        productID_, productVersion_, converted(std::move(callback), isOn), limit);
+  });
+}
+
 void TQHPHelperCommunicate::setCollectDataPID(const OptionalString& productID) {
   clientcomm::guarded([&] {
     UserDefaults& defaults = UserDefaults::standardUserDefaults();
@@ -517,6 +549,28 @@ TQHPSuiteInfo TQHPHelperCommunicate::unRegSuiteInfo() {
 
 OptionalString TQHPHelperCommunicate::netErrorPagePath() {
   return TQHPUploadByHelper::share().netErrorPagePath(productID_, productVersion_);
+}
+
+clientcomm::PendingQuery TQHPHelperCommunicate::regSuiteInfoAsync(
+    clientcomm::QueryCallback<TQHPSuiteInfo> callback, clientcomm::TimeLimit limit) {
+  return clientcomm::guarded(clientcomm::PendingQuery(), [&] {
+    return TQHPUploadByHelper::share().regSuiteInfoAsync(
+        productID_, productVersion_, converted(std::move(callback), suiteInfoFromReply), limit);
+  });
+}
+
+clientcomm::PendingQuery TQHPHelperCommunicate::unRegSuiteInfoAsync(
+    clientcomm::QueryCallback<TQHPSuiteInfo> callback, clientcomm::TimeLimit limit) {
+  return clientcomm::guarded(clientcomm::PendingQuery(), [&] {
+    return TQHPUploadByHelper::share().unRegSuiteInfoAsync(
+        productID_, productVersion_, converted(std::move(callback), suiteInfoFromReply), limit);
+  });
+}
+
+clientcomm::PendingQuery TQHPHelperCommunicate::netErrorPagePathAsync(
+    clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit) {
+  return TQHPUploadByHelper::share().netErrorPagePathAsync(productID_, productVersion_,
+                                                           std::move(callback), limit);
 }
 
 // --- Tips and advertising switches ---

@@ -9,6 +9,7 @@
 #include "ClientComm/TQHPHelperControl.h"
 #include "ClientComm/TQHPSuiteInfo.h"
 #include "ClientComm/TQHPUpgradeByHelper.h"
+#include "ClientComm/async.h"
 
 namespace clientcomm {
 
@@ -77,6 +78,10 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   clientcomm::OptionalString firstStartPID();
   /// Asks the helper for the client ID and keeps it. @return nil when there is no answer.
   clientcomm::OptionalString clientIDFormHelper();
+  /// The same without blocking; see ClientComm/async.h. The ID is kept when the outcome comes
+  /// (nil without an answer); until then, and where the query is cancelled, the former one stays.
+  [[nodiscard]] clientcomm::PendingQuery clientIDFormHelperAsync(
+      clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit = std::nullopt);
   /// The client ID kept last.
   const clientcomm::OptionalString& clientID() const;
 
@@ -136,6 +141,9 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   OSErr setProductCollectStatus(bool status);
   /// Whether usage data is collected for the product; blocks until the helper answers.
   bool productCollectStatus();
+  /// The same without blocking; see ClientComm/async.h.
+  [[nodiscard]] clientcomm::PendingQuery productCollectStatusAsync(
+      clientcomm::QueryCallback<bool> callback, clientcomm::TimeLimit limit = std::nullopt);
   /// Stores the product ID under which usage records are filed.
   void setCollectDataPID(const clientcomm::OptionalString& productID);
   /// The product ID under which usage records are filed; the first-start ID where none was set.
@@ -150,6 +158,15 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   TQHPSuiteInfo regSuiteInfo();
   TQHPSuiteInfo unRegSuiteInfo();
   clientcomm::OptionalString netErrorPagePath();
+  /// The same without blocking; see ClientComm/async.h.
+  [[nodiscard]] clientcomm::PendingQuery regSuiteInfoAsync(
+      clientcomm::QueryCallback<TQHPSuiteInfo> callback,
+      clientcomm::TimeLimit limit = std::nullopt);
+  [[nodiscard]] clientcomm::PendingQuery unRegSuiteInfoAsync(
+      clientcomm::QueryCallback<TQHPSuiteInfo> callback,
+      clientcomm::TimeLimit limit = std::nullopt);
+  [[nodiscard]] clientcomm::PendingQuery netErrorPagePathAsync(
+      clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit = std::nullopt);
 
   // --- Tips and advertising switches in the host bundle's files ---
 

@@ -1,5 +1,7 @@
 #include "ClientComm/TQHPUploadByHelper.h"
 
+#include <utility>
+
 #include "ClientComm/internal/proxy_call.h"
 #include "ClientComm/platform/shared_object.h"
 
@@ -125,4 +127,32 @@ OptionalString TQHPUploadByHelper::unRegSuiteInfo(const OptionalString& productI
 OptionalString TQHPUploadByHelper::netErrorPagePath(const OptionalString& productID,
                                                     const OptionalString& version) {
   return clientcomm::sendQuery(*this, kNetErrorPagePath, productID, version);
+}
+
+clientcomm::PendingQuery TQHPUploadByHelper::productCollectStatusAsync(
+    const OptionalString& productID, const OptionalString& version,
+    clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit) {
+  return clientcomm::sendQueryAsync(*this, kProductCollectStatus, std::move(callback), limit,
+                                    productID, version);
+}
+
+clientcomm::PendingQuery TQHPUploadByHelper::regSuiteInfoAsync(
+    const OptionalString& productID, const OptionalString& version,
+    clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit) {
+  return clientcomm::sendQueryAsync(*this, kRegSuiteInfo, std::move(callback), limit, productID,
+                                    version);
+}
+
+clientcomm::PendingQuery TQHPUploadByHelper::unRegSuiteInfoAsync(
+    const OptionalString& productID, const OptionalString& version,
+    clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit) {
+  return clientcomm::sendQueryAsync(*this, kUnRegSuiteInfo, std::move(callback), limit, productID,
+                                    version);
+}
+
+clientcomm::PendingQuery TQHPUploadByHelper::netErrorPagePathAsync(
+    const OptionalString& productID, const OptionalString& version,
+    clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit) {
+  return clientcomm::sendQueryAsync(*this, kNetErrorPagePath, std::move(callback), limit, productID,
+                                    version);
 }

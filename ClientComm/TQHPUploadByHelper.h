@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ClientComm/TQHPAppEventBase.h"
+#include "ClientComm/async.h"
 
 /// Hands uploads, usage records and queries about the product suite to the helper. Commands return
 /// the send's own status; queries block until the helper answers or ends, and give nil when there
@@ -63,4 +64,18 @@ class CLIENTCOMM_EXPORT TQHPUploadByHelper : public TQHPAppEventBase {
   /// @return the path of the page to show when the network cannot be reached.
   clientcomm::OptionalString netErrorPagePath(const clientcomm::OptionalString& productID,
                                               const clientcomm::OptionalString& version);
+
+  /// The queries without blocking; see ClientComm/async.h.
+  [[nodiscard]] clientcomm::PendingQuery productCollectStatusAsync(
+      const clientcomm::OptionalString& productID, const clientcomm::OptionalString& version,
+      clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit = std::nullopt);
+  [[nodiscard]] clientcomm::PendingQuery regSuiteInfoAsync(
+      const clientcomm::OptionalString& productID, const clientcomm::OptionalString& version,
+      clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit = std::nullopt);
+  [[nodiscard]] clientcomm::PendingQuery unRegSuiteInfoAsync(
+      const clientcomm::OptionalString& productID, const clientcomm::OptionalString& version,
+      clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit = std::nullopt);
+  [[nodiscard]] clientcomm::PendingQuery netErrorPagePathAsync(
+      const clientcomm::OptionalString& productID, const clientcomm::OptionalString& version,
+      clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit = std::nullopt);
 };

@@ -56,6 +56,12 @@ class Transport final : public clientcomm::AppleEventTransport {
                              clientcomm::keyDirectObject);
     return clientcomm::noErr;
   }
+  std::unique_ptr<clientcomm::PendingReply> query(AppleEventDescriptor event,
+                                                  ReplyHandler /*handler*/) override {
+    require(clientcomm::unflatten(flattened(event)).has_value(),
+            "a query that is sent can be read");
+    return nullptr;  // no loop runs that could bring an answer
+  }
   OSErr startReceiving(Receiver /*receiver*/) override { return clientcomm::noErr; }
   void stopReceiving() override {}
 };

@@ -2,10 +2,12 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "ClientComm/TQHPAppEventBase.h"
 #include "ClientComm/TQHPAppleEventSender.h"
+#include "ClientComm/async.h"
 #include "ClientComm/internal/guard.h"
 #include "ClientComm/platform/types.h"
 
@@ -37,6 +39,17 @@ OptionalString sendQuery(const TQHPAppEventBase& proxy, std::string_view selecto
     TQHPAppleEventSender::share().sendEvnet(proxy.className(), selector,
                                             proxyArguments(arguments...), &result);
     return result;
+  });
+}
+
+/// Sends a query and does not wait. @return its handle.
+template <typename... Arguments>
+PendingQuery sendQueryAsync(const TQHPAppEventBase& proxy, std::string_view selector,
+                            QueryCallback<std::string> callback, TimeLimit limit,
+                            const Arguments&... arguments) noexcept {
+  return guarded(PendingQuery(), [&] {
+    return TQHPAppleEventSender::share().sendEvnetAsync(
+        proxy.className(), selector, proxyArguments(arguments...), std::move(callback), limit);
   });
 }
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <memory>
 
 #include "ClientComm/platform/timer.h"
 #include "tests/support/test_sandbox.h"
@@ -30,6 +31,19 @@ TEST(TimerConformance, MayEndItselfInItsCallback) {
   EXPECT_TRUE(support::runLoopUntil([&] { return others == 3; }));
   EXPECT_EQ(firings, 1);
   EXPECT_FALSE(timer->isValid());
+}
+
+TEST(TimerConformance, MayBeDestroyedInItsCallback) {
+  int firings = 0;
+  std::unique_ptr<Timer> timer;
+  timer = Timer::scheduledTimer(kInterval, [&](Timer&) {
+    ++firings;
+    timer.reset();
+  });
+  int others = 0;
+  const auto other = Timer::scheduledTimer(kInterval, [&](Timer&) { ++others; });
+  EXPECT_TRUE(support::runLoopUntil([&] { return others == 3; }));
+  EXPECT_EQ(firings, 1);
 }
 
 TEST(TimerConformance, OnNoRunLoopIsNotValid) { EXPECT_FALSE(Timer().isValid()); }

@@ -421,13 +421,7 @@ TEST_F(Transport, QueryWithATimeOutGivesUpInTime) {
 TEST_F(Transport, FullQueueOfAStoppedApplicationIsATimeOutNotAHang) {
   const ChildProcess target = launch();
   target.signal(SIGSTOP);
-  std::vector<ScopedFd> waiting;
-  int flags = 0;
-  do {
-    waiting.emplace_back(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    const clientcomm::SocketPath path(clientcomm::fileNameForIdentifier(kTarget));
-    flags = connect(waiting.back().get(), path.address(), clientcomm::SocketPath::size());
-  } while (flags == 0);
+  std::vector<ScopedFd> waiting = raw::fillQueue(kTarget);
   AppleEventDescriptor reply;
   EXPECT_EQ(clientcomm::AESendMessage(callEvent("note:", {"x"}), reply, clientcomm::kAENoReply, 20),
             -1712);

@@ -7,6 +7,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "ClientComm/platform/linux/runtime_folder.h"
@@ -96,6 +97,18 @@ ScopedFd connectTo(const std::string& identifier) {
   const clientcomm::SocketPath path(clientcomm::fileNameForIdentifier(identifier));
   if (connect(fd.get(), path.address(), clientcomm::SocketPath::size()) != 0) fd.reset();
   return fd;
+}
+
+std::vector<ScopedFd> fillQueue(const std::string& identifier) {
+  const clientcomm::SocketPath path(clientcomm::fileNameForIdentifier(identifier));
+  std::vector<ScopedFd> waiting;
+  int status = 0;
+  while (status == 0) {
+    waiting.emplace_back(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    status = connect(waiting.back().get(), path.address(), clientcomm::SocketPath::size());
+  }
+  EXPECT_EQ(errno, EAGAIN);
+  return waiting;
 }
 
 bool send(int socket, std::string_view bytes, const std::vector<int>& descriptors) {

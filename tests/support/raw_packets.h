@@ -62,6 +62,10 @@ std::string event(std::string_view target, clientcomm::AEEventID id,
 /// A connection to the endpoint of `identifier`; not valid when there is none.
 clientcomm::ScopedFd connectTo(const std::string& identifier);
 
+/// Connections that fill the queue of the application `identifier`, which must be stopped. It has
+/// room again once they are closed and the application has looked at them.
+std::vector<clientcomm::ScopedFd> fillQueue(const std::string& identifier);
+
 /// Sends the bytes as one packet, with descriptors beside them. @return whether they were taken.
 bool send(int socket, std::string_view bytes, const std::vector<int>& descriptors = {});
 

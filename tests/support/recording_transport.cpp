@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <utility>
 
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/process_manager.h"
+#include "ClientComm/platform/timer.h"
 
 namespace support {
 namespace {
@@ -124,23 +126,70 @@ Answer RecordingTransport::call(const std::string& className, const std::string&
   return deliver(event);
 }
 
-clientcomm::OSErr RecordingTransport::send(const AppleEventDescriptor& event,
-                                           AppleEventDescriptor& reply,
-                                           clientcomm::AESendMode sendMode,
-                                           std::int32_t timeOutInTicks) {
+void RecordingTransport::record(const AppleEventDescriptor& event, clientcomm::AESendMode sendMode,
+                                std::int32_t timeOutInTicks) {
   RecordedCall call = recordOf(event);
   call.sendMode = sendMode;
   call.timeOut = timeOutInTicks;
   calls_.push_back(call);
   if (whenSending_) whenSending_(call);
-  const auto scripted = statuses_.find(call.selector);
-  const clientcomm::OSErr status = scripted == statuses_.end() ? status_ : scripted->second;
-  if (status != clientcomm::noErr || sendMode != clientcomm::kAEWaitReply) return status;
-  reply = AppleEventDescriptor::appleEvent(kEventClass, kAnswer, {}, -1, 0);
-  if (const auto text = replies_.find(call.selector); text != replies_.end()) {
+}
+
+clientcomm::OSErr RecordingTransport::statusOf(const std::string& selector) const {
+  const auto scripted = statuses_.find(selector);
+  return scripted == statuses_.end() ? status_ : scripted->second;
+}
+
+AppleEventDescriptor RecordingTransport::replyTo(const std::string& selector) const {
+  AppleEventDescriptor reply = AppleEventDescriptor::appleEvent(kEventClass, kAnswer, {}, -1, 0);
+  if (const auto text = replies_.find(selector); text != replies_.end()) {
     reply.setParamDescriptor(textDescriptor(text->second), kDirectParameter);
   }
+  return reply;
+}
+
+clientcomm::OSErr RecordingTransport::send(const AppleEventDescriptor& event,
+                                           AppleEventDescriptor& reply,
+                                           clientcomm::AESendMode sendMode,
+                                           std::int32_t timeOutInTicks) {
+  record(event, sendMode, timeOutInTicks);
+  const std::string selector = calls_.back().selector;
+  const clientcomm::OSErr status = statusOf(selector);
+  if (status != clientcomm::noErr || sendMode != clientcomm::kAEWaitReply) return status;
+  reply = replyTo(selector);
   return status;
+}
+
+/// Looks every millisecond whether it is to be answered.
+class RecordingTransport::Query final : public clientcomm::PendingReply {
+ public:
+  Query(const RecordingTransport& recorder, std::string selector, ReplyHandler handler)
+      : recorder_(recorder),
+        selector_(std::move(selector)),
+        handler_(std::move(handler)),
+        timer_(clientcomm::Timer::scheduledTimer(std::chrono::milliseconds(1),
+                                                 [this](clientcomm::Timer&) { look(); })) {}
+
+ private:
+  void look() {
+    if (recorder_.held_.contains(selector_)) return;
+    timer_->invalidate();
+    const clientcomm::OSErr status = recorder_.statusOf(selector_);
+    const auto handler = std::move(handler_);
+    handler(status,
+            status == clientcomm::noErr ? recorder_.replyTo(selector_) : AppleEventDescriptor());
+  }
+
+  const RecordingTransport& recorder_;
+  std::string selector_;
+  ReplyHandler handler_;
+  std::unique_ptr<clientcomm::Timer> timer_;
+};
+
+std::unique_ptr<clientcomm::PendingReply> RecordingTransport::query(AppleEventDescriptor event,
+                                                                    ReplyHandler handler) {
+  record(event, clientcomm::kAEWaitReply, clientcomm::kNoTimeOut);
+  return std::make_unique<Query>(*this, calls_.back().selector, std::move(handler));
 }
 
 clientcomm::OSErr RecordingTransport::startReceiving(Receiver receiver) {

@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <ostream>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -66,6 +68,9 @@ class RecordingTransport : public clientcomm::AppleEventTransport {
   void setReply(const std::string& selector, const std::string& text) { replies_[selector] = text; }
   /// The process that takes what is sent from now on; another number is another process.
   void setRecipient(std::uint64_t process) { recipient_ = process; }
+  /// Leaves queries of `selector` unanswered until `release`, as a helper that is busy or stopped.
+  void hold(const std::string& selector) { held_.insert(selector); }
+  void release(const std::string& selector) { held_.erase(selector); }
   /// Runs `action` in the middle of every send, after it was recorded.
   void whenSending(std::function<void(const RecordedCall&)> action) {
     whenSending_ = std::move(action);
@@ -82,12 +87,24 @@ class RecordingTransport : public clientcomm::AppleEventTransport {
   clientcomm::OSErr send(const clientcomm::AppleEventDescriptor& event,
                          clientcomm::AppleEventDescriptor& reply, clientcomm::AESendMode sendMode,
                          std::int32_t timeOutInTicks) override;
+  /// The answer is that of the moment in which it is given, a millisecond after the query at the
+  /// earliest.
+  std::unique_ptr<clientcomm::PendingReply> query(clientcomm::AppleEventDescriptor event,
+                                                  ReplyHandler handler) override;
   std::uint64_t lastRecipient() const override { return recipient_; }
   clientcomm::OSErr startReceiving(Receiver receiver) override;
   void stopReceiving() override { receiver_ = nullptr; }
 
  private:
+  class Query;
+
+  void record(const clientcomm::AppleEventDescriptor& event, clientcomm::AESendMode sendMode,
+              std::int32_t timeOutInTicks);
+  clientcomm::OSErr statusOf(const std::string& selector) const;
+  clientcomm::AppleEventDescriptor replyTo(const std::string& selector) const;
+
   std::vector<RecordedCall> calls_;
+  std::set<std::string> held_;
   clientcomm::OSErr status_ = clientcomm::noErr;
   std::map<std::string, clientcomm::OSErr> statuses_;
   std::map<std::string, std::string> replies_;

@@ -37,6 +37,10 @@ class ThrowingTransport : public clientcomm::AppleEventTransport {
     if (isOutOfMemory_) throw std::bad_alloc();
     throw std::runtime_error("carrier failed");
   }
+  std::unique_ptr<clientcomm::PendingReply> query(AppleEventDescriptor, ReplyHandler) override {
+    if (isOutOfMemory_) throw std::bad_alloc();
+    throw std::runtime_error("carrier failed");
+  }
   OSErr startReceiving(Receiver) override { return clientcomm::noErr; }
   void stopReceiving() override {}
 

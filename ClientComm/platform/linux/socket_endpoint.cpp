@@ -11,14 +11,10 @@
 #include "ClientComm/platform/glib/main_context.h"
 #include "ClientComm/platform/linux/launch_record.h"
 #include "ClientComm/platform/linux/process_record_writer.h"
+#include "ClientComm/platform/linux/source_priority.h"
 
 namespace clientcomm {
 namespace {
-
-// After drawing, before idle work. GTK resizes at G_PRIORITY_HIGH_IDLE + 10 and draws at + 20, its
-// text views lay lines out at + 25, and Clutter draws at + 50; G_PRIORITY_DEFAULT_IDLE is + 100. At
-// the default priority, busy senders would leave a window no frame.
-constexpr int kCallPriority = G_PRIORITY_HIGH_IDLE + 60;
 
 // How long events are taken in one turn of the main loop before other sources have theirs: a
 // quarter of a frame at 60 Hz.

@@ -11,6 +11,7 @@
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/linux/launch_record.h"
 #include "ClientComm/platform/linux/peer_identity.h"
+#include "ClientComm/platform/linux/socket_query.h"
 #include "ClientComm/platform/posix/apple_event_codec.h"
 
 namespace clientcomm {
@@ -75,6 +76,12 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
   if (status == noErr) lastRecipient_ = static_cast<std::uint64_t>(connection.peer);
   if (status != noErr || !wantsReply) return status;
   return awaitReply(connection, deadline, delivery_->highestVersion(), reply);
+}
+
+std::unique_ptr<PendingReply> SocketTransport::query(AppleEventDescriptor event,
+                                                     ReplyHandler handler) {
+  if (endpoint_) endpoint_->verify();
+  return std::make_unique<SocketQuery>(delivery_, std::move(event), std::move(handler));
 }
 
 // The process's own main loop cannot answer while it waits here.

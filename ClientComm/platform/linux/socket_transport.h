@@ -21,6 +21,7 @@ class SocketTransport : public AppleEventTransport {
 
   OSErr send(const AppleEventDescriptor& event, AppleEventDescriptor& reply, AESendMode sendMode,
              std::int32_t timeOutInTicks) override;
+  std::unique_ptr<PendingReply> query(AppleEventDescriptor event, ReplyHandler handler) override;
   std::uint64_t lastRecipient() const override { return lastRecipient_; }
   /// @return paramErr for a process without bundle identifier, which cannot be addressed; else as
   ///         `SocketEndpoint::open`.

@@ -11,7 +11,7 @@ foreach(wanted IN ITEMS ClientComm/TQHPHelper.h ClientComm/TQHPHelperCommunicate
   endif()
 endforeach()
 foreach(header IN LISTS headers)
-  if(NOT header MATCHES "^clientcomm/ClientComm/(TQHP[A-Za-z]+|event_loop|platform/[a-z_]+)[.]h$")
+  if(NOT header MATCHES "^clientcomm/ClientComm/(TQHP[A-Za-z]+|async|event_loop|platform/[a-z_]+)[.]h$")
     message(FATAL_ERROR "${header} is installed, which is outside of <ClientComm/...>")
   endif()
 endforeach()

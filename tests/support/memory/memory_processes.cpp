@@ -36,7 +36,7 @@ void MemoryProcesses::start(const std::string& bundlePath, std::int32_t pid) {
   all_.insert_or_assign(
       pid, MemoryProcess{pid, ++lastNumber_, bundlePath, bundle.executablePath().value_or(""),
                          bundle.bundleIdentifier(), bundle.infoString(clientcomm::kCFBundleNameKey),
-                         nullptr});
+                         nullptr, false});
 }
 
 void MemoryProcesses::follow(const std::string& from, const std::string& to) {

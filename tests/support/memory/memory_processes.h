@@ -21,6 +21,7 @@ struct MemoryProcess {
   clientcomm::OptionalString name;
   /// Takes the events that are sent to it; empty while it takes none.
   clientcomm::AppleEventTransport::Receiver receiver;
+  bool isStopped = false;  ///< Takes events and does not look at them.
 };
 
 /// The processes of the system in memory, this one among them.

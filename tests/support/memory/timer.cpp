@@ -8,6 +8,9 @@
 namespace clientcomm {
 namespace {
 
+// As with GLib.
+constexpr std::chrono::milliseconds kLongestInterval{0xFFFFFFFF};
+
 support::MemoryClock& memoryClock() { return support::MemorySystem::current().clock; }
 
 }  // namespace
@@ -20,7 +23,7 @@ std::unique_ptr<Timer> Timer::scheduledTimer(std::chrono::milliseconds interval,
                                              Callback callback) {
   auto timer = std::make_unique<Timer>();
   timer->state_->number = memoryClock().schedule(
-      std::max(interval, std::chrono::milliseconds(1)),
+      std::clamp(interval, std::chrono::milliseconds(1), kLongestInterval),
       [&timer = *timer, callback = std::move(callback)] { callback(timer); });
   return timer;
 }

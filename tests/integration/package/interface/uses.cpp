@@ -14,6 +14,7 @@
 #include <ClientComm/TQHPTypes.h>
 #include <ClientComm/TQHPUpgradeByHelper.h>
 #include <ClientComm/TQHPUploadByHelper.h>
+#include <ClientComm/async.h>
 #include <ClientComm/event_loop.h>
 #include <ClientComm/platform/bundle.h>
 #include <ClientComm/platform/error.h>
@@ -26,6 +27,7 @@
 #include <ClientComm/platform/types.h>
 #include <ClientComm/platform/user_defaults.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <utility>
 
@@ -230,6 +232,35 @@ void useHelper() {
   if (page.URL() && page.width() < page.height()) page.description();
 }
 
+void useAsync() {
+  const clientcomm::TimeLimit limit = std::chrono::seconds(1);
+  const auto note = [](OSErr status, const auto& value) { std::exit(value ? status : 1); };
+  TQHPHelper& helper = TQHPHelper::share();
+  TQHPHelperCommunicate& controller = TQHPHelperCommunicate::share();
+  TQHPAppleEventSender& sender = TQHPAppleEventSender::share();
+  TQHPUploadByHelper& upload = TQHPUploadByHelper::share();
+  clientcomm::PendingQuery query;
+  query = helper.productCollectStatusAsync(note, limit);
+  query = helper.regSuiteInfoAsync(note, limit);
+  query = helper.unRegSuiteInfoAsync(note, limit);
+  query = helper.netErrorPagePathAsync(note, limit);
+  query = controller.clientIDFormHelperAsync(note, limit);
+  query = controller.productCollectStatusAsync(note, limit);
+  query = controller.regSuiteInfoAsync(note, limit);
+  query = controller.unRegSuiteInfoAsync(note, limit);
+  query = controller.netErrorPagePathAsync(note, limit);
+  query = TQHPGetDataByHelper::share().clientIDFormHelperAsync(note, limit);
+  query = upload.productCollectStatusAsync(text, text, note, limit);
+  query = upload.regSuiteInfoAsync(text, text, note, limit);
+  query = upload.unRegSuiteInfoAsync(text, text, note, limit);
+  query = upload.netErrorPagePathAsync(text, text, note, limit);
+  query = sender.sendEvnetAsync("Class", "selector:", {}, note, limit);
+  query = sender.sendEvnetAsync(text, "Class", "selector:", {}, note, limit);
+  clientcomm::PendingQuery other = std::move(query);
+  if (other.isPending()) other.cancel();
+  other.detach();
+}
+
 void useProcesses() {
   clientcomm::kinfo_proc* table = nullptr;
   std::size_t count = 0;
@@ -294,6 +325,7 @@ int main(int argc, char** /*argv*/) {
   useController();
   useControllersData();
   useHelper();
+  useAsync();
   useProcesses();
   useBundle();
   useEventLoop();
