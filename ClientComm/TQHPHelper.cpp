@@ -26,6 +26,11 @@ TQHPHelper& TQHPHelper::share() {
   return made;
 }
 
+TQHPHelper& TQHPHelper::shareAsync(clientcomm::StartUpCallback callback) {
+  TQHPHelperCommunicate::shareAsync(std::move(callback));
+  return share();
+}
+
 TQHPHelper::~TQHPHelper() = default;
 
 void TQHPHelper::init() {

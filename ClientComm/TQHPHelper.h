@@ -20,6 +20,14 @@ class CLIENTCOMM_EXPORT TQHPHelper {
  public:
   static TQHPHelper& share();
 
+  /// The same without blocking, for a host that draws a window: returns at once, and installs,
+  /// launches and starts the helper while the event loop runs. From then on, also after `share()`,
+  /// no tick and no command waits for the helper, not even for one that is stopped: a command that
+  /// the helper cannot take at once returns -1712, or -600 while it starts. Queries keep both their
+  /// forms. While the installation copies, the library has a thread.
+  /// @param callback is called once, by the event loop, when the start-up is over: with 0 when the
+  ///        helper has been started, or 1 when it could not be; the ticks try again.
+  static TQHPHelper& shareAsync(clientcomm::StartUpCallback callback = nullptr);
 
   TQHPHelper(const TQHPHelper&) = delete;
   TQHPHelper& operator=(const TQHPHelper&) = delete;

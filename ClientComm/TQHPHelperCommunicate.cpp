@@ -12,6 +12,7 @@
 #include "ClientComm/TQHPCustomerServiceByHelepr.h"
 #include "ClientComm/TQHPGetDataByHelper.h"
 #include "ClientComm/TQHPUploadByHelper.h"
+#include "ClientComm/internal/background_start.h"
 #include "ClientComm/internal/guard.h"
 #include "ClientComm/internal/helper_installation.h"
 #include "ClientComm/internal/host_classes.h"
@@ -204,12 +205,37 @@ TQHPHelperCommunicate& TQHPHelperCommunicate::share() {
   return made;
 }
 
+TQHPHelperCommunicate& TQHPHelperCommunicate::shareAsync(clientcomm::StartUpCallback callback) {
+  const bool isFirst = sharedController.existing() == nullptr;
+  TQHPHelperCommunicate& controller =
+      sharedController.get([] { return new TQHPHelperCommunicate; });
+  clientcomm::guarded([&] {
+    if (isFirst) controller.identify();
+    controller.startInBackground(std::move(callback));
+  });
+  return controller;
+}
+
+// After a start-up that blocked, this one finds nothing left to do.
+void TQHPHelperCommunicate::startInBackground(clientcomm::StartUpCallback callback) {
+  if (!background_) {
+    background_ = std::make_unique<clientcomm::BackgroundStart>(productID_, productVersion_,
+                                                                [this] { return isAliveHelper(); });
+    background_->begin();
+  }
+  background_->whenOver(std::move(callback));
+}
+
+void TQHPHelperCommunicate::identify() {
+  clientcomm::registerHostClasses();
+  isHelperAlive_ = false;
+  TQHPHelperControl::share().setHelperCtrlDelegate(this);
+  synthesizeUserDefault();
+}
+
 void TQHPHelperCommunicate::init() {
   clientcomm::guarded([this] {
-    clientcomm::registerHostClasses();
-    isHelperAlive_ = false;
-    TQHPHelperControl::share().setHelperCtrlDelegate(this);
-    synthesizeUserDefault();
+    identify();
     const WaitBudget waits(kStartUpWaits);
     extract(waits);
     launch(waits);
@@ -225,7 +251,11 @@ OSErr TQHPHelperCommunicate::startHelper() {
     startedProcess_ = clientcomm::AELastRecipient();
   }
   firstStartPID();
-  clientIDFormHelper();
+  if (background_) {
+    clientIDQuery_ = clientIDFormHelperAsync(nullptr);
+  } else {
+    clientIDFormHelper();
+  }
   saveTipsEnable();
   saveEnableAD();
   return status;
@@ -257,6 +287,10 @@ OSErr TQHPHelperCommunicate::hideHelper() {
 
 OSErr TQHPHelperCommunicate::autoRestartHelper() {
   if (!getDefaultHelperServerOpen()) return clientcomm::kHelperServerClosed;
+  if (background_) {
+    return clientcomm::guarded(clientcomm::kHelperNotLaunched,
+                               [this] { return background_->restart(); });
+  }
   if (isInstallationPending_) extract(WaitBudget::none());
   if (isAliveHelper() == clientcomm::noErr) return clientcomm::noErr;
   return launchHelepr() ? clientcomm::noErr : clientcomm::kHelperNotLaunched;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,12 +14,8 @@
 
 namespace clientcomm {
 
+class BackgroundStart;
 class WaitBudget;
-
-/// Status of an operation that sent nothing because the helper's server is marked closed.
-inline constexpr OSErr kHelperServerClosed = 10;
-/// Status of an operation whose helper was not running and could not be launched.
-inline constexpr OSErr kHelperNotLaunched = 1;
 
 }  // namespace clientcomm
 
@@ -41,6 +38,9 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   /// The controller. Its creation records the product in the user defaults, and installs, launches
   /// and starts the helper.
   static TQHPHelperCommunicate& share();
+
+  /// The controller; see `TQHPHelper::shareAsync`.
+  static TQHPHelperCommunicate& shareAsync(clientcomm::StartUpCallback callback = nullptr);
 
   /// The class by which the process's registry knows it.
   static const clientcomm::Class& staticClass();
@@ -193,6 +193,8 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
  private:
   TQHPHelperCommunicate() = default;
   CLIENTCOMM_LOCAL void init();
+  CLIENTCOMM_LOCAL void identify();
+  CLIENTCOMM_LOCAL void startInBackground(clientcomm::StartUpCallback callback);
   CLIENTCOMM_LOCAL void extract(const clientcomm::WaitBudget& waits);
   CLIENTCOMM_LOCAL bool launch(const clientcomm::WaitBudget& waits);
 
@@ -206,4 +208,8 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   clientcomm::OptionalString clientID_;
   /// What the installation left for the next restart step.
   bool isInstallationPending_ = false;
+  /// Null where the restart step may block.
+  std::unique_ptr<clientcomm::BackgroundStart> background_;
+  /// That of the start command, where it does not block.
+  clientcomm::PendingQuery clientIDQuery_;
 };

@@ -11,3 +11,12 @@ inline constexpr const char kHelperDefaultInstallPath[] = "Helper loaction path"
 /// is marked closed and nothing was sent; 1 the helper was not running and could not be launched;
 /// any other value is the send's own error (see ClientComm/platform/types.h).
 using clientcomm::OSErr;
+
+namespace clientcomm {
+
+/// Status of an operation that sent nothing because the helper's server is marked closed.
+inline constexpr OSErr kHelperServerClosed = 10;
+/// Status of an operation whose helper was not running and could not be launched.
+inline constexpr OSErr kHelperNotLaunched = 1;
+
+}  // namespace clientcomm

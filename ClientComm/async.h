@@ -8,7 +8,7 @@
 #include "ClientComm/platform/export.h"
 #include "ClientComm/platform/types.h"
 
-/// The library without blocking. Each method that waits
+/// The library without blocking. `TQHPHelper::shareAsync` is the start-up. Each method that waits
 /// for the helper's answer has a form whose name ends in `Async`. It returns at once, and a
 /// call-back brings the answer:
 ///
@@ -32,6 +32,10 @@ using TimeLimit = std::optional<std::chrono::milliseconds>;
 /// @param value nothing unless `status` is 0.
 template <typename Value>
 using QueryCallback = std::function<void(OSErr status, const std::optional<Value>& value)>;
+
+/// Takes the outcome of a start-up that does not block; see `TQHPHelper::shareAsync`. An exception
+/// ends here.
+using StartUpCallback = std::function<void(OSErr status)>;
 
 class Query;
 

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 
@@ -32,7 +33,7 @@ std::string partialPrefix(std::string_view name) {
 }
 
 std::string nextPartialName(std::string_view name) {
-  static unsigned counter = 0;
+  static std::atomic<unsigned> counter = 0;  // an installation may copy on a thread of its own
   return partialPrefix(name) + std::to_string(getpid()) + "-" + std::to_string(++counter);
 }
 

@@ -234,9 +234,10 @@ void useHelper() {
 
 void useAsync() {
   const clientcomm::TimeLimit limit = std::chrono::seconds(1);
+  const clientcomm::StartUpCallback started = [](OSErr status) { std::exit(status); };
   const auto note = [](OSErr status, const auto& value) { std::exit(value ? status : 1); };
-  TQHPHelper& helper = TQHPHelper::share();
-  TQHPHelperCommunicate& controller = TQHPHelperCommunicate::share();
+  TQHPHelper& helper = TQHPHelper::shareAsync(started);
+  TQHPHelperCommunicate& controller = TQHPHelperCommunicate::shareAsync(started);
   TQHPAppleEventSender& sender = TQHPAppleEventSender::share();
   TQHPUploadByHelper& upload = TQHPUploadByHelper::share();
   clientcomm::PendingQuery query;
