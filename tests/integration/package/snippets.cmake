@@ -8,7 +8,7 @@ set(wanted_README host.cpp helper.cpp CMakeLists.txt quick-start.sh)
 set(wanted_building CMakeLists.txt by-hand.sh host.plist helper.plist)
 set(wanted_troubleshooting look.sh report.cpp)
 set(wanted_writing-a-helper main.cpp CMakeLists.txt call_back.cpp)
-set(wanted_writing-a-host upgrade_delegate.cpp epoll_host.cpp)
+set(wanted_writing-a-host upgrade_delegate.cpp epoll_host.cpp without_blocking.cpp)
 
 set(pages "${WORK}/pages")
 file(REMOVE_RECURSE "${WORK}")
