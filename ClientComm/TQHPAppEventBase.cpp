@@ -28,10 +28,14 @@ OptionalString TQHPAppEventBase::performSelector(std::string_view selector,
   if (objects.size() > method->argumentCount) {
     throw clientcomm::InvalidArgumentException("more arguments than the selector takes");
   }
-  if (objects.size() == method->argumentCount) return method->invoke(*this, objects);
+  const auto invoke = [&](std::span<const OptionalString> arguments) {
+    return state_ == nullptr ? method->invoke(*this, arguments)
+                             : state_->invoke(*this, *method, arguments);
+  };
+  if (objects.size() == method->argumentCount) return invoke(objects);
   std::vector<OptionalString> arguments(objects.begin(), objects.end());
   arguments.resize(method->argumentCount);
-  return method->invoke(*this, arguments);
+  return invoke(arguments);
 }
 
 void TQHPAppEventBase::setBundleID(const OptionalString& bundleID) {

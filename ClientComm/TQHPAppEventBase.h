@@ -11,8 +11,9 @@
 #include "ClientComm/platform/runtime.h"
 
 namespace clientcomm {
+class CallableClass;
 struct ObjectState;
-}
+}  // namespace clientcomm
 
 /// Base of every object that another application can call by class name: invokes a method by its
 /// selector, and remembers who has called.
@@ -45,6 +46,7 @@ class CLIENTCOMM_EXPORT TQHPAppEventBase : public clientcomm::Object {
   static const BundleIDSet& bundleIDSet();
 
  private:
+  friend class clientcomm::CallableClass;
   friend class TQHPHelperControl;
   friend class TQHPUpgradeByHelper;
 

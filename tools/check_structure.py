@@ -13,6 +13,8 @@ Prints a line for each violation; the exit status is 1 when there is one. Checke
   linux/ include GLib;
 - a source has the name of its header, which is in the same folder, or neutral in
   ClientComm/platform;
+- the C interface includes the headers of C99 beside, and nothing but ClientComm/clientcomm.h, which
+  includes its parts, knows it;
 - docs/architecture.md has a line for each file, and names no file that does not exist;
 - docs/porting.md has a row for each neutral header.
 """
@@ -26,6 +28,8 @@ LAYERS = {
     "ClientComm/platform/": [],
     "ClientComm/": ["ClientComm/internal/", "ClientComm/platform/"],
     "ClientComm/internal/": ["ClientComm/", "ClientComm/platform/"],
+    "ClientComm/c/": ["ClientComm/", "ClientComm/internal/", "ClientComm/platform/"],
+    "ClientComm/clientcomm.h": ["ClientComm/c/"],
     "ClientComm/platform/portable/": ["ClientComm/platform/"],
     "ClientComm/platform/glib/": ["ClientComm/platform/"],
     "ClientComm/platform/posix/": ["ClientComm/platform/", "ClientComm/platform/portable/"],
@@ -40,8 +44,9 @@ NEUTRAL = "ClientComm/platform/"
 # Lists all classes of the host, each of which asks for the list: a loop by its nature. Its includes do
 # not count between units.
 REGISTRY = "ClientComm/internal/host_classes.cpp"
-SYSTEM_FREE = ("ClientComm/", "ClientComm/internal/", NEUTRAL)
+SYSTEM_FREE = ("ClientComm/", "ClientComm/internal/", "ClientComm/c/", "ClientComm/clientcomm.h", NEUTRAL)
 LIBRARIES = {
+    "ClientComm/c/": {"stdbool.h", "stddef.h", "stdint.h", "string.h"},
     "ClientComm/platform/portable/": {"expat.h"},
     "ClientComm/platform/glib/": {"glib.h"},
     "ClientComm/platform/linux/": {"glib.h"},

@@ -58,6 +58,23 @@ class CheckStructureTest(unittest.TestCase):
             "ClientComm/TQHPThing.h": '#pragma once\n#include "ClientComm/platform/posix/io.h"\n',
         })
 
+    def test_a_class_that_includes_the_c_interface(self):
+        self.expect_one("above its layer", {
+            "ClientComm/TQHPThing.h": '#pragma once\n#include "ClientComm/c/thing.h"\n',
+            "ClientComm/c/thing.h": "#pragma once\n#include <stdint.h>\n",
+        })
+
+    def test_the_c_header_includes_its_parts(self):
+        self.assertEqual(self.violations({
+            "ClientComm/clientcomm.h": '#pragma once\n#include "ClientComm/c/thing.h"\n',
+            "ClientComm/c/thing.h": "#pragma once\n#include <stdint.h>\n",
+        }), [])
+
+    def test_a_system_header_in_the_c_interface(self):
+        self.expect_one("only the standard library", {
+            "ClientComm/c/thing.h": "#pragma once\n#include <unistd.h>\n",
+        })
+
     def test_a_system_header_in_a_neutral_header(self):
         self.expect_one("only the standard library", {
             "ClientComm/platform/clock.h": "#pragma once\n#include <unistd.h>\n",

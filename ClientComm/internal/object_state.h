@@ -1,5 +1,9 @@
 #pragma once
 
+#include <span>
+
+#include "ClientComm/platform/runtime.h"
+
 namespace clientcomm {
 
 /// Root of what the library's own kinds of `TQHPAppEventBase` keep.
@@ -8,6 +12,12 @@ struct ObjectState {
   virtual ~ObjectState() = default;
   ObjectState(const ObjectState&) = delete;
   ObjectState& operator=(const ObjectState&) = delete;
+
+  /// Carries out a call of `method`, with as many arguments as it takes. Lets exceptions through.
+  virtual OptionalString invoke(Object& receiver, const Method& method,
+                                std::span<const OptionalString> arguments) {
+    return method.invoke(receiver, arguments);
+  }
 };
 
 /// What an object keeps of which it is known that it keeps a `State`.

@@ -33,8 +33,10 @@ foreach(header IN LISTS headers ITEMS path.h timer.h platform/path.h platform/ti
   endforeach()
 endforeach()
 
-write_source("${WORK}/installed.cpp" "${PREFIX}/include/clientcomm" ClientComm/*.h ClientComm/platform/*.h)
-write_source("${WORK}/neutral.cpp" "${SOURCE}" ClientComm/platform/*.h ClientComm/*.h ClientComm/internal/*.h)
+write_source("${WORK}/installed.cpp" "${PREFIX}/include/clientcomm"
+             ClientComm/*.h ClientComm/c/*.h ClientComm/platform/*.h)
+write_source("${WORK}/neutral.cpp" "${SOURCE}" ClientComm/platform/*.h ClientComm/*.h ClientComm/c/*.h
+             ClientComm/internal/*.h)
 
 separate_arguments(flags UNIX_COMMAND "${FLAGS}")
 string(REPLACE "|" ";" compilers "${COMPILERS}")

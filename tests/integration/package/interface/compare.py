@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Compares what the library exports with what its installed headers declare, and with what uses.cpp uses.
+"""Compares what the library exports with what its installed headers declare, and with what uses.cpp and
+uses.c use.
 
 A public function of a class needs no use there: it is exported by the name that it is declared by.
 
-compare.py COMPILER NM INCLUDE_DIR LIBRARY USES_OBJECT WORK_DIR
+compare.py COMPILER NM INCLUDE_DIR LIBRARY WORK_DIR USES_OBJECT...
 
 COMPILER is g++, perhaps with options: what it writes of a header for Ada names the symbol of every
 declared function.
@@ -14,7 +15,7 @@ import shlex
 import subprocess
 import sys
 
-compiler, nm, include_dir, library, uses, work = sys.argv[1:]
+compiler, nm, include_dir, library, work, *uses = sys.argv[1:]
 headers = pathlib.Path(include_dir, "ClientComm")
 work = pathlib.Path(work)
 
@@ -94,7 +95,7 @@ def main():
     readable = demangled(exported | set(declared))
     classes = set(re.findall(r"^(?:class|struct) (?:CLIENTCOMM_EXPORT )?(\w+)[^;]*?\{",
                              "\n".join(file.read_text() for file in headers.rglob("*.h")), re.M))
-    used = set(symbols(uses, "--undefined-only"))
+    used = {name for path in uses for name in symbols(path, "--undefined-only")}
     # A constructor and a destructor have a second symbol, for classes derived from theirs.
     names_declared = {readable[name] for name in declared}
     names_used = set(demangled(used).values())
@@ -110,7 +111,7 @@ def main():
             problems.append(f"exported, not declared: {readable[name]}")
         is_known_by_name = name in declared and is_public_member(*declared[name])
         if readable[name] not in names_used and not is_known_by_name:
-            problems.append(f"exported, not used by uses.cpp: {readable[name]}")
+            problems.append(f"exported, not used by uses.cpp or uses.c: {readable[name]}")
     for name, place in sorted(declared.items()):
         if name not in exported and not needs_no_export(*place):
             problems.append(f"declared, not exported: {readable[name]} ({place[0].name}:{place[1]})")
