@@ -1,12 +1,13 @@
 # Options that every target of this project is compiled with, and that no user of the library inherits.
 add_library(clientcomm_options INTERFACE)
 target_compile_options(clientcomm_options INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
-  -Woverloaded-virtual -Wold-style-cast -Wcast-align -Wformat=2
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
+  "$<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor;-Woverloaded-virtual;-Wold-style-cast>"
+  -Wcast-align -Wformat=2
   $<$<BOOL:${CLIENTCOMM_WERROR}>:-Werror>)
 # Before version 13, g++ takes the optimised form of "text" + std::string() for an overlapping copy.
 target_compile_options(clientcomm_options INTERFACE
-  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>)
+  $<$<AND:$<COMPILE_LANG_AND_ID:CXX,GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>)
 
 # Large files, large inode numbers and dates after 2038 in a 32-bit build too. Installed headers use no
 # type whose size this changes. A 64-bit build has nothing to gain.

@@ -17,9 +17,9 @@ build_packages=(
   procps                             # what the page on troubleshooting looks with
 )
 
-# The toolkits of examples/event_loops, which are built where these are installed.
+# What some examples take (event_loops, python), which are built where these are installed.
 # shellcheck disable=SC2034
-toolkit_packages=(libsdl2-dev qt6-base-dev)
+toolkit_packages=(libsdl2-dev qt6-base-dev python3-dev)
 
 # What the benchmarks take in addition: their own library, and what they are compared with.
 # shellcheck disable=SC2034

@@ -3,7 +3,7 @@
 #   ```cpp file=host.cpp
 #
 # Fences of one name on a page are the parts of one file, in this order. Code without a name would
-# never be built, so that C++ and CMake must have one; other fences may do without.
+# never be built, so that C++, C, Python and CMake must have one; other fences may do without.
 cmake_policy(VERSION 3.25)
 
 # Writes the snippets of <page> below <folder>; sets `snippets` to their names.
@@ -60,7 +60,7 @@ function(_file_of_fence page info)
   set(file "")
   if(info MATCHES " file=([A-Za-z0-9_.-]+)$")
     set(file "${CMAKE_MATCH_1}")
-  elseif(info MATCHES "^ *(cpp|c\\+\\+|cc|cxx|C\\+\\+|c|cmake|CMake)( |$)")
+  elseif(info MATCHES "^ *(cpp|c\\+\\+|cc|cxx|C\\+\\+|c|python|cmake|CMake)( |$)")
     message(FATAL_ERROR "${page}: a fence \"${info}\" is never built; name its file: "
                         "\"${CMAKE_MATCH_1} file=<name>\"")
   elseif(info MATCHES "=")

@@ -6,6 +6,7 @@ include("${CMAKE_CURRENT_LIST_DIR}/markdown.cmake")
 # What a page must show at least, by the name of its folder.
 set(wanted_README host.cpp helper.cpp CMakeLists.txt quick-start.sh)
 set(wanted_building CMakeLists.txt by-hand.sh host.plist helper.plist)
+set(wanted_c-interface host.c helper.c loop.py)
 set(wanted_troubleshooting look.sh report.cpp)
 set(wanted_writing-a-helper main.cpp CMakeLists.txt call_back.cpp)
 set(wanted_writing-a-host upgrade_delegate.cpp epoll_host.cpp without_blocking.cpp)
@@ -34,5 +35,11 @@ file(REMOVE_RECURSE "${pages}/README")
 file(WRITE "${pages}/building/notes.txt" "Notes.")
 file(WRITE "${pages}/building/resources/en.lproj/InfoPlist.strings" "\"CFBundleName\" = \"Host\";\n")
 
-configure("${CMAKE_CURRENT_LIST_DIR}/snippets" "${WORK}/build" "-DPAGES=${pages}")
+file(GLOB programs "${pages}/*/*.py")
+foreach(program IN LISTS programs)
+  run("${PYTHON}" -m py_compile "${program}")
+endforeach()
+
+configure("${CMAKE_CURRENT_LIST_DIR}/snippets" "${WORK}/build" "-DPAGES=${pages}"
+          "-DCMAKE_C_COMPILER=${C_COMPILER}" "-DCMAKE_C_FLAGS=${C_FLAGS}")
 run("${CMAKE_COMMAND}" --build "${WORK}/build")

@@ -1,0 +1,1 @@
+"""A helper: the program of the bundle PythonHelper.app."""

@@ -1,0 +1,1 @@
+"""A host: the program of the bundle PythonHost.app."""
