@@ -19,7 +19,7 @@ build_packages=(
 
 # What some examples take (event_loops, python), which are built where these are installed.
 # shellcheck disable=SC2034
-toolkit_packages=(libsdl2-dev qt6-base-dev python3-dev)
+toolkit_packages=(libsdl2-dev qt6-base-dev python3-dev python3-setuptools python3-wheel)
 
 # What the benchmarks take in addition: their own library, and what they are compared with.
 # shellcheck disable=SC2034
