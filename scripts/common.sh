@@ -10,7 +10,9 @@ build_packages=(
   g++ cmake ninja-build pkg-config
   libglib2.0-dev libexpat1-dev       # the library
   libsqlite3-dev nlohmann-json3-dev  # the sample applications
+  libcurl4-openssl-dev               # uploads of the sample helper
   libgtest-dev
+  openssl                            # certificates for the tests of uploads
   e2fsprogs btrfs-progs              # the file systems that tests make
   python3                            # the peer that shares no code with the library
   locales                            # one with a decimal comma
@@ -91,6 +93,18 @@ install_missing() {
   as_root env DEBIAN_FRONTEND=noninteractive \
     apt-get install -y -qq --no-install-recommends "${missing[@]}"
   say "Installed: ${missing[*]}"
+}
+
+# The web server of the tests: only its files, in build/server. Its package would start a service.
+unpack_web_server() {
+  local folder=$project_root/build/server
+  [[ -x $folder/usr/sbin/nginx ]] && return
+  say "Unpacking nginx into build/server"
+  rm -rf "$folder"
+  mkdir -p "$folder"
+  if ! (cd "$folder" && apt-get download -qq nginx && dpkg --extract nginx_*.deb . && rm nginx_*.deb); then
+    say "nginx could not be fetched: the tests against a web server are skipped"
+  fi
 }
 
 # Configures the preset and builds it; further arguments are for the build.

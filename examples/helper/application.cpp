@@ -42,8 +42,9 @@ Application& Application::shared() {
 Application::Application()
     : dataFolder_(ownDataFolder()),
       journal_(dataFolder_),
-      outbox_(journal_, dataFolder_ + "/Outbox"),
-      usage_(journal_, dataFolder_ + "/Usage", outbox_.folder()),
+      outbox_(journal_, dataFolder_ + "/Outbox", [this] { sendOutbox(); }),
+      usage_(journal_, dataFolder_ + "/Usage", outbox_.folder(), [this] { sendOutbox(); }),
+      network_(makeNetwork({dataFolder_, outbox_.folder()})),
       loop_(g_main_loop_new(nullptr, FALSE)) {}
 
 int Application::run() {
@@ -54,11 +55,13 @@ int Application::run() {
   } catch (const std::exception& error) {
     g_warning("usage data has to wait: %s", error.what());
   }
+  sendOutbox();
   registerWireClasses();
   // From here on calls can arrive; every class that they may name is known by now.
   TQHPAppleEventProcesser::share();
   g_main_loop_run(loop_);
   outbox_.suspend();
+  if (network_) network_->suspend();
   announceExit();
   finishPendingCalls();
   TQHPAppleEventProcesser::share().unRegist();
@@ -77,6 +80,10 @@ void Application::watchSignals() {
     return G_SOURCE_REMOVE;
   };
   g_unix_fd_add(signals_.get(), G_IO_IN, end, this);
+}
+
+void Application::sendOutbox() {
+  if (network_) network_->sendOutbox();
 }
 
 void Application::requestExit() { g_main_loop_quit(loop_); }
@@ -132,6 +139,7 @@ json Application::stored() {
   try {
     json stored = journal_.contents();
     stored["usage"] = usage_.collected();
+    if (network_) stored["uploads"] = network_->uploads();
     return stored;
   } catch (const std::exception& error) {
     return {{"unreadable", error.what()}};

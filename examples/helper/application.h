@@ -2,11 +2,13 @@
 
 #include <glib.h>
 
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "examples/helper/call_backs.h"
 #include "examples/helper/journal.h"
+#include "examples/helper/network.h"
 #include "examples/helper/outbox.h"
 #include "examples/helper/preferences.h"
 #include "examples/helper/scoped_fd.h"
@@ -57,6 +59,7 @@ class Application {
   void watchSignals();
   void announceExit();
   void finishPendingCalls();
+  void sendOutbox();
   nlohmann::json stored();
 
   std::string dataFolder_;
@@ -65,6 +68,7 @@ class Application {
   Journal journal_;
   Outbox outbox_;
   UsageArchive usage_;
+  std::unique_ptr<Network> network_;
   ScopedFd signals_;
   GMainLoop* loop_;
   std::int64_t refusedRecords_ = 0;

@@ -29,6 +29,18 @@ void writeAll(int descriptor, std::string_view bytes, const std::string& path) {
   }
 }
 
+std::string partialNameFor(const std::string& path) {
+  const std::filesystem::path target(path);
+  return target.parent_path().string() + "/" + kPartialPrefix + target.filename().string() + "-" +
+         std::to_string(getpid());
+}
+
+ScopedFd createFile(const std::string& path) {
+  ScopedFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  if (!file.isValid()) fail("cannot create", path);
+  return file;
+}
+
 }  // namespace
 
 void makeFolder(const std::string& path) {
@@ -39,16 +51,19 @@ void makeFolder(const std::string& path) {
 }
 
 void writeFileDurably(const std::string& path, std::string_view bytes) {
-  const std::filesystem::path target(path);
-  const std::string partial = target.parent_path().string() + "/" + kPartialPrefix +
-                              target.filename().string() + "-" + std::to_string(getpid());
+  const std::string partial = partialNameFor(path);
   {
-    const ScopedFd file(open(partial.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    if (!file.isValid()) fail("cannot create", partial);
+    const ScopedFd file = createFile(partial);
     writeAll(file.get(), bytes, partial);
     flush(file.get(), partial);
   }
   renameDurably(partial, path);
+}
+
+void replaceFile(const std::string& path, std::string_view bytes) {
+  const std::string partial = partialNameFor(path);
+  writeAll(createFile(partial).get(), bytes, partial);
+  if (std::rename(partial.c_str(), path.c_str()) != 0) fail("cannot rename to", path);
 }
 
 void renameDurably(const std::string& from, const std::string& to) {

@@ -23,6 +23,10 @@ void makeFolder(const std::string& path);
 /// file is whole then.
 void writeFileDurably(const std::string& path, std::string_view bytes);
 
+/// Like `writeFileDurably`, but does not wait for the disk: for what can be written anew.
+/// @throws FileError; an earlier file is whole then.
+void replaceFile(const std::string& path, std::string_view bytes);
+
 /// Gives the finished file or folder `from` the name `to` in the same folder. @throws FileError.
 void renameDurably(const std::string& from, const std::string& to);
 

@@ -16,8 +16,8 @@ constexpr guint kRetryInSeconds = 30;
 
 }  // namespace
 
-Outbox::Outbox(Journal& journal, std::string folder)
-    : journal_(journal), folder_(std::move(folder)) {}
+Outbox::Outbox(Journal& journal, std::string folder, std::function<void()> entryMade)
+    : journal_(journal), folder_(std::move(folder)), entryMade_(std::move(entryMade)) {}
 
 Outbox::~Outbox() { suspend(); }
 
@@ -99,6 +99,7 @@ bool Outbox::workOnNext() {
   if (current_->work()) return true;
   journal_.closeDelivery(current_->delivery().id);
   current_.reset();
+  if (entryMade_) entryMade_();
   return true;
 }
 

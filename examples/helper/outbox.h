@@ -3,6 +3,7 @@
 #include <glib.h>
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -18,7 +19,8 @@ class DeliveryInProgress;
 /// piece from the main loop, so that a large one keeps no host waiting.
 class Outbox {
  public:
-  Outbox(Journal& journal, std::string folder);
+  /// @param entryMade called after each new entry.
+  Outbox(Journal& journal, std::string folder, std::function<void()> entryMade = {});
   ~Outbox();
   Outbox(const Outbox&) = delete;
   Outbox& operator=(const Outbox&) = delete;
@@ -46,6 +48,7 @@ class Outbox {
 
   Journal& journal_;
   std::string folder_;
+  std::function<void()> entryMade_;
   std::deque<Delivery> queue_;
   std::unique_ptr<DeliveryInProgress> current_;
   guint source_ = 0;

@@ -28,8 +28,12 @@ clientcomm::OptionalString folderNamedBy(const std::string& bundleID) {
 
 }  // namespace
 
-UsageArchive::UsageArchive(Journal& journal, std::string ownFolder, std::string outbox)
-    : journal_(journal), ownFolder_(std::move(ownFolder)), outbox_(std::move(outbox)) {}
+UsageArchive::UsageArchive(Journal& journal, std::string ownFolder, std::string outbox,
+                           std::function<void()> entryMade)
+    : journal_(journal),
+      ownFolder_(std::move(ownFolder)),
+      outbox_(std::move(outbox)),
+      entryMade_(std::move(entryMade)) {}
 
 void UsageArchive::add(const std::string& bundleID, const UsageRecord& record) {
   storeFor(bundleID).add(record);
@@ -81,6 +85,7 @@ void UsageArchive::writeOpenBatches(UsageStore& store) {
   store.sendOpenBatches([this](const UsageBatch& batch, const nlohmann::json& content) {
     makeFolder(outbox_);
     writeFileDurably(outbox_ + "/" + batch.name + ".json", jsonText(content));
+    if (entryMade_) entryMade_();
   });
 }
 

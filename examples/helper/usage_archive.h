@@ -17,7 +17,9 @@ class UsageArchive {
  public:
   /// @param ownFolder where the records of a host without a folder go.
   /// @param outbox the folder that takes what leaves.
-  UsageArchive(Journal& journal, std::string ownFolder, std::string outbox);
+  /// @param entryMade called after each new entry of the outbox.
+  UsageArchive(Journal& journal, std::string ownFolder, std::string outbox,
+               std::function<void()> entryMade = {});
 
   /// Takes one record of the host `bundleID`; it is safe when the call returns.
   /// @throws FileError, DatabaseError: then it was not taken.
@@ -42,6 +44,7 @@ class UsageArchive {
   Journal& journal_;
   std::string ownFolder_;
   std::string outbox_;
+  std::function<void()> entryMade_;
   std::map<std::string, std::unique_ptr<UsageStore>> stores_;
 };
 

@@ -31,7 +31,7 @@ void SampleHelperFixture::rewriteInfo(const std::string& bundle, const char* key
   ASSERT_TRUE(clientcomm::writeDictionaryToFile(*info, path));
 }
 
-void SampleHelperFixture::startHelper() {
+std::string SampleHelperFixture::prepareHelper() {
   const fs::path built = fs::path(support::inPeerBuild(SAMPLE_HELPER_BUNDLE)) / "Contents";
   const fs::path own = fs::path(support::sandbox()) / "SampleHelper.app/Contents";
   if (!fs::exists(own)) {
@@ -44,8 +44,12 @@ void SampleHelperFixture::startHelper() {
     }
     rewriteInfo(own.parent_path(), "CFBundleIdentifier", identifier());
   }
+  return own.parent_path();
+}
+
+void SampleHelperFixture::startHelper() {
   helper_ = std::make_unique<support::ChildProcess>(
-      support::ChildProcess::spawn({own / "Linux/SampleHelper"}));
+      support::ChildProcess::spawn({prepareHelper() + "/Contents/Linux/SampleHelper"}));
   ASSERT_TRUE(support::waitUntil([] { return !state().is_null(); }));
 }
 

@@ -18,6 +18,8 @@ class SampleHelperFixture : public testing::Test {
 
   void SetUp() override;
 
+  /// Makes the helper's bundle, where `rewriteInfo` can change it. @return its path.
+  static std::string prepareHelper();
   /// Starts the helper and waits until it answers.
   void startHelper();
   /// Ends the helper with SIGKILL.
