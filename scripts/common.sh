@@ -10,7 +10,7 @@ build_packages=(
   g++ cmake ninja-build pkg-config
   libglib2.0-dev libexpat1-dev       # the library
   libsqlite3-dev nlohmann-json3-dev  # the sample applications
-  libcurl4-openssl-dev               # uploads of the sample helper
+  libcurl4-openssl-dev libsodium-dev # the server of the sample helper
   libgtest-dev
   openssl                            # certificates for the tests of uploads
   e2fsprogs btrfs-progs              # the file systems that tests make

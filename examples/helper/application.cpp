@@ -8,6 +8,7 @@
 
 #include "ClientComm/TQHPAppleEventProcesser.h"
 #include "ClientComm/platform/bundle.h"
+#include "examples/helper/upgrade_service.h"
 #include "examples/helper/wire_classes.h"
 
 namespace sample {
@@ -44,7 +45,7 @@ Application::Application()
       journal_(dataFolder_),
       outbox_(journal_, dataFolder_ + "/Outbox", [this] { sendOutbox(); }),
       usage_(journal_, dataFolder_ + "/Usage", outbox_.folder(), [this] { sendOutbox(); }),
-      network_(makeNetwork({dataFolder_, outbox_.folder()})),
+      network_(openNetwork()),
       loop_(g_main_loop_new(nullptr, FALSE)) {}
 
 int Application::run() {
@@ -55,7 +56,7 @@ int Application::run() {
   } catch (const std::exception& error) {
     g_warning("usage data has to wait: %s", error.what());
   }
-  sendOutbox();
+  resumeNetwork();
   registerWireClasses();
   // From here on calls can arrive; every class that they may name is known by now.
   TQHPAppleEventProcesser::share();
@@ -80,6 +81,37 @@ void Application::watchSignals() {
     return G_SOURCE_REMOVE;
   };
   g_unix_fd_add(signals_.get(), G_IO_IN, end, this);
+}
+
+std::unique_ptr<Network> Application::openNetwork() {
+  const auto noteOutcome = [this](std::int64_t id, const std::string& outcome) {
+    try {
+      journal_.setOutcome(id, outcome);
+      return true;
+    } catch (const std::exception& error) {
+      noteFailure(std::string("upgrade: ") + error.what());
+      return false;
+    }
+  };
+  return makeNetwork({dataFolder_, outbox_.folder(), dataFolder_ + "/Upgrades"},
+                     {&UpgradeService::onChecked, noteOutcome});
+}
+
+// What an earlier run was asked for and did not finish. What it was installing is not begun again.
+void Application::resumeNetwork() {
+  if (!network_) return;
+  network_->sendOutbox();
+  try {
+    for (const auto& [id, offer] : journal_.offersWith(kOfferChecking)) {
+      network_->checkFeed(id, offer);
+    }
+    for (const auto& [id, offer] : journal_.offersWith(kOfferInstalling)) {
+      journal_.setOutcome(id, "interrupted");
+    }
+    for (const auto& [id, offer] : journal_.offersWith(kOfferAgreed)) network_->install(id, offer);
+  } catch (const std::exception& error) {
+    noteFailure(std::string("upgrades have to wait: ") + error.what());
+  }
 }
 
 void Application::sendOutbox() {

@@ -41,6 +41,8 @@ class Application {
   Journal& journal() { return journal_; }
   Outbox& outbox() { return outbox_; }
   UsageArchive& usage() { return usage_; }
+  /// Null where there is no server.
+  Network* network() { return network_.get(); }
 
   /// Where the helper keeps what is its own.
   const std::string& dataFolder() const noexcept { return dataFolder_; }
@@ -59,6 +61,8 @@ class Application {
   void watchSignals();
   void announceExit();
   void finishPendingCalls();
+  std::unique_ptr<Network> openNetwork();
+  void resumeNetwork();
   void sendOutbox();
   nlohmann::json stored();
 

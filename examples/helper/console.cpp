@@ -1,5 +1,6 @@
 #include "examples/helper/console.h"
 
+#include "ClientComm/platform/text.h"
 #include "examples/helper/application.h"
 #include "examples/helper/json_text.h"
 #include "examples/helper/upgrade_service.h"
@@ -37,6 +38,7 @@ void Console::offerUpgrade(const OptionalString& bundleID, const OptionalString&
   offer.toVersion = text(version);
   offer.code = text(code);
   offer.description = text(description);
+  offer.outcome = clientcomm::intValue(offer.code) != 0 ? "error" : kOfferOpen;
   UpgradeService::offer(offer);
 }
 

@@ -19,17 +19,6 @@ namespace {
 // Small enough that a host's query waits a few milliseconds at most.
 constexpr std::size_t kPieceInBytes = 1 << 20;
 
-void writePiece(int descriptor, const unsigned char* bytes, std::size_t count,
-                const std::string& path) {
-  while (count > 0) {
-    const ssize_t written = write(descriptor, bytes, count);
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) throw FileError("cannot write " + path + ": " + std::strerror(errno));
-    bytes += written;
-    count -= static_cast<std::size_t>(written);
-  }
-}
-
 }  // namespace
 
 DeliveryInProgress::DeliveryInProgress(Delivery delivery, std::string outbox)
@@ -85,7 +74,8 @@ bool DeliveryInProgress::copyPiece() {
     error_ = std::strerror(errno);
   }
   if (count <= 0) return false;
-  writePiece(content_.get(), buffer_.data(), static_cast<std::size_t>(count), partialFolder_);
+  const auto* const bytes = reinterpret_cast<const char*>(buffer_.data());
+  writeAll(content_.get(), {bytes, static_cast<std::size_t>(count)}, partialFolder_);
   g_checksum_update(checksum_.get(), buffer_.data(), count);
   size_ += count;
   remaining_ -= count;

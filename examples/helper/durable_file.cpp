@@ -20,15 +20,6 @@ namespace {
   throw FileError(action + " " + path + ": " + std::strerror(errno));
 }
 
-void writeAll(int descriptor, std::string_view bytes, const std::string& path) {
-  while (!bytes.empty()) {
-    const ssize_t count = write(descriptor, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) fail("cannot write", path);
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-}
-
 std::string partialNameFor(const std::string& path) {
   const std::filesystem::path target(path);
   return target.parent_path().string() + "/" + kPartialPrefix + target.filename().string() + "-" +
@@ -72,6 +63,15 @@ void renameDurably(const std::string& from, const std::string& to) {
   const ScopedFd parent(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!parent.isValid()) fail("cannot open", folder);
   flush(parent.get(), folder);
+}
+
+void writeAll(int descriptor, std::string_view bytes, const std::string& path) {
+  while (!bytes.empty()) {
+    const ssize_t count = write(descriptor, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) fail("cannot write", path);
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
 }
 
 void flush(int descriptor, const std::string& path) {

@@ -30,6 +30,9 @@ void replaceFile(const std::string& path, std::string_view bytes);
 /// Gives the finished file or folder `from` the name `to` in the same folder. @throws FileError.
 void renameDurably(const std::string& from, const std::string& to);
 
+/// Writes all `bytes` to the file open as `descriptor`. @throws FileError.
+void writeAll(int descriptor, std::string_view bytes, const std::string& path);
+
 /// Writes what the file or folder open as `descriptor` holds to the disk. @throws FileError.
 void flush(int descriptor, const std::string& path);
 

@@ -160,6 +160,34 @@ void Journal::setOutcome(std::int64_t offer, const std::string& outcome) {
   transaction.commit();
 }
 
+void Journal::noteCheck(std::int64_t id, const UpgradeOffer& offer) {
+  Transaction transaction(database());
+  Statement(*database_,
+            "UPDATE offers SET to_version = ?1, outcome = ?2, code = ?3, description = ?4,"
+            " changed = ?5 WHERE id = ?6")
+      .bind(1, offer.toVersion)
+      .bind(2, offer.outcome)
+      .bind(3, offer.code)
+      .bind(4, offer.description)
+      .bind(5, timeStamp())
+      .bind(6, id)
+      .run();
+  transaction.commit();
+}
+
+std::map<std::int64_t, UpgradeOffer> Journal::offersWith(const std::string& outcome) {
+  std::map<std::int64_t, UpgradeOffer> offers;
+  Statement query(database(),
+                  "SELECT id, bundle, product, from_version, to_version, outcome, code, description"
+                  " FROM offers WHERE outcome = ?1");
+  query.bind(1, outcome);
+  while (query.step()) {
+    offers[query.number(0)] = {query.text(1), query.text(2), query.text(3), query.text(4),
+                               query.text(5), query.text(6), query.text(7)};
+  }
+  return offers;
+}
+
 std::optional<std::int64_t> Journal::openOffer(const std::string& bundleID,
                                                const std::string& ready) {
   Statement query(database(),

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -39,6 +40,12 @@ struct UpgradeOffer {
 
 /// The outcome of an offer that the host has not answered yet.
 inline constexpr const char kOfferOpen[] = "offered";
+/// Of one that is still to be looked up in the feed.
+inline constexpr const char kOfferChecking[] = "checking";
+/// Of one that the host has agreed to and whose package is about to be run.
+inline constexpr const char kOfferAgreed[] = "agreed";
+/// Of one whose package runs.
+inline constexpr const char kOfferInstalling[] = "installing";
 
 /// What the helper has promised and what it has done, in a database of its own. What a call has
 /// noted is safe when it returns. Every method throws DatabaseError when it could not be done.
@@ -58,6 +65,10 @@ class Journal {
   /// @return the number of the offer.
   std::int64_t noteOffer(const UpgradeOffer& offer);
   void setOutcome(std::int64_t offer, const std::string& outcome);
+  /// Notes what the feed says: new version, outcome, code and description.
+  void noteCheck(std::int64_t id, const UpgradeOffer& offer);
+  /// The offers with this outcome, by their numbers.
+  std::map<std::int64_t, UpgradeOffer> offersWith(const std::string& outcome);
   /// The open offer that the answer `ready` of the host `bundleID` is meant for: "ignore" refuses
   /// the latest, any other answers the earliest.
   std::optional<std::int64_t> openOffer(const std::string& bundleID, const std::string& ready);

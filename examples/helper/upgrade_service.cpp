@@ -1,6 +1,8 @@
 #include "examples/helper/upgrade_service.h"
 
+#include <functional>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/platform/file_manager.h"
@@ -16,6 +18,8 @@ namespace {
 
 // Of the helper's own making: a feed that cannot be read.
 constexpr int kFeedUnreadable = 100;
+
+constexpr const char kUpToDate[] = "up to date";
 
 std::string outcomeFor(const std::string& ready) {
   if (ready == "1") return "ready";
@@ -39,6 +43,26 @@ void readFeed(const std::string& path, UpgradeOffer& offer) {
   }
 }
 
+std::string outcomeOf(const UpgradeOffer& offer) {
+  if (clientcomm::intValue(offer.code) != 0) return "error";
+  const bool isNewer =
+      TQHPHelperCommunicate::compareVersion(offer.toVersion, offer.fromVersion) == 1;
+  return isNewer ? kOfferOpen : kUpToDate;
+}
+
+void callHost(const UpgradeOffer& offer, std::function<void(clientcomm::OSErr)> sent) {
+  Application::shared().callBacks().add(
+      {offer.bundleID,
+       "TQHPUpgradeByHelper",
+       "productUpgradeCallBack::::",
+       {offer.productID, offer.toVersion, offer.code, offer.description},
+       std::move(sent)});
+}
+
+std::string notReached(clientcomm::OSErr status) {
+  return "host not reached: " + std::to_string(status);
+}
+
 }  // namespace
 
 const clientcomm::Class& UpgradeService::wireClass() {
@@ -51,44 +75,49 @@ const clientcomm::Class& UpgradeService::wireClass() {
 }
 
 void UpgradeService::upgrade(const OptionalString& productID, const OptionalString& version) {
-  UpgradeOffer found;
-  found.bundleID = caller();
-  found.productID = text(productID);
-  found.fromVersion = text(version);
-  found.code = "0";
-  const std::string feed =
-      Application::shared().dataFolder() + "/Feed/" + fileNameFor(found.productID) + ".json";
-  if (clientcomm::fileExistsAtPath(feed)) readFeed(feed, found);
-  const bool isNewer =
-      TQHPHelperCommunicate::compareVersion(found.toVersion, found.fromVersion) == 1;
-  if (found.code == "0" && !isNewer) {
-    found.outcome = "up to date";
-    take("upgrade", [&] { Application::shared().journal().noteOffer(found); });
+  UpgradeOffer asked;
+  asked.bundleID = caller();
+  asked.productID = text(productID);
+  asked.fromVersion = text(version);
+  asked.code = "0";
+  Network* const network = Application::shared().network();
+  if (network != nullptr && network->hasFeed()) {
+    take("upgrade", [&] {
+      asked.outcome = kOfferChecking;
+      network->checkFeed(Application::shared().journal().noteOffer(asked), asked);
+    });
     return;
   }
-  take("upgrade", [&] { offer(found); });
+  const std::string feed =
+      Application::shared().dataFolder() + "/Feed/" + fileNameFor(asked.productID) + ".json";
+  if (clientcomm::fileExistsAtPath(feed)) readFeed(feed, asked);
+  asked.outcome = outcomeOf(asked);
+  take("upgrade", [&] { offer(asked); });
 }
 
 void UpgradeService::offer(const UpgradeOffer& offer) {
-  Journal& journal = Application::shared().journal();
-  UpgradeOffer noted = offer;
-  const bool isError = clientcomm::intValue(offer.code) != 0;
-  noted.outcome = isError ? "error" : kOfferOpen;
-  const std::int64_t id = journal.noteOffer(noted);
-  const auto sent = [&journal, id](clientcomm::OSErr status) {
+  const std::int64_t id = Application::shared().journal().noteOffer(offer);
+  if (offer.outcome == kUpToDate) return;
+  callHost(offer, [id](clientcomm::OSErr status) {
     if (status == clientcomm::noErr) return;
-    try {
-      journal.setOutcome(id, "host not reached: " + std::to_string(status));
-    } catch (const std::exception& error) {
-      g_warning("%s", error.what());
-    }
+    take("upgrade", [&] { Application::shared().journal().setOutcome(id, notReached(status)); });
+  });
+}
+
+// Noted after the call: a helper that ends between the two looks it up again, and calls again.
+void UpgradeService::onChecked(std::int64_t id, const UpgradeOffer& checked) {
+  UpgradeOffer offer = checked;
+  offer.outcome = outcomeOf(offer);
+  const auto note = [id, offer](clientcomm::OSErr status) {
+    UpgradeOffer noted = offer;
+    if (status != clientcomm::noErr) noted.outcome = notReached(status);
+    take("upgrade", [&] { Application::shared().journal().noteCheck(id, noted); });
   };
-  Application::shared().callBacks().add(
-      {offer.bundleID,
-       "TQHPUpgradeByHelper",
-       "productUpgradeCallBack::::",
-       {offer.productID, offer.toVersion, offer.code, offer.description},
-       sent});
+  if (offer.outcome == kUpToDate) {
+    note(clientcomm::noErr);
+  } else {
+    callHost(offer, note);
+  }
 }
 
 // A host that refuses a second question sends "ignore" without saying for which product.
@@ -96,9 +125,13 @@ void UpgradeService::ready(const OptionalString& /*productID*/, const OptionalSt
                            const OptionalString& ready) {
   take("answer to an upgrade", [&] {
     Journal& journal = Application::shared().journal();
-    if (const auto offer = journal.openOffer(caller(), text(ready))) {
-      journal.setOutcome(*offer, outcomeFor(text(ready)));
-    }
+    const auto id = journal.openOffer(caller(), text(ready));
+    if (!id) return;
+    const UpgradeOffer offer = journal.offersWith(kOfferOpen).at(*id);
+    Network* const network = Application::shared().network();
+    const bool installs = text(ready) == "1" && network != nullptr && network->canInstall(offer);
+    journal.setOutcome(*id, installs ? kOfferAgreed : outcomeFor(text(ready)));
+    if (installs) network->install(*id, offer);
   });
 }
 

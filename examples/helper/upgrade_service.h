@@ -7,8 +7,9 @@ namespace sample {
 
 /// Upgrades of the hosts' products. On the wire: "TQHPUpgradeByHelper".
 ///
-/// What there is to upgrade to stands in the feed: one file Feed/<product>.json in the helper's
-/// data folder, with either "version", or "error" as an object of "code" and "description".
+/// What there is to upgrade to stands in the signed feed of the helper's server. A helper without a
+/// feed takes one file Feed/<product>.json in its data folder, with either "version", or "error" as
+/// an object of "code" and "description".
 class UpgradeService : public WireObject {
  public:
   static const clientcomm::Class& wireClass();
@@ -22,8 +23,10 @@ class UpgradeService : public WireObject {
   void ready(const clientcomm::OptionalString& productID, const clientcomm::OptionalString& version,
              const clientcomm::OptionalString& ready);
 
-  /// Notes the offer and calls the host; from an error's code on it is told, not asked.
+  /// Notes the offer and calls the host, unless the outcome is "up to date".
   static void offer(const UpgradeOffer& offer);
+  /// Does so with an offer that was noted before it was looked up.
+  static void onChecked(std::int64_t id, const UpgradeOffer& checked);
 };
 
 }  // namespace sample

@@ -2,6 +2,9 @@
 
 namespace sample {
 
-std::unique_ptr<Network> makeNetwork(const NetworkFolders& /*folders*/) { return nullptr; }
+std::unique_ptr<Network> makeNetwork(const NetworkFolders& /*folders*/,
+                                     const NetworkEvents& /*events*/) {
+  return nullptr;
+}
 
 }  // namespace sample

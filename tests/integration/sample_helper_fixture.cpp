@@ -1,5 +1,6 @@
 #include "tests/integration/sample_helper_fixture.h"
 
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 
@@ -11,6 +12,13 @@
 using clientcomm::OptionalString;
 
 namespace fs = std::filesystem;
+
+namespace {
+
+// On a loaded machine the loader alone takes seconds.
+constexpr std::chrono::seconds kStartLimit{60};
+
+}  // namespace
 
 void SampleHelperFixture::SetUp() {
   auto info = support::defaultHostInfo();
@@ -50,7 +58,7 @@ std::string SampleHelperFixture::prepareHelper() {
 void SampleHelperFixture::startHelper() {
   helper_ = std::make_unique<support::ChildProcess>(
       support::ChildProcess::spawn({prepareHelper() + "/Contents/Linux/SampleHelper"}));
-  ASSERT_TRUE(support::waitUntil([] { return !state().is_null(); }));
+  ASSERT_TRUE(support::waitUntil([] { return !state().is_null(); }, kStartLimit));
 }
 
 void SampleHelperFixture::killHelper() {

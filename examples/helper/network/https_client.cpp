@@ -15,6 +15,7 @@ constexpr int kPriority = G_PRIORITY_DEFAULT_IDLE;
 
 constexpr long kCrawlInBytesPerSecond = 64;
 constexpr long kRedirectLimit = 5;
+constexpr long kOk = 200;
 constexpr long kTooManyRequests = 429;
 constexpr long kRequestTimeout = 408;
 
@@ -247,7 +248,7 @@ bool HttpsClient::take(std::string_view bytes) {
   }
   long status = 0;
   curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
-  if (request_.sink && status == 200) return request_.sink(bytes);
+  if (request_.sink && status == kOk) return request_.sink(bytes);
   body_.append(bytes);
   return true;
 }

@@ -90,6 +90,9 @@ NetworkSettings readNetworkSettings() {
   if (const auto size = number("UploadPartBytes", 1, 1 << 30)) {
     settings.uploads.partSize = std::llround(*size);
   }
+  settings.feed.url = secureAddress("FeedURL");
+  settings.feed.publicKey =
+      clientcomm::Bundle::mainBundle().infoString("FeedPublicKey").value_or("");
   return settings;
 }
 

@@ -31,10 +31,18 @@ struct UploadSettings {
   std::int64_t partSize = 4 << 20;
 };
 
+struct FeedSettings {
+  /// Of the feed; its signature is at the same address with ".sig". Empty for no feed.
+  std::string url;
+  /// Ed25519, 32 bytes in base64. From the Info dictionary only.
+  std::string publicKey;
+};
+
 struct NetworkSettings {
   TransportSettings transport;
   RetrySettings retry;
   UploadSettings uploads;
+  FeedSettings feed;
 };
 
 /// Reads the settings: each from the helper's preferences, else from its Info dictionary, else the

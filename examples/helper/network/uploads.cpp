@@ -64,8 +64,8 @@ void Uploads::workIn(milliseconds delay) {
     if (self->work()) self->workIn(milliseconds(0));
     return G_SOURCE_REMOVE;
   };
-  worker_ =
-      g_timeout_add_full(G_PRIORITY_LOW, static_cast<guint>(delay.count()), workNow, this, nullptr);
+  worker_ = g_timeout_add_full(G_PRIORITY_DEFAULT_IDLE, static_cast<guint>(delay.count()), workNow,
+                               this, nullptr);
 }
 
 // Deals with the next batch. @return whether to go on at once.

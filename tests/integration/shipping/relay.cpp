@@ -86,6 +86,7 @@ std::string Relay::tunnelRequest() {
 
 void Relay::run() {
   while (!isEnding_) {
+    if (isCutting_.exchange(false)) links_.clear();
     std::vector<pollfd> entries = {{listener_, POLLIN, 0}};
     for (const Link& link : links_) {
       entries.push_back({isStalled_ ? -1 : link.client, POLLIN, 0});

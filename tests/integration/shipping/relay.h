@@ -24,6 +24,8 @@ class Relay {
   void setServer(const std::string& server);
   /// Resets all connections, once, after this many further bytes from the client.
   void cutAfter(std::int64_t bytes) { bytesToCut_ = bytes; }
+  /// Resets all connections, once.
+  void cutNow() { isCutting_ = true; }
   /// Carries nothing while it is set.
   void setStalled(bool isStalled) { isStalled_ = isStalled; }
   /// Keeps back each piece of what the server says for so long.
@@ -58,6 +60,7 @@ class Relay {
   std::atomic<bool> isStalled_ = false;
   std::atomic<std::chrono::milliseconds> answerDelay_{};
   std::atomic<bool> isRefusing_ = false;
+  std::atomic<bool> isCutting_ = false;
   std::atomic<bool> isProxy_ = false;
   std::atomic<std::int64_t> bytesToCut_ = -1;
   std::atomic<std::int64_t> bytesFromClient_ = 0;

@@ -1,15 +1,25 @@
 #include "tests/integration/shipping/shipping_fixture.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <random>
+#include <thread>
 
 #include "ClientComm/TQHPUploadByHelper.h"
 #include "tests/support/test_sandbox.h"
 
 namespace fs = std::filesystem;
 using support::sandbox;
+
+namespace {
+
+// A helper that has something to do is not asked all the time.
+constexpr std::chrono::milliseconds kLookEvery{10};
+constexpr std::chrono::seconds kLimit{80};
+
+}  // namespace
 
 void Shipping::SetUp() {
   SampleHelperFixture::SetUp();
@@ -53,8 +63,19 @@ Shipping::Json Shipping::onlyUpload() {
   return now["uploads"][0];
 }
 
+bool Shipping::waitForHelper(const std::function<bool(const Json&)>& condition) {
+  return support::waitUntil(
+      [&] {
+        const Json now = state();
+        if (!now.is_null() && condition(now)) return true;
+        std::this_thread::sleep_for(kLookEvery);
+        return false;
+      },
+      kLimit);
+}
+
 bool Shipping::waitForUploads(std::size_t count) {
-  return waitForState([count](const Json& now) {
+  return waitForHelper([count](const Json& now) {
     const Json& all = now["uploads"];
     const auto done = std::count_if(all.begin(), all.end(),
                                     [](const Json& each) { return each["state"] == "done"; });
@@ -63,7 +84,7 @@ bool Shipping::waitForUploads(std::size_t count) {
 }
 
 bool Shipping::waitForError(const std::string& text) {
-  return waitForState([&](const Json& now) {
+  return waitForHelper([&](const Json& now) {
     const Json& all = now["uploads"];
     return std::any_of(all.begin(), all.end(), [&](const Json& each) {
       return each["latestError"].get<std::string>().find(text) != std::string::npos;

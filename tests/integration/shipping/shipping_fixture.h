@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -31,6 +32,8 @@ class Shipping : public SampleHelperFixture {
 
   /// What the helper says of its only upload; null while there is none.
   static Json onlyUpload();
+  /// Waits longer than `waitForState`: there are more processes in it.
+  static bool waitForHelper(const std::function<bool(const Json&)>& condition);
   /// Waits until `count` uploads are done.
   static bool waitForUploads(std::size_t count);
   /// Waits until the helper has noted a failure with this in its text.

@@ -91,7 +91,7 @@ TEST_F(UploadFaults, AServerThatStandsStillIsGivenUpAndHostsAreServedMeanwhile) 
   startHelper();
   relay().setStalled(true);
   upload("bytes");
-  ASSERT_TRUE(support::waitUntil([this] { return relay().connections() == 1; }));
+  ASSERT_TRUE(support::waitUntil([this] { return relay().connections() >= 1; }));
   EXPECT_TRUE(TQHPGetDataByHelper::share().clientIDFormHelper());
   EXPECT_NE(onlyUpload()["state"], "done");
   ASSERT_TRUE(support::waitUntil([this] { return relay().connections() >= 2; }));
@@ -104,9 +104,23 @@ TEST_F(UploadFaults, AServerThatIsUnavailableIsTriedAgain) {
   startHelper();
   upload("bytes");
   EXPECT_TRUE(waitForError("503"));
-  ASSERT_TRUE(waitForState([](const Json& now) { return now["uploads"][0]["failures"] >= 3; }));
+  ASSERT_TRUE(waitForHelper([](const Json& now) { return now["uploads"][0]["failures"] >= 3; }));
   EXPECT_EQ(outboxEntries(), 1U);
   server().setUnavailable(false);
+  expectArrived({"bytes"});
+}
+
+TEST_F(UploadFaults, AServerIsLeftAloneForAsLongAsItAsks) {
+  server().start(
+      WebServer::Certificate::kGood,
+      {"add_header Retry-After 2 always; if ($request_method = PUT) { return 503; }", ""});
+  startHelper();
+  upload("bytes");
+  EXPECT_TRUE(waitForError("503"));
+  const auto begin = std::chrono::steady_clock::now();
+  ASSERT_TRUE(waitForHelper([](const Json& now) { return now["uploads"][0]["failures"] == 2; }));
+  EXPECT_GT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+  server().start();
   expectArrived({"bytes"});
 }
 
@@ -131,7 +145,7 @@ TEST_F(UploadFaults, ACertificateOfAnotherHostGetsNothing) {
 }
 
 TEST_F(UploadFaults, ARedirectionIsNotFollowed) {
-  server().start(WebServer::Certificate::kGood, "return 307 http://127.0.0.1:9/;");
+  server().start(WebServer::Certificate::kGood, {"return 307 http://127.0.0.1:9/;", ""});
   startHelper();
   upload("bytes");
   EXPECT_TRUE(waitForError("307"));
@@ -140,12 +154,15 @@ TEST_F(UploadFaults, ARedirectionIsNotFollowed) {
 }
 
 TEST_F(UploadFaults, ABatchThatTheServerRefusesDoesNotHoldUpTheOthers) {
-  server().start(WebServer::Certificate::kGood, "client_max_body_size 20k;");
+  server().start(WebServer::Certificate::kGood, {"client_max_body_size 20k;", ""});
   startHelper();
   const std::string large = noise(50'000);
   upload(large);
   EXPECT_TRUE(waitForError("413"));
-  upload("small");
+  // It comes after the large one, which is tried first.
+  support::writeFile(sandbox() + "/small", "small");
+  ASSERT_EQ(
+      TQHPUploadByHelper::share().uploadUserFile("P100", "1", "", sandbox() + "/small", "", ""), 0);
   EXPECT_TRUE(waitForUploads(1));
   EXPECT_EQ(outboxEntries(), 1U);
   server().start();
@@ -166,7 +183,7 @@ TEST_F(UploadFaults, ABatchIsTriedAgainHoweverShortTheDelay) {
 }
 
 TEST_F(UploadFaults, AServerThatAcceptsEverythingAndKeepsNothingIsNotBelieved) {
-  server().start(WebServer::Certificate::kGood, "return 200 yes;");
+  server().start(WebServer::Certificate::kGood, {"return 200 yes;", ""});
   startHelper();
   upload("bytes");
   EXPECT_TRUE(waitForError("does not have"));

@@ -66,7 +66,7 @@ TEST_F(Uploads, WhatWaitedInTheOutboxIsSentOnceThereIsAServer) {
   set("UploadURL", "");
   startHelper();
   upload("first");
-  ASSERT_TRUE(waitForState([](const Json& now) { return now["deliveries"][0]["done"] == true; }));
+  ASSERT_TRUE(waitForHelper([](const Json& now) { return now["deliveries"][0]["done"] == true; }));
   EXPECT_EQ(outboxEntries(), 1U);
   endHelper();
   set("UploadURL", url("/uploads"));
@@ -98,7 +98,8 @@ TEST_F(Uploads, AnAddressWithoutEncryptionIsNotUsed) {
   set("UploadURL", "http://127.0.0.1:" + std::to_string(relay().port()) + "/uploads");
   startHelper();
   upload("secret");
-  ASSERT_TRUE(waitForState([](const Json& now) { return now["deliveries"][0]["done"] == true; }));
+  ASSERT_TRUE(waitForHelper([](const Json& now) { return now["deliveries"][0]["done"] == true; }));
+  EXPECT_FALSE(state().contains("uploads"));  // there is no server for this helper
   EXPECT_EQ(relay().connections(), 0);
   EXPECT_EQ(outboxEntries(), 1U);
 }
@@ -139,7 +140,7 @@ TEST_F(Uploads, AnEntryThatAppearsAgainIsNotSentAgain) {
   set("UploadURL", "");
   startHelper();
   upload("only once");
-  ASSERT_TRUE(waitForState([](const Json& now) { return now["deliveries"][0]["done"] == true; }));
+  ASSERT_TRUE(waitForHelper([](const Json& now) { return now["deliveries"][0]["done"] == true; }));
   endHelper();
   fs::copy(outbox(), sandbox() + "/kept", fs::copy_options::recursive);
   set("UploadURL", url("/uploads"));

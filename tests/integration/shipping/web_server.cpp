@@ -106,7 +106,7 @@ void WebServer::makeCertificate(Certificate certificate) const {
            "basicConstraints=critical,CA:FALSE", "-days", "30"});
 }
 
-std::string WebServer::configuration(Certificate certificate, const std::string& extra) const {
+std::string WebServer::configuration(Certificate certificate, const Directives& extra) const {
   std::string text = R"(
 daemon off;
 master_process off;
@@ -133,11 +133,17 @@ http {
       create_full_put_path on;
       EXTRA
     }
+    location /feed/ {
+      EXTRA_FEED
+    }
   }
 }
 )";
-  for (const auto& [from, to] : std::map<std::string, std::string>{
-           {"FOLDER", folder_}, {"NAME", nameOf(certificate)}, {"EXTRA", extra}}) {
+  for (const auto& [from, to] :
+       std::vector<std::pair<std::string, std::string>>{{"FOLDER", folder_},
+                                                        {"NAME", nameOf(certificate)},
+                                                        {"EXTRA_FEED", extra.feed},
+                                                        {"EXTRA", extra.uploads}}) {
     for (auto at = text.find(from); at != std::string::npos; at = text.find(from)) {
       text.replace(at, from.size(), to);
     }
@@ -145,7 +151,7 @@ http {
   return text;
 }
 
-void WebServer::start(Certificate certificate, const std::string& extra) {
+void WebServer::start(Certificate certificate, const Directives& extra) {
   stop();
   makeCertificate(certificate);
   support::writeFile(folder_ + "/nginx.conf", configuration(certificate, extra));

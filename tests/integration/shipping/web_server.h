@@ -17,9 +17,15 @@ class WebServer {
 
   WebServer();
 
+  /// Further directives of nginx.
+  struct Directives {
+    std::string uploads;  ///< For /uploads/.
+    std::string feed;     ///< For /feed/.
+  };
+
   /// Starts the server, or starts it anew.
-  /// @param extra further directives of nginx for /uploads/.
-  void start(Certificate certificate = Certificate::kGood, const std::string& extra = "");
+  void start(Certificate certificate = Certificate::kGood) { start(certificate, {}); }
+  void start(Certificate certificate, const Directives& extra);
   void stop();
 
   /// Path of the server's socket.
@@ -46,7 +52,7 @@ class WebServer {
   void makeKey(const std::string& name) const;
   void makeAuthority(const std::string& name) const;
   void makeCertificate(Certificate certificate) const;
-  std::string configuration(Certificate certificate, const std::string& extra) const;
+  std::string configuration(Certificate certificate, const Directives& extra) const;
 
   std::string folder_;
   std::unique_ptr<support::ChildProcess> process_;
