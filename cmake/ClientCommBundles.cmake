@@ -119,6 +119,52 @@ function(clientcomm_embed_helper host helper)
   _clientcomm_add_bundle_files(${host} ${host}_bundle_helper "${embedded}/Contents/Info.plist")
 endfunction()
 
+# clientcomm_add_session_files(<helper> INSTALL_LOCATION <folder> [OUTPUT_DIRECTORY <dir>])
+#
+# Writes two files that start the application <helper> at log-in: <identifier>.service, a user unit of
+# systemd, and <identifier>.desktop, for the autostart folder of a desktop. Install one of them.
+# INSTALL_LOCATION is the one of clientcomm_embed_helper. The files go into <dir>, the current binary
+# folder unless given.
+function(clientcomm_add_session_files helper)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "INSTALL_LOCATION;OUTPUT_DIRECTORY" "")
+  if(DEFINED arg_UNPARSED_ARGUMENTS)
+    message(FATAL_ERROR "clientcomm_add_session_files: unknown arguments: ${arg_UNPARSED_ARGUMENTS}")
+  endif()
+  if(NOT TARGET ${helper})
+    message(FATAL_ERROR "clientcomm_add_session_files: there is no target ${helper}")
+  endif()
+  get_target_property(CLIENTCOMM_HELPER_NAME ${helper} CLIENTCOMM_BUNDLE_NAME)
+  get_target_property(CLIENTCOMM_HELPER_IDENTIFIER ${helper} CLIENTCOMM_BUNDLE_IDENTIFIER)
+  get_target_property(executable ${helper} OUTPUT_NAME)
+  if(NOT CLIENTCOMM_HELPER_NAME)
+    message(FATAL_ERROR
+      "clientcomm_add_session_files: ${helper} was not made by clientcomm_add_application")
+  endif()
+  set(program "${arg_INSTALL_LOCATION}/${CLIENTCOMM_HELPER_NAME}.app/Contents/Linux/${executable}")
+  # Characters that mean something to systemd, to desktop files or to the shell.
+  if(NOT "${arg_INSTALL_LOCATION}" MATCHES "^(/|~/|~$)" OR program MATCHES [=[["'`$%\\]]=])
+    message(FATAL_ERROR "clientcomm_add_session_files(${helper}): INSTALL_LOCATION is missing, is no "
+                        "absolute path and does not begin with ~, or the path ${program} has one of "
+                        [[the characters " ' ` $ % \]])
+  endif()
+  string(REGEX REPLACE "^~" "%h" CLIENTCOMM_HELPER_SYSTEMD_PROGRAM "${program}")
+  set(CLIENTCOMM_HELPER_DESKTOP_COMMAND [["@program@" --unless-running]])
+  if(program MATCHES "^~")
+    # The shell finds the home folder. Quotes and dollar sign are escaped once as a part of a quoted
+    # argument, and their backslashes once more as a part of the file.
+    string(SUBSTRING "${program}" 1 -1 program)
+    set(CLIENTCOMM_HELPER_DESKTOP_COMMAND
+        [[/bin/sh -c "exec \\"\\$HOME@program@\\" --unless-running"]])
+  endif()
+  string(CONFIGURE "${CLIENTCOMM_HELPER_DESKTOP_COMMAND}" CLIENTCOMM_HELPER_DESKTOP_COMMAND @ONLY)
+  set(directory "${arg_OUTPUT_DIRECTORY}")
+  cmake_path(ABSOLUTE_PATH directory BASE_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}" NORMALIZE)
+  foreach(kind IN ITEMS service desktop)
+    configure_file("${ClientComm_SESSION_DIR}/helper.${kind}.in"
+      "${directory}/${CLIENTCOMM_HELPER_IDENTIFIER}.${kind}" @ONLY)
+  endforeach()
+endfunction()
+
 # Sets <variable> to the identifier of <helper>. Calls are addressed by identifier: without one the
 # helper cannot be reached, and with that of its host the host would call itself.
 function(_clientcomm_helper_identifier variable host helper)

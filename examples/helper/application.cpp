@@ -40,6 +40,14 @@ Application& Application::shared() {
   return *application;
 }
 
+bool Application::isRunningAlready() {
+  const auto identifier = clientcomm::Bundle::mainBundle().bundleIdentifier();
+  return identifier &&
+         CallBacks::send(
+             {*identifier, "TQHPHelperControl", "isAlive:prodeuctVersion:", {"", ""}, {}}) ==
+             clientcomm::noErr;
+}
+
 Application::Application()
     : dataFolder_(ownDataFolder()),
       journal_(dataFolder_),

@@ -22,6 +22,9 @@ class Application {
   /// Made on first use, never destroyed.
   static Application& shared();
 
+  /// Whether another process of the helper takes calls.
+  static bool isRunningAlready();
+
   Application(const Application&) = delete;
   Application& operator=(const Application&) = delete;
 

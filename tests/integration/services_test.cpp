@@ -104,6 +104,16 @@ TEST_F(HelperLife, WhatWasHandedOverBeforeTheExitCommandIsStillCarriedOut) {
   EXPECT_EQ(state()["usage"].begin().value()["counters"][0]["count"], 200);
 }
 
+TEST_F(HelperLife, ACopyThatTheSessionStartsLeavesARunningOneAlone) {
+  const std::string program = prepareHelper() + "/Contents/Linux/SampleHelper";
+  auto copy = support::ChildProcess::spawn({program, "--unless-running"});
+  EXPECT_EQ(copy.wait(), 0);
+  EXPECT_EQ(state()["pid"], helperPid());
+  killHelper();
+  auto first = support::ChildProcess::spawn({program, "--unless-running"});
+  EXPECT_TRUE(waitForState([&](const Json& now) { return now["pid"] == first.pid(); }));
+}
+
 TEST_F(HelperLife, TheServerCheckReachesTheHostWithFlagCodeAndDescription) {
   TQHPHelperControl::share().start("P100", kVersion);
   ASSERT_EQ(call("SampleHelperConsole", "closeServer:description:", {"7", "maintenance"}), 0);
