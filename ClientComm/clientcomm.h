@@ -13,6 +13,7 @@
 /// - A `clientcomm_text` that a function gives out belongs to the handle that it was taken from.
 /// - Where a function fails, what it should give out is NULL, nil, -1 or unchanged.
 
+#include "ClientComm/c/async.h"
 #include "ClientComm/c/host.h"
 #include "ClientComm/c/loop.h"
 #include "ClientComm/c/processes.h"

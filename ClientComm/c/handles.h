@@ -7,7 +7,7 @@ namespace clientcomm {
 /// What a handle of the C interface stands for. Made by `new`, except for calls.
 class Handled {
  public:
-  enum class Kind : unsigned char { kString, kUpgradeDelegate, kClass, kCall };
+  enum class Kind : unsigned char { kString, kUpgradeDelegate, kClass, kCall, kQuery };
 
   explicit Handled(Kind kind) noexcept : kind_(kind) {}
   virtual ~Handled() = default;

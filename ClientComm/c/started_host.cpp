@@ -1,5 +1,7 @@
 #include "ClientComm/c/started_host.h"
 
+#include <utility>
+
 #include "ClientComm/TQHPHelper.h"
 #include "ClientComm/c/callable_class.h"
 #include "ClientComm/platform/shared_object.h"
@@ -9,12 +11,21 @@ namespace {
 
 SharedObject<bool> start;
 
+void markStarted() {
+  start.get();
+  bindCallableClasses();
+}
+
 }  // namespace
 
 void startHost() {
   TQHPHelper::share();
-  start.get();
-  bindCallableClasses();
+  markStarted();
+}
+
+void startHostAsync(StartUpCallback callback) {
+  TQHPHelper::shareAsync(std::move(callback));
+  markStarted();
 }
 
 TQHPHelperCommunicate& startedHost() {

@@ -25,6 +25,13 @@ from clientcomm.host import (
     upload_log,
 )
 from clientcomm.loop import open_event_loop, run_event_loop
+from clientcomm.queries import (
+    ask_client_id_async,
+    collect_status_async,
+    network_error_page_async,
+    register_suite_async,
+    start_async,
+)
 
 __all__ = [
     "Call",
@@ -34,21 +41,26 @@ __all__ = [
     "UpgradeDelegate",
     "ask",
     "ask_client_id",
+    "ask_client_id_async",
     "close_to_calls",
+    "collect_status_async",
     "collect_string",
     "count_use",
     "hide_helper",
     "is_helper_alive",
     "network_error_page",
+    "network_error_page_async",
     "open_event_loop",
     "open_to_calls",
     "ready_to_upgrade",
     "register_class",
     "register_suite",
+    "register_suite_async",
     "run_event_loop",
     "send",
     "show_helper",
     "start",
+    "start_async",
     "stop_helper",
     "upgrade_product",
     "upload_log",

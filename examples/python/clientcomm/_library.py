@@ -45,6 +45,13 @@ class ErrorRecord(ctypes.Structure):
 
 MethodFunction = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_void_p)
 WillUpgrade = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.POINTER(ErrorRecord))
+Destroy = ctypes.CFUNCTYPE(None, ctypes.c_void_p)
+Started = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_int)
+TextAnswer = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_int, Text)
+FlagAnswer = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_int, ctypes.c_bool)
+SuiteAnswer = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_int, Text, ctypes.c_int32, ctypes.c_int32)
+
+NO_LIMIT = 2**63 - 1
 
 
 class Method(ctypes.Structure):
@@ -68,6 +75,7 @@ def _declare(name, result, *arguments):
 
 _POINTER = ctypes.c_void_p
 _STRING_OUT = ctypes.POINTER(ctypes.c_void_p)
+_QUERY_OUT = ctypes.POINTER(ctypes.c_void_p)
 for _name, _arguments in {
     "open_event_loop": [ctypes.POINTER(ctypes.c_int)],
     "run_event_loop": [],
@@ -93,6 +101,12 @@ for _name, _arguments in {
     "close_to_calls": [],
     "call_answer": [_POINTER, Text],
     "string_release": [_POINTER],
+    "start_async": [Started, _POINTER, Destroy],
+    "ask_client_id_async": [ctypes.c_int64, TextAnswer, _POINTER, Destroy, _QUERY_OUT],
+    "collect_status_async": [ctypes.c_int64, FlagAnswer, _POINTER, Destroy, _QUERY_OUT],
+    "register_suite_async": [ctypes.c_int64, SuiteAnswer, _POINTER, Destroy, _QUERY_OUT],
+    "network_error_page_async": [ctypes.c_int64, TextAnswer, _POINTER, Destroy, _QUERY_OUT],
+    "query_release": [_POINTER],
 }.items():
     _declare(_name, ctypes.c_int, *_arguments)
 _declare("status_text", ctypes.c_char_p, ctypes.c_int)

@@ -32,9 +32,9 @@ def report(what, service, *arguments):
         print(f"{what}: {error}", flush=True)
 
 
-def use_services():
-    print(f"client ID: {clientcomm.ask_client_id()}")
-    suite = clientcomm.register_suite()
+async def use_services():
+    print(f"client ID: {await clientcomm.ask_client_id_async()}")
+    suite = await clientcomm.register_suite_async(limit=60)
     print(f"suite page: {suite.url}")
     print(f"its size: {suite.width} by {suite.height}")
     report("count", clientcomm.count_use, "Launch", "python")
@@ -47,8 +47,8 @@ async def run(ends_after_the_upgrade):
     for number in (signal.SIGTERM, signal.SIGINT):
         loop.add_signal_handler(number, end.set)
     loop.add_reader(clientcomm.open_event_loop(), clientcomm.run_event_loop)
-    clientcomm.start()
-    use_services()
+    await clientcomm.start_async()
+    await use_services()
     delegate = Delegate(end.set if ends_after_the_upgrade else lambda: None)
     report("upgrade asked for", clientcomm.upgrade_product)
     await end.wait()

@@ -17,6 +17,23 @@ static void receive(void* context, clientcomm_call* call) {
   clientcomm_call_answer(call, answer);
 }
 
+static void know(void* context, clientcomm_status status) {
+  flag = context == NULL && status == CLIENTCOMM_OK;
+}
+
+static void take_text(void* context, clientcomm_status status, clientcomm_text answer) {
+  flag = context == NULL && status == CLIENTCOMM_OK && answer.bytes != NULL;
+}
+
+static void take_flag(void* context, clientcomm_status status, bool answer) {
+  flag = context == NULL && status == CLIENTCOMM_OK && answer;
+}
+
+static void take_suite(void* context, clientcomm_status status, clientcomm_text url, int32_t width,
+                       int32_t height) {
+  take_text(context, width < height ? CLIENTCOMM_OK : status, url);
+}
+
 static void destroy(void* context) { flag = context == NULL; }
 
 static const clientcomm_method methods[] = {{CLIENTCOMM_TEXT("receive:"), receive}};
@@ -81,6 +98,18 @@ static void use_calls(void) {
   clientcomm_ask(text, text, text, &text, 1, &string);
 }
 
+static void use_queries(void) {
+  clientcomm_query* query = NULL;
+  clientcomm_start_async(know, NULL, destroy);
+  clientcomm_ask_client_id_async(1000, take_text, NULL, destroy, &query);
+  clientcomm_collect_status_async(1000, take_flag, NULL, destroy, NULL);
+  clientcomm_register_suite_async(1000, take_suite, NULL, destroy, NULL);
+  clientcomm_unregister_suite_async(1000, take_suite, NULL, destroy, NULL);
+  clientcomm_network_error_page_async(CLIENTCOMM_NO_LIMIT, take_text, NULL, destroy, NULL);
+  clientcomm_ask_async(text, text, text, &text, 1, 0, take_text, NULL, destroy, NULL);
+  clientcomm_query_release(query);
+}
+
 static void look_at(void* context, const clientcomm_process* process) {
   if (context == NULL) clientcomm_process_info(process->pid + process->uid, process->name, &string);
 }
@@ -101,6 +130,7 @@ int main(int count, char** arguments) {
   use_services();
   use_upgrade();
   use_calls();
+  use_queries();
   use_processes();
   return clientcomm_status_text(status)[0] == '\0';
 }
