@@ -30,7 +30,7 @@ class SignalsBlocked {
   sigset_t previous_ = {};
 };
 
-void run(std::function<void()> work) noexcept {
+void run(const std::function<void()>& work) noexcept {
   try {
     work();
   } catch (...) {
@@ -43,7 +43,8 @@ void run(std::function<void()> work) noexcept {
 BackgroundTask::BackgroundTask(std::function<void()> work) : state_(std::make_shared<State>()) {
   const SignalsBlocked blocked;
   std::thread([state = state_, work = std::move(work)]() mutable {
-    run(std::move(work));
+    run(work);
+    work = nullptr;
     state->isDone = true;
   }).detach();
 }
