@@ -59,17 +59,18 @@ void deliver(clientcomm_suite_answer answer, void* context, OSErr status,
          hasPage ? value->width() : 0, hasPage ? value->height() : 0);
 }
 
-/// Asks by `ask`, and hands out the query.
-template <typename Value, typename Answer, typename Ask>
-clientcomm_status begin(Answer answer, void* context, clientcomm_destroy destroy,
-                        clientcomm_query** query, Ask ask) noexcept {
+using Kept = std::shared_ptr<Context>;
+
+/// Begins the query that `ask` sends, and hands it out. All queries share this, so that each form
+/// costs next to nothing.
+clientcomm_status beginQuery(PendingQuery (*ask)(const void* data, const Kept& kept),
+                             const void* data, void* context, clientcomm_destroy destroy,
+                             clientcomm_query** query) noexcept {
   if (query != nullptr) *query = nullptr;
-  return atBorder([&] {
-    clientcomm::required(answer);
+  return atBorder([=] {
     const auto kept = std::make_shared<Context>(context, destroy);
     auto held = std::make_unique<HeldQuery>();
-    held->pending = ask(QueryCallback<Value>(
-        [=](OSErr status, const auto& value) { deliver(answer, kept->data(), status, value); }));
+    held->pending = ask(data, kept);
     if (!held->pending.isPending()) return CLIENTCOMM_OUT_OF_RESOURCES;
     if (query == nullptr) {
       held->pending.detach();
@@ -82,14 +83,33 @@ clientcomm_status begin(Answer answer, void* context, clientcomm_destroy destroy
   });
 }
 
+/// A call-back that hands the outcome to `answer`.
+template <typename Value, typename Answer>
+QueryCallback<Value> callbackFor(Answer answer, const Kept& kept) {
+  clientcomm::required(answer);
+  return [answer, kept](OSErr status, const std::optional<Value>& value) {
+    deliver(answer, kept->data(), status, value);
+  };
+}
+
+template <typename Ask>
+clientcomm_status begin(const Ask& ask, void* context, clientcomm_destroy destroy,
+                        clientcomm_query** query) noexcept {
+  return beginQuery(
+      [](const void* data, const Kept& kept) { return (*static_cast<const Ask*>(data))(kept); },
+      &ask, context, destroy, query);
+}
+
 /// The same for a query of the controller.
 template <typename Value, typename Answer>
 clientcomm_status begin(PendingQuery (Host::*form)(QueryCallback<Value>, TimeLimit),
                         std::int64_t limit, Answer answer, void* context,
                         clientcomm_destroy destroy, clientcomm_query** query) noexcept {
-  return begin<Value>(answer, context, destroy, query, [=](QueryCallback<Value> callback) {
-    return (clientcomm::startedHost().*form)(std::move(callback), limitOf(limit));
-  });
+  return begin(
+      [=](const Kept& kept) {
+        return (clientcomm::startedHost().*form)(callbackFor<Value>(answer, kept), limitOf(limit));
+      },
+      context, destroy, query);
 }
 
 }  // namespace
@@ -97,7 +117,7 @@ clientcomm_status begin(PendingQuery (Host::*form)(QueryCallback<Value>, TimeLim
 clientcomm_status clientcomm_start_async(clientcomm_started started, void* context,
                                          clientcomm_destroy destroy) {
   return atBorder([=] {
-    const auto kept = std::make_shared<Context>(context, destroy);
+    const Kept kept = std::make_shared<Context>(context, destroy);
     clientcomm::startHostAsync([=](OSErr status) {
       if (started != nullptr) started(kept->data(), static_cast<clientcomm_status>(status));
     });
@@ -140,14 +160,15 @@ clientcomm_status clientcomm_ask_async(clientcomm_text application, clientcomm_t
                                        size_t count, int64_t limit, clientcomm_text_answer answer,
                                        void* context, clientcomm_destroy destroy,
                                        clientcomm_query** query) {
-  return begin<std::string>(
-      answer, context, destroy, query, [&](QueryCallback<std::string> callback) {
+  return begin(
+      [&](const Kept& kept) {
         const clientcomm::CallDescription call =
             clientcomm::describeCall(application, class_name, selector, arguments, count);
-        return TQHPAppleEventSender::share().sendEvnetAsync(call.application, call.className,
-                                                            call.selector, call.arguments,
-                                                            std::move(callback), limitOf(limit));
-      });
+        return TQHPAppleEventSender::share().sendEvnetAsync(
+            call.application, call.className, call.selector, call.arguments,
+            callbackFor<std::string>(answer, kept), limitOf(limit));
+      },
+      context, destroy, query);
 }
 
 clientcomm_status clientcomm_query_release(clientcomm_query* query) {
