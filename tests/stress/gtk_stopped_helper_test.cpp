@@ -3,11 +3,12 @@
 #include "tests/stress/gtk_window.h"
 #include "tests/stress/stopped_helper.h"
 #include "tests/stress/stress.h"
+#include "tests/support/virtual_display.h"
 
 namespace {
 
 TEST(LoadOfAGtkWindow, IsDrawnThroughStartUpQueryAndTicksBesideAStoppedHelper) {
-  const stress::VirtualDisplay display;
+  const support::VirtualDisplay display;
   ASSERT_TRUE(display.isRunning());
   stress::Frames frames;
   ASSERT_TRUE(stress::showAnimatedWindow([&] { frames.note(); }));

@@ -2,9 +2,6 @@
 
 #include <gtk/gtk.h>
 
-#include <csignal>
-#include <cstdlib>
-#include <string>
 #include <utility>
 
 namespace stress {
@@ -35,25 +32,6 @@ gboolean drawNextFrame(GtkWidget* area, GdkFrameClock* /*clock*/, gpointer /*dat
 }
 
 }  // namespace
-
-VirtualDisplay::VirtualDisplay()
-    : server_(support::ChildProcess::spawn({CLIENTCOMM_XVFB, "-displayfd", "1", "-screen", "0",
-                                            "800x600x24", "-nolisten", "tcp", "-noreset"})) {
-  const auto number = server_.readLine();
-  if (!number) return;
-  isRunning_ = true;
-  setenv("DISPLAY", (":" + *number).c_str(), 1);
-  setenv("GDK_BACKEND", "x11", 1);
-  setenv("GSK_RENDERER", "cairo", 1);
-  setenv("GTK_A11Y", "none", 1);
-  setenv("GSETTINGS_BACKEND", "memory", 1);
-}
-
-// Lets the server remove its socket and its lock file.
-VirtualDisplay::~VirtualDisplay() {
-  server_.signal(SIGTERM);
-  server_.wait();
-}
 
 bool showAnimatedWindow(std::function<void()> whenDrawn) {
   if (gtk_init_check() == FALSE) return false;

@@ -15,6 +15,7 @@
 #include "tests/stress/stress.h"
 #include "tests/support/child_process.h"
 #include "tests/support/test_application.h"
+#include "tests/support/virtual_display.h"
 
 // A window of GTK that is animated while others flood its application with calls, on an X server
 // without a screen. GTK draws by the processor.
@@ -99,7 +100,7 @@ Rate rateOver(seconds time) {
 }
 
 TEST(LoadOfAGtkWindow, IsDrawnWhileEightSendersFloodItsApplication) {
-  const stress::VirtualDisplay display;
+  const support::VirtualDisplay display;
   ASSERT_TRUE(display.isRunning());
   const ChildProcess target =
       support::runApplication(support::makeApplication("GtkWindow", kWindow, "gtk-window"));
