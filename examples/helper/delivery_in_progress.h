@@ -20,6 +20,10 @@ class DeliveryInProgress {
 
   const Delivery& delivery() const noexcept { return delivery_; }
 
+  /// The bytes that are copied already, and those of the whole file.
+  std::int64_t copied() const noexcept { return size_; }
+  std::int64_t size() const noexcept { return size_ + remaining_; }
+
   /// Copies the next piece. @return false when the folder stands complete in the outbox.
   /// @throws FileError when the outbox cannot be written; nothing is in the outbox then.
   bool work();

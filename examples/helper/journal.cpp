@@ -131,6 +131,23 @@ void Journal::closeDelivery(std::int64_t id) {
   transaction.commit();
 }
 
+json Journal::latestDeliveries() {
+  json all = json::array();
+  Statement query(database(),
+                  "SELECT name, kind, bundle, product, path, title, done IS NOT NULL"
+                  " FROM deliveries ORDER BY id DESC LIMIT 100");
+  while (query.step()) {
+    all.push_back({{"name", query.text(0)},
+                   {"kind", query.text(1)},
+                   {"bundleIdentifier", query.text(2)},
+                   {"productID", query.text(3)},
+                   {"path", query.text(4)},
+                   {"title", query.text(5)},
+                   {"state", query.number(6) != 0 ? "done" : "waiting"}});
+  }
+  return all;
+}
+
 std::int64_t Journal::noteOffer(const UpgradeOffer& offer) {
   Transaction transaction(database());
   Statement(*database_,

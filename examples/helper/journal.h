@@ -61,6 +61,8 @@ class Journal {
   /// The deliveries still to be made, the oldest first.
   std::vector<Delivery> openDeliveries();
   void closeDelivery(std::int64_t id);
+  /// The latest 100 deliveries, the newest first; the "state" of each is "waiting" or "done".
+  nlohmann::json latestDeliveries();
 
   /// @return the number of the offer.
   std::int64_t noteOffer(const UpgradeOffer& offer);

@@ -17,7 +17,10 @@ constexpr guint kRetryInSeconds = 30;
 }  // namespace
 
 Outbox::Outbox(Journal& journal, std::string folder, std::function<void()> entryMade)
-    : journal_(journal), folder_(std::move(folder)), entryMade_(std::move(entryMade)) {}
+    : journal_(journal),
+      folder_(std::move(folder)),
+      entryMade_(std::move(entryMade)),
+      report_(journal, fs::path(folder_).parent_path().string() + "/Deliveries.json") {}
 
 Outbox::~Outbox() { suspend(); }
 
@@ -71,7 +74,10 @@ void Outbox::tryAgainLater() {
 
 bool Outbox::work() {
   try {
-    return workOnNext();
+    const bool isMore = workOnNext();
+    report_.update(current_.get(),
+                   isMore ? DeliveryReport::When::kInTurn : DeliveryReport::When::kNow);
+    return isMore;
   } catch (const std::exception& error) {
     g_warning("a delivery has to wait: %s", error.what());
     current_.reset();

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "examples/helper/delivery_report.h"
 #include "examples/helper/journal.h"
 
 namespace sample {
@@ -16,7 +17,8 @@ class DeliveryInProgress;
 /// Makes the deliveries that hosts have handed over: each becomes a folder of its own in the
 /// outbox, with "record.json" and, where a file goes with it, the file's bytes as "content". The
 /// folder appears whole, once, whatever befalls the helper meanwhile. Files are copied piece by
-/// piece from the main loop, so that a large one keeps no host waiting.
+/// piece from the main loop, so that a large one keeps no host waiting. Deliveries.json beside the
+/// outbox shows how far they are.
 class Outbox {
  public:
   /// @param entryMade called after each new entry.
@@ -37,6 +39,9 @@ class Outbox {
   /// Stops working until something is taken; what is open stays so.
   void suspend();
 
+  /// The latest deliveries and how far they are; see DeliveryReport. @throws DatabaseError.
+  nlohmann::json deliveries() { return report_.contents(current_.get()); }
+
   /// Does the next piece of work. @return whether there is more to do now.
   bool work();
 
@@ -49,6 +54,7 @@ class Outbox {
   Journal& journal_;
   std::string folder_;
   std::function<void()> entryMade_;
+  DeliveryReport report_;
   std::deque<Delivery> queue_;
   std::unique_ptr<DeliveryInProgress> current_;
   guint source_ = 0;

@@ -4,7 +4,7 @@
 
 namespace support {
 
-/// An X server without a screen, and this process's environment for GTK to use it.
+/// An X server without a screen, and this process's environment for GTK and Qt to use it.
 class VirtualDisplay {
  public:
   VirtualDisplay();
