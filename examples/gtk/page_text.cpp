@@ -58,7 +58,8 @@ std::string withoutTags(std::string_view html) {
     html.remove_prefix(1);
   }
   decodeEntities(text);
-  return text;
+  const auto begin = std::find_if_not(text.begin(), text.end(), isBlank);
+  return {begin, text.end()};
 }
 
 }  // namespace

@@ -3,8 +3,10 @@
 #include <glib-unix.h>
 #include <sys/signalfd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <map>
+#include <string_view>
 
 #include "ClientComm/TQHPAppleEventProcesser.h"
 #include "ClientComm/platform/bundle.h"
@@ -16,6 +18,7 @@ namespace {
 
 using nlohmann::json;
 
+constexpr std::string_view kUnlessRunning = "--unless-running";
 constexpr gint64 kFarewellLimitInMicroseconds = 2 * G_USEC_PER_SEC;
 
 std::string ownDataFolder() {
@@ -40,11 +43,12 @@ Application& Application::shared() {
   return *application;
 }
 
-bool Application::isRunningAlready() {
+bool Application::isWanted(int count, char** arguments) {
+  if (std::find(arguments + 1, arguments + count, kUnlessRunning) == arguments + count) return true;
   const auto identifier = clientcomm::Bundle::mainBundle().bundleIdentifier();
-  return identifier &&
+  return !identifier ||
          CallBacks::send(
-             {*identifier, "TQHPHelperControl", "isAlive:prodeuctVersion:", {"", ""}, {}}) ==
+             {*identifier, "TQHPHelperControl", "isAlive:prodeuctVersion:", {"", ""}, {}}) !=
              clientcomm::noErr;
 }
 
@@ -54,10 +58,11 @@ Application::Application()
       outbox_(journal_, dataFolder_ + "/Outbox", [this] { sendOutbox(); }),
       usage_(journal_, dataFolder_ + "/Usage", outbox_.folder(), [this] { sendOutbox(); }),
       network_(openNetwork()),
-      loop_(g_main_loop_new(nullptr, FALSE)) {}
+      loop_(g_main_loop_new(nullptr, FALSE)) {
+  watchSignals();
+}
 
 int Application::run() {
-  watchSignals();
   outbox_.resume();
   try {
     usage_.finishOpenBatches();
@@ -77,7 +82,8 @@ int Application::run() {
   return 0;
 }
 
-// A signal becomes an event of the main loop, so that it never cuts a call short.
+// A signal becomes an event of the main loop, so that it never cuts a call short. Blocked before
+// a toolkit starts threads, which would take it otherwise.
 void Application::watchSignals() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -166,6 +172,10 @@ void Application::setServerClosed(bool isClosed, const std::string& code,
                     {product.id, isClosed ? "0" : "1", code, description},
                     {}});
   }
+}
+
+void Application::noteChange() {
+  if (changed_) changed_();
 }
 
 void Application::noteFailure(const std::string& what) {

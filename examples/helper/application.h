@@ -2,9 +2,11 @@
 
 #include <glib.h>
 
+#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 
 #include "examples/helper/call_backs.h"
 #include "examples/helper/journal.h"
@@ -22,8 +24,10 @@ class Application {
   /// Made on first use, never destroyed.
   static Application& shared();
 
-  /// Whether another process of the helper takes calls.
-  static bool isRunningAlready();
+  /// Whether this process is wanted: not if it was started with "--unless-running" and another
+  /// process of the helper takes calls. What starts the helper at log-in passes this. A host that
+  /// launches it does not: a newer helper begins while the older one ends.
+  static bool isWanted(int count, char** arguments);
 
   Application(const Application&) = delete;
   Application& operator=(const Application&) = delete;
@@ -35,6 +39,11 @@ class Application {
   /// Ends the helper once the call at hand is over: its hosts are told first, and what they have
   /// handed over until then is still carried out.
   void requestExit();
+
+  /// Has `action` run after each call that may have changed what the helper knows; for a helper
+  /// with a window.
+  void onChange(std::function<void()> action) { changed_ = std::move(action); }
+  void noteChange();
 
   /// Marks the server closed or open for all hosts, and tells them the outcome of the check.
   void setServerClosed(bool isClosed, const std::string& code, const std::string& description);
@@ -81,6 +90,7 @@ class Application {
   std::int64_t refusedRecords_ = 0;
   std::int64_t failures_ = 0;
   std::string latestFailure_;
+  std::function<void()> changed_;
 };
 
 }  // namespace sample

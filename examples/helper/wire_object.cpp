@@ -19,6 +19,7 @@ void WireObject::take(const char* what, const std::function<void()>& action) {
   } catch (const std::exception& error) {
     Application::shared().noteFailure(std::string(what) + ": " + error.what());
   }
+  Application::shared().noteChange();
 }
 
 }  // namespace sample

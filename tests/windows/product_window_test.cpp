@@ -30,6 +30,22 @@ struct Product {
 
 void PrintTo(const Product& product, std::ostream* out) { *out << product.name; }
 
+/// The helper's list of deliveries, the newest first.
+nlohmann::json deliveriesIn(const std::string& dataFolder) {
+  const auto list =
+      nlohmann::json::parse(support::readFile(dataFolder + "/Deliveries.json"), nullptr, false);
+  return list.is_object() ? list["deliveries"] : nlohmann::json::array();
+}
+
+bool isBegun(const nlohmann::json& delivery) {
+  return delivery["state"] == "done" || delivery.value("copied", 0) > 0;
+}
+
+bool isStoppedProcess(pid_t process) {
+  const std::string stat = support::readFile("/proc/" + std::to_string(process) + "/stat");
+  return stat.find(") T ") != std::string::npos;
+}
+
 class ProductWindow : public WindowFixture, public testing::WithParamInterface<Product> {
  protected:
   void SetUp() override {
@@ -47,6 +63,7 @@ class ProductWindow : public WindowFixture, public testing::WithParamInterface<P
   double progress() const {
     return std::stod(textOf(productIdentifier(), GetParam().title, "progress").value_or("0"));
   }
+  static Json reported() { return deliveriesIn(dataFolder()); }
   void chooseForUpload(const std::string& path) {
     click("choose");
     ASSERT_TRUE(waitForWindow(productIdentifier(), "Choose a file"));
@@ -55,10 +72,14 @@ class ProductWindow : public WindowFixture, public testing::WithParamInterface<P
   }
 };
 
+// Without the helper's bundles no tick can launch it again, so that the window has the time to say
+// that it does not run.
 TEST_P(ProductWindow, ShowsThatTheHelperWasKilledAndRunsAgain) {
   const pid_t killed = runningHelper();
+  hideHelperBundles();
   support::sendSignal(killed, SIGKILL);
   EXPECT_TRUE(waitForWidget("status", "The helper does not run"));
+  bringBackHelperBundles();
   EXPECT_TRUE(waitForWidget("status", "The helper runs"));
   EXPECT_NE(runningHelper(), killed);
 }
@@ -100,23 +121,23 @@ TEST_P(ProductWindow, UploadsTheFileThatTheUserChooses) {
             "what the user has chosen");
 }
 
-// The helper is stopped while it copies, which takes it many turns of its loop.
+// The helper is stopped while it copies, which takes it many turns of its loop. Where it was faster
+// than this test, there is another upload.
 TEST_P(ProductWindow, ShowsHowFarAnUploadIs) {
   const std::string path = support::sandbox() + "/large.bin";
-  const std::string megabyte(std::size_t{1} << 20, 'x');
-  std::ofstream file(path, std::ios::binary);
-  for (int i = 0; i < 300; ++i) file << megabyte;
-  file.close();
+  std::ofstream(path, std::ios::binary) << std::string(std::size_t{200} << 20, 'x');
   const pid_t helper = runningHelper();
-  chooseForUpload(path);
-  const auto isCopying = [] {
-    const auto report =
-        Json::parse(support::readFile(dataFolder() + "/Deliveries.json"), nullptr, false);
-    return report.is_object() && !report["deliveries"].empty() &&
-           report["deliveries"][0].value("copied", 0) > 0;
-  };
-  ASSERT_TRUE(waitUntil(isCopying, kLimit));
-  support::sendSignal(helper, SIGSTOP);
+  bool isStopped = false;
+  for (std::size_t uploads = 1; !isStopped && uploads <= 5; ++uploads) {
+    chooseForUpload(path);
+    ASSERT_TRUE(
+        waitUntil([&] { return reported().size() == uploads && isBegun(reported()[0]); }, kLimit));
+    support::sendSignal(helper, SIGSTOP);
+    ASSERT_TRUE(waitUntil([&] { return isStoppedProcess(helper); }, kLimit));
+    isStopped = reported()[0]["state"] == "copying";
+    if (!isStopped) support::sendSignal(helper, SIGCONT);
+  }
+  ASSERT_TRUE(isStopped);
   EXPECT_TRUE(waitForWidget("upload", "The helper copies the file"));
   EXPECT_TRUE(waitUntil([this] { return progress() > 0 && progress() < 1; }, kLimit));
   keepScreenshot();
@@ -137,6 +158,7 @@ TEST_P(ProductWindow, AsksTheUserWhetherToUpgradeAndTellsTheHelper) {
   click("upgrade");
   ASSERT_TRUE(waitForWindow(productIdentifier(), "Upgrade"));
   EXPECT_TRUE(outcomeIs(1, "offered"));
+  EXPECT_FALSE(visibleWindow("Upgrade").empty());
   keepScreenshot();
   WindowFixture::click(productIdentifier(), "Upgrade", "yes");
   EXPECT_TRUE(outcomeIs(1, "ready"));
@@ -151,6 +173,7 @@ TEST_P(ProductWindow, ShowsTheHelpersNetworkErrorPage) {
   click("error-page");
   EXPECT_TRUE(
       waitForText(productIdentifier(), "No connection", "page", "This page needs the internet"));
+  EXPECT_FALSE(visibleWindow("No connection").empty());
   keepScreenshot();
   WindowFixture::click(productIdentifier(), "No connection", "close-page");
   EXPECT_TRUE(waitForNoWindow(productIdentifier(), "No connection"));

@@ -54,22 +54,46 @@ void WindowFixture::TearDown() {
   if (HasFailure()) keepScreenshot();
 }
 
-void WindowFixture::runProduct(const std::string& built) {
+void WindowFixture::prepareProduct(const std::string& built) {
   productBundle_ = support::sandbox() + "/" + fs::path(built).filename().string();
   fs::copy(built, productBundle_, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-  const std::string helperName =
-      clientcomm::dictionaryWithContentsOfFile(built + "/Contents/Info.plist")
-          .value()
-          .at("Helepr App name")
-          .stringValue()
-          .value();
+  helperName_ = clientcomm::dictionaryWithContentsOfFile(built + "/Contents/Info.plist")
+                    .value()
+                    .at("Helepr App name")
+                    .stringValue()
+                    .value();
   setEntries(productBundle_, {{"CFBundleIdentifier", productIdentifier()},
                               {"Helper Bundle indentifiter", identifier()},
                               {"Helper loaction path", support::sandbox() + "/install"}});
-  setEntries(productBundle_ + "/Contents/Resources/" + helperName + ".app",
-             {{"CFBundleIdentifier", identifier()}});
+  setEntries(helperBundles().front(), {{"CFBundleIdentifier", identifier()}});
+}
+
+void WindowFixture::runProduct(const std::string& built) {
+  prepareProduct(built);
   product_ = std::make_unique<support::ChildProcess>(support::ChildProcess::spawn(
       {productBundle_ + "/Contents/Linux/" + fs::path(built).stem().string()}));
+}
+
+std::vector<std::string> WindowFixture::helperBundles() const {
+  return {productBundle_ + "/Contents/Resources/" + helperName_ + ".app",
+          support::sandbox() + "/install/" + helperName_ + ".app"};
+}
+
+void WindowFixture::hideHelperBundles() {
+  for (const std::string& bundle : helperBundles()) fs::rename(bundle, bundle + ".hidden");
+}
+
+void WindowFixture::bringBackHelperBundles() {
+  for (const std::string& bundle : helperBundles()) fs::rename(bundle + ".hidden", bundle);
+}
+
+bool WindowFixture::waitForState(const std::function<bool(const Json&)>& condition) {
+  return support::waitUntil(
+      [&] {
+        const Json now = state();
+        return !now.is_null() && condition(now);
+      },
+      kLimit);
 }
 
 std::string WindowFixture::productIdentifier() const {
@@ -81,12 +105,22 @@ pid_t WindowFixture::runningHelper() {
   return known.is_null() ? 0 : known["pid"].get<pid_t>();
 }
 
+WindowFixture::Json WindowFixture::reportOf(const std::string& application) {
+  const std::string text = support::readFile(reportFolder() + "/" + application + ".json");
+  const auto report = Json::parse(text, nullptr, false);
+  return report.is_object() ? report : Json();
+}
+
 WindowFixture::Json WindowFixture::windowOf(const std::string& application,
-                                            const std::string& title) const {
-  const auto report =
-      Json::parse(support::readFile(reportFolder() + "/" + application + ".json"), nullptr, false);
-  if (!report.is_object() || !report["windows"].contains(title)) return nullptr;
+                                            const std::string& title) {
+  const Json report = reportOf(application);
+  if (report.is_null() || !report["windows"].contains(title)) return nullptr;
   return report["windows"][title];
+}
+
+pid_t WindowFixture::reporterOf(const std::string& application) {
+  const Json report = reportOf(application);
+  return report.is_null() ? 0 : report["pid"].get<pid_t>();
 }
 
 std::optional<std::string> WindowFixture::textOf(const std::string& application,
