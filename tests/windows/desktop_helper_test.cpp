@@ -32,7 +32,7 @@ class DesktopHelper : public WindowFixture {
     prepareProduct(GTK_PRODUCT_BUNDLE);
     auto helper = support::ChildProcess::spawn(
         {productBundle() + "/Contents/Resources/DesktopHelper.app/Contents/Linux/DesktopHelper"});
-    EXPECT_TRUE(support::waitUntil([] { return runningHelper() != 0; }, std::chrono::seconds(60)));
+    EXPECT_TRUE(support::waitUntil([] { return runningHelper() != 0; }, std::chrono::seconds(120)));
     return helper;
   }
 };
@@ -83,7 +83,7 @@ TEST_F(DesktopHelper, IsShownAgainAfterAKill) {
   support::sendSignal(killed, SIGKILL);
   EXPECT_TRUE(support::waitUntil(
       [&] { return reporterOf(identifier()) != 0 && reporterOf(identifier()) != killed; },
-      std::chrono::seconds(60)));
+      std::chrono::seconds(120)));
   EXPECT_TRUE(waitForWindow(identifier(), kHelperTitle));
 }
 
