@@ -20,9 +20,13 @@ build_packages=(
   procps                             # what the page on troubleshooting looks with
 )
 
-# What some examples take (event_loops, python), which are built where these are installed.
+# What some examples take (event_loops, gtk, qt, python), which are built where these are installed.
 # shellcheck disable=SC2034
-toolkit_packages=(libsdl2-dev qt6-base-dev python3-dev python3-setuptools python3-wheel)
+toolkit_packages=(
+  libsdl2-dev qt6-base-dev libgtk-4-dev
+  xvfb xdotool imagemagick  # a display for the tests of windows, clicks, and pictures
+  python3-dev python3-setuptools python3-wheel
+)
 
 # What the benchmarks take in addition: their own library, and what they are compared with.
 # shellcheck disable=SC2034
