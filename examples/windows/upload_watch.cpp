@@ -15,7 +15,7 @@ namespace {
 
 using nlohmann::json;
 
-// As in title of which no host has a second one.
+// To the microsecond, so that no two uploads have the same title.
 std::string timeOfDay() {
   const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> now(g_date_time_new_now_local(),
                                                                      &g_date_time_unref);

@@ -73,8 +73,8 @@ class ProductWindow : public WindowFixture, public testing::WithParamInterface<P
   }
 };
 
-// Without the helper's bundles no tick can launch it again, so that the window has the time to say
-// that it does not run.
+// Without the bundles no tick can launch the helper again, so the window keeps showing that it does
+// not run.
 TEST_P(ProductWindow, ShowsThatTheHelperWasKilledAndRunsAgain) {
   const pid_t killed = runningHelper();
   hideHelperBundles();
