@@ -11,6 +11,7 @@
 #include "ClientComm/platform/linux/local_file.h"
 #include "ClientComm/platform/linux/patient_reader.h"
 #include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/linux/process_stat.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/file_signature.h"
 #include "ClientComm/platform/posix/removed_name.h"
@@ -111,9 +112,12 @@ OptionalString acceptable(std::string text) {
   return isAccepted ? OptionalString(std::move(text)) : std::nullopt;
 }
 
-// What the process recorded of itself, which may no longer be at its path.
+// What the process recorded of itself, whose bundle may be gone, or be in a sandbox. A process of
+// another PID namespace wrote its record under the ID that it has there.
 std::optional<BundleIdentity> recordedIdentity(pid_t pid, const std::string& bundlePath) {
+  const auto startTime = pid > 0 ? processStartTime(pid) : std::nullopt;
   auto record = pid > 0 ? processRecordForPID(pid) : std::nullopt;
+  if (!record && (pid == 0 || startTime)) record = unseenProcessRecord(bundlePath, startTime);
   if (!record) return std::nullopt;
   return BundleIdentity{record->bundlePath.empty() ? bundlePath : record->bundlePath,
                         acceptable(std::move(record->bundleIdentifier)),

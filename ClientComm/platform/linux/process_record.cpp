@@ -2,6 +2,8 @@
 
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/dictionary.h"
+#include "ClientComm/platform/file_tree.h"
+#include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/process_record_format.h"
 #include "ClientComm/platform/linux/process_stat.h"
 #include "ClientComm/platform/linux/record_file.h"
@@ -21,6 +23,24 @@ std::optional<ProcessRecord> processRecordForPID(pid_t pid) {
   if (second && second->startTime == processStartTime(pid)) return second;
   // Where /proc belongs to another namespace than this process, so do the IDs in it.
   return first;
+}
+
+std::optional<ProcessRecord> unseenProcessRecord(const std::string& bundlePath,
+                                                 std::optional<std::uint64_t> startTime) {
+  const ScopedFd folder = openRuntimeFolder(IfMissing::kFail);
+  const std::uint64_t own = ownPIDNamespace();
+  if (!folder.isValid() || own == 0) return std::nullopt;
+  std::optional<ProcessRecord> found;
+  for (const std::string& name :
+       contentsOfDirectoryAtPath(ProcPath::ofDescriptor(folder.get()).c_str())) {
+    if (parseRuntimeFileName(name).kind != RuntimeFileKind::kProcessRecord) continue;
+    auto record = readProcessRecord(folder.get(), name);
+    if (!record || !record->isOpen || record->bundlePath != bundlePath) continue;
+    if (mayBeOfNamespace(*record, own)) continue;
+    if (startTime && record->startTime != *startTime) continue;
+    if (!found || found->startTime < record->startTime) found = std::move(record);
+  }
+  return found;
 }
 
 std::optional<ProcessRecord> readProcessRecord(int folder, const std::string& name) {

@@ -27,6 +27,11 @@ struct ProcessRecord {
 /// of that ID.
 std::optional<ProcessRecord> processRecordForPID(pid_t pid);
 
+/// The record of an open application of another PID namespace that was launched from `bundlePath`:
+/// of a process with this start time, or, where that is not known, of the one started last.
+std::optional<ProcessRecord> unseenProcessRecord(const std::string& bundlePath,
+                                                 std::optional<std::uint64_t> startTime);
+
 /// The record in the file `name` of the runtime folder, whichever process it is of.
 std::optional<ProcessRecord> readProcessRecord(int folder, const std::string& name);
 
