@@ -80,7 +80,8 @@ KnownPeers::Peer* KnownPeers::findIf(pid_t pid, std::uint32_t token, Condition c
   return &*found->second;
 }
 
-// What was known of the peer before its bundle was removed outweighs what is at its path now.
+// What was known of the peer before its bundle was removed outweighs what is at its path now. A
+// token is of one process with one program; the end of a sandbox changes the paths of its files.
 void KnownPeers::identify(Peer& peer, const ExecutableLink& link, std::string_view bundlePath,
                           pid_t recordPID) {
   if (auto own = ownIdentity(recordPID, link, bundlePath)) {
@@ -89,7 +90,8 @@ void KnownPeers::identify(Peer& peer, const ExecutableLink& link, std::string_vi
   }
   const std::string path = pathBeforeRemoval(bundlePath);
   const Peer* const earlier = findIf(peer.pid, peer.token, [&](const Peer& known) {
-    return pathBeforeRemoval(known.identity.path) == path && known.identity.identifier;
+    const bool isOneProgram = peer.token != 0 || pathBeforeRemoval(known.identity.path) == path;
+    return isOneProgram && known.identity.identifier;
   });
   // Processes that neither have a token nor are seen cannot be told apart.
   const bool isOneProcess = peer.pid != 0 || peer.token != 0;

@@ -55,10 +55,15 @@ PeerIdentity identityOfPeer(pid_t pid, int socket, int executable, std::uint32_t
   const ExecutableLink link = ExecutableLink::ofProcess(id);
   const bool isPeersOwn = id != 0 && !peer.hasExited();
   if (isPeersOwn && !isWithheld(link.error())) return identityOf(pid, token, link, id);
+  PeerIdentity handedOver;
   if (executable >= 0) {
-    return identityOf(pid, token, ExecutableLink::ofDescriptor(executable), isPeersOwn ? id : 0);
+    const ExecutableLink own = ExecutableLink::ofDescriptor(executable);
+    handedOver = identityOf(pid, token, own, isPeersOwn ? id : 0);
+    // The mounts of a sandbox end with it, and the path of the executable with them.
+    if (handedOver.kind != PeerKind::kNoApplication) return handedOver;
   }
-  return token != 0 ? identityOf(peers().find(pid, token)) : PeerIdentity{};
+  const auto known = token != 0 ? peers().find(pid, token) : std::nullopt;
+  return known ? identityOf(known) : handedOver;
 }
 
 std::optional<ProcessSerialNumber> serialNumberForPeer(pid_t pid, int executable,
