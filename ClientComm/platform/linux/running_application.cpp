@@ -1,5 +1,6 @@
 #include "ClientComm/platform/linux/running_application.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 #include "ClientComm/platform/linux/endpoint_record.h"
 #include "ClientComm/platform/linux/executable_link.h"
 #include "ClientComm/platform/linux/launch_record.h"
+#include "ClientComm/platform/linux/local_file.h"
 #include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/process_ids.h"
 #include "ClientComm/platform/linux/process_record.h"
@@ -50,6 +52,13 @@ bool isEndpoint(pid_t pid, const BundleIdentity& identity) {
   return identity.identifier && holdsEndpoint(pid, *identity.identifier);
 }
 
+// In a sandbox the path may lead to another bundle, of a private home folder.
+bool isAnotherFileHere(const ExecutableLink& link) {
+  if (link.isMarkedAsRemoved()) return false;
+  const auto here = statusWithoutWaiting(AT_FDCWD, std::string(link.target()).c_str());
+  return here && !link.leadsTo(*here);
+}
+
 // The process has said nothing of itself in this runtime folder: it is starting, has never opened,
 // or is open in another folder.
 Presence presenceWithoutRecord(pid_t pid, std::uint64_t startTime, const ExecutableLink& link,
@@ -58,6 +67,7 @@ Presence presenceWithoutRecord(pid_t pid, std::uint64_t startTime, const Executa
   std::string path(bundleOfExecutable(link.target()));
   if (!isApplicationPath(path)) path = identity.path;
   if (!isMainExecutable(Bundle(path), executablePath(link))) return Presence::kAbsent;
+  if (isAnotherFileHere(link)) return Presence::kAbsent;
   const auto listening =
       identity.identifier ? listeningOf(pid, *identity.identifier) : Listening::kNowhere;
   if (listening == Listening::kElsewhere) return Presence::kUnreachable;
