@@ -88,6 +88,11 @@ void ChildProcess::write(const std::string& text) const {
   EXPECT_EQ(::write(input_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
 }
 
+void ChildProcess::closeInput() {
+  close(input_);
+  input_ = -1;
+}
+
 int ChildProcess::wait() {
   if (status_) return *status_;
   int status = 0;

@@ -29,6 +29,8 @@ class ChildProcess {
   void signal(int number) const;
   /// Writes `text` to the program's standard input.
   void write(const std::string& text) const;
+  /// Ends the program's standard input.
+  void closeInput();
   /// Waits for the end. @return the exit status; 128 + the signal's number when one ended it.
   int wait();
   /// The next line of output, without its line break; nothing at the end of output.

@@ -141,14 +141,13 @@ std::string embedHelper(const std::string& version, const std::string& host,
                          host + "/Contents/Resources");
 }
 
-std::string makeHost(const std::string& name, const std::string& version) {
+std::string makeHost(const std::string& name, const std::string& version, const std::string& role) {
   clientcomm::PropertyListDictionary info = defaultHostInfo();
   info.erase("CFBundleName");
   info.erase("CFBundleExecutable");
   info.erase("CFBundleIdentifier");
   info.insert_or_assign("PID", name);
-  const std::string host =
-      makeApplication(name, "com.example." + name, kProductHostRole, info, "hosts");
+  const std::string host = makeApplication(name, "com.example." + name, role, info, "hosts");
   embedHelper(version, "hosts/" + name + ".app");
   return host;
 }

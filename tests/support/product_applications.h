@@ -34,8 +34,9 @@ std::string embedHelper(const std::string& version, const std::string& host = "T
                         const clientcomm::PropertyListDictionary& extra = {});
 
 /// Makes a further host, <sandbox>/hosts/`name`.app with PID `name`, that brings a helper of
-/// `version`. @return its path.
-std::string makeHost(const std::string& name, const std::string& version);
+/// `version`. `role` is what it does. @return its path.
+std::string makeHost(const std::string& name, const std::string& version,
+                     const std::string& role = kProductHostRole);
 
 /// Path of the helper that the bundle at `host` brings.
 std::string helperIn(const std::string& host);
