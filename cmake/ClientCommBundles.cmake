@@ -159,8 +159,13 @@ function(clientcomm_add_session_files helper)
   string(CONFIGURE "${CLIENTCOMM_HELPER_DESKTOP_COMMAND}" CLIENTCOMM_HELPER_DESKTOP_COMMAND @ONLY)
   set(directory "${arg_OUTPUT_DIRECTORY}")
   cmake_path(ABSOLUTE_PATH directory BASE_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}" NORMALIZE)
+  # An installation says where they are; in the sources they are beside this file.
+  set(templates "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/session")
+  if(DEFINED ClientComm_SESSION_DIR)
+    set(templates "${ClientComm_SESSION_DIR}")
+  endif()
   foreach(kind IN ITEMS service desktop)
-    configure_file("${ClientComm_SESSION_DIR}/helper.${kind}.in"
+    configure_file("${templates}/helper.${kind}.in"
       "${directory}/${CLIENTCOMM_HELPER_IDENTIFIER}.${kind}" @ONLY)
   endforeach()
 endfunction()

@@ -1,0 +1,27 @@
+# Removes the files that MANIFEST lists, a file of `cmake --install`, and the folders that are empty
+# without them.
+cmake_policy(VERSION 3.25)
+
+if(NOT EXISTS "${MANIFEST}")
+  message(FATAL_ERROR "nothing is installed from this build folder: there is no ${MANIFEST}")
+endif()
+file(STRINGS "${MANIFEST}" files ENCODING UTF-8)
+foreach(file IN LISTS files)
+  set(path "$ENV{DESTDIR}${file}")
+  message(STATUS "Removing: ${path}")
+  file(REMOVE "${path}")
+  if(EXISTS "${path}" OR IS_SYMLINK "${path}")
+    message(FATAL_ERROR "${path} cannot be removed")
+  endif()
+  # Only the library's own folders: others may be of a system, and empty on purpose.
+  cmake_path(GET path PARENT_PATH folder)
+  while(folder MATCHES "(/clientcomm(/|$)|/ClientComm(/|$))")
+    file(GLOB entries "${folder}/*")
+    if(entries)
+      break()
+    endif()
+    file(REMOVE_RECURSE "${folder}")
+    cmake_path(GET folder PARENT_PATH folder)
+  endwhile()
+endforeach()
+file(REMOVE "${MANIFEST}")

@@ -1,0 +1,36 @@
+# A program that links the static library needs no copy of the shared one.
+include("${CMAKE_CURRENT_LIST_DIR}/support.cmake")
+
+file(REMOVE_RECURSE "${WORK}")
+file(GLOB_RECURSE description "${PREFIX}/clientcomm.pc")
+cmake_path(GET description PARENT_PATH folder)
+set(ENV{PKG_CONFIG_PATH} "${folder}")
+run("${PKG_CONFIG}" --static --cflags --libs clientcomm)
+string(STRIP "${output}" options)
+string(REPLACE "-lClientComm" "-l:libClientComm.a" options "${options}")
+separate_arguments(options UNIX_COMMAND "${options}")
+separate_arguments(flags UNIX_COMMAND "${FLAGS}")
+
+function(expect_own_library program)
+  run("${READELF}" --dynamic "${program}")
+  if(output MATCHES "libClientComm")
+    message(FATAL_ERROR "${program} needs the shared library:\n${output}")
+  endif()
+  run("${program}")
+  expect_contains("${output}" "${WORK}")
+endfunction()
+
+file(MAKE_DIRECTORY "${WORK}")
+run("${COMPILER}" -std=c++20 ${flags} "${CMAKE_CURRENT_LIST_DIR}/consumer/helper.cpp" ${options}
+    -o "${WORK}/program")
+expect_own_library("${WORK}/program")
+
+file(WRITE "${WORK}/project/CMakeLists.txt" "cmake_minimum_required(VERSION 3.25)
+project(Static CXX)
+find_package(ClientComm REQUIRED)
+add_executable(program \"${CMAKE_CURRENT_LIST_DIR}/consumer/helper.cpp\")
+target_link_libraries(program ClientComm::ClientCommStatic)
+")
+configure("${WORK}/project" "${WORK}/build")
+run("${CMAKE_COMMAND}" --build "${WORK}/build")
+expect_own_library("${WORK}/build/program")
