@@ -58,4 +58,5 @@ if(PROJECT_IS_TOP_LEVEL)
     COMMAND "${CMAKE_COMMAND}" "-DMANIFEST=${PROJECT_BINARY_DIR}/install_manifest.txt"
             -P "${CMAKE_CURRENT_LIST_DIR}/ClientCommUninstall.cmake"
     COMMENT "Removing what the last installation put in place" VERBATIM)
+  include(ClientCommPacks)
 endif()
