@@ -77,43 +77,42 @@ endfunction()
 # Puts the whole bundle of the application <helper> among the resources of the application <host>,
 # and names it in the host's Info dictionary, by the keys under which the library looks for it.
 # INSTALL_LOCATION is the folder that the host installs the helper in: an absolute path, or one that
-# begins with "~". Both applications are made by clientcomm_add_application, <helper> before this
-# call, and have identifiers of their own.
+# begins with "~". <host> is made by clientcomm_add_application. So is <helper>, before this call; or it
+# is the path of a ready-made bundle, <folder>/<name>.app, with an Info.plist in XML. Both have
+# identifiers of their own.
 function(clientcomm_embed_helper host helper)
   cmake_parse_arguments(PARSE_ARGV 2 arg "" "INSTALL_LOCATION" "")
   if(DEFINED arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "clientcomm_embed_helper: unknown arguments: ${arg_UNPARSED_ARGUMENTS}")
   endif()
-  foreach(application IN ITEMS ${host} ${helper})
-    if(NOT TARGET ${application})
-      message(FATAL_ERROR "clientcomm_embed_helper: there is no target ${application}")
-    endif()
-    get_target_property(name ${application} CLIENTCOMM_BUNDLE_NAME)
-    if(NOT name)
-      message(FATAL_ERROR
-        "clientcomm_embed_helper: ${application} was not made by clientcomm_add_application")
-    endif()
-  endforeach()
+  _clientcomm_require_application(${host})
+  if(helper MATCHES "[.]app/?$")
+    _clientcomm_read_bundle("${helper}")
+  else()
+    _clientcomm_require_application(${helper})
+    get_target_property(name ${helper} CLIENTCOMM_BUNDLE_NAME)
+    get_target_property(helper_identifier ${helper} CLIENTCOMM_BUNDLE_IDENTIFIER)
+    get_target_property(helper_bundle ${helper} CLIENTCOMM_BUNDLE_DIR)
+    set(helper_files ${helper} "$<GENEX_EVAL:$<TARGET_PROPERTY:${helper},CLIENTCOMM_BUNDLE_FILES>>")
+  endif()
 
   if(NOT "${arg_INSTALL_LOCATION}" MATCHES "^(/|~/|~$)")
     message(FATAL_ERROR "clientcomm_embed_helper(${host} ${helper}): INSTALL_LOCATION is missing, "
                         "or is no absolute path and does not begin with ~")
   endif()
-  _clientcomm_helper_identifier(identifier ${host} ${helper})
-  _clientcomm_set_info(${host} "Helper Bundle indentifiter" string "${identifier}")
+  _clientcomm_check_identifier(${host} "${helper}" "${helper_identifier}")
+  _clientcomm_set_info(${host} "Helper Bundle indentifiter" string "${helper_identifier}")
   _clientcomm_set_info(${host} "Helepr App name" string "${name}")
   _clientcomm_set_info(${host} "Helper loaction path" string "${arg_INSTALL_LOCATION}")
 
   get_target_property(host_bundle ${host} CLIENTCOMM_BUNDLE_DIR)
-  get_target_property(helper_bundle ${helper} CLIENTCOMM_BUNDLE_DIR)
   set(embedded "${host_bundle}/Contents/Resources/${name}.app")
   add_custom_command(
     OUTPUT "${embedded}/Contents/Info.plist"
     COMMAND "${CMAKE_COMMAND}" "-DFROM=${helper_bundle}" "-DTO=${embedded}"
             -P "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/ClientCommMirror.cmake"
     COMMAND "${CMAKE_COMMAND}" -E touch "${embedded}/Contents/Info.plist"
-    DEPENDS ${helper} "$<GENEX_EVAL:$<TARGET_PROPERTY:${helper},CLIENTCOMM_BUNDLE_FILES>>"
-            "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/ClientCommMirror.cmake"
+    DEPENDS ${helper_files} "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/ClientCommMirror.cmake"
     COMMENT "Putting ${name}.app into ${host}"
     VERBATIM)
   _clientcomm_add_bundle_files(${host} ${host}_bundle_helper "${embedded}/Contents/Info.plist")
@@ -170,11 +169,43 @@ function(clientcomm_add_session_files helper)
   endforeach()
 endfunction()
 
-# Sets <variable> to the identifier of <helper>. Calls are addressed by identifier: without one the
-# helper cannot be reached, and with that of its host the host would call itself.
-function(_clientcomm_helper_identifier variable host helper)
+function(_clientcomm_require_application application)
+  if(NOT TARGET ${application})
+    message(FATAL_ERROR "clientcomm_embed_helper: there is no target ${application}")
+  endif()
+  get_target_property(name ${application} CLIENTCOMM_BUNDLE_NAME)
+  if(NOT name)
+    message(FATAL_ERROR
+      "clientcomm_embed_helper: ${application} was not made by clientcomm_add_application")
+  endif()
+endfunction()
+
+# Sets `name`, `helper_identifier`, `helper_bundle` and `helper_files` to what the ready-made bundle at
+# <path> has.
+function(_clientcomm_read_bundle path)
+  cmake_path(ABSOLUTE_PATH path BASE_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}" NORMALIZE)
+  string(REGEX REPLACE "/$" "" path "${path}")
+  if(NOT EXISTS "${path}/Contents/Info.plist")
+    message(FATAL_ERROR "clientcomm_embed_helper: there is no bundle at ${path}")
+  endif()
+  cmake_path(GET path FILENAME name)
+  string(REGEX REPLACE "[.]app$" "" name "${name}")
+  file(READ "${path}/Contents/Info.plist" info)
+  set(identifier "")
+  if(info MATCHES "<key>CFBundleIdentifier</key>[ \t\r\n]*<string>([^<]*)</string>")
+    set(identifier "${CMAKE_MATCH_1}")
+  endif()
+  file(GLOB_RECURSE files CONFIGURE_DEPENDS LIST_DIRECTORIES false "${path}/*")
+  set(name "${name}" PARENT_SCOPE)
+  set(helper_identifier "${identifier}" PARENT_SCOPE)
+  set(helper_bundle "${path}" PARENT_SCOPE)
+  set(helper_files ${files} PARENT_SCOPE)
+endfunction()
+
+# Calls are addressed by identifier: without one the helper cannot be reached, and with that of its host
+# the host would call itself.
+function(_clientcomm_check_identifier host helper identifier)
   get_target_property(host_identifier ${host} CLIENTCOMM_BUNDLE_IDENTIFIER)
-  get_target_property(identifier ${helper} CLIENTCOMM_BUNDLE_IDENTIFIER)
   if("${identifier}" MATCHES "^[ \t]*$|-NOTFOUND$")
     message(FATAL_ERROR "clientcomm_embed_helper(${host} ${helper}): ${helper} has no identifier")
   endif()
@@ -182,7 +213,6 @@ function(_clientcomm_helper_identifier variable host helper)
     message(FATAL_ERROR "clientcomm_embed_helper(${host} ${helper}): host and helper have the same "
                         "identifier, ${identifier}")
   endif()
-  set(${variable} "${identifier}" PARENT_SCOPE)
 endfunction()
 
 macro(_clientcomm_check_application_arguments target)
