@@ -27,14 +27,40 @@ cmake_policy(VERSION 3.25)
 function(clientcomm_add_application target)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "NAME;IDENTIFIER;VERSION;EXECUTABLE;OUTPUT_DIRECTORY"
                         "SOURCES;INFO;BOOLEANS;RESOURCES")
-  _clientcomm_check_application_arguments(${target})
+  set(function clientcomm_add_application)
+  _clientcomm_check_application_arguments(NAME IDENTIFIER VERSION SOURCES)
+  add_executable(${target})
+  target_sources(${target} PRIVATE ${arg_SOURCES})
+  # The arguments one by one: a list would break at the brackets that a text may hold.
+  set(call "clientcomm_make_bundle(${target}")
+  set(section "")
+  math(EXPR last "${ARGC} - 1")
+  foreach(index RANGE 1 ${last})
+    if("${ARGV${index}}" MATCHES
+       "^(NAME|IDENTIFIER|VERSION|EXECUTABLE|OUTPUT_DIRECTORY|SOURCES|INFO|BOOLEANS|RESOURCES)$")
+      set(section "${CMAKE_MATCH_1}")
+    endif()
+    if(NOT section STREQUAL "SOURCES")
+      string(APPEND call " [==[${ARGV${index}}]==]")
+    endif()
+  endforeach()
+  cmake_language(EVAL CODE "${call})")
+endfunction()
+
+# clientcomm_make_bundle(<target> NAME <name> IDENTIFIER <identifier> VERSION <version> ...)
+#
+# The same for a <target> that add_executable made in this folder, with all arguments but SOURCES.
+function(clientcomm_make_bundle target)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "NAME;IDENTIFIER;VERSION;EXECUTABLE;OUTPUT_DIRECTORY"
+                        "INFO;BOOLEANS;RESOURCES")
+  set(function clientcomm_make_bundle)
+  _clientcomm_check_application_arguments(NAME IDENTIFIER VERSION)
+  _clientcomm_check_executable(${target})
   if(NOT DEFINED arg_EXECUTABLE)
     set(arg_EXECUTABLE "${arg_NAME}")
   endif()
   _clientcomm_bundle_directory(bundle ${target} "${arg_OUTPUT_DIRECTORY}" "${arg_NAME}")
 
-  add_executable(${target})
-  target_sources(${target} PRIVATE ${arg_SOURCES})
   target_link_libraries(${target} PRIVATE ClientComm::ClientComm)
   set_target_properties(${target} PROPERTIES
     OUTPUT_NAME "${arg_EXECUTABLE}"
@@ -169,6 +195,21 @@ function(clientcomm_add_session_files helper)
   endforeach()
 endfunction()
 
+function(_clientcomm_check_executable target)
+  if(NOT TARGET ${target})
+    message(FATAL_ERROR "clientcomm_make_bundle: there is no target ${target}")
+  endif()
+  get_target_property(type ${target} TYPE)
+  get_target_property(folder ${target} SOURCE_DIR)
+  if(NOT type STREQUAL "EXECUTABLE" OR NOT folder STREQUAL CMAKE_CURRENT_SOURCE_DIR)
+    message(FATAL_ERROR "clientcomm_make_bundle: ${target} is no executable of this folder")
+  endif()
+  get_target_property(name ${target} CLIENTCOMM_BUNDLE_NAME)
+  if(name)
+    message(FATAL_ERROR "clientcomm_make_bundle: ${target} is a bundle already")
+  endif()
+endfunction()
+
 function(_clientcomm_require_application application)
   if(NOT TARGET ${application})
     message(FATAL_ERROR "clientcomm_embed_helper: there is no target ${application}")
@@ -215,23 +256,24 @@ function(_clientcomm_check_identifier host helper identifier)
   endif()
 endfunction()
 
-macro(_clientcomm_check_application_arguments target)
+# Checks the arguments of `function`; the given ones must not be missing.
+macro(_clientcomm_check_application_arguments)
   if(DEFINED arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR
-      "clientcomm_add_application(${target}): unknown arguments: ${arg_UNPARSED_ARGUMENTS}")
+      "${function}(${target}): unknown arguments: ${arg_UNPARSED_ARGUMENTS}")
   endif()
-  foreach(required IN ITEMS NAME IDENTIFIER VERSION SOURCES)
+  foreach(required IN ITEMS ${ARGN})
     if("${arg_${required}}" MATCHES "^[ \t]*$")
-      message(FATAL_ERROR "clientcomm_add_application(${target}): ${required} is missing")
+      message(FATAL_ERROR "${function}(${target}): ${required} is missing")
     endif()
   endforeach()
   if("${arg_IDENTIFIER}" MATCHES "[ \t]")
-    message(FATAL_ERROR "clientcomm_add_application(${target}): "
+    message(FATAL_ERROR "${function}(${target}): "
                         "the identifier \"${arg_IDENTIFIER}\" contains a blank")
   endif()
   if("${arg_NAME}" MATCHES "[/;<>#]" OR "${arg_EXECUTABLE}" MATCHES "[/;<>#]")
     message(FATAL_ERROR
-      "clientcomm_add_application(${target}): a name must not contain any of / ; < > #")
+      "${function}(${target}): a name must not contain any of / ; < > #")
   endif()
 endmacro()
 
