@@ -6,6 +6,7 @@
 set -euo pipefail
 source_folder=$1 folder=$2
 tests=$source_folder/tests/integration/package
+export CMAKE_GENERATOR=Ninja
 
 # try WAY SCRIPT PAGE...: the snippets of the pages, for the packages in place of /opt/clientcomm.
 try() {
