@@ -95,6 +95,21 @@ TEST(BundleFilter, RecordsOfProcessesInOtherBundlesAreNotRead) {
   EXPECT_TRUE(opened.contain(record)) << "which would have been seen";
 }
 
+// Such a process may be of any bundle, but it has said nothing of itself.
+TEST(BundleFilter, AProcessOfARemovedBundleLeavesTheRecordsOfOthersUnread) {
+  const std::string application = makeSought();
+  const ChildProcess process = start(application);
+  const fs::path removed = support::sandbox() + "/apps/Removed.app";
+  fs::create_directories(removed / "Contents/Linux");
+  fs::copy_file("/bin/sleep", removed / "Contents/Linux/Removed");
+  const ChildProcess stranger = ChildProcess::spawn({removed / "Contents/Linux/Removed", "60"});
+  ASSERT_TRUE(support::waitUntil([&] { return BundleFilter(removed).mayRun(stranger.pid()); }));
+  fs::remove_all(removed);
+  OpenedFiles opened;
+  EXPECT_FALSE(isRunning(support::sandbox() + "/apps/Other.app"));
+  EXPECT_FALSE(opened.contain("process." + std::to_string(process.pid())));
+}
+
 TEST(BundleFilter, RulesOutWhatRunsNoBundleOrAnotherOne) {
   const BundleFilter filter(support::hostBundlePath());
   const ChildProcess program = ChildProcess::spawn({"/bin/sleep", "60"});

@@ -1,16 +1,19 @@
 #include "ClientComm/platform/linux/process_text.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <limits>
 #include <string>
 #include <string_view>
 
 #include "ClientComm/platform/linux/proc_path.h"
+#include "ClientComm/platform/linux/process_stat.h"
 
 namespace {
 
 using clientcomm::bundleOfExecutable;
+using clientcomm::mayHaveInnerPID;
 using clientcomm::startTimeInStat;
 
 std::string statOf(std::string_view command) {
@@ -36,6 +39,14 @@ TEST(ProcessText, HasNoStartTimeWhenCutShort) {
   EXPECT_FALSE(startTimeInStat("4711"));
   EXPECT_FALSE(startTimeInStat(stat.substr(0, stat.find("987654"))));
   EXPECT_FALSE(startTimeInStat(stat.substr(0, stat.find(')') + 1)));
+}
+
+TEST(ProcessText, FindsWhetherAProcessHasAnotherIDInAnInnerNamespace) {
+  const std::string before = "Name:\tNSpid:\\n\nGroups:\t0 4 \nNStgid:\t4711\t1\n";
+  EXPECT_FALSE(mayHaveInnerPID(before + "NSpid:\t4711\nNSpgid:\t4711\t1\n"));
+  EXPECT_TRUE(mayHaveInnerPID(before + "NSpid:\t4711\t1\nNSpgid:\t1\n"));
+  EXPECT_TRUE(mayHaveInnerPID(before)) << "it does not say";
+  EXPECT_FALSE(clientcomm::mayHaveInnerPID(getpid()));
 }
 
 TEST(ProcessText, CutsACommandNameToItsRoomAndItsLineEnd) {

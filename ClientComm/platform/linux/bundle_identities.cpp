@@ -115,9 +115,13 @@ OptionalString acceptable(std::string text) {
 // What the process recorded of itself, whose bundle may be gone, or be in a sandbox. A process of
 // another PID namespace wrote its record under the ID that it has there.
 std::optional<BundleIdentity> recordedIdentity(pid_t pid, const std::string& bundlePath) {
-  const auto startTime = pid > 0 ? processStartTime(pid) : std::nullopt;
   auto record = pid > 0 ? processRecordForPID(pid) : std::nullopt;
-  if (!record && (pid == 0 || startTime)) record = unseenProcessRecord(bundlePath, startTime);
+  if (!record && pid > 0 && mayHaveInnerPID(pid)) {
+    if (const auto startTime = processStartTime(pid)) {
+      record = unseenProcessRecord(bundlePath, startTime);
+    }
+  }
+  if (!record && pid == 0) record = unseenProcessRecord(bundlePath, std::nullopt);
   if (!record) return std::nullopt;
   return BundleIdentity{record->bundlePath.empty() ? bundlePath : record->bundlePath,
                         acceptable(std::move(record->bundleIdentifier)),

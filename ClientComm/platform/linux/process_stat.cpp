@@ -18,28 +18,32 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// The text of a process's "stat", read without an allocation.
-class StatText {
+/// What a file of a process says, as far as there is room, read without an allocation.
+class ProcText {
  public:
-  explicit StatText(pid_t pid) noexcept {
-    const ScopedFd file(open(ProcPath::ofProcess(pid, "/stat").c_str(), O_RDONLY | O_CLOEXEC));
+  ProcText(pid_t pid, const char* name) noexcept {
+    const ScopedFd file(open(ProcPath::ofProcess(pid, name).c_str(), O_RDONLY | O_CLOEXEC));
     const ssize_t length = file.isValid() ? readSome(file.get(), text_.data(), text_.size()) : -1;
     if (length > 0) length_ = static_cast<std::size_t>(length);
   }
   std::string_view view() const noexcept { return {text_.data(), length_}; }
 
  private:
-  std::array<char, 1024> text_;
+  std::array<char, 4096> text_;
   std::size_t length_ = 0;
 };
 
 }  // namespace
 
 std::optional<std::uint64_t> processStartTime(pid_t pid) noexcept {
-  return startTimeInStat(StatText(pid).view());
+  return startTimeInStat(ProcText(pid, "/stat").view());
 }
 
-pid_t parentOfProcess(pid_t pid) noexcept { return parentInStat(StatText(pid).view()); }
+pid_t parentOfProcess(pid_t pid) noexcept { return parentInStat(ProcText(pid, "/stat").view()); }
+
+bool mayHaveInnerPID(pid_t pid) noexcept {
+  return mayHaveInnerPID(ProcText(pid, "/status").view());
+}
 
 std::uint64_t ownPIDNamespace() noexcept {
   struct stat status = {};

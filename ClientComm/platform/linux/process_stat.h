@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <optional>
 
-/// What the kernel tells of a process in /proc/<pid>/stat.
+/// What the kernel tells of a process in /proc/<pid>.
 namespace clientcomm {
 
 /// When the process `pid` was started, in clock ticks after boot; nothing when there is none.
@@ -14,6 +14,10 @@ std::optional<std::uint64_t> processStartTime(pid_t pid) noexcept;
 
 /// The parent of the process `pid`; 0 when there is none.
 pid_t parentOfProcess(pid_t pid) noexcept;
+
+/// Whether the process has another ID in a PID namespace of its own; true also where that cannot be
+/// told.
+bool mayHaveInnerPID(pid_t pid) noexcept;
 
 /// The PID namespace of this process, by its inode; 0 when it cannot be told.
 std::uint64_t ownPIDNamespace() noexcept;

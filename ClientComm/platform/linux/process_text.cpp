@@ -35,6 +35,14 @@ std::int32_t parentInStat(std::string_view stat) noexcept {
   return numberAfterCommand<std::int32_t>(stat, 2).value_or(0);
 }
 
+bool mayHaveInnerPID(std::string_view status) noexcept {
+  constexpr std::string_view kIDs = "\nNSpid:\t";
+  const auto start = status.find(kIDs);
+  if (start == std::string_view::npos) return true;
+  const std::string_view rest = status.substr(start + kIDs.size());
+  return rest.substr(0, rest.find('\n')).find('\t') != std::string_view::npos;
+}
+
 void copyCommandName(std::string_view comm, char (&name)[kMaximumCommandLength + 1]) noexcept {
   if (comm.ends_with('\n')) comm.remove_suffix(1);
   name[comm.copy(name, kMaximumCommandLength)] = '\0';

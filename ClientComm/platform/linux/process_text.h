@@ -18,6 +18,10 @@ std::optional<std::uint64_t> startTimeInStat(std::string_view stat) noexcept;
 /// or malformed.
 std::int32_t parentInStat(std::string_view stat) noexcept;
 
+/// Whether the process has IDs in several PID namespaces, by the text of its "status"; true also
+/// where the text is cut short before it says so.
+bool mayHaveInnerPID(std::string_view status) noexcept;
+
 /// Copies the command's name in the text of its "comm" into `name`, cut to the room there is.
 void copyCommandName(std::string_view comm, char (&name)[kMaximumCommandLength + 1]) noexcept;
 
