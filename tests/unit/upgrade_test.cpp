@@ -50,6 +50,15 @@ class DeafListener final : public TQHPProductUpgradeCallBackDelegate {
 /// A delegate that implements nothing and says nothing about it.
 class EmptyListener final : public TQHPProductUpgradeCallBackDelegate {};
 
+/// A delegate that is gone when it has been told.
+class PassingListener final : public TQHPProductUpgradeCallBackDelegate {
+ public:
+  void productWillUpgrade(const clientcomm::Error* /*error*/) override {
+    TQHPUpgradeByHelper::share().setProductUpgradeDelegate(nullptr);
+    delete this;
+  }
+};
+
 class UpgradeTest : public testing::Test {
  protected:
   UpgradeTest() {
@@ -201,6 +210,16 @@ TEST_F(UpgradeTest, TheDelegateMayAnswerWhileItIsBeingTold) {
   EXPECT_EQ(recorder_.last().arguments, (Strings{"P100", "1.2.3", "1"}));
   callBack();
   EXPECT_EQ(listener_.errors.size(), 2U) << "the answer was not lost";
+}
+
+TEST_F(UpgradeTest, TheDelegateMayDestroyItselfWhileItIsBeingTold) {
+  controller_.setProductUpgradeDelegate(new PassingListener);
+  callBack();
+  EXPECT_EQ(TQHPUpgradeByHelper::share().productUpgradeDelegate(), nullptr);
+  controller_.productReadyToUpgrade(true);
+  controller_.setProductUpgradeDelegate(&listener_);
+  callBack();
+  EXPECT_EQ(listener_.errors.size(), 1U);
 }
 
 TEST_F(UpgradeTest, ACallbackThatArrivesWhileTheDelegateIsBeingToldIsIgnored) {
