@@ -21,6 +21,8 @@
 #include "ClientComm/TQHPHelper.h"
 #include "ClientComm/TQHPHelperCommunicate.h"
 #include "ClientComm/platform/file_lock.h"
+#include "ClientComm/platform/linux/process_record.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/posix/user_folders.h"
 #include "ClientComm/platform/property_list.h"
 #include "ClientComm/platform/text.h"
@@ -431,6 +433,29 @@ std::string directoryAfterAFailure(std::string (*directory)()) {
 TEST(SabotagedLook, TurnsNoProcessAwayFromTheDirectoriesOfAllOthers) {
   EXPECT_EQ(directoryAfterAFailure(clientcomm::runtimeDirectory), support::sandbox() + "/runtime");
   EXPECT_EQ(directoryAfterAFailure(clientcomm::configDirectory), support::sandbox() + "/config");
+}
+
+// How the look for the record of another process ends when its call `call` fails.
+bool findsNoRecord(std::uint64_t call) {
+  support::writeFile(counterPath(), std::string(sabotage::kCounterSize, '\0'));
+  ChildProcess child = ChildProcess::fork([&] {
+    sabotage::announce({program_invocation_short_name, Fault::kEIO, call, counterPath()});
+    sabotage::begin();
+    return clientcomm::hasNoProcessRecord(getppid()) ? 0 : 1;
+  });
+  return child.wait() == 0;
+}
+
+TEST(SabotagedLook, TakesNoRecordForMissingThatCouldNotBeLookedFor) {
+  ASSERT_TRUE(clientcomm::openRuntimeFolder(clientcomm::IfMissing::kCreate).isValid());
+  EXPECT_TRUE(findsNoRecord(0)) << "where nothing fails";
+  const std::uint64_t calls = sabotage::countIn(counterPath());
+  ASSERT_GT(calls, 3U);
+  for (std::uint64_t call = 1; call <= calls; ++call) {
+    const bool findsNone = findsNoRecord(call);
+    const std::string failed = sabotage::failedIn(counterPath());
+    EXPECT_EQ(findsNone, failed == "close") << "call " << call << ", " << failed;
+  }
 }
 
 /// Opens the installed helper, `times` times in a row, in a process of its own, whose call `call`

@@ -212,6 +212,14 @@ TEST(ProcessRecord, PathsOfAnyBytesAreReadBackAsTheyStand) {
   EXPECT_EQ(record->bundlePath, application);
 }
 
+TEST(ProcessRecord, IsMissingUntilItIsWritten) {
+  const pid_t other = getppid();
+  EXPECT_TRUE(clientcomm::hasNoProcessRecord(getpid()));
+  ASSERT_TRUE(recordOwnProcess().isOk());
+  EXPECT_FALSE(clientcomm::hasNoProcessRecord(getpid()));
+  EXPECT_TRUE(clientcomm::hasNoProcessRecord(other));
+}
+
 TEST(ProcessRecord, WorksUnderARuntimePathOf200Characters) {
   setenv("XDG_RUNTIME_DIR", (support::sandbox() + "/" + std::string(200, 'r')).c_str(), 1);
   const ChildProcess process = startRecorder(makeRecorder());

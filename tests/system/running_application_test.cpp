@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 #include <sched.h>
+#include <sys/inotify.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -28,8 +29,10 @@
 #include "ClientComm/platform/linux/process_stat.h"
 #include "ClientComm/platform/linux/runtime_file_name.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/workspace.h"
 #include "tests/support/child_process.h"
+#include "tests/support/mounts.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_helper.h"
 #include "tests/support/test_sandbox.h"
@@ -100,6 +103,13 @@ const support::Role otherUser("of-another-user", [](const std::vector<std::strin
 const support::Role notDumpable("not-dumpable", [](const std::vector<std::string>&) -> int {
   prctl(PR_SET_DUMPABLE, 0);
   TQHPAppleEventProcesser::share();
+  noteStart();
+  stay();
+});
+
+// Says nothing of itself, and the kernel keeps from others what it runs.
+const support::Role silent("silent", [](const std::vector<std::string>&) -> int {
+  prctl(PR_SET_DUMPABLE, 0);
   noteStart();
   stay();
 });
@@ -242,6 +252,46 @@ TEST(RunningApplication, OneWhoseExecutableMayNotBeReadCountsByItsRecord) {
   EXPECT_TRUE(openApplication(application));
   EXPECT_EQ(launchCount(), 1);
   EXPECT_FALSE(TQHPProcessList::share().infoForPID(1));
+}
+
+/// A /proc that no other process opens, and how often this one has opened it.
+class PrivateProcFolder {
+ public:
+  /// What `ownMounts` gives must be there.
+  PrivateProcFolder() {
+    EXPECT_EQ(mount("proc", "/proc", "proc", 0, nullptr), 0);
+    // Without the closing, one opening after the other would be told once.
+    EXPECT_GE(inotify_add_watch(watch_.get(), "/proc", IN_OPEN | IN_CLOSE), 0);
+  }
+
+  int timesOpened() const {
+    alignas(inotify_event) char events[4096];
+    const ssize_t size = read(watch_.get(), events, sizeof events);
+    int count = 0;
+    for (ssize_t at = 0; at < size;) {
+      const auto* const event = reinterpret_cast<const inotify_event*>(events + at);
+      const bool isOfEntry = event->len != 0;
+      if ((event->mask & IN_OPEN) != 0 && !isOfEntry) ++count;
+      at += static_cast<ssize_t>(sizeof *event + event->len);
+    }
+    return count;
+  }
+
+ private:
+  clientcomm::ScopedFd watch_{inotify_init1(IN_NONBLOCK | IN_CLOEXEC)};
+};
+
+TEST(RunningApplication, TheProcessesAreReadOnceBesideOneOfWhichNothingIsKnown) {
+  if (!support::ownMounts()) GTEST_SKIP() << "this process may not mount anything";
+  const ChildProcess process = start(makeRunner("silent"));
+  const PrivateProcFolder processes;
+  dropCapabilities();
+  std::error_code error;
+  static_cast<void>(fs::read_symlink("/proc/" + std::to_string(process.pid()) + "/exe", error));
+  ASSERT_EQ(error.value(), EACCES);
+  EXPECT_EQ(clientcomm::presenceOf(support::sandbox() + "/apps/Other.app", identifier()),
+            clientcomm::Presence::kAbsent);
+  EXPECT_EQ(processes.timesOpened(), 1);
 }
 
 // --- The path that an application is launched by. ---

@@ -1,5 +1,10 @@
 #include "ClientComm/platform/linux/process_record.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/file_tree.h"
@@ -11,6 +16,14 @@
 #include "ClientComm/platform/linux/runtime_folder.h"
 
 namespace clientcomm {
+namespace {
+
+bool isMissing(int folder, const std::string& name) noexcept {
+  struct stat status = {};
+  return fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT;
+}
+
+}  // namespace
 
 std::optional<ProcessRecord> processRecordForPID(pid_t pid) {
   const ScopedFd folder = openRuntimeFolder(IfMissing::kFail);
@@ -23,6 +36,14 @@ std::optional<ProcessRecord> processRecordForPID(pid_t pid) {
   if (second && second->startTime == processStartTime(pid)) return second;
   // Where /proc belongs to another namespace than this process, so do the IDs in it.
   return first;
+}
+
+bool hasNoProcessRecord(pid_t pid) {
+  const ScopedFd folder = openRuntimeFolder(IfMissing::kFail);
+  if (!folder.isValid()) return errno == ENOENT;
+  const std::uint64_t own = ownPIDNamespace();
+  return own != 0 && isMissing(folder.get(), processRecordName(pid)) &&
+         isMissing(folder.get(), processRecordName(pid, own));
 }
 
 std::optional<ProcessRecord> unseenProcessRecord(const std::string& bundlePath,

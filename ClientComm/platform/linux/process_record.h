@@ -27,6 +27,9 @@ struct ProcessRecord {
 /// of that ID.
 std::optional<ProcessRecord> processRecordForPID(pid_t pid);
 
+/// Whether there is no record of the process `pid`; false also where that could not be told.
+bool hasNoProcessRecord(pid_t pid);
+
 /// The record of an open application of another PID namespace that was launched from `bundlePath`:
 /// of a process with this start time, or, where that is not known, of the one started last.
 std::optional<ProcessRecord> unseenProcessRecord(const std::string& bundlePath,

@@ -106,6 +106,12 @@ bool isOfAnotherUser(pid_t pid) noexcept {
   return stat(ProcPath::ofProcess(pid).c_str(), &status) == 0 && status.st_uid != geteuid();
 }
 
+// Nothing tells what the process runs, and a second look would not either: the kernel withholds its
+// executable, and it has said nothing of itself. Most desktops run some of these all day.
+bool isSilent(pid_t pid) {
+  return ExecutableLink::ofProcess(pid).isWithheld() && hasNoProcessRecord(pid);
+}
+
 /// What a look at all processes has found.
 struct Look {
   Presence presence = Presence::kAbsent;
@@ -117,7 +123,7 @@ Look lookAtProcesses(const std::string& bundlePath) {
   const BundleFilter filter(bundlePath);
   ProcessIDReader processes;
   for (pid_t pid = processes.next(); pid != 0; pid = processes.next()) {
-    if (!filter.mayRun(pid) || isOfAnotherUser(pid)) continue;
+    if (!filter.mayRun(pid) || isOfAnotherUser(pid) || isSilent(pid)) continue;
     const auto process = bundleProcess(pid);
     const bool isOfBundle = process && isSameBundle(process->identity.path, bundlePath);
     if (isOfBundle && process->presence == Presence::kRunning) return {Presence::kRunning};
