@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "benchmarks/benchmarks.h"
+#include "benchmarks/hosts.h"
 #include "benchmarks/idle.h"
 #include "tests/support/supervisor.h"
 
@@ -28,6 +29,9 @@ int runBenchmarks(int argc, char** argv) {
   }
   bench::Plan plan;
   plan.isSmoke = takeOption("--smoke", argc, argv) != nullptr;
+  if (const char* const seconds = takeOption("--hosts=", argc, argv)) {
+    return bench::measureHosts(std::atoi(seconds), plan.isSmoke);
+  }
   if (plan.isSmoke) plan.repetitions = 1;
   bench::registerSendBenchmarks(plan);
   bench::registerQueryBenchmarks(plan);

@@ -102,10 +102,10 @@ void endHelper() {
 
 std::string makeHost(const std::string& name, const std::string& role) {
   clientcomm::PropertyListDictionary info = support::defaultHostInfo();
-  info.insert_or_assign("CFBundleIdentifier", "com.example." + role);
+  info.insert_or_assign("CFBundleIdentifier", "com.example." + name);
   info.insert_or_assign("CFBundleName", name);
   info.insert_or_assign("CFBundleExecutable", name);
-  const std::string path = support::makeApplication(name, "com.example." + role, role, info);
+  const std::string path = support::makeApplication(name, "com.example." + name, role, info);
   embedHelper("apps/" + name);
   return path;
 }
