@@ -38,7 +38,8 @@ void TQHPHelper::init() {
   clientcomm::guarded([this] {
     autoStartTimer_ = clientcomm::Timer::scheduledTimer(
         kAutoStartInterval,
-        [this](const clientcomm::Timer& timer) { autoautoStartIntervaTimerMethod(&timer); });
+        [this](const clientcomm::Timer& timer) { autoautoStartIntervaTimerMethod(&timer); },
+        clientcomm::TimerPrecision::kShared);
   });
 }
 

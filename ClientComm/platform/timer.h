@@ -6,6 +6,13 @@
 
 namespace clientcomm {
 
+enum class TimerPrecision {
+  kExact,
+  /// At the moment at which other programs' timers of whole seconds fire as well, so that the
+  /// processor wakes once for all of them. The first firing is up to a second early for that.
+  kShared,
+};
+
 /// A timer on the current thread's run loop. It fires only while that loop runs.
 class Timer {
  public:
@@ -13,8 +20,10 @@ class Timer {
 
   /// Schedules a repeating timer on the current thread's run loop; the first firing is one interval
   /// from now. The callback must not throw.
+  /// @param precision `kShared` is for intervals of whole seconds.
   static std::unique_ptr<Timer> scheduledTimer(std::chrono::milliseconds interval,
-                                               Callback callback);
+                                               Callback callback,
+                                               TimerPrecision precision = TimerPrecision::kExact);
   /// A timer that is on no run loop and never fires by itself.
   Timer();
   ~Timer();

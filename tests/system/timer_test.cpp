@@ -13,6 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using clientcomm::Timer;
+using clientcomm::TimerPrecision;
 using Clock = std::chrono::steady_clock;
 
 // Runs what the main loop has to do at this moment, without waiting.
@@ -66,6 +67,33 @@ TEST(Timer, CountsInMillisecondsAndDoesNotWakeTheLoopInBetween) {
   const auto timer = Timer::scheduledTimer(5432ms, [](Timer&) {});
   EXPECT_GT(sleepOfTheLoop(), 5000);
   EXPECT_LE(sleepOfTheLoop(), 5432);
+}
+
+// When the loop would wake, in milliseconds of the clock.
+std::chrono::milliseconds wakeUpOfTheLoop() {
+  for (;;) {
+    const auto before = Clock::now();
+    const std::chrono::milliseconds sleep(sleepOfTheLoop());
+    if (Clock::now() - before > 2ms) continue;  // another process has run in between
+    return std::chrono::round<std::chrono::milliseconds>(before.time_since_epoch() + sleep);
+  }
+}
+
+TEST(Timer, FiresWithOthersOfWholeSecondsAndNeverLaterThanOneInterval) {
+  const auto ignore = [](Timer&) {};
+  auto first = Timer::scheduledTimer(5s, ignore, TimerPrecision::kShared);
+  const auto moment = wakeUpOfTheLoop() % 1000ms;
+  first.reset();
+  for (int i = 0; i < 7; ++i) {
+    std::this_thread::sleep_for(137ms);  // so that the timers begin at all parts of a second
+    const auto latest = Clock::now() + 3001ms;
+    const auto timer = Timer::scheduledTimer(3s, ignore, TimerPrecision::kShared);
+    const auto wakeUp = wakeUpOfTheLoop();
+    const auto apart = (wakeUp - moment + 500ms) % 1000ms - 500ms;
+    EXPECT_LE(std::chrono::abs(apart), 5ms);
+    EXPECT_LE(wakeUp, latest.time_since_epoch());
+    EXPECT_GT(wakeUp, latest.time_since_epoch() - 1100ms);
+  }
 }
 
 TEST(Timer, LeavesTheLoopAsleepOnceItIsGone) {

@@ -19,8 +19,9 @@ struct Timer::State {
   int number = 0;  ///< Of the schedule; 0 for none.
 };
 
-std::unique_ptr<Timer> Timer::scheduledTimer(std::chrono::milliseconds interval,
-                                             Callback callback) {
+// There are no other programs to share a moment with.
+std::unique_ptr<Timer> Timer::scheduledTimer(std::chrono::milliseconds interval, Callback callback,
+                                             TimerPrecision /*precision*/) {
   auto timer = std::make_unique<Timer>();
   timer->state_->number = memoryClock().schedule(
       std::clamp(interval, std::chrono::milliseconds(1), kLongestInterval),
