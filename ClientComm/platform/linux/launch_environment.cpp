@@ -5,12 +5,14 @@
 #include <string_view>
 #include <utility>
 
+#include "ClientComm/platform/fixed_text.h"
+
 namespace clientcomm {
 namespace {
 
 /// A variable that a launched application does not get. A name that ends in "*" stands for all that
 /// begin so. docs/building.md has the same list for users.
-constexpr std::string_view kHostsOwn[] = {
+constexpr FixedText<31> kHostsOwn[] = {
     // The dynamic loader: the helper would run with the host's libraries, or with what was
     // preloaded into the host.
     "LD_LIBRARY_PATH",

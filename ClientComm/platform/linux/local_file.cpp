@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "ClientComm/platform/fixed_text.h"
 #include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/posix/io.h"
 
@@ -25,11 +26,11 @@ using MountID = std::uint64_t;
 constexpr int kPathFlags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
 
 // File systems that answer from this machine. Any other is asked only by a process that may wait.
-constexpr std::array<std::string_view, 25> kLocalTypes = {
-    "bcachefs", "btrfs",   "devtmpfs", "erofs",   "exfat",  "ext2",     "ext3",
-    "ext4",     "f2fs",    "hfsplus",  "iso9660", "jfs",    "msdos",    "ntfs3",
-    "nilfs2",   "overlay", "reiserfs", "reiser4", "rootfs", "squashfs", "tmpfs",
-    "udf",      "vfat",    "xfs",      "zfs"};
+constexpr FixedText<8> kLocalTypes[] = {"bcachefs", "btrfs",    "devtmpfs", "erofs",  "exfat",
+                                        "ext2",     "ext3",     "ext4",     "f2fs",   "hfsplus",
+                                        "iso9660",  "jfs",      "msdos",    "ntfs3",  "nilfs2",
+                                        "overlay",  "reiserfs", "reiser4",  "rootfs", "squashfs",
+                                        "tmpfs",    "udf",      "vfat",     "xfs",    "zfs"};
 
 // Nothing when the kernel does not show the file, or it is larger than any that is known.
 std::optional<std::string> readProcFile(const ProcPath& path) {
@@ -86,7 +87,7 @@ class LocalMounts {
     std::string_view type = line.substr(separator + kSeparator.size());
     type = type.substr(0, type.find(' '));
     const bool isLocal =
-        std::find(kLocalTypes.begin(), kLocalTypes.end(), type) != kLocalTypes.end();
+        std::find(std::begin(kLocalTypes), std::end(kLocalTypes), type) != std::end(kLocalTypes);
     if (isLocal) mounts_.push_back(*mount);
   }
 

@@ -7,6 +7,8 @@
 #include <tuple>
 #include <utility>
 
+#include "ClientComm/platform/fixed_text.h"
+
 namespace clientcomm {
 namespace {
 
@@ -17,7 +19,10 @@ struct LanguageTag {
   std::string region;
 };
 
-using Renaming = std::pair<std::string_view, std::string_view>;
+struct Renaming {
+  FixedText<19> older;
+  FixedText<7> newer;
+};
 
 // Names from the time before language codes, and codes that have been replaced.
 constexpr std::array kOlderNames = std::to_array<Renaming>({
@@ -61,8 +66,8 @@ std::string lowerCased(std::string_view text) {
 
 std::string_view newerName(std::string_view name) {
   const auto found = std::find_if(kOlderNames.begin(), kOlderNames.end(),
-                                  [name](const Renaming& entry) { return entry.first == name; });
-  return found == kOlderNames.end() ? name : found->second;
+                                  [name](const Renaming& entry) { return entry.older == name; });
+  return found == kOlderNames.end() ? name : std::string_view(found->newer);
 }
 
 // Cuts the part before the first separator off the front of `text`.

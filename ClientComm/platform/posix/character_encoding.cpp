@@ -8,16 +8,18 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "ClientComm/platform/fixed_text.h"
+
 namespace clientcomm {
 namespace {
 
 // Encodings in which a byte below 0x80 that is no part of a longer character is ASCII. Left out are
 // encodings with shift states, in which markup can hide.
 bool isSupported(std::string encoding) {
-  static constexpr std::string_view kFamilies[] = {"ISO-8859-", "ISO8859-", "WINDOWS-125", "CP125"};
-  static constexpr std::string_view kNames[] = {"UTF8",      "ASCII",  "LATIN1", "KOI8-R", "KOI8-U",
-                                                "MACINTOSH", "GB2312", "GBK",    "BIG5",   "EUC-JP",
-                                                "SHIFT_JIS", "EUC-KR", "GB18030"};
+  static constexpr FixedText<11> kFamilies[] = {"ISO-8859-", "ISO8859-", "WINDOWS-125", "CP125"};
+  static constexpr FixedText<9> kNames[] = {"UTF8",      "ASCII",  "LATIN1", "KOI8-R", "KOI8-U",
+                                            "MACINTOSH", "GB2312", "GBK",    "BIG5",   "EUC-JP",
+                                            "SHIFT_JIS", "EUC-KR", "GB18030"};
   for (char& c : encoding) c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
   const auto isMember = [&encoding](std::string_view family) {
     return encoding.starts_with(family) &&

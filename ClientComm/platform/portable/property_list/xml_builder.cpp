@@ -6,6 +6,7 @@
 #include <utility>
 #include <variant>
 
+#include "ClientComm/platform/fixed_text.h"
 #include "ClientComm/platform/portable/property_list/base64.h"
 #include "ClientComm/platform/portable/property_list/value.h"
 #include "ClientComm/platform/portable/property_list/xml_scalars.h"
@@ -41,7 +42,7 @@ std::optional<PropertyListValue> stringInData(std::string_view text) {
 
 std::optional<XmlListBuilder::Element> XmlListBuilder::elementNamed(std::string_view name) {
   struct Name {
-    std::string_view name;
+    FixedText<7> name;
     Element element;
   };
   static constexpr Name kNames[] = {
