@@ -3,6 +3,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "ClientComm/platform/reporter.h"
+
 namespace clientcomm {
 
 /// Runs `body` for the host: an exception ends here and gives `fallback`.
@@ -11,6 +13,7 @@ Result guarded(Result fallback, Body&& body) noexcept {
   try {
     return std::forward<Body>(body)();
   } catch (...) {
+    reportException();
     return fallback;
   }
 }
@@ -21,7 +24,7 @@ void guarded(Body&& body) noexcept {
   try {
     std::forward<Body>(body)();
   } catch (...) {
-    // The operation is abandoned; the next timer tick or call retries.
+    reportException();  // the next timer tick or call retries
   }
 }
 

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "ClientComm/platform/diagnostic.h"
 #include "ClientComm/platform/error.h"
 #include "ClientComm/platform/file_manager.h"
 
@@ -64,6 +65,10 @@ class [[nodiscard]] Status {
 
   /// The platform's error object; nothing on success.
   std::optional<Error> error() const;
+
+  /// Reports a failure, of which the caller of the operation does not hear, or not why.
+  /// @return `isOk()`, which may be discarded.
+  bool report(DiagnosticCause cause) const noexcept;
 
   /// Discards the status. A comment at the call says why nothing has to be done.
   void ignore() const noexcept {}

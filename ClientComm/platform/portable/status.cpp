@@ -1,6 +1,7 @@
 #include "ClientComm/platform/status.h"
 
 #include "ClientComm/platform/path.h"
+#include "ClientComm/platform/reporter.h"
 
 namespace clientcomm {
 
@@ -25,6 +26,11 @@ Status&& Status::below(std::string_view folder) && noexcept {
 std::optional<Error> Status::error() const {
   if (isOk()) return std::nullopt;
   return Error{domain_, code_, {{kErrorPathKey, path_}, {kErrorCallKey, call_}}};
+}
+
+bool Status::report(DiagnosticCause cause) const noexcept {
+  if (code_ != 0) clientcomm::report(cause, path_, call_, code_);
+  return code_ == 0;
 }
 
 }  // namespace clientcomm

@@ -15,8 +15,11 @@
 #include <ClientComm/TQHPUpgradeByHelper.h>
 #include <ClientComm/TQHPUploadByHelper.h>
 #include <ClientComm/async.h>
+#include <ClientComm/diagnostics.h>
 #include <ClientComm/event_loop.h>
 #include <ClientComm/platform/bundle.h>
+#include <ClientComm/platform/diagnostic.h>
+#include <ClientComm/platform/diagnostic_causes.h>
 #include <ClientComm/platform/error.h>
 #include <ClientComm/platform/export.h>
 #include <ClientComm/platform/file_manager.h>
@@ -232,6 +235,12 @@ void useHelper() {
   if (page.URL() && page.width() < page.height()) page.description();
 }
 
+void useDiagnostics() {
+  clientcomm::setDiagnosticHandler([](const clientcomm::Diagnostic& diagnostic) {
+    std::exit(static_cast<int>(clientcomm::descriptionOf(diagnostic).size()));
+  });
+}
+
 void useAsync() {
   const clientcomm::TimeLimit limit = std::chrono::seconds(1);
   const clientcomm::StartUpCallback started = [](OSErr status) { std::exit(status); };
@@ -330,5 +339,6 @@ int main(int argc, char** /*argv*/) {
   useProcesses();
   useBundle();
   useEventLoop();
+  useDiagnostics();
   useFilesAndValues();
 }
