@@ -14,6 +14,7 @@
 /// - Where a function fails, what it should give out is NULL, nil, -1 or unchanged.
 
 #include "ClientComm/c/async.h"
+#include "ClientComm/c/diagnostics.h"
 #include "ClientComm/c/host.h"
 #include "ClientComm/c/loop.h"
 #include "ClientComm/c/processes.h"

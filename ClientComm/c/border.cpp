@@ -4,6 +4,8 @@
 #include <thread>
 #include <utility>
 
+#include "ClientComm/platform/reporter.h"
+
 namespace clientcomm {
 namespace {
 
@@ -25,6 +27,7 @@ clientcomm_status runAtBorder(clientcomm_status (*body)(void* data), void* data)
   } catch (const Refusal& refusal) {
     return refusal.status;
   } catch (...) {
+    reportException();
     return CLIENTCOMM_OUT_OF_RESOURCES;
   }
 }

@@ -1,4 +1,5 @@
-/* One use of every function of the C interface, as C99 and as C++. Never runs: that it links is the test. */
+/* One use of every function of the C interface, as C99 and as C++. Never runs: that it links is the
+ * test. */
 #include <ClientComm/clientcomm.h>
 
 static const clientcomm_text text = CLIENTCOMM_TEXT("text");
@@ -119,6 +120,15 @@ static void use_processes(void) {
   clientcomm_each_process(look_at, NULL);
 }
 
+static void hear(void* context, const clientcomm_diagnostic* diagnostic) {
+  flag = context == NULL &&
+         diagnostic->subject.length > strlen(clientcomm_cause_name(diagnostic->cause)) &&
+         strlen(clientcomm_cause_attempt(diagnostic->cause)) > 0 &&
+         strlen(clientcomm_cause_sentence(diagnostic->cause)) > 0;
+}
+
+static void use_diagnostics(void) { clientcomm_set_diagnostic_handler(hear, NULL, NULL); }
+
 int main(int count, char** arguments) {
   int descriptor = -1;
   clientcomm_status status;
@@ -131,6 +141,7 @@ int main(int count, char** arguments) {
   use_upgrade();
   use_calls();
   use_queries();
+  use_diagnostics();
   use_processes();
   return clientcomm_status_text(status)[0] == '\0';
 }
