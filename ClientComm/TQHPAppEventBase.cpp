@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "ClientComm/internal/object_state.h"
+#include "ClientComm/platform/reporter.h"
 #include "ClientComm/platform/shared_object.h"
 
 using clientcomm::OptionalString;
@@ -24,7 +25,10 @@ const std::string& TQHPAppEventBase::className() const noexcept { return isa().n
 OptionalString TQHPAppEventBase::performSelector(std::string_view selector,
                                                  std::span<const OptionalString> objects) {
   const clientcomm::Method* const method = isa().methodForSelector(selector);
-  if (method == nullptr) return std::nullopt;
+  if (method == nullptr) {
+    clientcomm::report(clientcomm::DiagnosticCause::kSelectorUnknown, className(), selector);
+    return std::nullopt;
+  }
   if (objects.size() > method->argumentCount) {
     throw clientcomm::InvalidArgumentException("more arguments than the selector takes");
   }

@@ -14,12 +14,14 @@
 #include "ClientComm/platform/object_observer.h"
 #include "ClientComm/platform/owner_thread.h"
 #include "ClientComm/platform/process_manager.h"
+#include "ClientComm/platform/reporter.h"
 #include "ClientComm/platform/shared_object.h"
 #include "ClientComm/platform/wire_format.h"
 
 namespace {
 
 using clientcomm::AppleEventDescriptor;
+using clientcomm::DiagnosticCause;
 using clientcomm::OptionalString;
 
 // Takes the text out of the list, as a call is read only once and its texts may be large.
@@ -57,8 +59,17 @@ struct CLIENTCOMM_LOCAL TQHPAppleEventProcesser::State {
   OptionalString reflection(const OptionalString& className, const OptionalString& method,
                             std::span<const OptionalString> parameter,
                             const OptionalString& bundleID);
+  /// Without the strings that the receiver is called with.
+  struct Call {
+    const OptionalString& className;
+    const OptionalString& method;
+    const OptionalString& bundleID;
+  };
+  /// @param failure receives why the call is not carried out.
+  OptionalString perform(const Call& call, std::span<const OptionalString> parameter,
+                         std::optional<DiagnosticCause>& failure);
   clientcomm::Object* objectForKey(std::string_view className) const;
-  clientcomm::Object* instanceForClass(const OptionalString& className);
+  clientcomm::Object* instanceForClass(const std::string& className);
 
   std::map<std::string, clientcomm::Object*, std::less<>> mapTable;
   /// Instances that the processor made itself; kept even when another takes over their entry.
@@ -137,30 +148,47 @@ OptionalString TQHPAppleEventProcesser::State::reflection(const OptionalString& 
                                                           const OptionalString& method,
                                                           std::span<const OptionalString> parameter,
                                                           const OptionalString& bundleID) {
-  clientcomm::Object* const instance = instanceForClass(className);
+  std::optional<DiagnosticCause> failure;
+  OptionalString result = perform({className, method, bundleID}, parameter, failure);
+  if (failure) {
+    clientcomm::report(*failure, className ? *className : std::string_view(),
+                       method ? *method : std::string_view());
+  }
+  return result;
+}
+
+OptionalString TQHPAppleEventProcesser::State::perform(const Call& call,
+                                                       std::span<const OptionalString> parameter,
+                                                       std::optional<DiagnosticCause>& failure) {
+  failure = DiagnosticCause::kCallIncomplete;
+  if (!call.className) return std::nullopt;
+  clientcomm::Object* const instance = instanceForClass(*call.className);
+  failure = DiagnosticCause::kClassUnknown;
   if (instance == nullptr) return std::nullopt;
   try {
     // The system's first platform dispatched calls on any thread; here it is never contended.
     const std::lock_guard lock(monitor);
     // Other objects can be registered, but do not take calls.
+    failure = DiagnosticCause::kClassTakesNoCalls;
     if (!instance->takesCalls()) return std::nullopt;
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-static-cast-downcast): takesCalls() tells the type
     auto* const receiver = static_cast<TQHPAppEventBase*>(instance);
-    receiver->setBundleID(bundleID);
-    if (!method) return std::nullopt;
-    return receiver->performSelector(*method, parameter);
+    receiver->setBundleID(call.bundleID);
+    failure = DiagnosticCause::kCallIncomplete;
+    if (!call.method) return std::nullopt;
+    failure.reset();
+    return receiver->performSelector(*call.method, parameter);
   } catch (...) {
+    failure = DiagnosticCause::kCallThrew;
     return std::nullopt;
   }
 }
 
-clientcomm::Object* TQHPAppleEventProcesser::State::instanceForClass(
-    const OptionalString& className) {
-  if (!className) return nullptr;
-  if (clientcomm::Object* const registered = objectForKey(*className)) return registered;
-  const clientcomm::Class* const cls = clientcomm::classNamed(*className);
+clientcomm::Object* TQHPAppleEventProcesser::State::instanceForClass(const std::string& className) {
+  if (clientcomm::Object* const registered = objectForKey(className)) return registered;
+  const clientcomm::Class* const cls = clientcomm::classNamed(className);
   std::shared_ptr<clientcomm::Object> made = cls == nullptr ? nullptr : cls->makeInstance();
   if (made == nullptr) return nullptr;
-  mapTable.insert_or_assign(*className, made.get());
+  mapTable.insert_or_assign(className, made.get());
   return madeInstances.emplace_back(std::move(made)).get();
 }

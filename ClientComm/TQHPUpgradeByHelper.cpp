@@ -8,6 +8,7 @@
 #include "ClientComm/internal/host_classes.h"
 #include "ClientComm/internal/object_state.h"
 #include "ClientComm/internal/proxy_call.h"
+#include "ClientComm/platform/reporter.h"
 #include "ClientComm/platform/shared_object.h"
 #include "ClientComm/platform/text.h"
 
@@ -98,11 +99,13 @@ OSErr TQHPUpgradeByHelper::productUpgradeCallBack(const OptionalString& /*unused
                                                   const OptionalString& description) {
   auto& state = clientcomm::stateAs<State>(*state_);
   if (!state.isUpgradeQueryResopned) {
+    clientcomm::report(clientcomm::DiagnosticCause::kUpgradeNoticeIgnored, className());
     const OSErr status = productReadyToUpgrade("", "", "ignore");
     state.isUpgradeQueryResopned = false;
     return status;
   }
   if (state.delegate == nullptr || !state.delegate->respondsToSelector(kProductWillUpgrade)) {
+    clientcomm::report(clientcomm::DiagnosticCause::kNoDelegate, kProductWillUpgrade);
     return clientcomm::noErr;
   }
   std::optional<clientcomm::Error> error;

@@ -6,13 +6,17 @@
 #include "ClientComm/internal/guard.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/owner_thread.h"
+#include "ClientComm/platform/reporter.h"
 
 namespace clientcomm {
 
 std::shared_ptr<Query> Query::start(AppleEventDescriptor event, Handler handler,
                                     std::optional<std::chrono::milliseconds> limit) {
   auto query = std::make_shared<Query>(std::move(handler));
-  if (limit) query->finishLater(errAETimeout, *limit);
+  if (limit) {
+    if (isReporting()) query->target_ = event.target().data();
+    query->finishLater(errAETimeout, *limit);
+  }
   query->send(std::move(event));
   return query;
 }
@@ -26,14 +30,19 @@ void Query::send(AppleEventDescriptor event) {
         std::move(event),
         [this](OSErr status, AppleEventDescriptor reply) { finish(status, std::move(reply)); });
   } catch (const std::bad_alloc&) {
+    reportException();
     finishLater(memFullErr, std::chrono::milliseconds(0));
   } catch (...) {
+    reportException();
     finishLater(connectionInvalid, std::chrono::milliseconds(0));
   }
 }
 
 void Query::finishLater(OSErr status, std::chrono::milliseconds delay) {
-  timer_ = Timer::scheduledTimer(delay, [this, status](Timer& /*timer*/) { finish(status, {}); });
+  timer_ = Timer::scheduledTimer(delay, [this, status](Timer& /*timer*/) {
+    if (status == errAETimeout) reportStatus(DiagnosticCause::kReplyLate, target_, "", status);
+    finish(status, {});
+  });
 }
 
 void Query::finish(OSErr status, AppleEventDescriptor reply) {

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "ClientComm/platform/apple_event.h"
 #include "ClientComm/platform/apple_event_transport.h"
@@ -36,6 +37,7 @@ class Query : public std::enable_shared_from_this<Query> {
 
   Handler handler_;
   bool isPending_ = true;
+  std::string target_;  ///< Known while failures are reported.
   std::unique_ptr<PendingReply> reply_;
   std::unique_ptr<Timer> timer_;
   std::shared_ptr<Query> self_;  ///< Where there is no handle.

@@ -17,6 +17,7 @@
 #include "ClientComm/platform/linux/socket_path.h"
 #include "ClientComm/platform/native_file.h"
 #include "ClientComm/platform/posix/io.h"
+#include "ClientComm/platform/reporter.h"
 
 namespace clientcomm {
 namespace {
@@ -66,7 +67,10 @@ OSErr EndpointName::take(ScopedFd& listener, IfTaken ifTaken) {
   const ScopedFd folder = openRuntimeFolder(IfMissing::kCreate);
   if (!folder.isValid()) return errAEEventNotPermitted;
   ScopedFd socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!socket.isValid()) return memFullErr;
+  if (!socket.isValid()) {
+    report(DiagnosticCause::kEndpointNotOpened, runtimeFolderPath(), "socket", errno);
+    return memFullErr;
+  }
   if (const OSErr status = bindAndListen(folder.get(), socket.get(), ifTaken); status != noErr) {
     return status;
   }
@@ -86,7 +90,10 @@ OSErr EndpointName::bindAndListen(int folder, int socket, IfTaken ifTaken) {
   if (!path.isValid() || !bindAnew(folder, socket, path, ownName) ||
       !makePrivate(folder, ownName, status) || ::listen(socket, kEndpointBacklog) != 0 ||
       !putInPlace(folder, ownName, status, ifTaken)) {
+    const int error = errno;
     discardFile(folder, ownName.c_str());
+    report(error == EEXIST ? DiagnosticCause::kEndpointTaken : DiagnosticCause::kEndpointNotOpened,
+           runtimeFolderPath(), "bindAndListen", error);
     return errAEEventNotPermitted;
   }
   device_ = status.st_dev;
@@ -102,7 +109,10 @@ bool EndpointName::putInPlace(int folder, const std::string& ownName, const stru
       writeEndpointRecord(folder, name_, status);
       return true;
     }
-    if (leadsElsewhere()) return false;
+    if (leadsElsewhere()) {
+      errno = EEXIST;
+      return false;
+    }
   }
   // Before the name leads here, so that the endpoint has its record from the first moment.
   writeEndpointRecord(folder, name_, status);

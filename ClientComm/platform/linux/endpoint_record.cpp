@@ -96,7 +96,8 @@ void writeEndpointRecord(int folder, const std::string& socketName, const struct
                                               {kSocketDeviceKey, std::uint64_t{socket.st_dev}},
                                               {kSocketInodeKey, std::uint64_t{socket.st_ino}}});
   // Without it, only processes of this PID namespace find the application.
-  replaceRuntimeFile(folder, endpointRecordName(socketName), record).ignore();
+  replaceRuntimeFile(folder, endpointRecordName(socketName), record)
+      .report(DiagnosticCause::kOwnRecordNotWritten);
 }
 
 std::optional<EndpointRecord> endpointRecordFromBytes(std::string_view bytes) {

@@ -16,6 +16,8 @@
 #include "ClientComm/platform/linux/process_token.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/linux/socket_path.h"
+#include "ClientComm/platform/posix/apple_event_codec.h"
+#include "ClientComm/platform/reporter.h"
 
 namespace clientcomm {
 namespace {
@@ -62,25 +64,56 @@ int connectWhenThereIsRoom(int socket, const SocketPath& path, const Deadline& d
   }
 }
 
-OSErr connectTo(const std::string& fileName, const Deadline& deadline, Connection& connection) {
+DiagnosticCause causeOf(OSErr status) noexcept {
+  switch (status) {
+    case procNotFound:
+      return DiagnosticCause::kTargetNotRunning;
+    case errAEEventNotPermitted:
+      return DiagnosticCause::kTargetNotPermitted;
+    case errAETimeout:
+      return DiagnosticCause::kTargetBusy;
+    case memFullErr:
+      return DiagnosticCause::kNoResourcesToSend;
+    case errAEEventNotHandled:
+      return DiagnosticCause::kVersionUnsupported;
+    default:
+      return DiagnosticCause::kConnectionLost;
+  }
+}
+
+OSErr failed(OSErr status, DeliveryFailure& failure, const char* call, int error) noexcept {
+  failure = {call, error, std::nullopt};
+  return status;
+}
+
+OSErr connectTo(const std::string& fileName, const Deadline& deadline, Connection& connection,
+                DeliveryFailure& failure) {
   const SocketPath path(fileName);
-  if (!path.isValid()) return statusOfConnectError(errno);
+  if (!path.isValid()) return failed(statusOfConnectError(errno), failure, "open", errno);
   connection.socket.reset(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const int socket = connection.socket.get();
-  if (!connection.socket.isValid()) return memFullErr;
+  if (!connection.socket.isValid()) return failed(memFullErr, failure, "socket", errno);
   int error = ::connect(socket, path.address(), SocketPath::size()) == 0 ? 0 : errno;
   if (error == EAGAIN || error == EINTR) {
     error = connectWhenThereIsRoom(socket, path, deadline);
-    if (error == EAGAIN) return errAETimeout;
+    if (error == EAGAIN) return failed(errAETimeout, failure, "connect", error);
   }
-  if (error != 0) return statusOfConnectError(error);
+  if (error != 0) return failed(statusOfConnectError(error), failure, "connect", error);
   ucred peer{};
   socklen_t size = sizeof peer;
-  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return connectionInvalid;
-  if (peer.uid != geteuid()) return errAEEventNotPermitted;
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
+    return failed(connectionInvalid, failure, "getsockopt", errno);
+  }
+  if (peer.uid != geteuid()) return failed(errAEEventNotPermitted, failure, "geteuid", EPERM);
   // A child that the application forked may hold its socket open after it has ended.
   connection.peer = peer.pid;
-  return connection.peerExists() ? noErr : procNotFound;
+  return connection.peerExists() ? noErr : failed(procNotFound, failure, "kill", ESRCH);
+}
+
+DiagnosticCause causeOfRefusal(OSErr status) noexcept {
+  if (status == errAEEventNotPermitted) return DiagnosticCause::kCallerNotIdentified;
+  const bool isUnhandled = status == errAEEventNotHandled;
+  return isUnhandled ? DiagnosticCause::kCallNotHandled : DiagnosticCause::kCallRefused;
 }
 
 }  // namespace
@@ -105,7 +138,7 @@ bool Connection::peerExists() const {
 
 OSErr EventDelivery::connect(const std::string& identifier, const Deadline& deadline,
                              Connection& connection) {
-  return connectTo(fileNameFor(identifier), deadline, connection);
+  return connectTo(fileNameFor(identifier), deadline, connection, failure_);
 }
 
 // Pass the executable's fd, so that the receiver can identify a caller that has exited by then or
@@ -115,17 +148,24 @@ OSErr EventDelivery::handOver(const Connection& connection, PacketKind kind,
                               const AppleEventDescriptor& event, std::size_t size) {
   const int socket = connection.socket.get();
   const auto version = versionFor(socket);
-  if (!version) return errAEEventNotHandled;
+  if (!version) {
+    return failed(errAEEventNotHandled, failure_, "versionOfEndpoint", 0);
+  }
   bool isNew = false;
   const std::uint32_t token = processToken(isNew);
   if (isNew) handshakes_.clear();
   const auto send = [&](int executable) {
-    return sendPacketOfSize(size, socket, {kind, *version, noErr, executable, token}, event);
+    const OSErr status =
+        sendPacketOfSize(size, socket, {kind, *version, noErr, executable, token}, event);
+    return status == noErr ? noErr : failed(status, failure_, "sendmsg", errno);
   };
   if (token != 0 && isKnownTo(connection.peer, kHandshakeValidity)) return send(-1);
   const ScopedFd executable(::open(ProcPath::ofThisProcess("/exe").c_str(), O_PATH | O_CLOEXEC));
   // Without it the event may be thrown away, which no status would tell.
-  if (!executable.isValid()) return statusOfOpenError(errno);
+  if (!executable.isValid()) {
+    failure_ = {"open", errno, DiagnosticCause::kOwnProgramUnreadable};
+    return statusOfOpenError(failure_.error);
+  }
   const OSErr status = send(executable.get());
   // So many of the user's descriptors may be on their way that the system takes no more.
   if (status == errAETimeout && token != 0 && isKnownTo(connection.peer, kLongestHandshake)) {
@@ -162,15 +202,46 @@ const std::string& EventDelivery::fileNameFor(const std::string& identifier) {
   return fileNames_.emplace(identifier, fileNameForIdentifier(identifier)).first->second;
 }
 
-std::optional<OSErr> takeReply(const Connection& connection, WireVersion highestVersion,
-                               AppleEventDescriptor& reply) {
+OSErr checkEvent(const AppleEventDescriptor& event, std::size_t& size) {
+  const AppleEventDescriptor& target = event.target();
+  const auto refuse = [&](DiagnosticCause cause, OSErr status) {
+    reportStatus(cause, target.data(), "checkEvent", status);
+    return status;
+  };
+  if (target.descriptorType() != typeApplicationBundleID) {
+    return refuse(DiagnosticCause::kCallNotBuilt, paramErr);
+  }
+  if (target.data().empty()) return refuse(DiagnosticCause::kTargetMissing, procNotFound);
+  const auto flattened = flattenedSize(event);
+  if (!flattened) return refuse(DiagnosticCause::kCallTooLarge, memFullErr);
+  size = *flattened;
+  return noErr;
+}
+
+void EventDelivery::reportFailure(const std::string& identifier, OSErr status) const noexcept {
+  report(failure_.cause.value_or(causeOf(status)), identifier, failure_.call, failure_.error);
+}
+
+OSErr reportLost(const std::string& identifier, const char* call) noexcept {
+  reportStatus(DiagnosticCause::kConnectionLost, identifier, call, connectionInvalid);
+  return connectionInvalid;
+}
+
+std::optional<OSErr> takeReply(const Connection& connection, const std::string& identifier,
+                               WireVersion highestVersion, AppleEventDescriptor& reply) {
   Packet packet;
   const ReceiveResult result = receivePacket(connection.socket.get(), packet, highestVersion);
   if (result == ReceiveResult::kNothingYet) return std::nullopt;
+  if (result == ReceiveResult::kClosed) return reportLost(identifier, "recvmsg");
   if (result != ReceiveResult::kPacket || packet.kind != PacketKind::kReply) {
+    report(DiagnosticCause::kReplyMalformed, identifier);
     return connectionInvalid;
   }
-  if (packet.status == noErr) reply = std::move(packet.descriptor);
+  if (packet.status == noErr) {
+    reply = std::move(packet.descriptor);
+  } else {
+    reportStatus(causeOfRefusal(packet.status), identifier, "", packet.status);
+  }
   return packet.status;
 }
 

@@ -10,6 +10,7 @@
 #include <unordered_map>
 
 #include "ClientComm/platform/apple_event.h"
+#include "ClientComm/platform/diagnostic.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/types.h"
 #include "ClientComm/platform/wire_format.h"
@@ -42,6 +43,13 @@ struct Connection {
   bool peerExists() const;
 };
 
+/// Why an event was not handed over.
+struct DeliveryFailure {
+  const char* call = "";
+  int error = 0;                         ///< An errno value; 0 where there is none.
+  std::optional<DiagnosticCause> cause;  ///< Where the status does not tell it.
+};
+
 /// Hands events over to their targets, and remembers of each what the next event need not find out
 /// again.
 class EventDelivery {
@@ -61,6 +69,10 @@ class EventDelivery {
   OSErr handOver(const Connection& connection, PacketKind kind, const AppleEventDescriptor& event,
                  std::size_t size);
 
+  /// Reports the failure of the last `connect` or `handOver`, which returned `status`, for a sender
+  /// that gives up.
+  void reportFailure(const std::string& identifier, OSErr status) const noexcept;
+
  private:
   const std::string& fileNameFor(const std::string& identifier);
   std::optional<WireVersion> versionFor(int socket) const noexcept;
@@ -68,16 +80,24 @@ class EventDelivery {
   bool isKnownTo(pid_t target, std::chrono::seconds validity) const;
 
   WireVersion highestVersion_;
+  DeliveryFailure failure_;  ///< Written by failures only.
   /// File names of the targets addressed so far, so that not every send computes a digest.
   std::unordered_map<std::string, std::string> fileNames_;
   /// When this process last handed its executable to each target.
   std::unordered_map<pid_t, std::chrono::steady_clock::time_point> handshakes_;
 };
 
+/// Checks that the event can be carried. @param size set to its flattened size.
+/// @return paramErr, procNotFound without a target, memFullErr; a failure is reported.
+OSErr checkEvent(const AppleEventDescriptor& event, std::size_t& size);
+
 /// Takes the answer to a query off the connection, without waiting.
 /// @return nothing as long as there is none; the answer's status; connectionInvalid when the peer
-///         is gone.
-std::optional<OSErr> takeReply(const Connection& connection, WireVersion highestVersion,
-                               AppleEventDescriptor& reply);
+///         is gone. A failure is reported.
+std::optional<OSErr> takeReply(const Connection& connection, const std::string& identifier,
+                               WireVersion highestVersion, AppleEventDescriptor& reply);
+
+/// Reports that the application `identifier` has gone. @return connectionInvalid.
+OSErr reportLost(const std::string& identifier, const char* call) noexcept;
 
 }  // namespace clientcomm

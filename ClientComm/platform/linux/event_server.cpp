@@ -3,9 +3,12 @@
 #include <sched.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <string>
 #include <utility>
+
+#include "ClientComm/platform/reporter.h"
 
 namespace clientcomm {
 namespace {
@@ -26,12 +29,19 @@ AppleEventDescriptor answerTo(std::int16_t returnID, std::int32_t transactionID)
                                           transactionID);
 }
 
+bool isSilent(int socket) noexcept {
+  char byte = 0;
+  return recv(socket, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT) < 0 && errno == EAGAIN;
+}
+
 /// @param version of the event that is answered.
 void sendReply(int socket, WireVersion version, OSErr status, const AppleEventDescriptor& reply) {
   constexpr std::uint32_t kNoToken = 0;
   const OSErr sent = sendPacket(socket, PacketKind::kReply, status, reply, -1, kNoToken, version);
   // The sender learns why there is no reply.
-  if (sent != noErr) sendPacket(socket, PacketKind::kReply, sent, {}, -1, kNoToken, version);
+  if (sent == noErr) return;
+  reportStatus(DiagnosticCause::kReplyNotSent, "", "sendPacket", sent);
+  sendPacket(socket, PacketKind::kReply, sent, {}, -1, kNoToken, version);
 }
 
 }  // namespace
@@ -93,7 +103,11 @@ void EventServer::serveEarlierOf(pid_t pid) {
 // What the peer has sent up to now counts, since it was told so; what it sends from now on is
 // refused on its own side. The server may be gone after this.
 void EventServer::dismiss(PeerConnection connection) {
-  shutdown(connection.socket.get(), SHUT_RD);
+  const int socket = connection.socket.get();
+  if (isReporting() && isSilent(socket)) {
+    reportProcess(DiagnosticCause::kCallerSilent, connection.pid);
+  }
+  shutdown(socket, SHUT_RD);
   serve(connection, FirstWait::kNone);
 }
 
@@ -131,12 +145,22 @@ bool EventServer::serveUnread(PeerConnection& connection, FirstWait wait, Budget
   Envelope envelope;
   const ReceiveResult result = receiveFirst(socket, wait, envelope);
   if (result == ReceiveResult::kNothingYet) return false;
-  if (result == ReceiveResult::kUnknownVersion) refuseVersion(socket, envelope.kind);
+  if (result == ReceiveResult::kUnknownVersion) {
+    refuseVersion(socket, envelope.kind);
+    reportProcess(DiagnosticCause::kPacketUnsupported, connection.pid);
+  }
+  if (result == ReceiveResult::kMalformed) {
+    reportProcess(DiagnosticCause::kPacketMalformed, connection.pid);
+  }
   if (result != ReceiveResult::kPacket || envelope.kind == PacketKind::kReply) return true;
   const PeerIdentity caller =
       identityOfPeer(connection.pid, socket, envelope.executable.get(), envelope.token);
   if (!isServed(caller)) {
     refuse(socket, envelope, caller.kind);
+    const bool isUnknown = caller.kind == PeerKind::kUnknown;
+    reportProcess(
+        isUnknown ? DiagnosticCause::kCallerUnknown : DiagnosticCause::kCallerWithoutIdentifier,
+        connection.pid);
   } else if (!envelope.longBody.isValid() || budget == Budget::kIgnored ||
              postponed_.canAfford(connection.pid, envelope.bodySize, Clock::now())) {
     handle(connection, envelope, caller.psn);
@@ -181,7 +205,10 @@ void EventServer::refuseVersion(int socket, PacketKind kind) const {
 void EventServer::handle(const PeerConnection& connection, const Envelope& envelope,
                          const ProcessSerialNumber& caller) {
   auto event = decodeBody(envelope);
-  if (!event) return;
+  if (!event) {
+    reportProcess(DiagnosticCause::kPacketMalformed, connection.pid);
+    return;
+  }
   // The sender's address in the message is overwritten.
   event->setAttributeDescriptor(
       {typeProcessSerialNumber, std::string(reinterpret_cast<const char*>(&caller), sizeof caller)},

@@ -6,12 +6,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "ClientComm/platform/digest.h"
 #include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/linux/runtime_folder_format.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/user_folders.h"
+#include "ClientComm/platform/reporter.h"
 
 namespace clientcomm {
 namespace {
@@ -39,6 +41,13 @@ bool isPrivate(int folder) noexcept {
   return (status.st_mode & 0777) == kPrivateMode || closeToOthers(folder);
 }
 
+// @return no folder, with `error` as errno.
+ScopedFd unusable(const char* call, int error) noexcept {
+  report(DiagnosticCause::kRuntimeFolderUnusable, runtimeFolderPath(), call, error);
+  errno = error;
+  return {};
+}
+
 }  // namespace
 
 const std::string& runtimeFolderPath() {
@@ -50,20 +59,15 @@ const std::string& runtimeFolderPath() {
 ScopedFd openRuntimeFolder(IfMissing ifMissing) noexcept {
   constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
   const std::string& path = runtimeFolderPath();
-  if (ifMissing == IfMissing::kCreate && !mayCreateAt(path)) {
-    errno = EPERM;
-    return {};
-  }
+  if (ifMissing == IfMissing::kCreate && !mayCreateAt(path)) return unusable("mayCreateAt", EPERM);
   ScopedFd folder(open(path.c_str(), kFlags));
-  if (!folder.isValid() && errno == ENOENT && ifMissing == IfMissing::kCreate) {
-    if (!makeFolder(path)) return {};
+  if (!folder.isValid() && errno == ENOENT) {
+    if (ifMissing == IfMissing::kFail) return {};
+    if (!makeFolder(path)) return unusable("mkdir", errno);
     folder.reset(open(path.c_str(), kFlags));
   }
-  if (!folder.isValid() || isPrivate(folder.get())) return folder;
-  const int error = errno;
-  folder.reset();
-  errno = error;
-  return folder;
+  if (!folder.isValid()) return unusable("open", errno);
+  return isPrivate(folder.get()) ? std::move(folder) : unusable("isPrivate", errno);
 }
 
 std::string fileNameForIdentifier(std::string_view identifier) {

@@ -11,7 +11,9 @@
 #include "ClientComm/platform/glib/main_context.h"
 #include "ClientComm/platform/linux/launch_record.h"
 #include "ClientComm/platform/linux/process_record_writer.h"
+#include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/linux/source_priority.h"
+#include "ClientComm/platform/reporter.h"
 
 namespace clientcomm {
 namespace {
@@ -27,6 +29,8 @@ static_assert(kOpenRetryInterval * 2 < kLaunchLimit);
 // Pause of accepting when the process is out of descriptors: the listening socket stays readable
 // meanwhile, and without a pause the main loop would spin.
 constexpr std::chrono::milliseconds kAcceptPause{100};
+
+constexpr DiagnosticCause kNotRecorded = DiagnosticCause::kOwnRecordNotWritten;
 
 struct EndpointSource {
   GSource base;
@@ -74,7 +78,7 @@ OSErr SocketEndpoint::open(EndpointName::IfTaken ifTaken) {
 OSErr SocketEndpoint::takeName(EndpointName::IfTaken ifTaken) {
   if (const OSErr status = name_.take(listener_, ifTaken); status != noErr) return status;
   listenerTag_ = g_source_add_unix_fd(source_.get(), listener_.get(), G_IO_IN);
-  recordOwnProcess().ignore();  // without a record the process is known by its bundle
+  recordOwnProcess().report(kNotRecorded);  // without a record the process is known by its bundle
   return noErr;
 }
 
@@ -86,8 +90,13 @@ void SocketEndpoint::verify() {
   const auto now = Clock::now();
   if (now - lastVerified_ < kVerifyInterval) return;
   lastVerified_ = now;
-  if (listener_.isValid()) recordOwnProcess().ignore();  // tried again next time
-  if (name_.leadsHere() || name_.leadsElsewhere()) return;
+  if (listener_.isValid()) recordOwnProcess().report(kNotRecorded);  // tried again next time
+  if (name_.leadsHere()) return;
+  if (name_.leadsElsewhere()) {
+    report(DiagnosticCause::kEndpointTaken, runtimeFolderPath());
+    return;
+  }
+  if (listener_.isValid()) report(DiagnosticCause::kEndpointLost, runtimeFolderPath());
   // Deferred to the main loop: drain the old socket first.
   mustReopen_ = true;
   scheduleWakeUp();
@@ -104,7 +113,7 @@ int SocketEndpoint::dispatch(GSource* source, GSourceFunc /*callback*/, void* /*
   try {
     endpoint->takeEvents();
   } catch (...) {
-    // Out of memory: the event is dropped, which its sender sees as a closed connection.
+    reportException();  // the event is dropped, which its sender sees as a closed connection
   }
   if (!*isAlive) return G_SOURCE_REMOVE;
   endpoint->isServing_ = false;
@@ -169,7 +178,10 @@ bool SocketEndpoint::acceptOne() {
   ucred peer{};
   socklen_t size = sizeof peer;
   if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return true;
-  if (peer.uid != geteuid()) return true;
+  if (peer.uid != geteuid()) {
+    reportProcess(DiagnosticCause::kCallOfAnotherUser, peer.pid);
+    return true;
+  }
   connection.pid = peer.pid;
   const auto isAlive = isAlive_;
   server_.take(std::move(connection));
@@ -183,6 +195,7 @@ bool SocketEndpoint::handleAcceptError(int error) {
   const auto isAlive = isAlive_;
   if (server_.giveUpOne()) return *isAlive;
   pauseAccepting();
+  report(DiagnosticCause::kAcceptingPaused, "", "accept4", error);
   return false;
 }
 

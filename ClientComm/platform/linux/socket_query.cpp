@@ -6,7 +6,7 @@
 #include "ClientComm/platform/glib/main_context.h"
 #include "ClientComm/platform/linux/launch_record.h"
 #include "ClientComm/platform/linux/source_priority.h"
-#include "ClientComm/platform/posix/apple_event_codec.h"
+#include "ClientComm/platform/reporter.h"
 
 namespace clientcomm {
 namespace {
@@ -40,15 +40,13 @@ SocketQuery::SocketQuery(std::shared_ptr<EventDelivery> delivery, AppleEventDesc
 
 /// One try. @return why the event will not be sent.
 std::optional<OSErr> SocketQuery::handOver() {
-  const AppleEventDescriptor& target = event_.target();
-  if (target.descriptorType() != typeApplicationBundleID) return paramErr;
-  if (target.data().empty()) return procNotFound;
-  const auto size = flattenedSize(event_);
-  if (!size) return memFullErr;
-  OSErr status = delivery_->connect(target.data(), Deadline::now(), connection_);
+  std::size_t size = 0;
+  if (const OSErr refusal = checkEvent(event_, size); refusal != noErr) return refusal;
+  target_ = event_.target().data();
+  OSErr status = delivery_->connect(target_, Deadline::now(), connection_);
   if (status == noErr) {
-    noteReached(target.data());
-    status = delivery_->handOver(connection_, PacketKind::kEventWantingReply, event_, *size);
+    noteReached(target_);
+    status = delivery_->handOver(connection_, PacketKind::kEventWantingReply, event_, size);
   }
   if (status == noErr) {
     isHandedOver_ = true;
@@ -57,16 +55,19 @@ std::optional<OSErr> SocketQuery::handOver() {
     wakeUpIn(kLivenessInterval);
     return std::nullopt;
   }
-  const bool isStarting = status == procNotFound && isStillLaunching(target.data());
-  if (status != errAETimeout && !isStarting) return status;
+  const bool isStarting = status == procNotFound && isStillLaunching(target_);
+  if (status != errAETimeout && !isStarting) {
+    delivery_->reportFailure(target_, status);
+    return status;
+  }
   connection_ = {};
   wakeUpIn(kQueryTryInterval);
   return std::nullopt;
 }
 
 std::optional<OSErr> SocketQuery::checkForReply() {
-  auto status = takeReply(connection_, delivery_->highestVersion(), reply_);
-  if (!status && !connection_.peerExists()) status = connectionInvalid;
+  auto status = takeReply(connection_, target_, delivery_->highestVersion(), reply_);
+  if (!status && !connection_.peerExists()) status = reportLost(target_, "kill");
   if (!status) wakeUpIn(kLivenessInterval);
   return status;
 }
@@ -76,8 +77,10 @@ std::optional<OSErr> SocketQuery::proceed() noexcept {
     if (refusal_) return refusal_;
     return isHandedOver_ ? checkForReply() : handOver();
   } catch (const std::bad_alloc&) {
+    reportException();
     return memFullErr;
   } catch (...) {
+    reportException();
     return connectionInvalid;
   }
 }

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "ClientComm/platform/apple_event_transport.h"
 #include "ClientComm/platform/glib/scoped_source.h"
@@ -31,6 +32,7 @@ class SocketQuery final : public PendingReply {
 
   std::shared_ptr<EventDelivery> delivery_;
   AppleEventDescriptor event_;  ///< Until it has been handed over.
+  std::string target_;
   AppleEventTransport::ReplyHandler handler_;
   Connection connection_;
   bool isHandedOver_ = false;

@@ -13,6 +13,7 @@
 #include "ClientComm/platform/linux/peer_identity.h"
 #include "ClientComm/platform/linux/socket_query.h"
 #include "ClientComm/platform/posix/apple_event_codec.h"
+#include "ClientComm/platform/reporter.h"
 
 namespace clientcomm {
 namespace {
@@ -31,17 +32,22 @@ OSErr reach(EventDelivery& delivery, const std::string& identifier, const Deadli
   }
 }
 
-OSErr awaitReply(const Connection& connection, const Deadline& deadline, WireVersion highestVersion,
+OSErr awaitReply(const Connection& connection, const std::string& identifier,
+                 const Deadline& deadline, WireVersion highestVersion,
                  AppleEventDescriptor& reply) {
   for (;;) {
     const milliseconds wait = deadline.remaining(kLivenessInterval);
-    if (wait == milliseconds(0)) return errAETimeout;
+    if (wait == milliseconds(0)) {
+      reportStatus(DiagnosticCause::kReplyLate, identifier, "poll", errAETimeout);
+      return errAETimeout;
+    }
     pollfd entry{connection.socket.get(), POLLIN, 0};
     if (poll(&entry, 1, static_cast<int>(wait.count())) <= 0) {
-      if (!connection.peerExists()) return connectionInvalid;
+      if (!connection.peerExists()) return reportLost(identifier, "kill");
       continue;
     }
-    if (const auto status = takeReply(connection, highestVersion, reply)) return *status;
+    if (const auto status = takeReply(connection, identifier, highestVersion, reply))
+      return *status;
   }
 }
 
@@ -51,31 +57,36 @@ OSErr SocketTransport::send(const AppleEventDescriptor& event, AppleEventDescrip
                             AESendMode sendMode, std::int32_t timeOutInTicks) {
   if (endpoint_) endpoint_->verify();
   const AppleEventDescriptor& target = event.target();
-  if (target.descriptorType() != typeApplicationBundleID) return paramErr;
-  if (target.data().empty()) return procNotFound;
-  const auto size = flattenedSize(event);
-  if (!size) return memFullErr;
+  std::size_t size = 0;
+  if (const OSErr refusal = checkEvent(event, size); refusal != noErr) return refusal;
 
   const Deadline deadline(sendMode, timeOutInTicks);
   Connection connection;
   lastRecipient_ = 0;
   OSErr status = reach(*delivery_, target.data(), deadline, connection);
-  if (status != noErr) return status;
+  if (status != noErr) {
+    delivery_->reportFailure(target.data(), status);
+    return status;
+  }
   const bool wantsReply = sendMode == kAEWaitReply;
   if (wantsReply && connection.peer == getpid()) return sendToSelf(event, reply);
   // A peer that waits for this process's answer cannot give one. Peers that are not seen from here
   // all have the ID 0.
   const bool isWaiting = endpoint_ && endpoint_->waitingPeer() == connection.peer;
-  if (wantsReply && isWaiting && connection.peer > 0) return errAETimeout;
+  if (wantsReply && isWaiting && connection.peer > 0) {
+    reportStatus(DiagnosticCause::kMutualWait, target.data(), "", errAETimeout);
+    return errAETimeout;
+  }
   const PacketKind kind = wantsReply ? PacketKind::kEventWantingReply : PacketKind::kEvent;
-  status = delivery_->handOver(connection, kind, event, *size);
+  status = delivery_->handOver(connection, kind, event, size);
   while (status == errAETimeout && !deadline.hasPassed()) {
     std::this_thread::sleep_for(kTryInterval);
-    status = delivery_->handOver(connection, kind, event, *size);
+    status = delivery_->handOver(connection, kind, event, size);
   }
   if (status == noErr) lastRecipient_ = static_cast<std::uint64_t>(connection.peer);
+  if (status != noErr) delivery_->reportFailure(target.data(), status);
   if (status != noErr || !wantsReply) return status;
-  return awaitReply(connection, deadline, delivery_->highestVersion(), reply);
+  return awaitReply(connection, target.data(), deadline, delivery_->highestVersion(), reply);
 }
 
 std::unique_ptr<PendingReply> SocketTransport::query(AppleEventDescriptor event,
@@ -105,7 +116,10 @@ OSErr SocketTransport::sendToSelf(const AppleEventDescriptor& event, AppleEventD
 
 OSErr SocketTransport::startReceiving(Receiver receiver) {
   const OptionalString identifier = Bundle::mainBundle().bundleIdentifier();
-  if (!identifier || identifier->empty()) return paramErr;
+  if (!identifier || identifier->empty()) {
+    report(DiagnosticCause::kOwnIdentifierMissing, Bundle::mainBundle().bundlePath());
+    return paramErr;
+  }
   receiver_ = std::move(receiver);
   endpoint_ = std::make_unique<SocketEndpoint>(*identifier, receiver_, delivery_->highestVersion());
   return endpoint_->open();

@@ -4,6 +4,7 @@
 #include <new>
 #include <utility>
 
+#include "ClientComm/platform/reporter.h"
 #include "ClientComm/platform/shared_object.h"
 
 namespace clientcomm {
@@ -43,13 +44,18 @@ OSErr AppleEventManager::dispatchRawAppleEvent(AppleEventDescriptor event,
                                                AppleEventDescriptor& reply) noexcept {
   try {
     const auto found = handlers_.find({event.eventClass(), event.eventID()});
-    if (found == handlers_.end()) return errAEEventNotHandled;
+    if (found == handlers_.end()) {
+      reportStatus(DiagnosticCause::kEventNotHandled, "", "", errAEEventNotHandled);
+      return errAEEventNotHandled;
+    }
     // A handler may replace or remove itself.
     const AEEventHandler handler = found->second;
     return handler(std::move(event), reply);
   } catch (const std::bad_alloc&) {
+    reportException();
     return memFullErr;
   } catch (...) {
+    reportException();
     return errAEEventNotHandled;
   }
 }
@@ -70,8 +76,10 @@ OSErr AESendMessage(const AppleEventDescriptor& event, AppleEventDescriptor& rep
     return AppleEventManager::sharedAppleEventManager().transport().send(event, reply, sendMode,
                                                                          timeOutInTicks);
   } catch (const std::bad_alloc&) {
+    reportException();
     return memFullErr;
   } catch (...) {
+    reportException();
     return connectionInvalid;
   }
 }

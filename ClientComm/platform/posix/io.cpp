@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <array>
-#include <tuple>
+#include <cerrno>
+
+#include "ClientComm/platform/reporter.h"
 
 namespace clientcomm {
 
@@ -60,7 +62,8 @@ Status readRegularFile(int fd, std::size_t limit, std::string& bytes) {
 }
 
 void discardFile(int folder, const char* name) noexcept {
-  std::ignore = unlinkat(folder, name, 0);  // one that stays is removed as stale
+  if (unlinkat(folder, name, 0) == 0 || errno == ENOENT) return;
+  report(DiagnosticCause::kRuntimeFileNotRemoved, name, "unlinkat", errno);
 }
 
 Status flushData(int fd) noexcept {
