@@ -16,6 +16,7 @@
 #include "ClientComm/internal/guard.h"
 #include "ClientComm/internal/helper_installation.h"
 #include "ClientComm/internal/host_classes.h"
+#include "ClientComm/internal/missing_key.h"
 #include "ClientComm/internal/settings_keys.h"
 #include "ClientComm/internal/version_order.h"
 #include "ClientComm/platform/apple_event_manager.h"
@@ -26,6 +27,7 @@
 #include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/property_list.h"
+#include "ClientComm/platform/reporter.h"
 #include "ClientComm/platform/shared_object.h"
 #include "ClientComm/platform/strings_file.h"
 #include "ClientComm/platform/text.h"
@@ -34,8 +36,10 @@
 namespace {
 
 using clientcomm::Bundle;
+using clientcomm::DiagnosticCause;
 using clientcomm::HelperInstallation;
 using clientcomm::OptionalString;
+using clientcomm::report;
 using clientcomm::UserDefaults;
 using clientcomm::WaitBudget;
 
@@ -100,7 +104,10 @@ bool isStored(const clientcomm::PropertyListDictionary& dictionary, std::string_
 void saveToPlistFile(const char* key, bool enable) {
   const OptionalString path =
       TQHPHelperCommunicate::searchPlistFilePath(Bundle::mainBundle().bundlePath());
-  if (!path) return;
+  if (!path) {
+    report(DiagnosticCause::kSwitchFileMissing, Bundle::mainBundle().bundlePath());
+    return;
+  }
   auto dictionary = clientcomm::dictionaryWithContentsOfFile(*path);
   if (!dictionary || isStored(*dictionary, key, enable)) return;
   dictionary->insert_or_assign(key, enable);
@@ -111,19 +118,31 @@ void saveToPlistFile(const char* key, bool enable) {
 void saveToStringsFile(const char* key, bool enable) {
   const OptionalString path =
       TQHPHelperCommunicate::searchCurrentStringsFilePath(Bundle::mainBundle().bundlePath());
-  if (!path) return;
-  auto dictionary = clientcomm::dictionaryWithContentsOfFile(*path);
-  if (!dictionary || isStored(*dictionary, key, enable)) return;
+  auto dictionary = path ? clientcomm::dictionaryWithContentsOfFile(*path) : std::nullopt;
+  if (!dictionary) {
+    report(DiagnosticCause::kStringTableMissing, path ? *path : Bundle::mainBundle().bundlePath());
+    return;
+  }
+  if (isStored(*dictionary, key, enable)) return;
   dictionary->insert_or_assign(key, *flagText(enable));
   // No status reaches the host; the old value stays.
   clientcomm::writeTextToFileAsUTF16(clientcomm::descriptionInStringsFileFormat(*dictionary), *path)
-      .ignore();
+      .report(DiagnosticCause::kSettingsNotWritten);
 }
 
 // The switch as it is in the files now: the localised value before the plain one.
 bool effectiveSwitch(const char* key, bool valueWhenAbsent) {
   const auto value = Bundle::mainBundle().objectForInfoDictionaryKey(key);
   return value ? value->boolValue() : valueWhenAbsent;
+}
+
+void reportServerClosed() {
+  if (!clientcomm::isReporting()) return;
+  clientcomm::guarded([] {
+    const OptionalString helper = Bundle::mainBundle().infoString(kHelperBundleId);
+    clientcomm::reportStatus(DiagnosticCause::kServerClosed, helper ? *helper : std::string_view(),
+                             TQHPServerClosed, clientcomm::kHelperServerClosed);
+  });
 }
 
 // Runs the restart step, then `send`. @return the restart step's status unless it is 0, else
@@ -286,7 +305,10 @@ OSErr TQHPHelperCommunicate::hideHelper() {
 }
 
 OSErr TQHPHelperCommunicate::autoRestartHelper() {
-  if (!getDefaultHelperServerOpen()) return clientcomm::kHelperServerClosed;
+  if (!getDefaultHelperServerOpen()) {
+    reportServerClosed();
+    return clientcomm::kHelperServerClosed;
+  }
   if (background_) {
     return clientcomm::guarded(clientcomm::kHelperNotLaunched,
                                [this] { return background_->restart(); });
@@ -318,6 +340,8 @@ void TQHPHelperCommunicate::synthesizeUserDefault() {
     const Bundle& host = Bundle::mainBundle();
     productID_ = host.infoString(clientcomm::kPIDKey);
     productVersion_ = host.infoString(clientcomm::kCFBundleVersionKey);
+    if (!productID_) clientcomm::reportMissingKey(clientcomm::kPIDKey);
+    if (!productVersion_) clientcomm::reportMissingKey(clientcomm::kCFBundleVersionKey);
     UserDefaults& defaults = UserDefaults::standardUserDefaults();
     defaults.setObject(optionalValue(productID_), clientcomm::kPIDKey);
     defaults.setObject(optionalValue(productVersion_), clientcomm::kVersionKey);
@@ -383,7 +407,7 @@ bool TQHPHelperCommunicate::launch(const WaitBudget& waits) {
     isInstallationPending_ = isInstallationPending_ || installation.isPending();
     if (!isRunning) return false;
     isServerOpen_ = getDefaultHelperServerOpen();
-    startHelper();
+    if (startHelper() != clientcomm::noErr) HelperInstallation::explainUnreachable();
     return true;
   });
 }
@@ -553,7 +577,10 @@ OptionalString TQHPHelperCommunicate::collectDataPID() {
 
 void TQHPHelperCommunicate::initDataCollectionPath(const OptionalString& basePath) {
   clientcomm::guarded([&] {
-    if (!basePath || !basePath->starts_with('/')) return;
+    if (!basePath || !basePath->starts_with('/')) {
+      report(DiagnosticCause::kDataFolderRefused, basePath.value_or(""));
+      return;
+    }
     const std::string log = clientcomm::stringByAppendingPathComponent(*basePath, "Log");
     // Where it fails, the folder in it cannot be made either.
     if (!clientcomm::fileExistsAtPath(log)) clientcomm::makeDirectoryAtPath(log).ignore();
@@ -561,7 +588,8 @@ void TQHPHelperCommunicate::initDataCollectionPath(const OptionalString& basePat
     if (clientcomm::fileExistsAtPath(data)) return;
     UserDefaults::standardUserDefaults().setObject(clientcomm::PropertyListValue(data),
                                                    DataCollectPathKey);
-    clientcomm::makeDirectoryAtPath(data).ignore();  // the path is recorded all the same
+    clientcomm::makeDirectoryAtPath(data).report(
+        DiagnosticCause::kDataFolderNotMade);  // the path is recorded all the same
   });
 }
 

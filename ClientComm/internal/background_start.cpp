@@ -44,9 +44,17 @@ void BackgroundStart::whenOver(Callback callback) {
 }
 
 OSErr BackgroundStart::restart() {
-  const bool isRunning = reach_() == noErr;
+  KeptReports reports;
+  const bool isRunning = tryToReach(reports) == noErr;
+  if (isRunning || stage_ == Stage::kOver) reports.deliver();
   if (stage_ == Stage::kOver && (!isRunning || isPending_)) begin();
   return isRunning ? noErr : kHelperNotLaunched;
+}
+
+// A helper that is starting fails to take commands, which is no failure yet.
+OSErr BackgroundStart::tryToReach(KeptReports& reports) const {
+  const KeptReports::Scope scope(reports);
+  return reach_();
 }
 
 void BackgroundStart::schedule() {
@@ -66,7 +74,9 @@ BackgroundStart::Stage BackgroundStart::nextStage() {
     case Stage::kInstall:
       return install();
     case Stage::kInstalling:
-      return work_->isDone() ? Stage::kOpen : Stage::kInstalling;
+      if (!work_->isDone()) return Stage::kInstalling;
+      installing_->reports.deliver();
+      return Stage::kOpen;
     case Stage::kOpen: {
       const HelperInstallation installation(productID_, productVersion_, WaitBudget::none());
       return installation.open() ? Stage::kReach : Stage::kOver;
@@ -84,8 +94,11 @@ BackgroundStart::Stage BackgroundStart::install() {
   auto work = installation.prepare();
   isPending_ = installation.isPending();
   if (work) {
-    const auto shared = std::make_shared<InstallationWork>(*std::move(work));
-    work_.emplace([shared] { shared->run(); });
+    installing_ = std::make_shared<Installing>(*std::move(work));
+    work_.emplace([installing = installing_] {
+      const KeptReports::Scope scope(installing->reports);
+      installing->work.run();
+    });
     return Stage::kInstalling;
   }
   // While the copy is missing, another host is installing it.
@@ -94,11 +107,16 @@ BackgroundStart::Stage BackgroundStart::install() {
 }
 
 BackgroundStart::Stage BackgroundStart::reach() {
-  if (reach_() == noErr) {
+  KeptReports reports;
+  if (tryToReach(reports) == noErr) {
+    reports.deliver();  // of the start that follows the check
     outcome_ = noErr;
     return Stage::kOver;
   }
-  return hasTaken(kReachLimit) ? Stage::kOver : Stage::kReach;
+  if (!hasTaken(kReachLimit)) return Stage::kReach;
+  reports.deliver();
+  HelperInstallation::explainUnreachable();
+  return Stage::kOver;
 }
 
 bool BackgroundStart::hasTaken(std::chrono::milliseconds limit) const {

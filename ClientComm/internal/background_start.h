@@ -4,11 +4,14 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "ClientComm/TQHPTypes.h"
+#include "ClientComm/internal/helper_installation.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/background_task.h"
+#include "ClientComm/platform/reporter.h"
 #include "ClientComm/platform/timer.h"
 
 namespace clientcomm {
@@ -35,10 +38,18 @@ class BackgroundStart {
  private:
   enum class Stage { kInstall, kInstalling, kOpen, kReach, kOver };
 
+  /// The file work, and its reports: its thread must not call the host.
+  struct Installing {
+    explicit Installing(InstallationWork&& begun) noexcept : work(std::move(begun)) {}
+    InstallationWork work;
+    KeptReports reports;
+  };
+
   void step();
   Stage nextStage();
   Stage install();
   Stage reach();
+  OSErr tryToReach(KeptReports& reports) const;
   bool hasTaken(std::chrono::milliseconds limit) const;
   void finish();
   void schedule();
@@ -53,6 +64,7 @@ class BackgroundStart {
   /// Whether the installation must be repeated.
   bool isPending_ = false;
   std::optional<BackgroundTask> work_;
+  std::shared_ptr<Installing> installing_;  ///< What `work_` is about.
   std::unique_ptr<Timer> timer_;
   std::vector<Callback> callbacks_;
 };

@@ -16,6 +16,7 @@ namespace clientcomm {
 /// The file work of an installation, which takes as long as the copy takes. It may run on any
 /// thread: it uses nothing of the library but files.
 struct InstallationWork {
+  /// Does the work, and releases the lock.
   void run() noexcept;
 
   std::unique_ptr<DirectoryLock> lock;  ///< Of the install directory; held until the work is done.
@@ -46,6 +47,8 @@ class HelperInstallation {
   /// Makes sure that the installed helper runs. @return whether it does.
   bool open() const;
   static bool isInstalled();
+  /// Reports what the bundle says about why the installed helper takes no calls.
+  static void explainUnreachable();
 
   /// Whether `extract` must be repeated: another process held the install directory, or an old
   /// helper has not taken the exit command yet.
@@ -63,12 +66,14 @@ class HelperInstallation {
 
   static OptionalString installedPath();
   void addSteps(const Target& target, Steps& steps);
+  void refresh(const Target& target, Steps& steps);
   static void addCopy(const Target& target, Steps& steps);
   static void addRemoval(const std::string& place, Steps& steps);
   void settleEarlierRemovals(const Target& target, Steps& steps);
   void settleMark(const Target& target);
   void replace(const Target& target, Steps& steps);
   bool isRunning(const Target& target) const;
+  OSErr sendExitCommand() const;
   OldHelper tellToExit(const Target& target) const;
   bool tellProcessesToExit(const std::string& place) const;
 

@@ -91,12 +91,12 @@ std::set<pid_t> childrenOf(pid_t pid) {
   return children;
 }
 
-// Ends what the test left running: all of it is this process's by now, or a child of such.
+// Ends what the test left running: all of it is this process's by now, or a child of such, which
+// becomes this process's when its parent has ended.
 void endLeftovers() {
   for (auto left = childrenOf(getpid()); !left.empty(); left = childrenOf(getpid())) {
     for (const pid_t pid : left) kill(pid, SIGKILL);
-    while (waitpid(-1, nullptr, 0) > 0) {
-    }
+    waitpid(-1, nullptr, 0);
   }
 }
 

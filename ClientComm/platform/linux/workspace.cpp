@@ -22,6 +22,7 @@
 #include "ClientComm/platform/bundle_layout.h"
 #include "ClientComm/platform/file_lock.h"
 #include "ClientComm/platform/file_tree.h"
+#include "ClientComm/platform/linux/launch_end.h"
 #include "ClientComm/platform/linux/launch_environment.h"
 #include "ClientComm/platform/linux/launch_record.h"
 #include "ClientComm/platform/linux/proc_path.h"
@@ -35,6 +36,7 @@
 #include "ClientComm/platform/posix/bundle_files.h"
 #include "ClientComm/platform/posix/io.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
+#include "ClientComm/platform/reporter.h"
 
 namespace clientcomm {
 namespace {
@@ -54,6 +56,7 @@ struct Launch {
   ScopedFd nullDevice;
   ScopedFd report;
   ScopedFd lock;
+  ScopedFd end;  ///< Takes the wait status of the launched process; invalid for none.
 };
 
 // Moves a descriptor out of the way of the standard streams, which a host may have closed.
@@ -128,10 +131,15 @@ int detachFromHost(const Launch& launch) noexcept {
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (dup2(launch.nullDevice.get(), stream) < 0) return errno;
   }
-  const auto [lower, higher] = std::minmax({launch.report.get(), launch.lock.get()});
-  closeDescriptors(STDERR_FILENO + 1, lower - 1);
-  closeDescriptors(std::max(lower, STDERR_FILENO) + 1, higher - 1);
-  closeDescriptors(higher + 1, INT_MAX);
+  int next = STDERR_FILENO + 1;
+  while (next != INT_MAX) {
+    int kept = INT_MAX - 1;
+    for (const int descriptor : {launch.report.get(), launch.lock.get(), launch.end.get()}) {
+      if (descriptor >= next) kept = std::min(kept, descriptor);
+    }
+    closeDescriptors(next, kept - 1);
+    next = kept + 1;
+  }
   return 0;
 }
 
@@ -163,9 +171,48 @@ void reap(pid_t pid) noexcept {
 }
 
 // Reports to the host once the new program is in place, in which moment the pipe closes.
-[[noreturn]] void watchApplication(const Launch& launch, int report) noexcept {
-  const Outcome started = readOutcome(report, kUnknownOutcome);
-  writeOutcome(launch.report.get(), started.error != 0 ? started : readOutcome(report, started));
+// @return whether it is.
+bool watchApplication(const Launch& launch, int report) noexcept {
+  Outcome outcome = readOutcome(report, kUnknownOutcome);
+  if (outcome.error == 0) outcome = readOutcome(report, outcome);
+  writeOutcome(launch.report.get(), outcome);
+  return outcome.error == 0;
+}
+
+// Writes the wait status of `application` to the host where it ends within the launch limit.
+void awaitEnd(const Launch& launch, pid_t application) noexcept {
+  close(launch.report.get());
+  close(launch.lock.get());
+  struct sigaction ended = {};
+  ended.sa_handler = SIG_DFL;
+  ended.sa_flags = SA_NOCLDSTOP;
+  sigaction(SIGCHLD, &ended, nullptr);
+  sigset_t child;
+  sigemptyset(&child);
+  sigaddset(&child, SIGCHLD);
+  constexpr timespec kLimit = {
+      std::chrono::duration_cast<std::chrono::seconds>(kLaunchLimit).count(), 0};
+  int status = 0;
+  pid_t reaped = waitpid(application, &status, WNOHANG);
+  if (reaped == 0 && sigtimedwait(&child, nullptr, &kLimit) == SIGCHLD) {
+    reaped = waitpid(application, &status, WNOHANG);
+  }
+  // The host reads it from its main loop, if it still runs.
+  if (reaped == application) writeAll(launch.end.get(), &status, sizeof status).ignore();
+}
+
+// Becomes the parent of the application, which alone learns how it ends. @return an errno value.
+int observeApplication(const Launch& launch) noexcept {
+  int report[2];
+  if (pipe2(report, O_CLOEXEC) != 0) return errno;
+  const pid_t application = _Fork();
+  if (application < 0) return errno;
+  if (application == 0) {
+    writeOutcome(report[1], {0, getpid(), LaunchCall::kRun});
+    execute(launch, report[1]);
+  }
+  close(report[1]);
+  if (watchApplication(launch, report[0])) awaitEnd(launch, application);
   _exit(0);
 }
 
@@ -188,15 +235,27 @@ int forkApplication(const Launch& launch) noexcept {
     close(hold[1]);
     close(report[1]);
     watchApplication(launch, report[0]);
+    _exit(0);
   }
   const int error = errno;
   if (watcher < 0) kill(application, SIGKILL);
   return watcher < 0 ? error : 0;
 }
 
+// Forks the process that observes the application. @return 0 or an errno value.
+int forkObserver(const Launch& launch) noexcept {
+  const pid_t observer = _Fork();
+  if (observer != 0) return observer < 0 ? errno : 0;
+  writeOutcome(launch.report.get(), {observeApplication(launch), 0, LaunchCall::kFork});
+  _exit(0);
+}
+
 [[noreturn]] void runIntermediate(const Launch& launch) noexcept {
   Outcome outcome = {detachFromHost(launch), 0, LaunchCall::kDetach};
-  if (outcome.error == 0) outcome = {forkApplication(launch), 0, LaunchCall::kFork};
+  if (outcome.error == 0) {
+    const auto fork = launch.end.isValid() ? forkObserver : forkApplication;
+    outcome = {fork(launch), 0, LaunchCall::kFork};
+  }
   if (outcome.error != 0) writeOutcome(launch.report.get(), outcome);
   _exit(0);
 }
@@ -213,6 +272,19 @@ pid_t forkWithSignalsBlocked(const Launch& launch) noexcept {
   pthread_sigmask(SIG_SETMASK, &previous, nullptr);
   errno = error;
   return pid;
+}
+
+// The pipe through which the observer of the launched process says how that has ended.
+struct EndPipe {
+  ScopedFd input;
+  ScopedFd output;
+};
+
+// Invalid where there is no need for it. Without it, the end is not told.
+EndPipe makeEndPipe() noexcept {
+  int ends[2];
+  if (!isReporting() || pipe2(ends, O_CLOEXEC) != 0) return {};
+  return {ScopedFd(ends[0]), aboveStandardStreams(ScopedFd(ends[1]))};
 }
 
 // Success where `error` is 0.
@@ -233,54 +305,74 @@ Status launchDetached(std::string executable, DirectoryLock& lock, pid_t& proces
   int report[2];
   if (pipe2(report, O_CLOEXEC) != 0) return launchStatus(errno, "pipe2", executable);
   const ScopedFd outcome(report[0]);
+  EndPipe end = makeEndPipe();
   Launch launch{executable.c_str(),
                 {executable.data(), nullptr},
                 environment.data(),
                 aboveStandardStreams(ScopedFd(open("/dev/null", O_RDWR | O_CLOEXEC))),
                 aboveStandardStreams(ScopedFd(report[1])),
-                ScopedFd(fcntl(lock.descriptor(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1))};
+                ScopedFd(fcntl(lock.descriptor(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1)),
+                std::move(end.output)};
   if (!launch.nullDevice.isValid() || !launch.report.isValid() || !launch.lock.isValid()) {
     return launchStatus(errno, launch.nullDevice.isValid() ? "fcntl" : "open", executable);
   }
   const pid_t pid = forkWithSignalsBlocked(launch);
   if (pid < 0) return launchStatus(errno, "fork", executable);
   launch.report.reset();
+  launch.end.reset();
   const Outcome result = readOutcome(outcome.get(), kUnknownOutcome);
   if (result.error == kUnknownOutcome.error) lock.leaveToCopies();
   reap(pid);
   process = result.pid;
+  if (result.error == 0 && end.input.isValid()) reportEndOf(executable, std::move(end.input));
   return launchStatus(result.error, nameOf(result.call), executable);
+}
+
+DiagnosticCause causeOf(const Status& launched) noexcept {
+  if (launched.code() == kUnknownOutcome.error) return DiagnosticCause::kLaunchOutcomeUnknown;
+  const bool isExecution = launched.call() == std::string_view(nameOf(LaunchCall::kExecute));
+  return isExecution ? DiagnosticCause::kExecutableNotRun : DiagnosticCause::kLaunchFailed;
 }
 
 // Launches the application that is not known to run, if its last launch does not speak against it.
 Status launchAgain(int folder, std::string executable, const Bundle& bundle,
-                   const std::optional<LaunchRecord>& last, DirectoryLock& lock) {
+                   const std::optional<LaunchRecord>& last, DirectoryLock& lock,
+                   DiagnosticCause& cause) {
   const std::string state = stateOfBundle(bundle.bundlePath(), executable);
   const LaunchAdvice advice = launchAdvice(last, state);
   if (advice == LaunchAdvice::kIsStarting) return {};
-  if (advice != LaunchAdvice::kLaunch) return launchStatus(EAGAIN, "launchAdvice", executable);
+  if (advice != LaunchAdvice::kLaunch) {
+    const bool isHung = advice == LaunchAdvice::kIsHung;
+    cause = isHung ? DiagnosticCause::kHelperHangs : DiagnosticCause::kLaunchPutOff;
+    return launchStatus(EAGAIN, "launchAdvice", executable);
+  }
   const auto time = timeSinceBoot();
   pid_t process = 0;
   Status launched = launchDetached(std::move(executable), lock, process);
+  cause = causeOf(launched);
   if (!launched.isOk()) return launched;
-  recordLaunchedProcess(process, bundle).ignore();  // it writes its own record a moment later
+  constexpr auto kNotRecorded = DiagnosticCause::kLaunchNotRecorded;
+  const Status recorded = recordLaunchedProcess(process, bundle);
+  // The process may have written its own record already, or have ended.
+  if (recorded.code() != EEXIST && recorded.code() != ESRCH) recorded.report(kNotRecorded);
   const int failures = last && last->bundleState == state ? last->failures + 1 : 0;
   noteLaunch(folder, bundle.bundleIdentifier().value_or(""),
              {bundle.bundlePath(), state, process, processStartTime(process).value_or(0), time,
               failures, ownPIDNamespace()})
-      .ignore();  // this process remembers it all the same
+      .report(kNotRecorded);  // this process remembers it all the same
   // It may have opened before there was a record for it to remove.
   const auto record = processRecordForPID(process);
   if (record && record->isOpen) {
     // A record that stays is of a launch that failed only if the process is gone.
-    forgetLaunch(folder, bundle.bundlePath(), process).ignore();
+    forgetLaunch(folder, bundle.bundlePath(), process).report(kNotRecorded);
   }
   return launched;
 }
 
 // Among all processes of this user, one at a time looks and launches.
-Status launchUnlessRunning(std::string executable, const Bundle& bundle) {
+Status launchUnlessRunning(std::string executable, const Bundle& bundle, DiagnosticCause& cause) {
   const ScopedFd folder = openRuntimeFolder(IfMissing::kCreate);
+  cause = DiagnosticCause::kRuntimeFolderUnusable;
   if (!folder.isValid()) return Status::ofFile(errno, "openRuntimeFolder", runtimeFolderPath());
   DirectoryLock lock(std::string(ProcPath::ofDescriptor(folder.get()).view()) + "/.",
                      kLongestWaitForOtherLaunches);
@@ -291,13 +383,16 @@ Status launchUnlessRunning(std::string executable, const Bundle& bundle) {
     case Presence::kRunning:
       return {};
     case Presence::kAbsent:
+      cause = DiagnosticCause::kLaunchLocked;
       if (!lock.isHeld()) return lock.takeStatus();
-      return launchAgain(folder.get(), std::move(executable), bundle, last, lock);
+      return launchAgain(folder.get(), std::move(executable), bundle, last, lock, cause);
     case Presence::kUnreachable:
+      cause = DiagnosticCause::kHelperOutOfReach;
       return launchStatus(EEXIST, "presenceOf", executable);
     case Presence::kUnknown:
       break;
   }
+  cause = DiagnosticCause::kProcessesUnreadable;
   return launchStatus(EIO, "presenceOf", executable);
 }
 
@@ -312,6 +407,17 @@ OptionalString absolutePath(std::string path) {
 bool isDirectory(const std::string& path) noexcept {
   struct stat status = {};
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+Status openBundle(const std::string& path, DiagnosticCause& cause) {
+  if (path.find('\0') != std::string::npos) return launchStatus(EINVAL, "openFile", path);
+  const OptionalString absolute = absolutePath(path);
+  if (!absolute) return launchStatus(errno, "getcwd", path);
+  const Bundle bundle(*absolute);
+  auto executable = bundle.executablePath();
+  cause = DiagnosticCause::kExecutableMissing;
+  if (!executable) return launchStatus(ENOENT, "executablePath", path);
+  return launchUnlessRunning(*std::move(executable), bundle, cause);
 }
 
 }  // namespace
@@ -337,13 +443,13 @@ OptionalString Workspace::fullPathForApplication(const std::string& name) const 
 }
 
 Status Workspace::openFile(const std::string& path) {
-  if (path.find('\0') != std::string::npos) return launchStatus(EINVAL, "openFile", path);
-  const OptionalString absolute = absolutePath(path);
-  if (!absolute) return launchStatus(errno, "getcwd", path);
-  const Bundle bundle(*absolute);
-  auto executable = bundle.executablePath();
-  if (!executable) return launchStatus(ENOENT, "executablePath", path);
-  return launchUnlessRunning(*std::move(executable), bundle);
+  auto cause = DiagnosticCause::kLaunchFailed;
+  Status opened = openBundle(path, cause);
+  // Of the runtime folder, and of a helper that is not installed, has been reported why.
+  const bool isKnown = cause == DiagnosticCause::kRuntimeFolderUnusable ||
+                       (cause == DiagnosticCause::kExecutableMissing && !isDirectory(path));
+  if (!isKnown) opened.report(cause);
+  return opened;
 }
 
 }  // namespace clientcomm
