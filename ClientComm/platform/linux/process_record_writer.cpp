@@ -146,7 +146,7 @@ Status recordOwnOrThrow() {
   std::string path;
   if (Status written = writeOwnRecord(folder.get(), pid, path); !written.isOk()) return written;
   // The launch counts as failed only once this process is gone.
-  forgetLaunch(folder.get(), path, pid).ignore();
+  forgetLaunch(folder.get(), path, pid).report(DiagnosticCause::kRuntimeFileNotRemoved);
   // A forked copy inherits the handler that its parent registered.
   static const int registered = std::atexit([] { removeOwnRecord(); });
   static_cast<void>(registered);

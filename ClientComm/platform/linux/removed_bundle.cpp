@@ -10,7 +10,6 @@
 #include <climits>
 #include <memory>
 #include <string_view>
-#include <tuple>
 #include <utility>
 
 #include "ClientComm/platform/file_manager.h"
@@ -57,7 +56,9 @@ Status moveAsideIn(int parent, const std::string& name, std::string& place) {
   if (Status made = makePlace(parent, name, place); !made.isOk()) return made;
   Status moved = moveInto(parent, name, place);
   if (moved.isOk()) return moved;
-  std::ignore = unlinkat(parent, place.c_str(), AT_REMOVEDIR);  // it is empty
+  // It is empty.
+  fileStatus(unlinkat(parent, place.c_str(), AT_REMOVEDIR), "unlinkat", place)
+      .report(DiagnosticCause::kLeftoverNotRemoved);
   // Another user's bundle in a folder of our own can be renamed but not moved.
   if (moved.code() != EACCES && moved.code() != EPERM) return moved;
   return fileStatus(renameat(parent, name.c_str(), parent, place.c_str()), "renameat", name);

@@ -63,7 +63,9 @@ Status copyBeside(const std::string& source, int parent, const SplitPath& target
     copied = renameWithoutReplacing(parent, partial.c_str(), name.c_str()).below(target.directory);
   }
   // The next copy removes what is left now.
-  if (!copied.isOk()) removeTree(parent, partial.c_str()).ignore();
+  if (!copied.isOk()) {
+    removeTree(parent, partial.c_str()).report(DiagnosticCause::kLeftoverNotRemoved);
+  }
   return copied;
 }
 
@@ -101,7 +103,8 @@ Status copyPath(const std::string& source, const std::string& destination) {
   const ScopedFd parent(open(target.directory.c_str(), kDirectoryFlags));
   if (!parent.isValid()) return Status::ofFile(errno, "open", target.directory);
   // They take up space and hinder nothing.
-  removePartials(parent.get(), target.name, &isAbandonedPartial).ignore();
+  removePartials(parent.get(), target.name, &isAbandonedPartial)
+      .report(DiagnosticCause::kLeftoverNotRemoved);
   return copyBeside(std::string(withoutTrailingSlashes(source)), parent.get(), target);
 }
 

@@ -11,6 +11,7 @@
 #include "ClientComm/platform/portable/property_list/unicode.h"
 #include "ClientComm/platform/portable/property_list/value.h"
 #include "ClientComm/platform/posix/file_signature.h"
+#include "ClientComm/platform/reporter.h"
 #include "ClientComm/platform/strings_file.h"
 
 namespace clientcomm {
@@ -66,9 +67,16 @@ Status readDictionaryFile(const std::string& path,
   const bool isSettled = signature && signature->isSettled();
   if (isSettled && recentDictionaries().find(path, *signature, dictionary)) return {};
   std::string bytes;
-  if (Status read = readSettingsFile(path, bytes); !read.isOk()) return read;
+  if (Status read = readSettingsFile(path, bytes); !read.isOk()) {
+    const bool isMissing = read.code() == ENOENT || read.code() == ENOTDIR;
+    if (!isMissing) read.report(DiagnosticCause::kPropertyListUnreadable);
+    return read;
+  }
   auto value = propertyListFromBytes(bytes);
-  if (!value || value->dictionary() == nullptr) return {};
+  if (!value || value->dictionary() == nullptr) {
+    report(DiagnosticCause::kPropertyListMalformed, path);
+    return {};
+  }
   dictionary = std::move(*value->dictionary());
   if (isSettled && bytes.size() <= kLargestKept) {
     recentDictionaries().keep(path, *signature, *dictionary);
@@ -97,7 +105,8 @@ Status writeDictionaryFile(const PropertyListDictionary& dictionary, const std::
 }
 
 bool writeDictionaryToFile(const PropertyListDictionary& dictionary, const std::string& path) {
-  return writeDictionaryFile(dictionary, path, WriteForm::kInPlace, 0666).isOk();
+  return writeDictionaryFile(dictionary, path, WriteForm::kInPlace, 0666)
+      .report(DiagnosticCause::kSettingsNotWritten);
 }
 
 Status writeTextToFileAsUTF16(std::string_view text, const std::string& path) {

@@ -20,6 +20,7 @@
 #include "ClientComm/platform/posix/recovery_copy.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/posix/user_folders.h"
+#include "ClientComm/platform/reporter.h"
 
 namespace clientcomm {
 namespace {
@@ -56,6 +57,12 @@ Status setContent(int file, std::string_view bytes) {
   return flushData(file);
 }
 
+// Where it stays, the next reader finds the write complete and removes it.
+void removeCopy(RecoveryCopy& copy) {
+  const Status removed = copy.remove();
+  if (removed.code() != ENOENT) removed.report(DiagnosticCause::kRecoveryCopyLeft);
+}
+
 // Completes the write of a process that died and removes its copy.
 // @return the failure when that process lives, or the file or the copy cannot be written.
 Status finishWrite(const std::string& target, RecoveryCopy& copy) {
@@ -70,7 +77,7 @@ Status finishWrite(const std::string& target, RecoveryCopy& copy) {
     Status written = setContent(file.get(), copy.after());
     if (!written.isOk()) return std::move(written).at(target);
   }
-  copy.remove().ignore();  // the next reader finds the write complete and removes it
+  removeCopy(copy);
   return {};
 }
 
@@ -86,7 +93,7 @@ Status prepareWrite(int file, const std::string& target, std::string_view after,
     if (made.isOk()) {
       std::string current;
       if (readContent(file, current).isOk() && current == before) return {};
-      copy->remove().ignore();  // the content changed before the copy was there
+      removeCopy(*copy);  // the content changed before the copy was there
       copy.reset();
     } else if (made.code() == EEXIST) {
       auto other = RecoveryCopy::find(target);
@@ -107,7 +114,7 @@ Status writeInPlace(const std::string& target, std::string_view bytes) {
   if (!prepared.isOk()) return std::move(prepared).at(target);
   Status written = setContent(file.get(), bytes);
   if (written.isOk() || setContent(file.get(), before).isOk()) {
-    copy->remove().ignore();  // the next reader finds the write complete and removes it
+    removeCopy(*copy);
   }  // Where not even the old content can be put back, the next reader needs the copy.
   return std::move(written).at(target);
 }
@@ -132,7 +139,10 @@ Status readSettingsFile(const std::string& path, std::string& bytes) {
       return std::move(read).at(target);
     }
     if (auto copy = RecoveryCopy::find(target)) {
-      if (copy->isCutShort(bytes)) bytes = copy->after();
+      if (copy->isCutShort(bytes)) {
+        report(DiagnosticCause::kUnfinishedWrite, target);
+        bytes = copy->after();
+      }
       if (mayReplaceAt(path)) finishWrite(target, *copy).ignore();  // else the next reader does
       return {};
     }

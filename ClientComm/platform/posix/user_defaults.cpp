@@ -29,6 +29,7 @@
 #include "ClientComm/platform/posix/property_list_file.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/posix/settings_file.h"
+#include "ClientComm/platform/reporter.h"
 #include "ClientComm/platform/timer.h"
 
 namespace clientcomm {
@@ -98,6 +99,7 @@ Status keepAside(const std::string& path) {
   for (int number = 1; number <= kMostKept; ++number) {
     const std::string aside = path + kCorruptInfix + std::to_string(number);
     Status moved = renameWithoutReplacing(AT_FDCWD, path.c_str(), aside.c_str());
+    if (moved.isOk()) report(DiagnosticCause::kDefaultsDamaged, aside);
     if (moved.code() != EEXIST) return moved;
   }
   return Status::ofFile(EEXIST, "keepAside", path);
@@ -143,6 +145,7 @@ void writeQuietly(UserDefaults& defaults) noexcept {
   try {
     std::ignore = defaults.synchronize();  // what is not written stays pending
   } catch (...) {
+    reportException();
   }
 }
 
@@ -270,7 +273,7 @@ bool UserDefaults::synchronize() {
   state_->writeTimer.reset();
   if (state_->pending.empty()) return true;
   state_->clearPartials();
-  if (state_->isWritten() || state_->writePending().isOk()) {
+  if (state_->isWritten() || state_->writePending().report(DiagnosticCause::kDefaultsNotWritten)) {
     state_->pending.clear();
     return true;
   }

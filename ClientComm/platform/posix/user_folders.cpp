@@ -14,6 +14,7 @@
 #include "ClientComm/platform/own_process.h"
 #include "ClientComm/platform/path.h"
 #include "ClientComm/platform/posix/io.h"
+#include "ClientComm/platform/reporter.h"
 
 namespace clientcomm {
 namespace {
@@ -27,7 +28,9 @@ constexpr const char kNoDirectory[] = "/dev/null";
 // XDG base directory rules ask.
 std::string directoryInEnvironment(const char* name) {
   const char* const value = isSetuidProcess() ? nullptr : std::getenv(name);
-  return value != nullptr && value[0] == '/' ? value : "";
+  if (value == nullptr || value[0] == '/') return value != nullptr ? value : "";
+  if (value[0] != '\0') report(DiagnosticCause::kEnvironmentIgnored, name);
+  return "";
 }
 
 std::string homeInPasswordDatabase() {
