@@ -1,0 +1,12 @@
+#include "tools/clientcomm/commands.h"
+
+namespace clientcomm::tool {
+namespace {
+
+constexpr const Command* kCommands[] = {&kCallCommand};
+
+}  // namespace
+
+std::span<const Command* const> commands() { return kCommands; }
+
+}  // namespace clientcomm::tool
