@@ -5,5 +5,6 @@
 namespace clientcomm::tool {
 
 extern const Command kCallCommand;
+extern const Command kCheckCommand;
 
 }  // namespace clientcomm::tool

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,11 @@ struct Outcome {
   Json json() const { return Json::parse(output, nullptr, false); }
 };
 
-/// Runs the tool to its end.
-Outcome run(const std::vector<std::string>& arguments);
+/// Runs the tool to its end. `prepare` runs in the forked process before.
+Outcome run(const std::vector<std::string>& arguments,
+            const std::function<void()>& prepare = nullptr);
+
+/// Has this process, when it executes a program, bound by file permissions even as root.
+void loseRightsOfRoot();
 
 }  // namespace tool_test
