@@ -1,4 +1,5 @@
-# Puts the copyright file and the change log that Debian asks for into each staged package.
+# Puts the copyright file and the change log that Debian asks for into each staged package, and
+# compresses its manual pages.
 cmake_policy(VERSION 3.25)
 
 if(NOT CPACK_GENERATOR STREQUAL "DEB")
@@ -19,5 +20,6 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   file(MAKE_DIRECTORY "${folder}")
   file(COPY_FILE "${CPACK_RESOURCE_FILE_LICENSE}" "${folder}/copyright")
   file(WRITE "${folder}/changelog.Debian" "${change_log}")
-  execute_process(COMMAND gzip -9 -n -f "${folder}/changelog.Debian" COMMAND_ERROR_IS_FATAL ANY)
+  file(GLOB pages "${CPACK_TEMPORARY_DIRECTORY}/${component}/usr/share/man/man*/*.[0-9]")
+  execute_process(COMMAND gzip -9 -n -f "${folder}/changelog.Debian" ${pages} COMMAND_ERROR_IS_FATAL ANY)
 endforeach()

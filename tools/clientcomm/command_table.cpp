@@ -3,7 +3,7 @@
 namespace clientcomm::tool {
 namespace {
 
-constexpr const Command* kCommands[] = {&kCheckCommand, &kCallCommand};
+constexpr const Command* kCommands[] = {&kCheckCommand, &kCallCommand, &kNewCommand};
 
 }  // namespace
 

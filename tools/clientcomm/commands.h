@@ -6,5 +6,6 @@ namespace clientcomm::tool {
 
 extern const Command kCallCommand;
 extern const Command kCheckCommand;
+extern const Command kNewCommand;
 
 }  // namespace clientcomm::tool

@@ -9,6 +9,11 @@ foreach(part IN ITEMS "libClientComm.so.1" "libClientComm.a" "clientcomm.pc" "/L
         "/docs/building.md" "/README.md")
   expect_contains("${installed}" "${part}")
 endforeach()
+if(TOOL)
+  expect_contains("${installed}" "/bin/clientcomm")
+  expect_contains("${installed}" "/ClientCommTool.app/Contents/Linux/clientcomm")
+  expect_contains("${installed}" "/man1/clientcomm.1")
+endif()
 file(WRITE "${WORK}/prefix/share/doc/other.txt" "of another package")
 
 run("${CMAKE_COMMAND}" "-DMANIFEST=${WORK}/manifest.txt" -P "${SOURCE}/cmake/ClientCommUninstall.cmake")

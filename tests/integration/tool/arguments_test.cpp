@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "tests/integration/tool/tool_fixture.h"
+#include "tests/support/test_sandbox.h"
 #include "tools/clientcomm/command.h"
 
 // The command line of the tool.
@@ -32,6 +34,23 @@ TEST(CommandLine, HelpOfACommandNamesItsOptions) {
     for (const auto& option : command->options) {
       EXPECT_NE(help.output.find(std::string("  --") + option.name), std::string::npos)
           << command->name << " --" << option.name;
+    }
+  }
+}
+
+TEST(CommandLine, PagesNameEachCommandAndOption) {
+  const std::string sources = CLIENTCOMM_SOURCE_DIR;
+  const std::string manual = support::readFile(sources + "/tools/clientcomm/clientcomm.1.in");
+  const std::string page = support::readFile(sources + "/docs/clientcomm-tool.md");
+  for (const auto* command : commands()) {
+    const std::string name = command->name;
+    EXPECT_NE(manual.find("\n.SS " + name + "\n"), std::string::npos) << name;
+    EXPECT_NE(page.find("clientcomm " + name), std::string::npos) << name;
+    for (const auto& option : command->options) {
+      EXPECT_NE(manual.find(std::string("\\-\\-") + option.name), std::string::npos)
+          << name << " --" << option.name;
+      EXPECT_NE(page.find(std::string("--") + option.name), std::string::npos)
+          << name << " --" << option.name;
     }
   }
 }

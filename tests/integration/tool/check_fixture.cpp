@@ -40,6 +40,17 @@ TEST(Check, HasARowForEachCause) {
   }
 }
 
+TEST(Check, PageExplainsEachCause) {
+  const std::string page =
+      support::readFile(std::string(CLIENTCOMM_SOURCE_DIR) + "/docs/clientcomm-tool.md");
+  for (const auto& cause : clientcomm::tool::causes()) {
+    EXPECT_NE(page.find(std::string("\n| `") + cause.name + "` | " +
+                        clientcomm::tool::nameOf(cause.severity) + " |"),
+              std::string::npos)
+        << cause.name;
+  }
+}
+
 }  // namespace
 
 Rows::Rows(std::span<const Row> rows) {
