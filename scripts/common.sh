@@ -19,6 +19,7 @@ build_packages=(
   python3                            # the peer that shares no code with the library
   locales                            # one with a decimal comma
   procps                             # what the page on troubleshooting looks with
+  groff-base                         # reads the manual page
 )
 
 # What some examples take (event_loops, gtk, qt, python), which are built where these are installed.

@@ -84,8 +84,9 @@ template <typename Form>
 void readDynamicSection(const Reader& reader, const typename Form::Segment& section,
                         const std::vector<typename Form::Segment>& segments, ElfFile& file) {
   std::vector<typename Form::Entry> entries;
-  const std::size_t count = section.p_filesz / sizeof(typename Form::Entry);
-  if (!reader.readTable(section.p_offset, std::min(count, kMostEntries), entries)) return;
+  const std::uint64_t count = section.p_filesz / sizeof(typename Form::Entry);
+  const auto read = static_cast<std::size_t>(std::min<std::uint64_t>(count, kMostEntries));
+  if (!reader.readTable(section.p_offset, read, entries)) return;
   entries.erase(std::find_if(entries.begin(), entries.end(),
                              [](const auto& entry) { return entry.d_tag == DT_NULL; }),
                 entries.end());

@@ -12,7 +12,7 @@ namespace {
 
 // As text, without resolving links: a host goes by the path that it was launched by.
 std::string absolutePath(const std::string& path) {
-  const std::string stripped(withoutTrailingSlashes(path));
+  std::string stripped(withoutTrailingSlashes(path));
   std::array<char, PATH_MAX> folder;
   if (stripped.starts_with('/') || getcwd(folder.data(), folder.size()) == nullptr) {
     return stripped;

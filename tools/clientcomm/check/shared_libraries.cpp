@@ -97,8 +97,9 @@ class Search {
     if (name.find('/') != std::string::npos) return {name};
     std::vector<std::string> paths;
     const auto add = [&](const std::vector<std::string>& folders) {
-      for (const auto& folder : folders)
+      for (const auto& folder : folders) {
         paths.push_back(stringByAppendingPathComponent(folder, name));
+      }
     };
     if (by.file.runPath.empty()) add(inherited);
     add(places_.environment);
