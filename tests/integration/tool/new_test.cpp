@@ -22,7 +22,8 @@ TEST(New, WritesAWholeProject) {
     const auto outcome =
         run({"new", kind, at(kind), "--identifier=com.example.some", "--name=Some Name", "--json"});
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
-    for (const auto& file : outcome.json()["files"]) {
+    const auto document = outcome.json();
+    for (const auto& file : document["files"]) {
       const std::string text = support::readFile(file.get<std::string>());
       EXPECT_FALSE(text.empty()) << file;
       EXPECT_EQ(text.find('@'), std::string::npos) << file;
