@@ -22,7 +22,12 @@ inline constexpr WireVersion kHighestWireVersion = 1;
 
 inline constexpr std::uint32_t kPacketMagic = fourCharCode("TQHP");
 
-enum class PacketKind : std::uint8_t { kEvent = 1, kEventWantingReply = 2, kReply = 3 };
+enum class PacketKind : std::uint8_t {
+  kEvent = 1,
+  kEventWantingReply = 2,
+  kReply = 3,
+  kWatch = 4,  ///< Asks for a reply for every call that the receiver takes.
+};
 
 // Descriptors that come with a packet, in the order of their bits.
 inline constexpr std::uint16_t kBodyAttachment = 1;        ///< A memory file with the body.
@@ -78,6 +83,21 @@ inline constexpr std::size_t kMaximumDescriptors = std::size_t{1} << 18;
 
 /// Attributes of one event, and parameters of one event: setting one looks through those before it.
 inline constexpr std::uint32_t kMaximumKeywords = 64;
+
+// --- What a watcher of calls gets. ---
+
+/// The descriptor type of a record.
+inline constexpr DescType kWatchRecordType = fourCharCode("wtch");
+
+/// The size of a text that is nil.
+inline constexpr std::int64_t kNilText = -1;
+
+/// Programs that may watch an application at the same time; a further one replaces the oldest.
+inline constexpr std::size_t kMaximumWatchers = 4;
+
+/// Bytes of one text of a call that a watcher is told, and arguments of one call.
+inline constexpr std::size_t kLongestWatchedText = 256;
+inline constexpr std::size_t kMaximumWatchedArguments = 8;
 
 // --- Time limits. ---
 

@@ -331,7 +331,7 @@ TEST_F(Transport, PeerThatSendsRubbishIsDisconnectedAndCostsNoEvent) {
   raw::Header wrongVersion;
   wrongVersion.version = 0;
   raw::Header wrongKind;
-  wrongKind.kind = 4;
+  wrongKind.kind = 5;
   const std::string packets[] = {std::string(1, 'x'),
                                  std::string(16, '\0'),
                                  std::string(60000, '\xff'),

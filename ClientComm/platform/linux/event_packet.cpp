@@ -80,6 +80,7 @@ OSErr statusOfSendError(int error) {
     case ENOBUFS:
       return memFullErr;
     case ETOOMANYREFS:
+    case EAGAIN:
       return errAETimeout;
     default:
       return connectionInvalid;
@@ -173,7 +174,7 @@ ReceiveResult readHeader(std::string_view bytes, WireVersion highest, PacketHead
   if (header.version < kLowestWireVersion || header.version > highest) {
     return ReceiveResult::kUnknownVersion;
   }
-  const bool isKnownKind = header.kind >= 1 && header.kind <= 3;
+  const bool isKnownKind = header.kind >= 1 && header.kind <= 4;
   const bool isWhole = header.headerSize >= sizeof header && header.headerSize <= bytes.size();
   return isKnownKind && isWhole && header.bodySize <= kMaximumFlattenedSize
              ? ReceiveResult::kPacket

@@ -38,7 +38,8 @@ struct PacketFields {
 /// @param version of the packet, which the peer serves.
 /// @return noErr; memFullErr for a body beyond a limit of wire_format.h; paramErr for a body that
 ///         is no event; errAETimeout while so many of the user's descriptors are on their way that
-///         the system takes no more; connectionInvalid when the peer is gone.
+///         the system takes no more, or the peer has so much to read; connectionInvalid when the
+///         peer is gone.
 OSErr sendPacket(int socket, PacketKind kind, OSErr status, const AppleEventDescriptor& descriptor,
                  int executable, std::uint32_t token = 0, WireVersion version = kLowestWireVersion);
 

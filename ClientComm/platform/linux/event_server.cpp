@@ -8,6 +8,8 @@
 #include <string>
 #include <utility>
 
+#include "ClientComm/platform/linux/access_proof.h"
+#include "ClientComm/platform/linux/proc_path.h"
 #include "ClientComm/platform/reporter.h"
 
 namespace clientcomm {
@@ -18,6 +20,9 @@ constexpr std::chrono::microseconds kFirstPacketWait{20};
 
 // With this many idle connections or more, a new one counts as idle at once.
 constexpr std::size_t kFewIdleConnections = 4;
+
+// Of the answer to what is not decoded.
+constexpr std::int16_t kNoReturnID = -1;
 
 // Calls are served by the bundle identifier of their caller.
 bool isServed(const PeerIdentity& caller) {
@@ -79,7 +84,7 @@ bool EventServer::serveFirstPostponed() {
 }
 
 bool EventServer::giveUpOne() {
-  if (serveFirstPostponed()) return true;
+  if (watchers_.dropAll() || serveFirstPostponed()) return true;
   if (idle_.isEmpty()) return false;
   dismiss(idle_.takeOldest());
   return true;
@@ -153,10 +158,14 @@ bool EventServer::serveUnread(PeerConnection& connection, FirstWait wait, Budget
     reportProcess(DiagnosticCause::kPacketMalformed, connection.pid);
   }
   if (result != ReceiveResult::kPacket || envelope.kind == PacketKind::kReply) return true;
+  if (envelope.kind == PacketKind::kWatch) {
+    watch(connection, envelope);
+    return true;
+  }
   const PeerIdentity caller =
       identityOfPeer(connection.pid, socket, envelope.executable.get(), envelope.token);
   if (!isServed(caller)) {
-    refuse(socket, envelope, caller.kind);
+    refuse(connection, envelope, caller.kind);
     const bool isUnknown = caller.kind == PeerKind::kUnknown;
     reportProcess(
         isUnknown ? DiagnosticCause::kCallerUnknown : DiagnosticCause::kCallerWithoutIdentifier,
@@ -189,11 +198,24 @@ void EventServer::servePostponed(PostponedEvent event, Budget budget) {
 
 // The handler of calls serves no caller without identity: its result is nil. So the body of such an
 // event, which may be large, is not decoded.
-void EventServer::refuse(int socket, const Envelope& envelope, PeerKind caller) {
-  constexpr std::int16_t kNoReturnID = -1;
-  if (envelope.kind != PacketKind::kEventWantingReply) return;
+// The body of the packet shows that its sender may look into this process.
+void EventServer::watch(PeerConnection& connection, const Envelope& envelope) {
+  const std::string proof = accessProof(ProcPath::ofThisProcess(kAccessProofFile));
+  const bool isPermitted = !proof.empty() && envelope.shortBody == proof;
+  sendReply(connection.socket.get(), envelope.version, isPermitted ? noErr : errAEEventNotPermitted,
+            answerTo(kNoReturnID, 0));
+  if (isPermitted) watchers_.add(std::move(connection.socket), envelope.version);
+}
+
+void EventServer::refuse(const PeerConnection& connection, const Envelope& envelope,
+                         PeerKind caller) {
+  const bool wantsReply = envelope.kind == PacketKind::kEventWantingReply;
+  const AppleEventDescriptor unread;
+  WatchedCall(watchers_, unread, {connection.pid, nullptr, wantsReply})
+      .finish(watchers_, errAEEventNotPermitted, unread);
+  if (!wantsReply) return;
   const OSErr status = caller == PeerKind::kUnknown ? errAEEventNotPermitted : noErr;
-  sendReply(socket, envelope.version, status, answerTo(kNoReturnID, 0));
+  sendReply(connection.socket.get(), envelope.version, status, answerTo(kNoReturnID, 0));
 }
 
 // A sender asks for a version that is served, and reads every version up to its own.
@@ -217,6 +239,7 @@ void EventServer::handle(const PeerConnection& connection, const Envelope& envel
   const AppleEventTransport::Receiver receiver = receiver_;
   const auto isAlive = isAlive_;
   const bool wantsReply = envelope.kind == PacketKind::kEventWantingReply;
+  WatchedCall watched(watchers_, *event, {connection.pid, &caller, wantsReply});
   waitingPeer_ = wantsReply ? connection.pid : 0;
   const OSErr status = receiver(*std::move(event), reply);
   if (*isAlive) waitingPeer_ = 0;
@@ -224,6 +247,7 @@ void EventServer::handle(const PeerConnection& connection, const Envelope& envel
     postponed_.charge(connection.pid, envelope.bodySize, Clock::now());
   }
   if (wantsReply) sendReply(connection.socket.get(), envelope.version, status, reply);
+  if (*isAlive) watched.finish(watchers_, status, reply);
 }
 
 }  // namespace clientcomm

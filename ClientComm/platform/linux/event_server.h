@@ -9,6 +9,7 @@
 
 #include "ClientComm/platform/apple_event_transport.h"
 #include "ClientComm/platform/glib/scoped_source.h"
+#include "ClientComm/platform/linux/call_watchers.h"
 #include "ClientComm/platform/linux/event_packet.h"
 #include "ClientComm/platform/linux/idle_connections.h"
 #include "ClientComm/platform/linux/peer_identity.h"
@@ -70,7 +71,8 @@ class EventServer {
   void postpone(PostponedEvent event);
   void servePostponed(PostponedEvent event, Budget budget);
   ReceiveResult receiveFirst(int socket, FirstWait wait, Envelope& envelope) const;
-  static void refuse(int socket, const Envelope& envelope, PeerKind caller);
+  void watch(PeerConnection& connection, const Envelope& envelope);
+  void refuse(const PeerConnection& connection, const Envelope& envelope, PeerKind caller);
   void refuseVersion(int socket, PacketKind kind) const;
   void handle(const PeerConnection& connection, const Envelope& envelope,
               const ProcessSerialNumber& caller);
@@ -79,6 +81,7 @@ class EventServer {
   WireVersion highestVersion_;
   IdleConnections idle_;
   PostponedEvents postponed_;
+  CallWatchers watchers_;
   pid_t waitingPeer_ = 0;
   /// False once the server is gone; a handler may close the endpoint while it is being served.
   std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
