@@ -44,14 +44,23 @@ constexpr std::uint64_t kFirstNamespace = 4026531836;
 
 std::string ownRecordPath() { return runtimePath(clientcomm::processRecordName(getpid())); }
 
-// The committed process record as this process has to write its own.
-std::string ownRecord(const std::string& name) {
+// The committed process record as it has to be written of this process.
+std::string recordOfThisProcess(const std::string& name) {
   return committed(
       name, {{"com.example.peer", "com.example.testhost"},
              {kPeerPath, support::hostBundlePath()},
              {"<string>Peer<", "<string>Test Host<"},
              {"123456", std::to_string(clientcomm::processStartTime(getpid()).value())},
              {std::to_string(kFirstNamespace), std::to_string(clientcomm::ownPIDNamespace())}});
+}
+
+// The same as this process has to write its own: with the version of its library, which records of
+// before that key lack.
+std::string ownRecord(const std::string& name) {
+  std::string record = recordOfThisProcess(name);
+  const auto next = record.find("\t<key>PIDNamespace</key>");
+  return record.insert(next,
+                       "\t<key>LibraryVersion</key>\n\t<string>" CLIENTCOMM_VERSION "</string>\n");
 }
 
 // --- The runtime folder. ---
@@ -115,7 +124,7 @@ TEST(FilesOfVersion1, ProcessRecordOfAToolIsWritten) {
 TEST(FilesOfVersion1, ProcessRecordOfTheLauncherIsWritten) {
   const ScopedFd folder = openRuntimeFolder(clientcomm::IfMissing::kCreate);
   clientcomm::recordLaunchedProcess(getpid(), Bundle(support::hostBundlePath())).ignore();
-  EXPECT_EQ(support::readFile(ownRecordPath()), ownRecord("process.4711-launching"));
+  EXPECT_EQ(support::readFile(ownRecordPath()), recordOfThisProcess("process.4711-launching"));
 }
 
 TEST(FilesOfVersion1, EndpointRecordIsReadAndWritten) {

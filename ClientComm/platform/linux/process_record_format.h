@@ -19,9 +19,11 @@ inline constexpr char kIsLaunchingKey[] = "IsLaunching";
 inline constexpr char kIsToolKey[] = "IsTool";
 /// The inode of the process's PID namespace; process IDs mean nothing in another one.
 inline constexpr char kPIDNamespaceKey[] = "PIDNamespace";
+/// The version of the library in the process.
+inline constexpr char kLibraryVersionKey[] = "LibraryVersion";
 
 inline constexpr std::string_view kProcessRecordKeys[] = {
-    kStartTimeKey, kCFBundleIdentifierKey, kBundlePathKey, kCFBundleNameKey, kIsLaunchingKey,
-    kIsToolKey,    kPIDNamespaceKey};
+    kStartTimeKey, kCFBundleIdentifierKey, kBundlePathKey,    kCFBundleNameKey, kIsLaunchingKey,
+    kIsToolKey,    kPIDNamespaceKey,       kLibraryVersionKey};
 
 }  // namespace clientcomm

@@ -106,6 +106,8 @@ Status writeOwnRecord(int folder, pid_t pid, std::string& path) {
                                isSameBundle(earlier->bundlePath, bundle.bundlePath());
   path = isOfThisProcess ? earlier->bundlePath : bundle.bundlePath();
   content.insert_or_assign(kBundlePathKey, path);
+  std::string version = CLIENTCOMM_VERSION;
+  content.insert_or_assign(kLibraryVersionKey, version);
   const bool isKnownAsApplication = isOfThisProcess && !earlier->isTool;
   if (!isKnownAsApplication && !isMainExecutable(bundle, ownExecutablePath())) {
     content.insert_or_assign(kIsToolKey, true);
