@@ -3,7 +3,8 @@
 namespace clientcomm::tool {
 namespace {
 
-constexpr const Command* kCommands[] = {&kCheckCommand, &kCallCommand, &kNewCommand};
+constexpr const Command* kCommands[] = {&kCheckCommand, &kPsCommand, &kCallCommand, &kWatchCommand,
+                                        &kNewCommand};
 
 }  // namespace
 

@@ -5,6 +5,8 @@
 namespace clientcomm::tool {
 
 extern const Command kCallCommand;
+extern const Command kPsCommand;
+extern const Command kWatchCommand;
 extern const Command kCheckCommand;
 extern const Command kNewCommand;
 
