@@ -18,6 +18,7 @@ void registerInstallBenchmarks(const Plan& plan);
 void registerProductBenchmarks(const Plan& plan);
 void registerFootprintBenchmarks(const Plan& plan);
 void registerProcessListBenchmarks(const Plan& plan);
+void registerWatchBenchmarks(const Plan& plan);
 
 /// Ends the processes that the last of these has started.
 void endOtherProcesses();

@@ -36,6 +36,7 @@ int runBenchmarks(int argc, char** argv) {
   bench::registerSendBenchmarks(plan);
   bench::registerQueryBenchmarks(plan);
   bench::registerDispatchBenchmarks(plan);
+  bench::registerWatchBenchmarks(plan);
   bench::registerLargeArgumentBenchmarks(plan);
   bench::registerManySendersBenchmarks(plan);
   bench::registerVersionBenchmarks(plan);

@@ -33,6 +33,8 @@ ROWS = [
     Row("dispatch/6", "decode to reply, 6 arguments", None, 1),
     Row("dispatch/100", "decode to reply, 100 arguments", 2.5, 3),
     Row("dispatch/1000", "decode to reply, 1,000 arguments", 2.5, 3),
+    Row("watch", "decode to reply, unwatched; floor: without the watch", 1.01),
+    Row("watched", "query with a reply, watched; floor: unwatched"),
     Row("large-argument/131072", "argument of 128 KiB, there and back", 2, 1),
     Row("large-argument/16777216", "argument of 16 MiB, there and back", 3, 1),
     Row("many-senders/8", "10,000 events from each of 8 senders, per event", 1.5, 1),
