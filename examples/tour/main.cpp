@@ -1,3 +1,4 @@
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -13,7 +14,7 @@ int usage(int status) {
       "Takes a sample product through its life with a helper, in a private folder with processes "
       "of\n"
       "its own, and checks every step. Stays afterwards and shows what happens, until Ctrl-C;\n"
-      "with --once it ends, with exit status 0 only if every step held.\n");
+      "with --once it ends, with exit status 0 only if every step succeeded.\n");
   return status;
 }
 
@@ -27,17 +28,16 @@ void stay(tour::Stage& stage, tour::Printer& printer) {
 }
 
 int run(bool once, tour::Printer& printer) {
-  tour::Stage stage;
+  tour::Stage stage([&](const std::string& awaited, std::chrono::milliseconds elapsed) {
+    printer.waiting(awaited, elapsed);
+  });
   bool isComplete = false;
   try {
     tour::Tour tour(stage, printer);
     tour.takeLife();
     tour.takeServices();
     if (once) tour.takeEnd();
-    char summary[96];
-    std::snprintf(summary, sizeof summary, "%d steps, all of them held, in %.1f s",
-                  printer.stepCount(), printer.elapsedSeconds());
-    printer.heading(summary);
+    printer.summary();
     isComplete = true;
     if (!once) stay(stage, printer);
     return 0;
@@ -46,6 +46,7 @@ int run(bool once, tour::Printer& printer) {
     return isComplete ? 0 : 130;
   } catch (const std::exception& error) {
     printer.failure(error.what());
+    printer.summary();
     return 1;
   }
 }

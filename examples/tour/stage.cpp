@@ -23,6 +23,8 @@ namespace fs = std::filesystem;
 
 constexpr int kPollInMilliseconds = 20;
 constexpr std::chrono::milliseconds kStatePollInterval{100};
+// Shorter waits are not worth showing.
+constexpr std::chrono::milliseconds kLongWait{500};
 
 volatile std::sig_atomic_t isInterrupted = 0;
 
@@ -74,8 +76,8 @@ int exitStatus(int status) {
 
 }  // namespace
 
-Stage::Stage() : folder_(makeFolder()) {
-  // What the hosts start is nobody's child; this process inherits it and so knows it all.
+Stage::Stage(OnWait onWait) : onWait_(std::move(onWait)), folder_(makeFolder()) {
+  // This process becomes the parent of what the hosts start and leave, and learns of its end.
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   catchInterrupts();
   const std::pair<const char*, const char*> folders[] = {{"HOME", "home"},
@@ -149,11 +151,12 @@ void Stage::reap() {
 
 void Stage::waitUntil(const std::string& awaited, const std::function<bool()>& condition,
                       std::chrono::milliseconds limit) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
+  const auto begin = std::chrono::steady_clock::now();
   while (!condition()) {
-    if (std::chrono::steady_clock::now() >= deadline) {
-      throw StepFailed("waited in vain for this: " + awaited);
-    }
+    const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::steady_clock::now() - begin);
+    if (elapsed >= limit) throw StepFailed("waited in vain for this: " + awaited);
+    if (elapsed >= kLongWait) onWait_(awaited, elapsed);
     pump();
   }
 }

@@ -16,7 +16,7 @@
 
 namespace tour {
 
-/// Raised by a step that did not hold.
+/// Raised by a step that failed.
 class StepFailed : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -29,7 +29,10 @@ class Interrupted : public std::exception {};
 /// the hosts that run there, and whatever they start. All of it ends with this object.
 class Stage {
  public:
-  Stage();
+  /// Told again and again what a long wait is for, and how long it has lasted.
+  using OnWait = std::function<void(const std::string& awaited, std::chrono::milliseconds elapsed)>;
+
+  explicit Stage(OnWait onWait);
   ~Stage();
   Stage(const Stage&) = delete;
   Stage& operator=(const Stage&) = delete;
@@ -71,6 +74,7 @@ class Stage {
   void reap();
   void endProcesses();
 
+  OnWait onWait_;
   std::string folder_;
   std::vector<std::unique_ptr<HostProcess>> hosts_;
   std::map<pid_t, int> ended_;

@@ -11,7 +11,7 @@
 namespace tour {
 
 /// Takes a product through its life with a helper, and checks every step by what the helper really
-/// did. Each method throws StepFailed at the first step that does not hold.
+/// did. Each method throws StepFailed at the first step that fails.
 class Tour {
  public:
   Tour(Stage& stage, Printer& printer) : stage_(stage), printer_(printer) {}

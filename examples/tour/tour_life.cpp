@@ -65,16 +65,16 @@ json Tour::waitForNewHelper(pid_t former, const std::string& product) {
 }
 
 void Tour::takeLife() {
-  printer_.heading("A product and its helper");
+  printer_.section("A product and its helper");
   firstStart();
   visibility();
   stopAndRestart();
-  printer_.heading("The helper ends, and the timer brings it back");
+  printer_.section("The helper ends, and the timer brings it back");
   killHelper();
   helperExits();
-  printer_.heading("The helper closes its server");
+  printer_.section("The helper closes its server");
   closedServer();
-  printer_.heading("Other products of the family bring helpers of their own");
+  printer_.section("Other products of the family bring helpers of their own");
   newerHost();
   olderHost();
 }
@@ -118,7 +118,7 @@ void Tour::stopAndRestart() {
   expectStatus(*host_, "stop", 0);
   stage_.waitForState(*host_, "the stop command",
                       [](const json& state) { return !isStartedBy(state, kProduct); });
-  printer_.step("SampleHost", "stop", 0, "the helper has no product any more");
+  printer_.step("SampleHost", "stop", 0, "the helper has no product left");
   stage_.waitForState(*host_, "the timer's start",
                       [](const json& state) { return isStartedBy(state, kProduct); });
   printer_.step("timer", "start", std::nullopt,
@@ -184,7 +184,7 @@ void Tour::newerHost() {
   helper_ = state.at("pid");
   printer_.step("helper", "started", std::nullopt, "1.1 runs, started for both products");
   stage_.quitHost(newer);
-  printer_.step("NewerHost", "quit", std::nullopt, "");
+  printer_.step("NewerHost", "quit", std::nullopt, "the helper runs on");
 }
 
 void Tour::olderHost() {
@@ -198,11 +198,11 @@ void Tour::olderHost() {
   require(installedVersion(stage_) == "1.1", "installed is " + installedVersion(stage_));
   printer_.step("OlderHost", "begin", 0, "brings helper 0.9; 1.1 stays installed and running");
   stage_.quitHost(older);
-  printer_.step("OlderHost", "quit", std::nullopt, "");
+  printer_.step("OlderHost", "quit", std::nullopt, "the helper runs on");
 }
 
 void Tour::takeEnd() {
-  printer_.heading("The end");
+  printer_.section("The end");
   expectStatus(*host_, "stop", 0);
   stage_.waitForState(*host_, "the stop command",
                       [](const json& state) { return !isStartedBy(state, kProduct); });

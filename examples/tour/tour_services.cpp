@@ -47,16 +47,16 @@ std::vector<std::string> usageFilesIn(const std::string& outbox) {
 }  // namespace
 
 void Tour::takeServices() {
-  printer_.heading("Usage data");
+  printer_.section("Usage data");
   usageData();
   collectSwitch();
-  printer_.heading("Uploads and customer service");
+  printer_.section("Uploads and customer service");
   uploadOneFile("upload-log", "log");
   uploadOneFile("upload-user-file", "user-file");
   uploadOneFile("upload-product-file", "product-file");
   missingFile();
   customerService();
-  printer_.heading("Pages, switches and upgrades");
+  printer_.section("Pages, switches and upgrades");
   pages();
   switches();
   upgrade();

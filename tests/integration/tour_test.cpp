@@ -43,7 +43,51 @@ TEST_F(TourTest, EveryStepHoldsAndNothingIsLeftBehind) {
   auto tour = support::ChildProcess::spawn({TOUR_PROGRAM, "--once"});
   const std::string output = tour.readAll();
   EXPECT_EQ(tour.wait(), 0) << output;
-  EXPECT_NE(output.find("all of them held"), std::string::npos) << output;
+  EXPECT_NE(output.find("all of them succeeded"), std::string::npos) << output;
+  expectNothingLeft();
+}
+
+// A terminal of its own for a command of the shell; its input can press keys.
+support::ChildProcess spawnInTerminal(const std::string& command) {
+  setenv("TERM", "xterm", 1);
+  unsetenv("NO_COLOR");
+  return support::ChildProcess::spawn({"/usr/bin/script", "-qec", command, "/dev/null"});
+}
+
+// No file that the tour writes may be longer than a few KiB, so its first step fails.
+const char kTourThatFails[] = "trap '' XFSZ; ulimit -f 8; exec " TOUR_PROGRAM " --once";
+
+TEST_F(TourTest, TheSummaryNamesTheSectionThatFailed) {
+  auto tour = support::ChildProcess::spawn({"/bin/sh", "-c", kTourThatFails});
+  const std::string output = tour.readAll();
+  EXPECT_EQ(tour.wait(), 1) << output;
+  const auto summary = output.find("\nSummary\n  FAIL  A product and its helper");
+  EXPECT_NE(summary, std::string::npos) << output;
+  EXPECT_NE(output.find("0 steps, then one failed", summary), std::string::npos) << output;
+  expectNothingLeft();
+}
+
+TEST_F(TourTest, OnlyATerminalGetsColours) {
+  auto coloured = spawnInTerminal(kTourThatFails);
+  const std::string output = coloured.readAll();
+  EXPECT_EQ(coloured.wait(), 1) << output;
+  EXPECT_NE(output.find("\033[31mFAIL\033[0m"), std::string::npos) << output;
+  auto plain = support::ChildProcess::spawn({"/bin/sh", "-c", kTourThatFails});
+  EXPECT_EQ(plain.readAll().find('\033'), std::string::npos);
+  EXPECT_EQ(plain.wait(), 1);
+}
+
+TEST_F(TourTest, ATerminalShowsWhatIsAwaited) {
+  auto tour = spawnInTerminal(TOUR_PROGRAM);
+  auto line = tour.readLine();
+  while (line && line->find("  ..  waiting for ") == std::string::npos) {
+    line = tour.readLine();
+  }
+  ASSERT_TRUE(line);
+  // The line of the step takes its place.
+  EXPECT_NE(line->find("\r\033[K  \033[32mok"), std::string::npos) << *line;
+  tour.write("\x03");
+  EXPECT_EQ(tour.wait(), 130);
   expectNothingLeft();
 }
 
