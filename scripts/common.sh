@@ -4,6 +4,9 @@ set -euo pipefail
 
 project_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
+# shellcheck source=progress.sh
+source "$(dirname "${BASH_SOURCE[0]}")/progress.sh"
+
 # What it takes to build and to test, as Debian names it.
 # shellcheck disable=SC2034  # for the scripts that source this file
 build_packages=(
@@ -95,11 +98,15 @@ install_missing() {
     say "All packages needed are installed: $*"
     return
   fi
-  say "Installing: ${missing[*]}"
-  as_root apt-get update -qq
-  as_root env DEBIAN_FRONTEND=noninteractive \
-    apt-get install -y -qq --no-install-recommends "${missing[@]}"
+  say "Installing ${#missing[@]} packages: ${missing[*]}"
+  as_root true # asks for the password, before lines of progress come
+  with_progress run_apt update
+  with_progress run_apt install --yes --no-install-recommends "${missing[@]}"
   say "Installed: ${missing[*]}"
+}
+
+run_apt() {
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -o APT::Status-Fd=1 "$@" | apt_progress
 }
 
 # The web server of the tests: only its files, in build/server. Its package would start a service.
