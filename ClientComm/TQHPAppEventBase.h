@@ -38,8 +38,10 @@ class CLIENTCOMM_EXPORT TQHPAppEventBase : public clientcomm::Object {
   virtual void setBundleID(const clientcomm::OptionalString& bundleID);
 
  protected:
+  /// Bundle identifiers.
   using BundleIDSet = std::set<std::string, std::less<>>;
 
+  /// An object that has not been called yet.
   TQHPAppEventBase();
 
   /// The bundle identifiers of all who have ever called an object of this family; only grows.

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Receiving calls.
+
 #include <memory>
 #include <string>
 #include <string_view>

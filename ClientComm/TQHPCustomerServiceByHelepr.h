@@ -5,6 +5,7 @@
 /// Customer service through the helper; both return the send's own status.
 class CLIENTCOMM_EXPORT TQHPCustomerServiceByHelepr : public TQHPAppEventBase {
  public:
+  /// The one object, made on first use and never destroyed.
   static TQHPCustomerServiceByHelepr& share();
 
   TQHPCustomerServiceByHelepr() = default;

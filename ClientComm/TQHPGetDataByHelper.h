@@ -6,6 +6,7 @@
 /// Queries of data that the helper holds.
 class CLIENTCOMM_EXPORT TQHPGetDataByHelper : public TQHPAppEventBase {
  public:
+  /// The one object, made on first use and never destroyed.
   static TQHPGetDataByHelper& share();
 
   TQHPGetDataByHelper() = default;

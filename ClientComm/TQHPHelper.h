@@ -18,6 +18,8 @@ class TQHPHelperCommunicate;
 /// method throws.
 class CLIENTCOMM_EXPORT TQHPHelper {
  public:
+  /// The one object, made on first use and never destroyed. The first use blocks while the helper
+  /// is installed and launched.
   static TQHPHelper& share();
 
   /// The same without blocking, for a host that draws a window: returns at once, and installs,
@@ -40,9 +42,10 @@ class CLIENTCOMM_EXPORT TQHPHelper {
   /// The timer's callback; does nothing for any timer but the library's own.
   void autoautoStartIntervaTimerMethod(const clientcomm::Timer* timer);
 
-  /// Count one use of `target`'s `key`: a counter known to the helper, or one made on first use.
+  /// Counts one use of `target`'s `key`, a counter known to the helper.
   void commIncreaseDataCollect(const clientcomm::OptionalString& target,
                                const clientcomm::OptionalString& key);
+  /// Counts one use of `target`'s `key`, a counter that the helper makes on first use.
   void autoCreatedIncreaseDataCollect(const clientcomm::OptionalString& target,
                                       const clientcomm::OptionalString& key);
   /// Files the text `value` under `target`.
@@ -57,21 +60,26 @@ class CLIENTCOMM_EXPORT TQHPHelper {
   /// Sets the product ID under which usage data is filed; nil and "" are ignored.
   void setDataCollectPID(const clientcomm::OptionalString& productID);
 
-  /// The suite page; block until the helper answers. Without an answer the record is empty.
+  /// The suite page of a registered product; blocks until the helper answers. Without an answer the
+  /// record is empty.
   TQHPSuiteInfo regSuiteInfo();
+  /// The suite page of a product that is not registered, in the same way.
   TQHPSuiteInfo unRegSuiteInfo();
   /// Path of the page to show when the network cannot be reached; nil without an answer.
   clientcomm::OptionalString netErrorPagePath();
 
-  /// The queries without blocking; see ClientComm/async.h.
+  /// `productCollectStatus` without blocking; see ClientComm/async.h.
   [[nodiscard]] clientcomm::PendingQuery productCollectStatusAsync(
       clientcomm::QueryCallback<bool> callback, clientcomm::TimeLimit limit = std::nullopt);
+  /// `regSuiteInfo` without blocking.
   [[nodiscard]] clientcomm::PendingQuery regSuiteInfoAsync(
       clientcomm::QueryCallback<TQHPSuiteInfo> callback,
       clientcomm::TimeLimit limit = std::nullopt);
+  /// `unRegSuiteInfo` without blocking.
   [[nodiscard]] clientcomm::PendingQuery unRegSuiteInfoAsync(
       clientcomm::QueryCallback<TQHPSuiteInfo> callback,
       clientcomm::TimeLimit limit = std::nullopt);
+  /// `netErrorPagePath` without blocking.
   [[nodiscard]] clientcomm::PendingQuery netErrorPagePathAsync(
       clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit = std::nullopt);
 

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// The controller, and the keys of the settings that it keeps.
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -19,10 +22,13 @@ class WaitBudget;
 
 }  // namespace clientcomm
 
-// Keys in the user defaults.
+/// Key in the user defaults: the folder of the product's usage data.
 inline constexpr const char DataCollectPathKey[] = "DataCollectPath";
+/// Key in the user defaults: whether the product has been started before.
 inline constexpr const char KIsFirstStart[] = "IsFirstStart";
+/// Key in the user defaults: the product ID of the first start ever.
 inline constexpr const char KFirstStartPID[] = "FirstStartPID";
+/// Key in the user defaults: the product ID under which usage records are filed.
 inline constexpr const char KDataCollectPID[] = "DataCollectPID";
 
 /// Key in the helper's preferences: true while the helper's server is closed.
@@ -56,9 +62,11 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
   /// Asks whether the helper runs, and starts it for this product where that is still owed.
   /// @return 0 when it runs, else the send's own status.
   OSErr isAliveHelper();
-  /// Shows, hides the helper; makes sure first that it runs.
+  /// Shows the helper; makes sure first that it runs.
   /// @return 10, 1, or the send's own status.
   OSErr showHelper();
+  /// Hides the helper; makes sure first that it runs.
+  /// @return 10, 1, or the send's own status.
   OSErr hideHelper();
   /// Makes sure that the helper runs and has been started for this product.
   /// @return 0; 10 when its server is marked closed; 1 when it could not be launched.
@@ -105,39 +113,62 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
 
   // --- Upgrade ---
 
+  /// Asks the helper to look for an upgrade and carry it out; makes sure first that it runs.
+  /// @return 10, 1, or the send's own status.
   OSErr productUpgrade();
+  /// Answers `productWillUpgrade` of the delegate. @return the send's own status.
   OSErr productReadyToUpgrade(bool ready);
+  /// Sets the host's listener for upgrades. It is not kept alive: set null, or another one, before
+  /// it is destroyed. Null drops the call-backs.
   void setProductUpgradeDelegate(TQHPProductUpgradeCallBackDelegate* delegate);
+  /// The host's listener for upgrades, or null.
   TQHPProductUpgradeCallBackDelegate* getProductUpgradeDelegate();
 
   // --- Uploads and customer service; paths and texts are passed on untouched ---
 
+  /// Has the helper upload a log file; makes sure first that it runs.
+  /// @return 10, 1, or the send's own status.
   OSErr uploadLogByEmail(const clientcomm::OptionalString& email,
                          const clientcomm::OptionalString& filePath,
                          const clientcomm::OptionalString& title,
                          const clientcomm::OptionalString& description);
+  /// Has the helper upload a file of the user; makes sure first that it runs.
+  /// @return 10, 1, or the send's own status.
   OSErr uploadUserFile(const clientcomm::OptionalString& email,
                        const clientcomm::OptionalString& filePath,
                        const clientcomm::OptionalString& title,
                        const clientcomm::OptionalString& description);
-  /// Sends also when the helper is not running; it is not launched for this.
+  /// Has the helper upload a file of the product. The helper is not launched for this.
+  /// @return the send's own status.
   OSErr uploadProductFile(const clientcomm::OptionalString& email,
                           const clientcomm::OptionalString& filePath,
                           const clientcomm::OptionalString& title,
                           const clientcomm::OptionalString& description);
+  /// Has the helper look for messages from customer service; makes sure first that it runs.
+  /// @return 10, 1, or the send's own status.
   OSErr checkForHeleprMessage();
+  /// Sends a request to customer service with the file at `attachment`; makes sure first that the
+  /// helper runs.
+  /// @return 10, 1, or the send's own status.
   OSErr customerserviceByEmail(const clientcomm::OptionalString& email,
                                const clientcomm::OptionalString& attachment);
 
   // --- Usage data ---
 
+  /// Counts one use of `target`'s `key`, a counter known to the helper.
+  /// @return the send's own status.
   OSErr commIncreaseDataCollect(const clientcomm::OptionalString& target,
                                 const clientcomm::OptionalString& key);
+  /// Counts one use of `target`'s `key`, a counter that the helper makes on first use.
+  /// @return the send's own status.
   OSErr autoCreatedIncreaseDataCollect(const clientcomm::OptionalString& target,
                                        const clientcomm::OptionalString& key);
+  /// Files the text `value` under `target`. @return the send's own status.
   OSErr customStringDataCollect(const clientcomm::OptionalString& target,
                                 const clientcomm::OptionalString& value);
+  /// Has the usage data collected so far uploaded at once. @return the send's own status.
   OSErr directUploadData();
+  /// Switches the collection of usage data for the product. @return the send's own status.
   OSErr setProductCollectStatus(bool status);
   /// Whether usage data is collected for the product; blocks until the helper answers.
   bool productCollectStatus();
@@ -155,28 +186,41 @@ class CLIENTCOMM_EXPORT TQHPHelperCommunicate : public TQHPAppEventBase,
 
   // --- Suite information and network-error page; block until the helper answers ---
 
+  /// The suite page of a registered product. Without an answer the record is empty.
   TQHPSuiteInfo regSuiteInfo();
+  /// The suite page of a product that is not registered. Without an answer the record is empty.
   TQHPSuiteInfo unRegSuiteInfo();
+  /// Path of the page to show when the network cannot be reached; nil without an answer.
   clientcomm::OptionalString netErrorPagePath();
-  /// The same without blocking; see ClientComm/async.h.
+  /// `regSuiteInfo` without blocking; see ClientComm/async.h.
   [[nodiscard]] clientcomm::PendingQuery regSuiteInfoAsync(
       clientcomm::QueryCallback<TQHPSuiteInfo> callback,
       clientcomm::TimeLimit limit = std::nullopt);
+  /// `unRegSuiteInfo` without blocking.
   [[nodiscard]] clientcomm::PendingQuery unRegSuiteInfoAsync(
       clientcomm::QueryCallback<TQHPSuiteInfo> callback,
       clientcomm::TimeLimit limit = std::nullopt);
+  /// `netErrorPagePath` without blocking.
   [[nodiscard]] clientcomm::PendingQuery netErrorPagePathAsync(
       clientcomm::QueryCallback<std::string> callback, clientcomm::TimeLimit limit = std::nullopt);
 
   // --- Tips and advertising switches in the host bundle's files ---
 
+  /// Switches the product's tips in both files. A file that cannot be written stays as it is.
   void setTipsEnable(bool enable);
+  /// Switches advertising in both files. A file that cannot be written stays as it is.
   void setEnableAD(bool enable);
+  /// Writes the effective "TipsEnable", true where none is set, into the property list.
   void saveTipsEnable();
+  /// Writes the effective "EnableAD", false where none is set, into the property list.
   void saveEnableAD();
+  /// Writes "TipsEnable" into the first property list of the bundle.
   void saveTipsEnableToPlistFile(bool enable);
+  /// Writes "EnableAD" into the first property list of the bundle.
   void saveEnableADToPlistFile(bool enable);
+  /// Writes "TipsEnable" into the string table of the current localisation.
   void saveTipsEnableTostringsFile(bool enable);
+  /// Writes "EnableAD" into the string table of the current localisation.
   void saveEnableADToStringsFile(bool enable);
   /// The first property list in the bundle's Contents folder; nil when there is none.
   static clientcomm::OptionalString searchPlistFilePath(

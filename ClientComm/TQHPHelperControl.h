@@ -16,6 +16,7 @@ class CLIENTCOMM_EXPORT TQHPHelperControlCallBackDelegate {
   virtual void willHelperExit() = 0;
 
   /// The helper has checked its server.
+  /// @param isOpen whether calls to the helper are of use.
   /// @param error null, or what the helper reported; valid during the call.
   virtual void didCheckServerOpen(bool isOpen, const clientcomm::Error* error) = 0;
 
@@ -27,6 +28,7 @@ class CLIENTCOMM_EXPORT TQHPHelperControlCallBackDelegate {
 /// answer: 0 says that it was handed over, and for `isAlive` this is the answer itself.
 class CLIENTCOMM_EXPORT TQHPHelperControl : public TQHPAppEventBase {
  public:
+  /// The one object, made on first use and never destroyed.
   static TQHPHelperControl& share();
 
   /// Registers the new object for the helper's notices, in place of an earlier one.
@@ -36,9 +38,10 @@ class CLIENTCOMM_EXPORT TQHPHelperControl : public TQHPAppEventBase {
   static const clientcomm::Class& staticClass();
   const clientcomm::Class& isa() const override { return staticClass(); }
 
-  /// Receiver of the notices. It is not kept alive: set null, or another one, before it is
-  /// destroyed. Null drops the notices.
+  /// The receiver of the notices, or null.
   TQHPHelperControlCallBackDelegate* helperCtrlDelegate() const;
+  /// Sets the receiver of the notices. It is not kept alive: set null, or another one, before it is
+  /// destroyed. Null drops the notices.
   void setHelperCtrlDelegate(TQHPHelperControlCallBackDelegate* delegate);
 
   /// Asks whether the helper can be reached.

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Errors that the helper reports.
+
 #include "ClientComm/TQHPTypes.h"
 #include "ClientComm/platform/error.h"
 

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Which applications and processes run.
+
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -24,6 +27,7 @@ class CLIENTCOMM_EXPORT TQHPProcessList {
   /// One running process: "pname" (bundle name, else command name), "pid" and "uid" in decimal.
   using ProcessRecord = std::map<std::string, std::string>;
 
+  /// The one object, made on first use and never destroyed.
   static TQHPProcessList& share();
 
   TQHPProcessList(const TQHPProcessList&) = delete;

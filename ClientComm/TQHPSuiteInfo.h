@@ -14,8 +14,11 @@ class CLIENTCOMM_EXPORT TQHPSuiteInfo {
   static TQHPSuiteInfo initWithDate(clientcomm::OptionalString date, std::int32_t width,
                                     std::int32_t height);
 
+  /// The address of the page; nil when unknown.
   const clientcomm::OptionalString& URL() const;
+  /// In points.
   std::int32_t width() const;
+  /// In points.
   std::int32_t height() const;
 
   /// "url = … width = … height = …"; a nil address reads "(null)".

@@ -1,10 +1,14 @@
 #pragma once
 
+/// @file
+/// What several classes of the system share: keys and statuses.
+
 #include "ClientComm/platform/export.h"
 #include "ClientComm/platform/types.h"
 
-// Info dictionary keys of the host, in the spelling that hosts carry.
+/// Info dictionary key of the host: name of the helper's bundle, without ".app".
 inline constexpr const char kHelperAppName[] = "Helepr App name";
+/// Info dictionary key of the host: the folder to install the helper in.
 inline constexpr const char kHelperDefaultInstallPath[] = "Helper loaction path";
 
 /// Signed 16-bit status of an operation that talks to the helper: 0 success; 10 the helper's server

@@ -31,6 +31,7 @@ class CLIENTCOMM_EXPORT TQHPProductUpgradeCallBackDelegate {
 /// Asks the helper for upgrades and receives its question whether the product is ready.
 class CLIENTCOMM_EXPORT TQHPUpgradeByHelper : public TQHPAppEventBase {
  public:
+  /// The one object, made on first use and never destroyed.
   static TQHPUpgradeByHelper& share();
 
   /// Registers the new object for the helper's callback, in place of an earlier one.
@@ -40,10 +41,12 @@ class CLIENTCOMM_EXPORT TQHPUpgradeByHelper : public TQHPAppEventBase {
   static const clientcomm::Class& staticClass();
   const clientcomm::Class& isa() const override { return staticClass(); }
 
-  /// The host's listener. It is not kept alive: set null, or another one, before it is destroyed.
-  /// Null drops the callbacks.
+  /// The host's listener, or null.
   TQHPProductUpgradeCallBackDelegate* productUpgradeDelegate() const;
+  /// The same under the name that the controller uses.
   TQHPProductUpgradeCallBackDelegate* getProductUpgradeDelegate() const;
+  /// Sets the host's listener. It is not kept alive: set null, or another one, before it is
+  /// destroyed. Null drops the callbacks.
   void setProductUpgradeDelegate(TQHPProductUpgradeCallBackDelegate* delegate);
 
   /// Asks the helper to look for an upgrade and carry it out. @return the send's own status.

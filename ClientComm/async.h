@@ -8,6 +8,7 @@
 #include "ClientComm/platform/export.h"
 #include "ClientComm/platform/types.h"
 
+/// @file
 /// The library without blocking. `TQHPHelper::shareAsync` is the start-up. Each method that waits
 /// for the helper's answer has a form whose name ends in `Async`. It returns at once, and a
 /// call-back brings the answer:
@@ -46,7 +47,9 @@ class CLIENTCOMM_EXPORT PendingQuery {
  public:
   /// A handle of no query.
   PendingQuery() noexcept;
+  /// Cancels the query.
   ~PendingQuery();
+  /// Takes the query of `other`, which has none afterwards.
   PendingQuery(PendingQuery&& other) noexcept;
   /// Cancels the query that the handle has had.
   PendingQuery& operator=(PendingQuery&& other) noexcept;

@@ -1,5 +1,6 @@
 #pragma once
 
+/// @file
 /// The library for programs in C (C99), and in languages that call C. docs/c-interface.md has
 /// complete programs.
 ///

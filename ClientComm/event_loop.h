@@ -2,6 +2,7 @@
 
 #include "ClientComm/platform/export.h"
 
+/// @file
 /// The library in a host that runs no GLib main loop: plain epoll, libuv, SDL, Qt without GLib. The
 /// host opens the library's own loop before it uses anything else of the library, waits for one
 /// descriptor, and runs what is due:
@@ -15,7 +16,9 @@
 
 namespace clientcomm {
 
+/// The outcome of opening or running the library's own event loop.
 enum class EventLoopStatus : int {
+  /// Done, also when nothing was due.
   kDone = 0,
   /// There is no open loop.
   kNotOpen = 1,

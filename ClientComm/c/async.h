@@ -1,5 +1,11 @@
 #pragma once
 
+/// @file
+/// The start-up and the queries without blocking. Each function returns at once; the outcome comes
+/// by a call-back from the event loop, once, never from inside the function itself. Where it
+/// returns CLIENTCOMM_OK, `destroy`, if not NULL, is called with `context` once, after the
+/// call-back or when the query is given up; else neither is called.
+
 #include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
@@ -14,11 +20,6 @@ extern "C" {
 #endif
 
 // NOLINTBEGIN(modernize-use-using): for C
-
-// The start-up and the queries without blocking. Each function returns at once; the outcome comes
-// by a call-back from the event loop, once, never from inside the function itself. Where it
-// returns CLIENTCOMM_OK, `destroy`, if not NULL, is called with `context` once, after the
-// call-back or when the query is given up; else neither is called.
 
 /// The start-up is over: CLIENTCOMM_OK when the helper has been started, or
 /// CLIENTCOMM_HELPER_NOT_LAUNCHED when it could not be; the ticks try again.
@@ -49,6 +50,8 @@ typedef struct clientcomm_query clientcomm_query;
 /// a command that it cannot take at once returns CLIENTCOMM_TIMED_OUT, or CLIENTCOMM_NOT_RUNNING
 /// while it starts.
 /// @param started may be NULL.
+/// @param context is passed to `started` and `destroy`.
+/// @param destroy may be NULL.
 CLIENTCOMM_EXPORT clientcomm_status clientcomm_start_async(clientcomm_started started,
                                                            void* context,
                                                            clientcomm_destroy destroy);
@@ -56,24 +59,29 @@ CLIENTCOMM_EXPORT clientcomm_status clientcomm_start_async(clientcomm_started st
 // Each of these sends its query, and stores a handle in `query`, which the caller releases; `query`
 // may be NULL for a query that is never given up.
 
+/// `clientcomm_ask_client_id` without blocking.
 CLIENTCOMM_EXPORT clientcomm_status clientcomm_ask_client_id_async(int64_t limit,
                                                                    clientcomm_text_answer answer,
                                                                    void* context,
                                                                    clientcomm_destroy destroy,
                                                                    clientcomm_query** query);
+/// `clientcomm_collect_status` without blocking.
 CLIENTCOMM_EXPORT clientcomm_status clientcomm_collect_status_async(int64_t limit,
                                                                     clientcomm_flag_answer answer,
                                                                     void* context,
                                                                     clientcomm_destroy destroy,
                                                                     clientcomm_query** query);
+/// `clientcomm_register_suite` without blocking.
 CLIENTCOMM_EXPORT clientcomm_status clientcomm_register_suite_async(int64_t limit,
                                                                     clientcomm_suite_answer answer,
                                                                     void* context,
                                                                     clientcomm_destroy destroy,
                                                                     clientcomm_query** query);
+/// `clientcomm_unregister_suite` without blocking.
 CLIENTCOMM_EXPORT clientcomm_status
 clientcomm_unregister_suite_async(int64_t limit, clientcomm_suite_answer answer, void* context,
                                   clientcomm_destroy destroy, clientcomm_query** query);
+/// `clientcomm_network_error_page` without blocking.
 CLIENTCOMM_EXPORT clientcomm_status
 clientcomm_network_error_page_async(int64_t limit, clientcomm_text_answer answer, void* context,
                                     clientcomm_destroy destroy, clientcomm_query** query);

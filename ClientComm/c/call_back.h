@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Call-backs of the C interface.
+
 #ifdef __cplusplus
 extern "C" {
 #endif

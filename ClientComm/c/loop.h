@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// The event loop, for C.
+
 #include "ClientComm/c/status_code.h"
 #include "ClientComm/platform/export.h"
 

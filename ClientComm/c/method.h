@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// The methods of a class of the C interface.
+
 #include "ClientComm/c/string_handle.h"
 
 #ifdef __cplusplus
@@ -20,7 +23,7 @@ typedef struct clientcomm_method {
   /// With a colon for each argument, letter for letter as callers send it. A call with more
   /// arguments is not carried out; those that are missing are nil.
   clientcomm_text selector;
-  clientcomm_method_function function;
+  clientcomm_method_function function;  ///< Carries the call out.
 } clientcomm_method;
 
 // NOLINTEND(modernize-use-using)

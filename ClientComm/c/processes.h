@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Which applications and processes run, for C.
+
 #include <stdbool.h>
 #include <stdint.h>
 
@@ -13,10 +16,11 @@ extern "C" {
 
 // NOLINTBEGIN(modernize-use-using): for C
 
+/// A running process.
 typedef struct clientcomm_process {
   clientcomm_text name;  ///< The bundle's name, else the command's.
-  int32_t pid;
-  int32_t uid;
+  int32_t pid;           ///< Process ID.
+  int32_t uid;           ///< Effective user ID.
 } clientcomm_process;
 
 /// Is told of a process; `process` is valid during the call.

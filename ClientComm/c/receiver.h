@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// The receiving half: what a helper needs, and a host that has classes of its own.
+
 #include <stdbool.h>
 #include <stddef.h>
 
@@ -13,8 +16,6 @@
 extern "C" {
 #endif
 
-// The receiving half: what a helper needs, and a host that has classes of its own.
-
 /// A class that other applications can call.
 typedef struct clientcomm_class clientcomm_class;  // NOLINT(modernize-use-using): for C
 
@@ -22,7 +23,11 @@ typedef struct clientcomm_class clientcomm_class;  // NOLINT(modernize-use-using
 /// before `clientcomm_open_to_calls`: a call for a class that is not registered is dropped. Where
 /// it succeeds, `destroy`, if not NULL, is called with `context` once, after the class was released
 /// and no method of it runs; else never.
-/// @param methods `count` methods; copied. Of two with the same selector the first is called.
+/// @param name the name that callers use.
+/// @param methods copied. Of two with the same selector the first is called.
+/// @param count the number of methods.
+/// @param context is passed to each method and `destroy`.
+/// @param destroy may be NULL.
 /// @param registered receives the handle; may be NULL for a class that stays.
 /// @return CLIENTCOMM_BAD_ARGUMENT for a nil or empty name or selector, or a NULL function;
 ///         CLIENTCOMM_TOO_LARGE for more than 4096 methods.
@@ -57,6 +62,7 @@ CLIENTCOMM_EXPORT clientcomm_text clientcomm_call_argument(const clientcomm_call
                                                            size_t index);
 /// The caller's bundle identifier, from its process: the address for `clientcomm_send`.
 CLIENTCOMM_EXPORT clientcomm_text clientcomm_call_caller(const clientcomm_call* call);
+/// The selector by which the method was called; nil for a stale call.
 CLIENTCOMM_EXPORT clientcomm_text clientcomm_call_selector(const clientcomm_call* call);
 /// Sets the answer, in place of an earlier one. A call without one is answered with nil.
 CLIENTCOMM_EXPORT clientcomm_status clientcomm_call_answer(clientcomm_call* call,

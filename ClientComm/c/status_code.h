@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// The outcome of a function of the C interface.
+
 #include "ClientComm/platform/export.h"
 
 #ifdef __cplusplus

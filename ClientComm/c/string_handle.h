@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Texts of the C interface.
+
 #include <stddef.h>
 #include <string.h>
 
@@ -16,8 +19,8 @@ extern "C" {
 /// convention; every byte is carried unchanged, NUL and what is not UTF-8 included. As an argument
 /// it is read during the call only.
 typedef struct clientcomm_text {
-  const char* bytes;
-  size_t length;  ///< In bytes.
+  const char* bytes;  ///< Not terminated.
+  size_t length;      ///< In bytes.
 } clientcomm_text;
 
 /// The longest text that a function takes, in bytes (64 MiB): CLIENTCOMM_TOO_LARGE beyond it,

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Upgrades of the product, for C.
+
 #include <stdbool.h>
 #include <stdint.h>
 
@@ -16,9 +19,9 @@ extern "C" {
 
 /// What the helper reported in place of an upgrade.
 typedef struct clientcomm_error {
-  int64_t code;
-  clientcomm_text domain;
-  clientcomm_text description;
+  int64_t code;                 ///< The helper's own.
+  clientcomm_text domain;       ///< "HelperCommunicateErrorDomain".
+  clientcomm_text description;  ///< The helper's own words.
 } clientcomm_error;
 
 /// The helper is about to upgrade the product, or, where `error` is not NULL, has failed to. Answer
@@ -39,6 +42,9 @@ CLIENTCOMM_EXPORT clientcomm_status clientcomm_ready_to_upgrade(bool is_ready);
 /// Makes `will_upgrade` the host's listener, in place of an earlier one, which is told no more and
 /// is still to be released. Where it succeeds, `destroy`, if not NULL, is called with `context`
 /// once, after the delegate was released and no call of it runs; else never.
+/// @param will_upgrade must not be NULL.
+/// @param context is passed to `will_upgrade` and `destroy`.
+/// @param destroy may be NULL.
 /// @param delegate receives the handle; NULL where the status is not CLIENTCOMM_OK.
 CLIENTCOMM_EXPORT clientcomm_status
 clientcomm_set_upgrade_delegate(clientcomm_will_upgrade will_upgrade, void* context,

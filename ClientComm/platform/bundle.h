@@ -12,20 +12,24 @@
 
 namespace clientcomm {
 
-// Info dictionary keys of the bundle format.
+/// Info dictionary key: the identifier by which an application is called.
 inline constexpr const char kCFBundleIdentifierKey[] = "CFBundleIdentifier";
+/// Info dictionary key: the name for users.
 inline constexpr const char kCFBundleNameKey[] = "CFBundleName";
+/// Info dictionary key: name of the executable in Contents/Linux.
 inline constexpr const char kCFBundleExecutableKey[] = "CFBundleExecutable";
+/// Info dictionary key: the version, by which copies of a helper are compared.
 inline constexpr const char kCFBundleVersionKey[] = "CFBundleVersion";
+/// Info dictionary key: the language that resources are written in first.
 inline constexpr const char kCFBundleDevelopmentRegionKey[] = "CFBundleDevelopmentRegion";
 
 /// Key of the full path of the bundle that a process was started from, in what is known of the
 /// process; its other keys are those of the Info dictionary.
 inline constexpr const char kBundlePathKey[] = "BundlePath";
 
-/// A folder of the form Name.app/Contents/{Info.plist, Linux/<executable>, Resources/, Frameworks/}
-/// (MacOS/ is accepted in place of Linux/). A folder of any other form is a bundle with an empty
-/// Info dictionary, whose resources are in the folder itself.
+/// A folder of the form `Name.app/Contents/{Info.plist, Linux/<executable>, Resources/,
+/// Frameworks/}` (MacOS/ is accepted in place of Linux/). A folder of any other form is a bundle
+/// with an empty Info dictionary, whose resources are in the folder itself.
 class CLIENTCOMM_EXPORT Bundle {
  public:
   /// The bundle that encloses the running executable; where none does, the executable's folder.
@@ -35,9 +39,12 @@ class CLIENTCOMM_EXPORT Bundle {
   /// The bundle at `path`, which is kept unchanged. Nothing is read before it is needed.
   explicit Bundle(std::string path);
   ~Bundle();
-  Bundle(Bundle&&) noexcept;
-  Bundle& operator=(Bundle&&) noexcept;
+  /// `other` may only be assigned to or destroyed afterwards.
+  Bundle(Bundle&& other) noexcept;
+  /// `other` may only be assigned to or destroyed afterwards.
+  Bundle& operator=(Bundle&& other) noexcept;
 
+  /// The path that the object was made with.
   const std::string& bundlePath() const;
 
   /// The Info dictionary as of its first use; empty when missing or malformed. One that
@@ -55,6 +62,7 @@ class CLIENTCOMM_EXPORT Bundle {
   /// not the cached dictionary.
   std::optional<PropertyListValue> objectForInfoDictionaryKey(std::string_view key) const;
 
+  /// The Info dictionary's CFBundleIdentifier; nil when absent or not a string.
   OptionalString bundleIdentifier() const;
 
   /// Full path of the executable; nil when the bundle has none on disk that can be executed.

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// What the shared library exports.
+
 /// Marks a declaration that the shared library exports; everything else stays hidden.
 #define CLIENTCOMM_EXPORT __attribute__((visibility("default")))
 

@@ -47,8 +47,8 @@ class CLIENTCOMM_EXPORT Object {
 /// One method of a class, as it can be called by selector: only strings in; a string, or nil for
 /// every other kind of result, out.
 struct Method {
-  std::string_view selector;
-  std::size_t argumentCount;
+  std::string_view selector;  ///< With a colon for each argument, as callers send it.
+  std::size_t argumentCount;  ///< The number of parameters.
   /// Calls the method with exactly `argumentCount` arguments. Lets exceptions through.
   OptionalString (*invoke)(Object& receiver, std::span<const OptionalString> arguments);
 };
@@ -59,12 +59,15 @@ class CLIENTCOMM_EXPORT Class {
   /// Makes and initialises an instance; null when the class gives none.
   using Factory = std::shared_ptr<Object> (*)();
 
+  /// A class that others call by `name`; it is callable once `registerClass` has been given it.
   Class(std::string name, Factory factory, std::vector<Method> methods);
   ~Class();
   Class(const Class&) = delete;
   Class& operator=(const Class&) = delete;
 
+  /// The name by which others call it.
   const std::string& name() const noexcept;
+  /// A new instance, from the factory; null when the class gives none.
   std::shared_ptr<Object> makeInstance() const;
 
   /// The method for `selector`; null when instances do not answer it.

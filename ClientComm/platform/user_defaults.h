@@ -19,6 +19,7 @@ class CLIENTCOMM_EXPORT UserDefaults {
   /// where it has none). Made on first use, never destroyed.
   static UserDefaults& standardUserDefaults();
 
+  /// The settings of the application with the bundle identifier `domain`.
   explicit UserDefaults(std::string domain);
   ~UserDefaults();
   UserDefaults(const UserDefaults&) = delete;
