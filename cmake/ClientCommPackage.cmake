@@ -51,12 +51,13 @@ install(FILES "${PROJECT_SOURCE_DIR}/LICENSE" "${PROJECT_SOURCE_DIR}/README.md"
   DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT clientcomm_documentation)
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs"
   DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT clientcomm_documentation
-  FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "lab" EXCLUDE)
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "lab" EXCLUDE PATTERN "manual" EXCLUDE)
 
 if(PROJECT_IS_TOP_LEVEL)
   add_custom_target(uninstall
     COMMAND "${CMAKE_COMMAND}" "-DMANIFEST=${PROJECT_BINARY_DIR}/install_manifest.txt"
             -P "${CMAKE_CURRENT_LIST_DIR}/ClientCommUninstall.cmake"
     COMMENT "Removing what the last installation put in place" VERBATIM)
+  include(ClientCommManual)
   include(ClientCommPacks)
 endif()

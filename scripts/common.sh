@@ -33,6 +33,10 @@ toolkit_packages=(
   python3-dev python3-setuptools python3-wheel
 )
 
+# What the manual and the reference are built with.
+# shellcheck disable=SC2034
+manual_packages=(doxygen python3-sphinx python3-myst-parser)
+
 # What the benchmarks take in addition: their own library, and what they are compared with.
 # shellcheck disable=SC2034
 bench_packages=(
