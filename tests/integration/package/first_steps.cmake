@@ -5,9 +5,9 @@ include("${CMAKE_CURRENT_LIST_DIR}/markdown.cmake")
 
 file(REMOVE_RECURSE "${WORK}")
 extract_snippets("${SOURCE}/README.md" "${WORK}/project")
-if(PAGE STREQUAL "building")
+if(PAGE STREQUAL "bundles")
   file(REMOVE "${WORK}/project/CMakeLists.txt")
-  extract_snippets("${SOURCE}/docs/building.md" "${WORK}/project")
+  extract_snippets("${SOURCE}/docs/bundles.md" "${WORK}/project")
 endif()
 extract_snippets("${SOURCE}/docs/troubleshooting.md" "${WORK}/project")
 

@@ -28,6 +28,6 @@ try() {
 
 rm -rf "$folder"
 try cmake quick-start.sh README.md
-try pkg-config by-hand.sh README.md docs/building.md
-try meson meson.sh README.md docs/building.md
+try pkg-config by-hand.sh README.md docs/bundles.md
+try meson meson.sh README.md docs/bundles.md
 rm -rf "$folder"

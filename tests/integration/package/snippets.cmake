@@ -1,15 +1,17 @@
 # The code that README and the pages of docs/ print is complete: it builds against the package as it
-# stands there. Tests of their own run what README and docs/building.md say to run.
+# stands there. Tests of their own run what README and docs/bundles.md say to run.
 include("${CMAKE_CURRENT_LIST_DIR}/support.cmake")
 include("${CMAKE_CURRENT_LIST_DIR}/markdown.cmake")
 
 # What a page must show at least, by the name of its folder.
 set(wanted_README host.cpp helper.cpp CMakeLists.txt quick-start.sh)
-set(wanted_building CMakeLists.txt by-hand.sh host.plist helper.plist)
+set(wanted_bundles CMakeLists.txt by-hand.sh host.plist helper.plist)
 set(wanted_c-interface host.c helper.c loop.py)
+set(wanted_delegates upgrade_delegate.cpp)
+set(wanted_event-loops epoll_host.cpp)
 set(wanted_troubleshooting look.sh report.cpp)
 set(wanted_writing-a-helper main.cpp CMakeLists.txt call_back.cpp)
-set(wanted_writing-a-host upgrade_delegate.cpp epoll_host.cpp without_blocking.cpp)
+set(wanted_writing-a-host without_blocking.cpp)
 
 set(pages "${WORK}/pages")
 file(REMOVE_RECURSE "${WORK}")
@@ -29,11 +31,11 @@ run("${CMAKE_COMMAND}" -E compare_files
     "${pages}/writing-a-helper/main.cpp" "${SOURCE}/examples/minimal/main.cpp")
 
 # README's project is built by the test of its first steps; here its sources make the applications
-# that docs/building.md lays out.
-file(COPY "${pages}/README/host.cpp" "${pages}/README/helper.cpp" DESTINATION "${pages}/building")
+# that docs/bundles.md lays out.
+file(COPY "${pages}/README/host.cpp" "${pages}/README/helper.cpp" DESTINATION "${pages}/bundles")
 file(REMOVE_RECURSE "${pages}/README")
-file(WRITE "${pages}/building/notes.txt" "Notes.")
-file(WRITE "${pages}/building/resources/en.lproj/InfoPlist.strings" "\"CFBundleName\" = \"Host\";\n")
+file(WRITE "${pages}/bundles/notes.txt" "Notes.")
+file(WRITE "${pages}/bundles/resources/en.lproj/InfoPlist.strings" "\"CFBundleName\" = \"Host\";\n")
 
 file(GLOB programs "${pages}/*/*.py")
 foreach(program IN LISTS programs)
