@@ -10,6 +10,7 @@
 # changes.
 include_guard(GLOBAL)
 cmake_policy(VERSION 3.25)
+include("${CMAKE_CURRENT_LIST_DIR}/ClientCommInstalledBundle.cmake")
 
 # clientcomm_add_application(<target>
 #   NAME <name>                     name of the bundle, and CFBundleName

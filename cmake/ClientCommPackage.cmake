@@ -17,6 +17,7 @@ install(FILES
   "${PROJECT_BINARY_DIR}/ClientCommConfig.cmake"
   "${PROJECT_BINARY_DIR}/ClientCommConfigVersion.cmake"
   "${CMAKE_CURRENT_LIST_DIR}/ClientCommBundles.cmake"
+  "${CMAKE_CURRENT_LIST_DIR}/ClientCommInstalledBundle.cmake"
   "${CMAKE_CURRENT_LIST_DIR}/ClientCommMirror.cmake"
   DESTINATION "${package_dir}" COMPONENT clientcomm_development)
 

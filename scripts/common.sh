@@ -18,6 +18,7 @@ build_packages=(
   openssl                            # certificates for the tests of uploads
   e2fsprogs btrfs-progs              # the file systems that tests make
   bubblewrap                         # the sandboxes that tests make
+  meson                              # builds what the page on bundles prints for it
   desktop-file-utils                 # reads the file that starts a helper at log-in
   python3                            # the peer that shares no code with the library
   locales                            # one with a decimal comma

@@ -41,3 +41,7 @@ expect_refusal("host and helper with one identifier" "have the same identifier, 
 expect_refusal("no install location" "INSTALL_LOCATION is missing")
 expect_refusal("an empty install location" "INSTALL_LOCATION is missing")
 expect_refusal("a relative install location" "or is no absolute path")
+expect_refusal("no destination" "DESTINATION is missing")
+expect_refusal("an installation of what is no bundle" "helper is no bundle")
+expect_refusal("an installation of a target that does not exist" "there is no target nothing")
+expect_refusal("an unknown argument of an installation" "unknown arguments: BUNDLE")

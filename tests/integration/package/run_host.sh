@@ -14,7 +14,7 @@ mkdir -m 0700 "$HOME" "$XDG_CONFIG_HOME" "$XDG_RUNTIME_DIR"
 # The processes that run the installed helper.
 installed_processes() {
   local link executable
-  for executable in "$HOME"/.local/lib/my-company/*.app/Contents/Linux/*; do
+  for executable in "$HOME"/.local/lib/*/*.app/Contents/Linux/*; do
     for link in /proc/[0-9]*/exe; do
       if [[ $link -ef $executable ]]; then
         link=${link%/exe}

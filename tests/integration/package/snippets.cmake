@@ -9,7 +9,10 @@ set(wanted_bundles CMakeLists.txt by-hand.sh host.plist helper.plist)
 set(wanted_c-interface host.c helper.c loop.py)
 set(wanted_delegates upgrade_delegate.cpp)
 set(wanted_event-loops epoll_host.cpp)
+set(wanted_deployment remove_helper.cpp)
 set(wanted_troubleshooting look.sh report.cpp)
+set(wanted_tutorial-helper control.h control.cpp data.h helper.cpp CMakeLists.txt)
+set(wanted_tutorial-host helper.cpp host.cpp upgrade_question.h CMakeLists.txt try.sh)
 set(wanted_writing-a-helper main.cpp CMakeLists.txt call_back.cpp)
 set(wanted_writing-a-host without_blocking.cpp)
 
@@ -30,10 +33,10 @@ endforeach()
 run("${CMAKE_COMMAND}" -E compare_files
     "${pages}/writing-a-helper/main.cpp" "${SOURCE}/examples/minimal/main.cpp")
 
-# README's project is built by the test of its first steps; here its sources make the applications
-# that docs/bundles.md lays out.
+# The projects of README and of the first tutorial are built by the tests of first steps; here README's
+# sources make the applications that docs/bundles.md lays out.
 file(COPY "${pages}/README/host.cpp" "${pages}/README/helper.cpp" DESTINATION "${pages}/bundles")
-file(REMOVE_RECURSE "${pages}/README")
+file(REMOVE_RECURSE "${pages}/README" "${pages}/tutorial-host")
 file(WRITE "${pages}/bundles/notes.txt" "Notes.")
 file(WRITE "${pages}/bundles/resources/en.lproj/InfoPlist.strings" "\"CFBundleName\" = \"Host\";\n")
 
