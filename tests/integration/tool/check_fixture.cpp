@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <ostream>
 #include <set>
 
@@ -29,14 +30,16 @@ std::vector<std::string> namesOf(const tool_test::Json& document) {
   return names;
 }
 
-std::set<std::string>& namesInRows() {
-  static auto* const names = new std::set<std::string>;
-  return *names;
+std::map<std::string, const Row*>& rows() {
+  static auto* const all = new std::map<std::string, const Row*>;
+  return *all;
 }
 
 TEST(Check, HasARowForEachCause) {
+  std::set<std::string> names;
+  for (const auto& [name, row] : rows()) names.insert(row->findings.begin(), row->findings.end());
   for (const auto& cause : clientcomm::tool::causes()) {
-    EXPECT_TRUE(namesInRows().contains(cause.name)) << cause.name;
+    EXPECT_TRUE(names.contains(cause.name)) << cause.name;
   }
 }
 
@@ -53,19 +56,33 @@ TEST(Check, PageExplainsEachCause) {
 
 }  // namespace
 
-Rows::Rows(std::span<const Row> rows) {
-  for (const Row& row : rows) namesInRows().insert(row.findings.begin(), row.findings.end());
+Rows::Rows(std::span<const Row> rowsOfFile) {
+  for (const Row& row : rowsOfFile) rows().emplace(row.name, &row);
+}
+
+const Row* rowNamed(const std::string& name) {
+  const auto found = rows().find(name);
+  return found != rows().end() ? found->second : nullptr;
 }
 
 void PrintTo(const Row& row, std::ostream* stream) { *stream << row.name; }
 
 std::string nameOf(const testing::TestParamInfo<Row>& info) { return info.param.name; }
 
-void CheckTable::runRow() {
-  const Row& row = GetParam();
+void prepareHost(const Row& row) {
   support::embedHelper("1.0");
   fs::create_directories(at("install"));
   row.prepare();
+}
+
+std::vector<std::string> findingsOfHost(const Row& row) {
+  const auto outcome = tool_test::run({"check", support::hostBundlePath(), "--json"}, row.before);
+  return namesOf(outcome.json());
+}
+
+void CheckTable::runRow() {
+  const Row& row = GetParam();
+  prepareHost(row);
   if (IsSkipped()) return;
   const auto outcome = tool_test::run({"check", support::hostBundlePath(), "--json"}, row.before);
   EXPECT_EQ(namesOf(outcome.json()), row.findings) << outcome.output << outcome.errors;

@@ -27,12 +27,21 @@ struct Row {
 /// Makes the rows of a file known to the test that looks whether there is one for each cause.
 class Rows {
  public:
-  explicit Rows(std::span<const Row> rows);
+  explicit Rows(std::span<const Row> rowsOfFile);
 };
 
 void PrintTo(const Row& row, std::ostream* stream);
 
 std::string nameOf(const testing::TestParamInfo<Row>& info);
+
+/// The registered row of this name; null without one.
+const Row* rowNamed(const std::string& name);
+
+/// Makes a correct host with its helper, and the row's mistake.
+void prepareHost(const Row& row);
+
+/// Runs the tool over the host. @return names of all findings, in order.
+std::vector<std::string> findingsOfHost(const Row& row);
 
 class CheckTable : public testing::TestWithParam<Row> {
  protected:

@@ -102,7 +102,13 @@ const Row kRows[] = {
      {"mounted-read-only"}},
     {"InstallFolderIsMountedNoexec", [] { mountInstallFolder(MS_NOEXEC, ""); }, {"mounted-noexec"}},
     {"InstallFolderHasNoSpace", [] { mountInstallFolder(0, "size=4k"); }, {"install-folder-full"}},
-    {"InstallFolderIsLocked", [] { lockUntilTheEnd(at("install")); }, {"install-folder-locked"}, 0},
+    {"InstallFolderIsLocked",
+     [] {
+       installHelper("1.0");
+       lockUntilTheEnd(at("install"));
+     },
+     {"install-folder-locked"},
+     0},
     {"InstalledHelperIsNewer", [] { installHelper("2.0"); }, {"installed-helper-newer"}, 0},
     {"InstalledHelperHasAnotherIdentifier",
      [] {
