@@ -40,9 +40,8 @@ void release(void* context) {
 clientcomm_status clientcomm_set_diagnostic_handler(clientcomm_diagnostic_handler handler,
                                                     void* context, clientcomm_destroy destroy) {
   return clientcomm::atBorder([=] {
-    auto held = handler != nullptr
-                    ? std::unique_ptr<Handler>(new Handler{handler, context, destroy})
-                    : nullptr;
+    auto held = handler != nullptr ? std::make_unique<Handler>(Handler{handler, context, destroy})
+                                   : nullptr;
     if (!clientcomm::setDiagnosticFunction(held ? tell : nullptr, held.get(), release)) {
       return CLIENTCOMM_OUT_OF_RESOURCES;
     }
