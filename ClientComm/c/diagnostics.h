@@ -17,7 +17,7 @@ extern "C" {
 /// Why the library gives up, ignores something or falls back: CLIENTCOMM_CAUSE_INFO_KEY_MISSING and
 /// the others of ClientComm/platform/diagnostic_causes.h. Later versions add causes.
 enum {
-#define CLIENTCOMM_CAUSE(IN_C, InCpp, number, sentence) CLIENTCOMM_CAUSE_##IN_C = (number),
+#define CLIENTCOMM_CAUSE(IN_C, InCpp, name, number, sentence) CLIENTCOMM_CAUSE_##IN_C = (number),
   CLIENTCOMM_DIAGNOSTIC_CAUSES(CLIENTCOMM_CAUSE)
 #undef CLIENTCOMM_CAUSE
 };
@@ -57,12 +57,12 @@ typedef void (*clientcomm_diagnostic_handler)(void* context,
 CLIENTCOMM_EXPORT clientcomm_status clientcomm_set_diagnostic_handler(
     clientcomm_diagnostic_handler handler, void* context, clientcomm_destroy destroy);
 
-/// The stable name of a cause, as "InfoKeyMissing"; "" for one of a later version.
+/// The stable name of a cause, as "info-key-missing"; "" for one of a later version.
 static inline const char* clientcomm_cause_name(int32_t cause) {
   switch (cause) {
-#define CLIENTCOMM_CAUSE(IN_C, InCpp, number, sentence) \
-  case (number):                                        \
-    return #InCpp;
+#define CLIENTCOMM_CAUSE(IN_C, InCpp, name, number, sentence) \
+  case (number):                                              \
+    return name;
     CLIENTCOMM_DIAGNOSTIC_CAUSES(CLIENTCOMM_CAUSE)
 #undef CLIENTCOMM_CAUSE
     default:
@@ -73,8 +73,8 @@ static inline const char* clientcomm_cause_name(int32_t cause) {
 /// What happened and what the library does now; "" for a cause of a later version.
 static inline const char* clientcomm_cause_sentence(int32_t cause) {
   switch (cause) {
-#define CLIENTCOMM_CAUSE(IN_C, InCpp, number, sentence) \
-  case (number):                                        \
+#define CLIENTCOMM_CAUSE(IN_C, InCpp, name, number, sentence) \
+  case (number):                                              \
     return sentence;
     CLIENTCOMM_DIAGNOSTIC_CAUSES(CLIENTCOMM_CAUSE)
 #undef CLIENTCOMM_CAUSE

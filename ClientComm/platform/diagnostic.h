@@ -10,7 +10,7 @@ namespace clientcomm {
 
 /// Why the library gives up, ignores something or falls back. Later versions add causes.
 enum class DiagnosticCause : std::int32_t {
-#define CLIENTCOMM_CAUSE(IN_C, InCpp, number, sentence) k##InCpp = (number),
+#define CLIENTCOMM_CAUSE(IN_C, InCpp, name, number, sentence) k##InCpp = (number),
   CLIENTCOMM_DIAGNOSTIC_CAUSES(CLIENTCOMM_CAUSE)
 #undef CLIENTCOMM_CAUSE
 };
@@ -28,7 +28,7 @@ enum class DiagnosticCodeKind : std::int32_t {
 /// A cause in words.
 struct DiagnosticTexts {
   DiagnosticCause cause;
-  /// Its stable name: that of the enumerator, without the k.
+  /// Its stable name, as "info-key-missing"; `clientcomm check` says the same.
   const char* name;
   /// What is attempted where it comes up, as "launch the helper".
   const char* attempt;
@@ -51,8 +51,8 @@ constexpr const char* attemptOf(DiagnosticCause cause) noexcept {
 
 /// All causes in words.
 inline constexpr DiagnosticTexts kDiagnosticTexts[] = {
-#define CLIENTCOMM_CAUSE(IN_C, InCpp, number, sentence) \
-  {DiagnosticCause::k##InCpp, #InCpp, attemptOf(DiagnosticCause::k##InCpp), sentence},
+#define CLIENTCOMM_CAUSE(IN_C, InCpp, name, number, sentence) \
+  {DiagnosticCause::k##InCpp, name, attemptOf(DiagnosticCause::k##InCpp), sentence},
     CLIENTCOMM_DIAGNOSTIC_CAUSES(CLIENTCOMM_CAUSE)
 #undef CLIENTCOMM_CAUSE
 };

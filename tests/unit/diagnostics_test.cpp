@@ -58,7 +58,7 @@ TEST_F(DiagnosticsTest, AHandlerIsToldWhatFailed) {
   });
   fail();
   EXPECT_EQ(seen.cause, DiagnosticCause::kHelperNotCopied);
-  EXPECT_STREQ(seen.name(), "HelperNotCopied");
+  EXPECT_STREQ(seen.name(), "helper-not-copied");
   EXPECT_STREQ(seen.attempt(), "install the helper");
   EXPECT_EQ(subject, "/folder");
   EXPECT_STREQ(seen.call, "mkdir");
@@ -77,15 +77,15 @@ TEST_F(DiagnosticsTest, ADescriptionHoldsEverythingOnOneLine) {
   EXPECT_EQ(lines_,
             (std::vector<std::string>{
                 "install the helper: /folder: mkdir: No space left on device (errno 28): The "
-                "helper cannot be copied to the install folder. (HelperNotCopied)",
+                "helper cannot be copied to the install folder. (helper-not-copied)",
                 "read the host's bundle: Helper name, Helepr App name: This key is read under "
-                "another spelling. (InfoKeyMisspelt)",
+                "another spelling. (info-key-misspelt)",
                 "send a call: com.example: status -108: The application has refused the call. "
-                "(CallRefused)",
+                "(call-refused)",
                 "launch the helper: /App: waitpid: signal 11: The helper was killed by a signal "
-                "soon after its launch. (HelperKilled)",
+                "soon after its launch. (helper-killed)",
                 "take a call: process 7: The caller has connected and sent nothing; the "
-                "connection is closed. (CallerSilent)"}));
+                "connection is closed. (caller-silent)"}));
 }
 
 TEST_F(DiagnosticsTest, EveryCauseHasANameAndASentenceOfItsOwn) {
@@ -207,7 +207,7 @@ TEST_F(DiagnosticsTest, AStatusThatIsDiscardedIsReported) {
   EXPECT_EQ(lines_,
             std::vector<std::string>{
                 "write user defaults: /file: open: Read-only file system (errno 30): The "
-                "user defaults cannot be written; they stay pending. (DefaultsNotWritten)"});
+                "user defaults cannot be written; they stay pending. (defaults-not-written)"});
 }
 
 TEST_F(DiagnosticsTest, AnExceptionIsReportedByItsText) {
