@@ -28,7 +28,7 @@ endif()
 # every call goes through, in the given sources.
 function(clientcomm_optimise target)
   target_compile_options(${target} PRIVATE
-    $<$<CONFIG:Release>:-Os> $<$<CONFIG:Release>:-ffunction-sections> $<$<CONFIG:Release>:-fdata-sections>)
+    $<$<CONFIG:Release>:-Oz> $<$<CONFIG:Release>:-ffunction-sections> $<$<CONFIG:Release>:-fdata-sections>)
   target_compile_options(${target} PRIVATE "$<${clientcomm_links_optimised}:-flto=auto;-ffat-lto-objects>")
   set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release>:-O2>")
 endfunction()
