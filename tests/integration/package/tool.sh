@@ -10,7 +10,7 @@ export HOME=$folder/home XDG_CONFIG_HOME=$folder/config XDG_RUNTIME_DIR=$folder/
 mkdir -m 0700 "$HOME" "$XDG_CONFIG_HOME" "$XDG_RUNTIME_DIR"
 # Others of the same name may run beside this test.
 identifier=com.example.new$$
-hosts=()
+hosts=() watchers=()
 
 fail() {
   echo "$*" >&2
@@ -20,7 +20,7 @@ fail() {
 # shellcheck disable=SC2317 # called by the trap
 end_all() {
   local host helper
-  for host in "${hosts[@]}"; do
+  for host in "${hosts[@]}" "${watchers[@]}"; do
     kill "$host" 2>/dev/null || true
     wait "$host" 2>/dev/null || true
   done
@@ -38,7 +38,30 @@ build() {
   (cd "$1" && shift && cmake -B build "$@" && cmake --build build)
 }
 
-# run_host NAME HELPER...: runs the host until it has printed what its helper says, and calls that too.
+# wait_for TEXT FILE: until a line of the file has the text.
+wait_for() {
+  local deadline=$((SECONDS + 60))
+  until grep -qF -e "$1" "$2"; do
+    ((SECONDS < deadline)) || fail "\"$1\" does not come; there is: $(cat "$2")"
+    sleep 0.1
+  done
+}
+
+# look_at HELPER: what ps and watch show of it.
+look_at() {
+  local watched=$folder/watched applications
+  applications=$("$clientcomm" ps)
+  grep -F "$1 " <<<"$applications" || fail "ps does not list $1, but: $applications"
+  "$clientcomm" watch "$1" >"$watched" &
+  watchers+=("$!")
+  wait_for "Watching $1" "$watched"
+  expect "$("$clientcomm" call "$1" Greeter greet: you --wait)" "Hello, you"
+  wait_for 'Greeter greet: ("you")  -> "Hello, you"' "$watched"
+  kill "${watchers[-1]}"
+  wait "${watchers[-1]}" || true
+}
+
+# run_host NAME HELPER...: runs the host until it has printed what its helper says, and looks at that.
 run_host() {
   local name=$1 output=$folder/output deadline=$((SECONDS + 60))
   "build/$name.app/Contents/Linux/$name" >"$output" &
@@ -51,7 +74,7 @@ run_host() {
   done
   expect "$(cat "$output")" $'the helper: status 0\nit says: Hello, host'
   "$clientcomm" check "build/$name.app"
-  expect "$("$clientcomm" call "$2" Greeter greet: you --wait)" "Hello, you"
+  look_at "$2"
 }
 
 # --- The command. ---
