@@ -11,7 +11,7 @@ foreach(wanted IN ITEMS ClientComm/clientcomm.h ClientComm/TQHPHelper.h ClientCo
   endif()
 endforeach()
 foreach(header IN LISTS headers)
-  if(NOT header MATCHES "^clientcomm/ClientComm/(TQHP[A-Za-z]+|async|event_loop|clientcomm|c/[a-z_]+|platform/[a-z_]+)[.]h$")
+  if(NOT header MATCHES "^clientcomm/ClientComm/(TQHP[A-Za-z]+|async|diagnostics|event_loop|clientcomm|c/[a-z_]+|platform/[a-z_]+)[.]h$")
     message(FATAL_ERROR "${header} is installed, which is outside of <ClientComm/...>")
   endif()
 endforeach()
