@@ -21,14 +21,18 @@
 
 namespace clientcomm {
 
+/// Is told of one failure.
 using DiagnosticHandler = std::function<void(const Diagnostic& diagnostic)>;
 
 /// How long a failure must not have recurred before it is reported again, in seconds.
 inline constexpr int kDiagnosticPause = 20;
 
+/// The same as a function, and what `setDiagnosticFunction` was given as `context`.
 using DiagnosticFunction = void (*)(void* context, const Diagnostic& diagnostic);
 
 /// `setDiagnosticHandler` for a function and what it is called with; NULL ends the reports.
+/// @param function called for each failure, as the handler of `setDiagnosticHandler`.
+/// @param context handed to both functions as it is.
 /// @param destroy called with `context` once the function is called no more; may be NULL.
 /// @return false where memory is short: the former handler stays, and `destroy` is not called.
 CLIENTCOMM_EXPORT bool setDiagnosticFunction(DiagnosticFunction function, void* context,

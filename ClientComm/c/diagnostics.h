@@ -34,14 +34,15 @@ typedef enum clientcomm_code_kind {
 
 /// One failure. Valid while the handler runs. Later versions may add members at the end.
 typedef struct clientcomm_diagnostic {
-  int32_t cause;
-  int32_t code_kind;
-  int32_t code;
+  int32_t cause;            ///< CLIENTCOMM_CAUSE_…, or that of a later version.
+  int32_t code_kind;        ///< A `clientcomm_code_kind`: what `code` is.
+  int32_t code;             ///< The error number, status, signal or process; 0 for none.
   clientcomm_text call;     ///< The system call, or the check, that failed; may be "".
   clientcomm_text subject;  ///< The path, identifier or key that it was about; may be "".
   clientcomm_text detail;   ///< What else the cause says; else "".
 } clientcomm_diagnostic;
 
+/// Is told of one failure, and what `clientcomm_set_diagnostic_handler` was given as `context`.
 typedef void (*clientcomm_diagnostic_handler)(void* context,
                                               const clientcomm_diagnostic* diagnostic);
 

@@ -27,6 +27,7 @@ enum class DiagnosticCodeKind : std::int32_t {
 
 /// A cause in words.
 struct DiagnosticTexts {
+  /// Of which cause they are.
   DiagnosticCause cause;
   /// Its stable name, as "info-key-missing"; `clientcomm check` says the same.
   const char* name;
@@ -36,6 +37,7 @@ struct DiagnosticTexts {
   const char* sentence;
 };
 
+/// What is attempted where `cause` comes up; "" for a cause of an unknown group.
 constexpr const char* attemptOf(DiagnosticCause cause) noexcept {
   constexpr int kCausesPerAttempt = 100;
   switch (static_cast<int>(cause) / kCausesPerAttempt) {
@@ -68,8 +70,11 @@ constexpr DiagnosticTexts textsOf(DiagnosticCause cause) noexcept {
 /// One failure. Valid while the handler runs; copy what is kept. Later versions may add members at
 /// the end.
 struct Diagnostic {
+  /// Why the library gives up, ignores something or falls back.
   DiagnosticCause cause;
+  /// What `code` is.
   DiagnosticCodeKind codeKind;
+  /// The error number, status, signal or process; 0 for none.
   std::int32_t code;
   /// Name of the system call, or of the check, that failed; may be empty.
   const char* call;

@@ -46,8 +46,8 @@ OSErr awaitReply(const Connection& connection, const std::string& identifier,
       if (!connection.peerExists()) return reportLost(identifier, "kill");
       continue;
     }
-    if (const auto status = takeReply(connection, identifier, highestVersion, reply))
-      return *status;
+    const auto status = takeReply(connection, identifier, highestVersion, reply);
+    if (status) return *status;
   }
 }
 
