@@ -240,7 +240,14 @@ const diagnosis::Rows noted(kRows);
 
 class TakingFailure : public diagnosis::Table {};
 
-TEST_P(TakingFailure, IsReportedOnce) { runRow(); }
+TEST_P(TakingFailure, IsReportedOnce) {
+#ifdef __SANITIZE_ADDRESS__
+  // Built together with that of undefined behaviour, which opens a pipe to read memory safely.
+  if (GetParam().cause == kAcceptingPaused)
+    GTEST_SKIP() << "the sanitizer needs descriptors itself";
+#endif
+  runRow();
+}
 
 INSTANTIATE_TEST_SUITE_P(Diagnosis, TakingFailure, testing::ValuesIn(kRows), diagnosis::nameOf);
 

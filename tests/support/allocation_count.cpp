@@ -15,6 +15,11 @@ void* counted(std::size_t size) {
   throw std::bad_alloc();
 }
 
+void* countedOrNull(std::size_t size) noexcept {
+  allocations.fetch_add(1, std::memory_order_relaxed);
+  return std::malloc(size == 0 ? 1 : size);
+}
+
 void* countedAligned(std::size_t size, std::align_val_t alignment) {
   allocations.fetch_add(1, std::memory_order_relaxed);
   const auto step = static_cast<std::size_t>(alignment);
@@ -32,6 +37,10 @@ std::uint64_t allocationCount() { return allocations.load(std::memory_order_rela
 
 void* operator new(std::size_t size) { return counted(size); }
 void* operator new[](std::size_t size) { return counted(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return countedOrNull(size); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return countedOrNull(size);
+}
 void* operator new(std::size_t size, std::align_val_t alignment) {
   return countedAligned(size, alignment);
 }
