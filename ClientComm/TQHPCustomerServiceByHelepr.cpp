@@ -8,8 +8,8 @@ using clientcomm::OptionalString;
 namespace {
 
 // Selectors, as they travel; each is used by the method table and by the call.
-constexpr std::string_view kCheckForHeleprMessage = "checkForHeleprMessage:versionID:";
-constexpr std::string_view kCustomerService = "customerService:versionID:email:attachment:";
+constexpr char kCheckForHeleprMessage[] = "checkForHeleprMessage:versionID:";
+constexpr char kCustomerService[] = "customerService:versionID:email:attachment:";
 
 }  // namespace
 

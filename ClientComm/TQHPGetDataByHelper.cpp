@@ -10,7 +10,7 @@ using clientcomm::OptionalString;
 namespace {
 
 // Selectors, as they travel; each is used by the method table and by the call.
-constexpr std::string_view kClientIDFormHelper = "clientIDFormHelper";
+constexpr char kClientIDFormHelper[] = "clientIDFormHelper";
 
 }  // namespace
 

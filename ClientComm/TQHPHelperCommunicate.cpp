@@ -1,7 +1,6 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 
 #include <chrono>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <tuple>
@@ -157,49 +156,63 @@ using clientcomm::method;
 using Self = TQHPHelperCommunicate;
 
 // Every method whose parameters are all strings. Those with a flag, a status or a delegate cannot
-// be called by name, as only strings travel.
-constexpr clientcomm::Method kCallableMethods[] = {
-    method<&Self::startHelper>("startHelper"),
-    method<&Self::stopHelper>("stopHelper"),
-    method<&Self::isAliveHelper>("isAliveHelper"),
-    method<&Self::showHelper>("showHelper"),
-    method<&Self::hideHelper>("hideHelper"),
-    method<&Self::autoRestartHelper>("autoRestartHelper"),
-    method<&Self::getDefaultHelperServerOpen>("getDefaultHelperServerOpen"),
-    method<&Self::synthesizeUserDefault>("synthesizeUserDefault"),
-    method<&Self::firstStartPID>("firstStartPID"),
-    method<&Self::clientIDFormHelper>("clientIDFormHelper"),
-    method<&Self::clientID>("clientID"),
-    method<&Self::willHelperExit>("willHelperExit"),
-    method<&Self::typeOfCharacter>("typeOfCharacter:"),
-    method<&Self::splitVersionString>("splitVersionString:"),
-    method<&Self::compareVersion>("compareVersion:toVersion:"),
-    method<&Self::extractHelper>("extractHelper"),
-    method<&Self::launchHelepr>("launchHelepr"),
-    method<&Self::appPath>("appPath:"),
-    method<&Self::productUpgrade>("productUpgrade"),
-    method<&Self::getProductUpgradeDelegate>("getProductUpgradeDelegate"),
-    method<&Self::uploadLogByEmail>("uploadLogByEmail:filePath:title:description:"),
-    method<&Self::uploadUserFile>("uploadUserFile:filePath:title:description:"),
-    method<&Self::uploadProductFile>("uploadProductFile:filePath:title:description:"),
-    method<&Self::checkForHeleprMessage>("checkForHeleprMessage"),
-    method<&Self::customerserviceByEmail>("customerserviceByEmail:attachment:"),
-    method<&Self::commIncreaseDataCollect>("commIncreaseDataCollect:key:"),
-    method<&Self::autoCreatedIncreaseDataCollect>("autoCreatedIncreaseDataCollect:key:"),
-    method<&Self::customStringDataCollect>("customStringDataCollect:value:"),
-    method<&Self::directUploadData>("directUploadData"),
-    method<&Self::productCollectStatus>("productCollectStatus"),
-    method<&Self::setCollectDataPID>("setCollectDataPID:"),
-    method<&Self::collectDataPID>("collectDataPID"),
-    method<&Self::initDataCollectionPath>("initDataCollectionPath:"),
-    method<&Self::regSuiteInfo>("regSuiteInfo"),
-    method<&Self::unRegSuiteInfo>("unRegSuiteInfo"),
-    method<&Self::netErrorPagePath>("netErrorPagePath"),
-    method<&Self::saveTipsEnable>("saveTipsEnable"),
-    method<&Self::saveEnableAD>("saveEnableAD"),
-    method<&Self::searchPlistFilePath>("searchPlistFilePath:"),
-    method<&Self::searchCurrentStringsFilePath>("searchCurrentStringsFilePath:"),
-};
+// be called by name, as only strings travel. Made by code: the loader would relocate a table of
+// them in every process.
+void addMethodsOfHelper(std::vector<clientcomm::Method>& methods) {
+  methods.push_back(method<&Self::startHelper>("startHelper"));
+  methods.push_back(method<&Self::stopHelper>("stopHelper"));
+  methods.push_back(method<&Self::isAliveHelper>("isAliveHelper"));
+  methods.push_back(method<&Self::showHelper>("showHelper"));
+  methods.push_back(method<&Self::hideHelper>("hideHelper"));
+  methods.push_back(method<&Self::autoRestartHelper>("autoRestartHelper"));
+  methods.push_back(method<&Self::getDefaultHelperServerOpen>("getDefaultHelperServerOpen"));
+  methods.push_back(method<&Self::synthesizeUserDefault>("synthesizeUserDefault"));
+  methods.push_back(method<&Self::firstStartPID>("firstStartPID"));
+  methods.push_back(method<&Self::clientIDFormHelper>("clientIDFormHelper"));
+  methods.push_back(method<&Self::clientID>("clientID"));
+  methods.push_back(method<&Self::willHelperExit>("willHelperExit"));
+  methods.push_back(method<&Self::typeOfCharacter>("typeOfCharacter:"));
+  methods.push_back(method<&Self::splitVersionString>("splitVersionString:"));
+  methods.push_back(method<&Self::compareVersion>("compareVersion:toVersion:"));
+  methods.push_back(method<&Self::extractHelper>("extractHelper"));
+  methods.push_back(method<&Self::launchHelepr>("launchHelepr"));
+  methods.push_back(method<&Self::appPath>("appPath:"));
+}
+
+void addMethodsOfServices(std::vector<clientcomm::Method>& methods) {
+  methods.push_back(method<&Self::productUpgrade>("productUpgrade"));
+  methods.push_back(method<&Self::getProductUpgradeDelegate>("getProductUpgradeDelegate"));
+  methods.push_back(
+      method<&Self::uploadLogByEmail>("uploadLogByEmail:filePath:title:description:"));
+  methods.push_back(method<&Self::uploadUserFile>("uploadUserFile:filePath:title:description:"));
+  methods.push_back(
+      method<&Self::uploadProductFile>("uploadProductFile:filePath:title:description:"));
+  methods.push_back(method<&Self::checkForHeleprMessage>("checkForHeleprMessage"));
+  methods.push_back(method<&Self::customerserviceByEmail>("customerserviceByEmail:attachment:"));
+  methods.push_back(method<&Self::commIncreaseDataCollect>("commIncreaseDataCollect:key:"));
+  methods.push_back(
+      method<&Self::autoCreatedIncreaseDataCollect>("autoCreatedIncreaseDataCollect:key:"));
+  methods.push_back(method<&Self::customStringDataCollect>("customStringDataCollect:value:"));
+  methods.push_back(method<&Self::directUploadData>("directUploadData"));
+  methods.push_back(method<&Self::productCollectStatus>("productCollectStatus"));
+  methods.push_back(method<&Self::setCollectDataPID>("setCollectDataPID:"));
+  methods.push_back(method<&Self::collectDataPID>("collectDataPID"));
+  methods.push_back(method<&Self::initDataCollectionPath>("initDataCollectionPath:"));
+  methods.push_back(method<&Self::regSuiteInfo>("regSuiteInfo"));
+  methods.push_back(method<&Self::unRegSuiteInfo>("unRegSuiteInfo"));
+  methods.push_back(method<&Self::netErrorPagePath>("netErrorPagePath"));
+  methods.push_back(method<&Self::saveTipsEnable>("saveTipsEnable"));
+  methods.push_back(method<&Self::saveEnableAD>("saveEnableAD"));
+  methods.push_back(method<&Self::searchPlistFilePath>("searchPlistFilePath:"));
+  methods.push_back(method<&Self::searchCurrentStringsFilePath>("searchCurrentStringsFilePath:"));
+}
+
+std::vector<clientcomm::Method> callableMethods() {
+  std::vector<clientcomm::Method> methods;
+  addMethodsOfHelper(methods);
+  addMethodsOfServices(methods);
+  return methods;
+}
 
 }  // namespace
 
@@ -210,9 +223,8 @@ const clientcomm::Class& TQHPHelperCommunicate::staticClass() {
     return std::shared_ptr<clientcomm::Object>(std::shared_ptr<void>(),
                                                sharedController.existing());
   };
-  static const auto* const cls = new clientcomm::Class(
-      "TQHPHelperCommunicate", existing,
-      std::vector<clientcomm::Method>(std::begin(kCallableMethods), std::end(kCallableMethods)));
+  static const auto* const cls =
+      new clientcomm::Class("TQHPHelperCommunicate", existing, callableMethods());
   return *cls;
 }
 

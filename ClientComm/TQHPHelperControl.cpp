@@ -21,14 +21,14 @@ using clientcomm::OptionalString;
 namespace {
 
 // Selectors, as they travel; each is used by the method table and by the call.
-constexpr std::string_view kIsAlive = "isAlive:prodeuctVersion:";
-constexpr std::string_view kHide = "hide:prodeuctVersion:";
-constexpr std::string_view kShow = "show:prodeuctVersion:";
-constexpr std::string_view kExitHelper = "exitHelper:productVersion:";
-constexpr std::string_view kStop = "stop:prodeuctVersion:";
-constexpr std::string_view kStart = "start:prodeuctVersion:";
-constexpr std::string_view kWillHelperExit = "willHelperExit";
-constexpr std::string_view kDidCheckServerOpen = "didCheckServerOpen::";
+constexpr char kIsAlive[] = "isAlive:prodeuctVersion:";
+constexpr char kHide[] = "hide:prodeuctVersion:";
+constexpr char kShow[] = "show:prodeuctVersion:";
+constexpr char kExitHelper[] = "exitHelper:productVersion:";
+constexpr char kStop[] = "stop:prodeuctVersion:";
+constexpr char kStart[] = "start:prodeuctVersion:";
+constexpr char kWillHelperExit[] = "willHelperExit";
+constexpr char kDidCheckServerOpen[] = "didCheckServerOpen::";
 
 }  // namespace
 

@@ -17,9 +17,9 @@ using clientcomm::OptionalString;
 namespace {
 
 // Selectors, as they travel; each is used by the method table and by the call.
-constexpr std::string_view kProductUpgrade = "productUpgrade:versionID:";
-constexpr std::string_view kProductReadyToUpgrade = "productReadyToUpgrade:versionID:ready:";
-constexpr std::string_view kProductWillUpgrade = "productWillUpgrade:";
+constexpr char kProductUpgrade[] = "productUpgrade:versionID:";
+constexpr char kProductReadyToUpgrade[] = "productReadyToUpgrade:versionID:ready:";
+constexpr char kProductWillUpgrade[] = "productWillUpgrade:";
 
 // Cleared by the protocol's own `productWillUpgrade`, which runs only where no class overrides it.
 bool isOverridden = true;

@@ -10,18 +10,18 @@ using clientcomm::OptionalString;
 namespace {
 
 // Selectors, as they travel; each is used by the method table and by the call.
-constexpr std::string_view kUploadLog = "uploadLog:versionID:email:filePath:title:description:";
+constexpr char kUploadLog[] = "uploadLog:versionID:email:filePath:title:description:";
 constexpr std::string_view kUploadUserFile =
     "uploadUserFile:versionID:email:filePath:title:description:";
 constexpr std::string_view kUploadProductFile =
     "uploadProductFile:versionID:email:filePath:title:description:";
-constexpr std::string_view kCollectData = "collectData:version:collectionType:target:keyID:value:";
-constexpr std::string_view kDirectUploadData = "directUploadData:version:";
-constexpr std::string_view kSetProductCollectStatus = "setProductCollectStatus:version:status:";
-constexpr std::string_view kProductCollectStatus = "productCollectStatus:version:";
-constexpr std::string_view kRegSuiteInfo = "regSuiteInfo:version:";
-constexpr std::string_view kUnRegSuiteInfo = "unRegSuiteInfo:version:";
-constexpr std::string_view kNetErrorPagePath = "netErrorPagePath:version:";
+constexpr char kCollectData[] = "collectData:version:collectionType:target:keyID:value:";
+constexpr char kDirectUploadData[] = "directUploadData:version:";
+constexpr char kSetProductCollectStatus[] = "setProductCollectStatus:version:status:";
+constexpr char kProductCollectStatus[] = "productCollectStatus:version:";
+constexpr char kRegSuiteInfo[] = "regSuiteInfo:version:";
+constexpr char kUnRegSuiteInfo[] = "unRegSuiteInfo:version:";
+constexpr char kNetErrorPagePath[] = "netErrorPagePath:version:";
 
 OptionalString collectionTypeText(int collectionType) {
   switch (collectionType) {

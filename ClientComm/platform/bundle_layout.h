@@ -2,24 +2,26 @@
 
 #include <string_view>
 
+#include "ClientComm/platform/fixed_text.h"
+
 /// Names and places inside a bundle. Paths are relative to the bundle's folder.
 namespace clientcomm {
 
-inline constexpr std::string_view kApplicationExtension = "app";
+inline constexpr char kApplicationExtension[] = "app";
 inline constexpr std::string_view kApplicationSuffix = ".app";
 inline constexpr std::string_view kLocalizationExtension = "lproj";
-inline constexpr std::string_view kPropertyListExtension = "plist";
-inline constexpr std::string_view kStringsExtension = "strings";
+inline constexpr char kPropertyListExtension[] = "plist";
+inline constexpr char kStringsExtension[] = "strings";
 
-inline constexpr std::string_view kContentsFolder = "Contents";
-inline constexpr std::string_view kInfoFile = "Contents/Info.plist";
-inline constexpr std::string_view kResourcesFolder = "Contents/Resources";
+inline constexpr char kContentsFolder[] = "Contents";
+inline constexpr char kInfoFile[] = "Contents/Info.plist";
+inline constexpr char kResourcesFolder[] = "Contents/Resources";
 
 /// Where executables are, in the order in which they are searched.
-inline constexpr std::string_view kExecutableFolders[] = {"Contents/Linux", "Contents/MacOS"};
+inline constexpr FixedText<15> kExecutableFolders[] = {"Contents/Linux", "Contents/MacOS"};
 
 /// The resource, of `kStringsExtension`, that localises the Info dictionary.
-inline constexpr std::string_view kInfoStringsName = "InfoPlist";
+inline constexpr char kInfoStringsName[] = "InfoPlist";
 
 /// Whether the last component of `path` is a name and ".app".
 bool isApplicationPath(std::string_view path) noexcept;

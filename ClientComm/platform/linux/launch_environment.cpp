@@ -79,7 +79,7 @@ constexpr FixedText<31> kHostsOwn[] = {
 
 /// The variables that name the folder in which the host's package is mounted. Paths below it are
 /// taken out of every other variable: they lead nowhere once the host has ended.
-constexpr std::string_view kImageFolders[] = {"APPDIR", "SNAP"};
+constexpr FixedText<7> kImageFolders[] = {"APPDIR", "SNAP"};
 
 struct Variable {
   std::string_view name;

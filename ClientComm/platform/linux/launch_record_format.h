@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "ClientComm/platform/linux/process_record_format.h"
+#include "ClientComm/platform/linux/record_key.h"
 
 /// The constants of the launch record in docs/files.md. Its other keys are those of
 /// a process record: `kBundlePathKey`, `kStartTimeKey` and `kPIDNamespaceKey`.
@@ -32,8 +33,8 @@ inline constexpr int kLaunchesAtOnce = 3;
 inline constexpr std::chrono::milliseconds kShortestBackOff = std::chrono::seconds(10);
 inline constexpr std::chrono::milliseconds kLongestBackOff = std::chrono::minutes(5);
 
-inline constexpr std::string_view kLaunchRecordKeys[] = {
-    kBundlePathKey, kBundleStateKey, kProcessIDKey,   kStartTimeKey,
-    kTimeKey,       kFailuresKey,    kPIDNamespaceKey};
+inline constexpr RecordKey kLaunchRecordKeys[] = {kBundlePathKey,  kBundleStateKey, kProcessIDKey,
+                                                  kStartTimeKey,   kTimeKey,        kFailuresKey,
+                                                  kPIDNamespaceKey};
 
 }  // namespace clientcomm

@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "ClientComm/platform/bundle.h"
+#include "ClientComm/platform/linux/record_key.h"
 #include "ClientComm/platform/process_manager.h"
 
 /// The constants of the process record in docs/files.md.
@@ -22,7 +23,7 @@ inline constexpr char kPIDNamespaceKey[] = "PIDNamespace";
 /// The version of the library in the process.
 inline constexpr char kLibraryVersionKey[] = "LibraryVersion";
 
-inline constexpr std::string_view kProcessRecordKeys[] = {
+inline constexpr RecordKey kProcessRecordKeys[] = {
     kStartTimeKey, kCFBundleIdentifierKey, kBundlePathKey,    kCFBundleNameKey, kIsLaunchingKey,
     kIsToolKey,    kPIDNamespaceKey,       kLibraryVersionKey};
 

@@ -14,7 +14,7 @@ std::optional<PropertyListDictionary> readRecordFile(int folder, const std::stri
   return std::move(*list->dictionary());
 }
 
-void keepUnknownKeys(PropertyListDictionary earlier, std::span<const std::string_view> known,
+void keepUnknownKeys(PropertyListDictionary earlier, std::span<const RecordKey> known,
                      PropertyListDictionary& record) {
   for (const std::string_view key : known) {
     if (const auto entry = earlier.find(key); entry != earlier.end()) earlier.erase(entry);

@@ -3,8 +3,8 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <string_view>
 
+#include "ClientComm/platform/linux/record_key.h"
 #include "ClientComm/platform/property_list.h"
 
 /// What all records in the runtime folder have in common: a dictionary of which a reader takes the
@@ -16,7 +16,7 @@ std::optional<PropertyListDictionary> readRecordFile(int folder, const std::stri
 
 /// Adds to `record` what `earlier` has beside the `known` keys: a later version may have put it
 /// there.
-void keepUnknownKeys(PropertyListDictionary earlier, std::span<const std::string_view> known,
+void keepUnknownKeys(PropertyListDictionary earlier, std::span<const RecordKey> known,
                      PropertyListDictionary& record);
 
 }  // namespace clientcomm

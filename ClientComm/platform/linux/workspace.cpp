@@ -22,6 +22,7 @@
 #include "ClientComm/platform/bundle_layout.h"
 #include "ClientComm/platform/file_lock.h"
 #include "ClientComm/platform/file_tree.h"
+#include "ClientComm/platform/fixed_text.h"
 #include "ClientComm/platform/linux/launch_end.h"
 #include "ClientComm/platform/linux/launch_environment.h"
 #include "ClientComm/platform/linux/launch_record.h"
@@ -42,8 +43,8 @@ namespace clientcomm {
 namespace {
 
 // In the order in which they are searched: the user's own folder first.
-constexpr const char* kApplicationFolders[] = {"~/Applications", "/Applications",
-                                               "/usr/local/Applications", "/opt"};
+constexpr FixedText<23> kApplicationFolders[] = {"~/Applications", "/Applications",
+                                                 "/usr/local/Applications", "/opt"};
 
 constexpr std::chrono::milliseconds kLongestWaitForOtherLaunches{100};
 
@@ -434,9 +435,9 @@ OptionalString Workspace::fullPathForApplication(const std::string& name) const 
   }
   const std::string fileName =
       name.ends_with(kApplicationSuffix) ? name : name + std::string(kApplicationSuffix);
-  for (const char* folder : kApplicationFolders) {
+  for (const std::string_view folder : kApplicationFolders) {
     std::string path =
-        stringByAppendingPathComponent(stringByExpandingTildeInPath(folder), fileName);
+        stringByAppendingPathComponent(stringByExpandingTildeInPath(std::string(folder)), fileName);
     if (isDirectory(path)) return path;
   }
   return std::nullopt;

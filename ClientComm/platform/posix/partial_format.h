@@ -8,6 +8,6 @@
 /// at most `kLongestKeptName` bytes of NAME.
 namespace clientcomm {
 
-inline constexpr std::string_view kPartialInfix = ".partial-";
+inline constexpr char kPartialInfix[] = ".partial-";
 
 }  // namespace clientcomm

@@ -19,7 +19,7 @@
 namespace clientcomm {
 namespace {
 
-constexpr std::string_view kSessionDirectories = "/run/user/";
+constexpr char kSessionDirectories[] = "/run/user/";
 
 // The path of a missing directory: nothing exists below it, and nothing can be made.
 constexpr const char kNoDirectory[] = "/dev/null";

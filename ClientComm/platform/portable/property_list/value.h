@@ -16,7 +16,7 @@ inline constexpr int kMaximumPropertyListNesting = 128;
 inline constexpr std::size_t kMaximumSettingsFileSize = std::size_t{16} << 20U;
 
 /// The key of the dictionary of one entry as which XML holds a keyed-archive reference.
-inline constexpr std::string_view kUidKey = "CF$UID";
+inline constexpr char kUidKey[] = "CF$UID";
 
 /// The day from which a property list counts its dates.
 inline constexpr std::chrono::sys_days kReferenceDay =

@@ -21,8 +21,8 @@ namespace clientcomm {
 
 /// The target of the processing instructions above, and what they say of the next element.
 inline constexpr std::string_view kXmlNoteTarget = "clientcomm";
-inline constexpr std::string_view kStringNote = "string";
-inline constexpr std::string_view kPercentEncodedNote = "percent-encoded";
+inline constexpr char kStringNote[] = "string";
+inline constexpr char kPercentEncodedNote[] = "percent-encoded";
 
 constexpr bool isXmlBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
