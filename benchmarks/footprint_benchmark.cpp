@@ -35,6 +35,7 @@ struct Figures {
   std::vector<double> startSeconds;
   std::vector<double> proportionalKiB;
   std::vector<double> privateKiB;
+  std::vector<double> writtenKiB;
   ProcessStatus last;
 
   void add(const std::string& executable) {
@@ -45,6 +46,7 @@ struct Figures {
     last = statusOfProcess(process.pid());
     proportionalKiB.push_back(last.proportionalKiB);
     privateKiB.push_back(last.privateKiB);
+    writtenKiB.push_back(last.writtenKiB);
   }
 };
 
@@ -91,6 +93,7 @@ void measure(benchmark::State& state, int samples) {
   state.counters["relocations"] = relocations();
   state.counters["pss_kib"] = added(with.proportionalKiB, without.proportionalKiB);
   state.counters["private_kib"] = added(with.privateKiB, without.privateKiB);
+  state.counters["written_kib"] = added(with.writtenKiB, without.writtenKiB);
   state.counters["start_ms"] = added(with.startSeconds, without.startSeconds) * 1e3;
   state.counters["threads_added"] = with.last.threads - without.last.threads;
   state.counters["descriptors_added"] = with.last.descriptors - without.last.descriptors;

@@ -4,7 +4,8 @@
     tools/bench_report.py RESULTS.json FOLDER
 
 Leaves table.md and one SVG image for each curve in FOLDER. RESULTS.json is what Google Benchmark
-writes. A row is measured on up to three sides: ours ("send/clientcomm"), what the operating system
+writes; idle.json and hosts.json beside it, where they are, are what the benchmarks print with --idle
+and --hosts. A row is measured on up to three sides: ours ("send/clientcomm"), what the operating system
 itself charges ("send/floor"), and what would be used instead ("send/alternative"). A growth curve has
 the size in its names too ("dispatch/100/floor").
 """
@@ -49,16 +50,33 @@ ROWS = [
 ]
 
 # What a host pays that is no time; `limit` is the least that is too much.
-Cost = namedtuple("Cost", "counter title digits unit limit demand")
+Cost = namedtuple("Cost", "counter title digits unit limit demand", defaults=(None, "-"))
 COSTS = [
-    Cost("stripped_kib", "size of the library, stripped", 0, " KiB", 400, "< 400 KiB"),
+    Cost("stripped_kib", "size of the library, stripped", 0, " KiB", 450, "< 450 KiB"),
     Cost("pss_kib", "memory added (PSS)", 0, " KiB", 1024, "< 1 MiB"),
     Cost("private_kib", "of it private", 0, " KiB", 200, "< 200 KiB"),
+    Cost("written_kib", "of that, written to or without a file", 0, " KiB"),
     Cost("start_ms", "start-up time added", 2, " ms", 5, "< 5 ms"),
     Cost("relocations", "relocations", 0, "", 300, "< 300"),
     Cost("threads_added", "threads added", 0, "", 0.5, "0"),
     Cost("descriptors_added", "descriptors added", 0, "", 1.5, "1"),
 ]
+
+# What an application at rest takes in a day; `limit` is the most that is allowed. A host calls its
+# helper every 5 s, and each of these calls wakes both.
+CALLS_IN_A_DAY = 86400 / 5
+Rest = namedtuple("Rest", "process figure title digits unit limit demand", defaults=(None, None))
+RESTS = [
+    Rest("host", "cpu_seconds_per_day", "host: processor time", 2, " s", 2, "≤ 2 s"),
+    Rest("host", "wake_ups_per_day", "host: wake-ups", 0, ""),
+    Rest("helper", "cpu_seconds_per_day", "helper: processor time", 2, " s"),
+    Rest("helper", "wake_ups_per_day", "helper: wake-ups", 0, "", 1.02 * CALLS_IN_A_DAY,
+         "one for each call"),
+]
+
+# The number of hosts for which there is a demand, and the share of a processor that is too much.
+DEMANDED_HOSTS = 100
+MOST_PERCENT = 0.1
 
 Chart = namedtuple("Chart", "row title x_label floor alternative is_logarithmic")
 CHARTS = [
@@ -164,7 +182,7 @@ def costs(results):
         value = results.counter("footprint", cost.counter)
         if value is None:
             return ""
-        reached = "yes" if value < cost.limit else "**no**"
+        reached = "-" if cost.limit is None else "yes" if value < cost.limit else "**no**"
         text += f"| {cost.title} | {value:.{cost.digits}f}{cost.unit} | {cost.demand} | {reached} |\n"
     return text
 
@@ -179,11 +197,54 @@ def steps(results):
     return text
 
 
-def table(results):
+def read_json(path):
+    """What is at `path`; nothing when it is missing."""
+    if not os.path.exists(path):
+        return None
+    with open(path, encoding="utf-8") as file:
+        return json.load(file)
+
+
+def rest(idling):
+    """The lines of a day of idling."""
+    if idling is None:
+        return ""
+    processes = {process["process"]: process for process in idling["processes"]}
+    text = (f"\n| a day of idling, by {idling['seconds']} s of it | measured | must reach | reached |\n"
+            "|---|---|---|---|\n")
+    for row in RESTS:
+        value = processes[row.process][row.figure]
+        reached = "-" if row.limit is None else "yes" if value <= row.limit else "**no**"
+        text += (f"| {row.title} | {value:,.{row.digits}f}{row.unit} | {row.demand or '-'} | "
+                 f"{reached} |\n")
+    return text
+
+
+def hosts(measured):
+    """The lines of a helper beside many hosts."""
+    if measured is None:
+        return ""
+    text = (f"\n| hosts on one helper, {measured['seconds']} s each | helper, of a processor | "
+            "helper, for each call | calls a second | wake-ups of the helper a second | must reach | "
+            "reached |\n|---|---|---|---|---|---|---|\n")
+    for count in measured["counts"]:
+        percent = count["helper_cpu_percent"]
+        calls = count["calls_per_second"]
+        each = duration(percent / 100 / calls * 1e9) if calls else "-"
+        demand = "- | -"
+        if count["hosts"] == DEMANDED_HOSTS:
+            demand = f"< {MOST_PERCENT} % | " + ("yes" if percent < MOST_PERCENT else "**no**")
+        text += (f"| {count['hosts']} | {percent:.3f} % | {each} | {calls:.1f} | "
+                 f"{count['helper_wake_ups_per_second']:.1f} | {demand} |\n")
+    return text
+
+
+def table(results, idling=None, measured_hosts=None):
     head = ("| what | ClientComm | floor | × floor | alternative | × faster | must reach | reached |\n"
             "|---|---|---|---|---|---|---|---|\n")
     rows = "".join(row_line(row, results) for row in ROWS)
-    return f"{results.context}\n\n{head}{rows}{costs(results)}{steps(results)}"
+    return (f"{results.context}\n\n{head}{rows}{costs(results)}{steps(results)}"
+            f"{rest(idling)}{hosts(measured_hosts)}")
 
 
 def curves(chart, results):
@@ -203,7 +264,18 @@ def curves(chart, results):
 
 
 def plot(chart, results, folder):
-    sides = list(curves(chart, results))
+    draw(chart, list(curves(chart, results)), folder, "%.1s %cs")
+
+
+def plot_hosts(measured, folder):
+    chart = Chart("hosts", "A helper's share of a processor beside idle hosts", "hosts", "", "", False)
+    points = "\n".join(" ".join([str(count["hosts"]), *[str(count["helper_cpu_percent"])] * 3])
+                       for count in measured["counts"])
+    draw(chart, [("helper", "#1f6fb4", points)], folder, "%g %%")
+
+
+def draw(chart, sides, folder, format_y):
+    """Plots `sides`, of each the label, the colour and the lines "size median least most"."""
     if not sides:
         return
     path = os.path.join(folder, chart.row + ".svg")
@@ -213,7 +285,7 @@ def plot(chart, results, folder):
         "set encoding utf8",
         f'set title "{chart.title}"',
         f'set xlabel "{chart.x_label}"',
-        "set format y '%.1s %cs'",
+        f"set format y '{format_y}'",
         "set grid ytics linecolor '#e2e2e2' linetype 1",
         "set border 3",
         "set tics nomirror out",
@@ -239,12 +311,16 @@ def main():
     results = Results(sys.argv[1])
     folder = sys.argv[2]
     os.makedirs(folder, exist_ok=True)
-    text = table(results)
+    beside = os.path.dirname(sys.argv[1])
+    measured_hosts = read_json(os.path.join(beside, "hosts.json"))
+    text = table(results, read_json(os.path.join(beside, "idle.json")), measured_hosts)
     print(text, end="")
     with open(os.path.join(folder, "table.md"), "w", encoding="utf-8") as file:
         file.write(text)
     for chart in CHARTS:
         plot(chart, results, folder)
+    if measured_hosts is not None:
+        plot_hosts(measured_hosts, folder)
     return 0
 
 

@@ -54,6 +54,29 @@ class BenchReportTest(unittest.TestCase):
         text = bench_report.table(self.results(repetitions("version/clientcomm", 100)))
         self.assertTrue(text.splitlines()[-1].endswith("| **no** |"), text)
 
+    def test_a_day_of_idling_is_compared_with_the_calls_of_a_day(self):
+        def process(name, seconds, wake_ups):
+            return {"process": name, "cpu_seconds_per_day": seconds, "wake_ups_per_day": wake_ups}
+        text = bench_report.rest({"seconds": 60, "processes": [
+            process("host", 2.5, 17568), process("helper", 1, 17280)]})
+        self.assertIn("| host: processor time | 2.50 s | ≤ 2 s | **no** |", text)
+        self.assertIn("| host: wake-ups | 17,568 | - | - |", text)
+        self.assertIn("| helper: wake-ups | 17,280 | one for each call | yes |", text)
+        text = bench_report.rest({"seconds": 60, "processes": [
+            process("host", 2, 0), process("helper", 1, 34560)]})
+        self.assertIn("| host: processor time | 2.00 s | ≤ 2 s | yes |", text)
+        self.assertIn("| helper: wake-ups | 34,560 | one for each call | **no** |", text)
+
+    def test_only_one_number_of_hosts_has_a_demand(self):
+        def count(hosts, percent):
+            return {"hosts": hosts, "helper_cpu_percent": percent, "calls_per_second": hosts / 5,
+                    "helper_wake_ups_per_second": 1.5}
+        text = bench_report.hosts({"seconds": 20, "counts": [count(1, 0.001), count(100, 0.2)]})
+        self.assertIn("| 1 | 0.001 % | 50.0 µs | 0.2 | 1.5 | - | - |", text)
+        self.assertIn("| 100 | 0.200 % | 100 µs | 20.0 | 1.5 | < 0.1 % | **no** |", text)
+        text = bench_report.hosts({"seconds": 20, "counts": [count(100, 0.05)]})
+        self.assertIn("| < 0.1 % | yes |", text)
+
     def test_aggregates_and_values_that_are_no_number_are_left_out(self):
         aggregate = {"name": "tick/clientcomm_cv", "run_type": "aggregate", "real_time": float("nan")}
         results = self.results(repetitions("tick/clientcomm", 10), [aggregate])
@@ -70,6 +93,14 @@ class BenchReportTest(unittest.TestCase):
         self.assertIn("ClientComm", image)
         self.assertIn("direct call with its strings", image)
         self.assertNotIn("sd-bus", image)
+
+    def test_the_helper_beside_hosts_is_plotted(self):
+        bench_report.plot_hosts({"counts": [{"hosts": 1, "helper_cpu_percent": 0.01},
+                                            {"hosts": 500, "helper_cpu_percent": 2}]}, self.folder)
+        with open(os.path.join(self.folder, "hosts.svg"), encoding="utf-8") as file:
+            image = file.read()
+        self.assertIn("helper", image)
+        self.assertIn("500", image)
 
     def test_a_logarithmic_curve_leaves_out_the_size_0(self):
         results = self.results(repetitions("large-argument/0/clientcomm", 10),

@@ -30,8 +30,8 @@ double entriesOf(const std::string& directory) {
 
 ProcessStatus statusOfProcess(pid_t pid) {
   const std::string memory = pathIn(pid, "smaps_rollup");
-  return {numberIn(memory, "Pss"),
-          numberIn(memory, "Private_Clean") + numberIn(memory, "Private_Dirty"),
+  const double written = numberIn(memory, "Private_Dirty");
+  return {numberIn(memory, "Pss"), numberIn(memory, "Private_Clean") + written, written,
           entriesOf(pathIn(pid, "task")), entriesOf(pathIn(pid, "fd"))};
 }
 

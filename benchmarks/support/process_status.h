@@ -11,6 +11,7 @@ namespace bench {
 struct ProcessStatus {
   double proportionalKiB = 0;  ///< Memory, what is shared divided among those who share it (PSS).
   double privateKiB = 0;       ///< Memory that no other process shares.
+  double writtenKiB = 0;       ///< Of the private memory, what differs from its file or has none.
   double threads = 0;
   double descriptors = 0;
 };
