@@ -22,6 +22,7 @@
 #include "ClientComm/event_loop.h"
 #include "ClientComm/platform/runtime.h"
 #include "tests/support/child_process.h"
+#include "tests/support/echo_calls.h"
 #include "tests/support/raw_packets.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
@@ -32,8 +33,9 @@ using namespace std::chrono_literals;
 using clientcomm::OptionalString;
 using clientcomm::PendingQuery;
 using support::ChildProcess;
+using support::kTarget;
+using support::send;
 
-constexpr char kTarget[] = "com.example.target";
 constexpr char kOwnIdentifier[] = "com.example.testhost";
 
 struct Outcome {
@@ -56,11 +58,6 @@ PendingQuery ask(const std::string& selector, const std::vector<std::string>& ar
                  clientcomm::TimeLimit limit = std::nullopt, const std::string& target = kTarget) {
   return TQHPAppleEventSender::share().sendEvnetAsync(target, "Echo", selector, arguments,
                                                       std::move(callback), limit);
-}
-
-OSErr send(const std::string& selector, const std::vector<std::string>& arguments) {
-  return TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", selector,
-                                                 arguments);
 }
 
 ChildProcess launchEcho() {

@@ -21,7 +21,6 @@
 
 #include "ClientComm/TQHPAppEventBase.h"
 #include "ClientComm/TQHPAppleEventProcesser.h"
-#include "ClientComm/TQHPAppleEventSender.h"
 #include "ClientComm/platform/apple_event_manager.h"
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/linux/event_packet.h"
@@ -31,6 +30,7 @@
 #include "ClientComm/platform/text.h"
 #include "ClientComm/platform/wire_format.h"
 #include "tests/support/child_process.h"
+#include "tests/support/echo_calls.h"
 #include "tests/support/peer_build.h"
 #include "tests/support/raw_packets.h"
 #include "tests/support/test_application.h"
@@ -44,26 +44,12 @@ using clientcomm::AppleEventDescriptor;
 using clientcomm::OptionalString;
 using clientcomm::ScopedFd;
 using std::chrono::milliseconds;
+using support::ask;
 using support::ChildProcess;
+using support::kTarget;
+using support::send;
 namespace raw = support::raw;
 namespace fs = std::filesystem;
-
-constexpr char kTarget[] = "com.example.target";
-
-OSErr send(const std::string& selector, const std::vector<std::string>& arguments,
-           const std::string& target = kTarget) {
-  return TQHPAppleEventSender::share().sendEvnet(OptionalString(target), "Echo", selector,
-                                                 arguments);
-}
-
-OptionalString ask(const std::string& selector, const std::vector<std::string>& arguments,
-                   OSErr* status = nullptr, const std::string& target = kTarget) {
-  OptionalString result;
-  const OSErr sent = TQHPAppleEventSender::share().sendEvnet(OptionalString(target), "Echo",
-                                                             selector, arguments, &result);
-  if (status != nullptr) *status = sent;
-  return result;
-}
 
 AppleEventDescriptor callEvent(const std::string& selector,
                                const std::vector<std::string>& arguments,

@@ -24,6 +24,7 @@
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/wire_format.h"
 #include "tests/support/child_process.h"
+#include "tests/support/echo_calls.h"
 #include "tests/support/raw_packets.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
@@ -36,23 +37,12 @@ namespace {
 using clientcomm::AppleEventDescriptor;
 using clientcomm::OptionalString;
 using clientcomm::ScopedFd;
+using support::ask;
 using support::ChildProcess;
+using support::kTarget;
+using support::send;
 namespace raw = support::raw;
 namespace fs = std::filesystem;
-
-constexpr char kTarget[] = "com.example.target";
-
-OSErr send(const std::string& selector, const std::vector<std::string>& arguments) {
-  return TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", selector,
-                                                 arguments);
-}
-
-OptionalString ask(const std::string& selector, const std::vector<std::string>& arguments) {
-  OptionalString result;
-  TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", selector, arguments,
-                                          &result);
-  return result;
-}
 
 std::string proofOf(pid_t pid) {
   return clientcomm::accessProof(

@@ -25,6 +25,7 @@
 #include "ClientComm/platform/wire_format.h"
 #include "tests/stress/stress.h"
 #include "tests/support/child_process.h"
+#include "tests/support/echo_calls.h"
 #include "tests/support/product_applications.h"
 #include "tests/support/raw_packets.h"
 #include "tests/support/test_application.h"
@@ -43,23 +44,12 @@ using clientcomm::PacketKind;
 using clientcomm::ScopedFd;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using support::ask;
 using support::ChildProcess;
+using support::kTarget;
+using support::send;
 namespace raw = support::raw;
 namespace fs = std::filesystem;
-
-constexpr char kTarget[] = "com.example.target";
-
-OSErr send(const std::string& selector, const std::vector<std::string>& arguments) {
-  return TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", selector,
-                                                 arguments);
-}
-
-OptionalString ask(const std::string& selector, const std::vector<std::string>& arguments) {
-  OptionalString result;
-  TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", selector, arguments,
-                                          &result);
-  return result;
-}
 
 std::string endpointPath() {
   return clientcomm::runtimeFolderPath() + "/" + clientcomm::fileNameForIdentifier(kTarget);

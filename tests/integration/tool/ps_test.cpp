@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "ClientComm/TQHPAppleEventSender.h"
 #include "ClientComm/platform/linux/process_record_format.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/property_list.h"
 #include "tests/integration/tool/tool_fixture.h"
 #include "tests/support/child_process.h"
+#include "tests/support/echo_calls.h"
 #include "tests/support/raw_packets.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_helper.h"
@@ -22,13 +22,13 @@
 
 namespace {
 
-using clientcomm::OptionalString;
+using support::ask;
 using support::ChildProcess;
+using support::kTarget;
+using support::send;
 using tool_test::Json;
 using tool_test::run;
 namespace fs = std::filesystem;
-
-constexpr char kTarget[] = "com.example.target";
 
 std::string makeTarget() {
   return support::makeApplication("Target", kTarget, support::kEchoRole,
@@ -44,18 +44,6 @@ ChildProcess runTarget(const std::string& path) {
   EXPECT_TRUE(support::waitUntilReachable(kTarget));
   EXPECT_TRUE(support::waitUntil([&] { return fs::exists(recordPath(target.pid())); }));
   return target;
-}
-
-OSErr note() {
-  return TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo",
-                                                 "note:", std::vector<std::string>{"text"});
-}
-
-OptionalString ask() {
-  OptionalString answer;
-  TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo",
-                                          "say:", std::vector<std::string>{"text"}, &answer);
-  return answer;
 }
 
 /// What `clientcomm ps --json` says of the application; null where it says nothing.
@@ -94,11 +82,11 @@ TEST(Ps, ShowsAHostAndAHelperWithTheirFields) {
 
 TEST(Ps, CountsTheCallsThatWait) {
   const ChildProcess target = runTarget(makeTarget());
-  EXPECT_EQ(ask(), "text");
+  EXPECT_EQ(ask("say:", {"text"}), "text");
   EXPECT_EQ(shown(kTarget)["waitingCalls"], 0);
-  EXPECT_EQ(ask(), "text");  // after it, nothing else is in the queue
+  EXPECT_EQ(ask("say:", {"text"}), "text");  // after it, nothing else is in the queue
   target.signal(SIGSTOP);
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(note(), 0);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(send("note:", {"text"}), 0);
   EXPECT_EQ(shown(kTarget)["waitingCalls"], 3);
   target.signal(SIGCONT);
   EXPECT_TRUE(support::waitUntil([] { return shown(kTarget)["waitingCalls"] == 0; }));

@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "ClientComm/TQHPAppleEventSender.h"
 #include "ClientComm/platform/call_record.h"
 #include "ClientComm/platform/linux/endpoint_name.h"
 #include "ClientComm/platform/wire_format.h"
 #include "tests/integration/tool/tool_fixture.h"
 #include "tests/support/child_process.h"
+#include "tests/support/echo_calls.h"
 #include "tests/support/test_application.h"
 #include "tests/support/test_sandbox.h"
 #include "tools/clientcomm/watch/watched_call.h"
@@ -26,24 +26,13 @@ namespace {
 using clientcomm::AppleEventDescriptor;
 using clientcomm::OptionalString;
 using clientcomm::ScopedFd;
+using support::ask;
 using support::ChildProcess;
+using support::kTarget;
+using support::send;
 using tool_test::Json;
 using tool_test::run;
 using Words = std::vector<std::string>;
-
-constexpr char kTarget[] = "com.example.target";
-
-OSErr note(const std::string& text) {
-  return TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo",
-                                                 "note:", Words{text});
-}
-
-OptionalString ask(const std::string& selector, const Words& arguments) {
-  OptionalString result;
-  TQHPAppleEventSender::share().sendEvnet(OptionalString(kTarget), "Echo", selector, arguments,
-                                          &result);
-  return result;
-}
 
 class WatchCommand : public testing::Test {
  protected:
@@ -87,7 +76,7 @@ TEST_F(WatchCommand, ShowsACallAsADocument) {
   EXPECT_EQ(call["time"].get<std::string>().size(),
             std::string("2026-01-01T00:00:00.000000Z").size());
   const std::string text(1000, 'x');
-  EXPECT_EQ(note(text), 0);
+  EXPECT_EQ(send("note:", {text}), 0);
   const Json second = documentOf(tool);
   EXPECT_EQ(second["arguments"][0]["bytes"], 1000);
   EXPECT_EQ(second["arguments"][0]["beginning"], text.substr(0, 255));
@@ -104,7 +93,7 @@ TEST_F(WatchCommand, ShowsACallAsALineWithShortenedTexts) {
                        R"(]  Echo say: ("a\x09b")  -> "a\x09b"  )"),
             std::string::npos)
       << first;
-  EXPECT_EQ(note(std::string(59, 'x') + "\u00e9\u00e9"), 0);
+  EXPECT_EQ(send("note:", {std::string(59, 'x') + "\u00e9\u00e9"}), 0);
   const std::string second = tool.readLine().value_or("");
   EXPECT_NE(second.find("\"" + std::string(59, 'x') + "\"... (63 bytes)"), std::string::npos)
       << second;
@@ -115,7 +104,7 @@ TEST_F(WatchCommand, ShowsTheSameAsAnotherAlsoWhenOneIsKilled) {
   const ChildProcess target = launch();
   ChildProcess first = watch({"--json"});
   ChildProcess second = watch({"--json"});
-  EXPECT_EQ(note("to both"), 0);
+  EXPECT_EQ(send("note:", {"to both"}), 0);
   EXPECT_EQ(documentOf(first)["arguments"][0], "to both");
   EXPECT_EQ(documentOf(second)["arguments"][0], "to both");
   first.signal(SIGKILL);
@@ -131,7 +120,7 @@ TEST_F(WatchCommand, ThatIsStoppedHoldsUpNoCallAndShowsWhatItMissed) {
   const ChildProcess target = launch();
   ChildProcess tool = watch({"--json"});
   tool.signal(SIGSTOP);
-  for (int i = 0; i < kCalls; ++i) ASSERT_EQ(note("text"), 0);
+  for (int i = 0; i < kCalls; ++i) ASSERT_EQ(send("note:", {"text"}), 0);
   const OptionalString notes = ask("notes", {});
   EXPECT_EQ(std::count(notes->begin(), notes->end(), '\n'), kCalls);
   tool.signal(SIGCONT);
@@ -144,7 +133,7 @@ TEST_F(WatchCommand, ThatIsStoppedHoldsUpNoCallAndShowsWhatItMissed) {
   // Once some are read there is room for another.
   count(documentOf(tool));
   while (missed == 0 && told < kCalls) {
-    ASSERT_EQ(note("more"), 0);
+    ASSERT_EQ(send("note:", {"more"}), 0);
     count(documentOf(tool));
   }
   EXPECT_GT(missed, 0);
