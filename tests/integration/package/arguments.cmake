@@ -42,6 +42,12 @@ expect_refusal("no install location" "INSTALL_LOCATION is missing")
 expect_refusal("an empty install location" "INSTALL_LOCATION is missing")
 expect_refusal("a relative install location" "or is no absolute path")
 expect_refusal("no destination" "DESTINATION is missing")
-expect_refusal("an installation of what is no bundle" "helper is no bundle")
-expect_refusal("an installation of a target that does not exist" "there is no target nothing")
+expect_refusal("an installation of what is no bundle"
+               "clientcomm_install_bundle: helper was not made by clientcomm_add_application")
+expect_refusal("an installation of a target that does not exist"
+               "clientcomm_install_bundle: there is no target nothing")
+expect_refusal("session files of what is no bundle"
+               "clientcomm_add_session_files: helper was not made by clientcomm_add_application")
+expect_refusal("session files of a target that does not exist"
+               "clientcomm_add_session_files: there is no target nothing")
 expect_refusal("an unknown argument of an installation" "unknown arguments: BUNDLE")
