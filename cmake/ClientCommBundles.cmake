@@ -121,6 +121,7 @@ function(clientcomm_embed_helper host helper)
     get_target_property(helper_identifier ${helper} CLIENTCOMM_BUNDLE_IDENTIFIER)
     get_target_property(helper_bundle ${helper} CLIENTCOMM_BUNDLE_DIR)
     set(helper_files ${helper} "$<GENEX_EVAL:$<TARGET_PROPERTY:${helper},CLIENTCOMM_BUNDLE_FILES>>")
+    set_property(TARGET ${host} PROPERTY CLIENTCOMM_EMBEDDED_HELPER ${helper})
   endif()
 
   if(NOT "${arg_INSTALL_LOCATION}" MATCHES "^(/|~/|~$)")
@@ -148,9 +149,9 @@ endfunction()
 # clientcomm_add_session_files(<helper> INSTALL_LOCATION <folder> [OUTPUT_DIRECTORY <dir>])
 #
 # Writes two files that start the application <helper> at log-in: <identifier>.service, a user unit of
-# systemd, and <identifier>.desktop, for the autostart folder of a desktop. Install one of them.
-# INSTALL_LOCATION is the one of clientcomm_embed_helper. The files go into <dir>, the current binary
-# folder unless given.
+# systemd, and <identifier>.desktop, for the autostart folder of a desktop. Install one of them, for
+# example by clientcomm_install_bundle, which takes those of the last call. INSTALL_LOCATION is the one of
+# clientcomm_embed_helper. The files go into <dir>, the current binary folder unless given.
 function(clientcomm_add_session_files helper)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "INSTALL_LOCATION;OUTPUT_DIRECTORY" "")
   if(DEFINED arg_UNPARSED_ARGUMENTS)
@@ -184,10 +185,12 @@ function(clientcomm_add_session_files helper)
   if(DEFINED ClientComm_SESSION_DIR)
     set(templates "${ClientComm_SESSION_DIR}")
   endif()
+  set(files "${directory}/${CLIENTCOMM_HELPER_IDENTIFIER}")
   foreach(kind IN ITEMS service desktop)
-    configure_file("${templates}/helper.${kind}.in"
-      "${directory}/${CLIENTCOMM_HELPER_IDENTIFIER}.${kind}" @ONLY)
+    configure_file("${templates}/helper.${kind}.in" "${files}.${kind}" @ONLY)
   endforeach()
+  # Less the endings.
+  set_property(TARGET ${helper} PROPERTY CLIENTCOMM_SESSION_FILES "${files}")
 endfunction()
 
 function(_clientcomm_check_executable target)

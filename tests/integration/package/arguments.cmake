@@ -50,4 +50,5 @@ expect_refusal("session files of what is no bundle"
                "clientcomm_add_session_files: helper was not made by clientcomm_add_application")
 expect_refusal("session files of a target that does not exist"
                "clientcomm_add_session_files: there is no target nothing")
+expect_refusal("an installation of session files that nothing made" "there are no files for log-in")
 expect_refusal("an unknown argument of an installation" "unknown arguments: BUNDLE")

@@ -1,5 +1,5 @@
-# An installation of a user's project has the whole bundles: the host runs from there, with the helper
-# that it brings, when the build folder is gone.
+# An installation of a user's project has the whole bundles, and what starts the helper at log-in: the host
+# runs from there, with the helper that it brings, when the build folder is gone.
 include("${CMAKE_CURRENT_LIST_DIR}/support.cmake")
 
 set(build "${WORK}/build")
@@ -9,6 +9,13 @@ set(bundle "Consumer & Host.app")
 function(contents_of folder variable)
   run(sh -c "cd \"$1\" && find . -type l -printf '%p %l\\n' -o -type f -exec sha256sum {} + | sort" sh "${folder}")
   set(${variable} "${output}" PARENT_SCOPE)
+endfunction()
+
+# An installed file for log-in is the one that was made, and all users can read it.
+function(expect_session_file name folder)
+  run(cmp "${build}/${name}" "${folder}/${name}")
+  run(find "${folder}/${name}" ! -perm -o=r)
+  expect_contains("|${output}|" "||")
 endfunction()
 
 file(REMOVE_RECURSE "${WORK}")
@@ -26,10 +33,15 @@ expect_contains("${errors}" "was not built")
 run(sh -c "umask 077 && \"$1\" --build \"$2\"" sh "${CMAKE_COMMAND}" "${build}")
 run("${CMAKE_COMMAND}" --install "${build}" --prefix "${WORK}/prefix" --component helper)
 expect_absent("${WORK}/prefix/apps of mine")
+expect_absent("${WORK}/prefix/etc")
+set(identifier com.example.consumer-helper)
+expect_session_file(${identifier}.desktop "${WORK}/prefix/autostart")
 contents_of("${build}/helper/Consumer Helper.app" built)
 contents_of("${WORK}/prefix/helpers/Consumer Helper.app" installed)
 expect_contains("|${installed}|" "|${built}|")
 run("${CMAKE_COMMAND}" --install "${build}" --prefix "${WORK}/prefix")
+expect_session_file(${identifier}.service "${WORK}/prefix/lib/systemd/user")
+expect_session_file(${identifier}.desktop "${WORK}/prefix/etc/xdg/autostart")
 set(host "${WORK}/prefix/apps of mine/${bundle}")
 contents_of("${build}/${bundle}" built)
 contents_of("${host}" installed)
