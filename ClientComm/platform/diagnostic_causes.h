@@ -168,6 +168,9 @@
   /* Subject: the selector that no delegate takes. */                                             \
   X(NO_DELEGATE, NoDelegate, "no-delegate", 614,                                                  \
     "There is no delegate that takes it, so it is dropped.")                                      \
+  /* Code: the process that asked. */                                                             \
+  X(WATCHER_REFUSED, WatcherRefused, "watcher-refused", 615,                                      \
+    "The process may not look into this one, so it is not told of the calls.")                    \
   /* Settings files and folders of the host. */                                                   \
   /* Subject: the folder without a property list. */                                              \
   X(SWITCH_FILE_MISSING, SwitchFileMissing, "switch-file-missing", 700,                           \

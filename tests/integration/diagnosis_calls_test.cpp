@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
@@ -130,6 +131,19 @@ void untilRecord(clientcomm::DiagnosticCause cause) {
 void fill(std::size_t texts) {
   const std::vector<std::string> arguments(texts, std::string(std::size_t{16} << 20, 'x'));
   EXPECT_EQ(send(peer(), arguments), clientcomm::memFullErr);
+}
+
+/// A process that asks to watch the calls of this one and does not know the proof. It ends with
+/// status 0 once it is answered.
+ChildProcess& watcher() {
+  static auto* const child = new ChildProcess(ChildProcess::fork([] {
+    const auto socket = raw::connectTo(kHost);
+    raw::Header header;
+    header.kind = static_cast<std::uint8_t>(clientcomm::PacketKind::kWatch);
+    const bool isSent = raw::send(socket.get(), raw::packet(header, "no proof"));
+    return isSent && !raw::receive(socket.get()).empty() ? 0 : 1;
+  }));
+  return *child;
 }
 
 const Row kRows[] = {
@@ -286,6 +300,15 @@ const Row kRows[] = {
      },
      [] {
        return Records{{kCallerSilent, "", "", getpid()}};
+     }},
+    {"WatcherIsRefused", kWatcherRefused, receive,
+     [] {
+       watcher();
+       untilRecord(kWatcherRefused);
+       EXPECT_EQ(watcher().wait(), 0);
+     },
+     [] {
+       return Records{{kWatcherRefused, "", "", watcher().pid()}};
      }},
     {"EndpointIsLost", kEndpointLost, receive,
      [] {

@@ -204,7 +204,11 @@ void EventServer::watch(PeerConnection& connection, const Envelope& envelope) {
   const bool isPermitted = !proof.empty() && envelope.shortBody == proof;
   sendReply(connection.socket.get(), envelope.version, isPermitted ? noErr : errAEEventNotPermitted,
             answerTo(kNoReturnID, 0));
-  if (isPermitted) watchers_.add(std::move(connection.socket), envelope.version);
+  if (isPermitted) {
+    watchers_.add(std::move(connection.socket), envelope.version);
+  } else {
+    reportProcess(DiagnosticCause::kWatcherRefused, connection.pid);
+  }
 }
 
 void EventServer::refuse(const PeerConnection& connection, const Envelope& envelope,
