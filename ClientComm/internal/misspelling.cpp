@@ -1,59 +1,54 @@
-#include "tools/clientcomm/check/spelling.h"
+#include "ClientComm/internal/misspelling.h"
 
-#include <algorithm>
-#include <numeric>
-#include <utility>
+#include <cstring>
 
-namespace clientcomm::tool {
+namespace clientcomm {
 namespace {
 
-constexpr std::size_t kMostDifferences = 3;
+constexpr unsigned kMostDifferences = 3;
 
-// A longer text is no misspelt key, and the comparison takes the product of both lengths.
-constexpr std::size_t kLongestKey = 100;
+bool isSeparator(char c) noexcept { return c == ' ' || c == '\t' || c == '_' || c == '-'; }
 
-std::string simplified(std::string_view text) {
-  std::string result;
-  for (const char c : text) {
-    if (c == ' ' || c == '\t' || c == '_' || c == '-') continue;
-    result += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  }
-  return result;
-}
-
-std::size_t distance(std::string_view one, std::string_view other) {
-  std::vector<std::size_t> row(other.size() + 1);
-  std::iota(row.begin(), row.end(), std::size_t{0});
-  for (std::size_t i = 1; i <= one.size(); ++i) {
-    std::size_t diagonal = std::exchange(row[0], i);
-    for (std::size_t k = 1; k <= other.size(); ++k) {
-      const std::size_t replaced = diagonal + (one[i - 1] == other[k - 1] ? 0 : 1);
-      diagonal = std::exchange(row[k], std::min({replaced, row[k] + 1, row[k - 1] + 1}));
-    }
-  }
-  return row.back();
+// Takes the next letter that counts off the text. In lower case; 0 at the end.
+char takeLetter(const char*& text) noexcept {
+  while (isSeparator(*text)) ++text;
+  const char c = *text;
+  if (c != '\0') ++text;
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
 }  // namespace
 
-std::size_t differences(std::string_view one, std::string_view other) {
-  return distance(simplified(one), simplified(other));
+bool differAtMostBy(unsigned most, const char* one, const char* other) noexcept {
+  const char* fromOne = nullptr;
+  const char* fromOther = nullptr;
+  char letter = 0;
+  do {
+    fromOne = one;
+    fromOther = other;
+    letter = takeLetter(one);
+    if (letter != takeLetter(other)) {
+      // Replaced, added or removed.
+      return most > 0 &&
+             (differAtMostBy(most - 1, one, other) || differAtMostBy(most - 1, fromOne, other) ||
+              differAtMostBy(most - 1, one, fromOther));
+    }
+  } while (letter != '\0');
+  return true;
 }
 
-std::optional<std::string> misspellingOf(std::span<const std::string_view> keys,
-                                         const std::vector<std::string>& found) {
-  std::optional<std::string> closest;
-  std::size_t fewest = kMostDifferences + 1;
-  for (const std::string& candidate : found) {
-    if (candidate.size() > kLongestKey) continue;
-    for (const std::string_view key : keys) {
-      const std::size_t count = differences(candidate, key);
-      if (candidate == key || count > key.size() / 4 || count >= fewest) continue;
-      closest = candidate;
-      fewest = count;
+const std::string* misspellingOf(std::span<const char* const> keys,
+                                 const PropertyListDictionary& found) noexcept {
+  for (unsigned most = 0; most <= kMostDifferences; ++most) {
+    for (const auto& entry : found) {
+      const char* const candidate = entry.first.c_str();
+      for (const char* const key : keys) {
+        if (std::strlen(key) / 4 < most || std::strcmp(candidate, key) == 0) continue;
+        if (differAtMostBy(most, candidate, key)) return &entry.first;
+      }
     }
   }
-  return closest;
+  return nullptr;
 }
 
-}  // namespace clientcomm::tool
+}  // namespace clientcomm

@@ -1,21 +1,19 @@
 #pragma once
 
-#include <cstddef>
-#include <optional>
 #include <span>
 #include <string>
-#include <string_view>
-#include <vector>
 
-namespace clientcomm::tool {
+#include "ClientComm/platform/property_list.h"
 
-/// How many letters have to be added, removed or replaced to make `one` of `other`. The case of
-/// ASCII letters, blanks, "_" and "-" do not count.
-std::size_t differences(std::string_view one, std::string_view other);
+namespace clientcomm {
 
-/// Which of `found` is most likely meant to be one of `keys`; nothing where none is close. A longer
-/// key may differ more: one letter in four, three at most.
-std::optional<std::string> misspellingOf(std::span<const std::string_view> keys,
-                                         const std::vector<std::string>& found);
+/// Whether at most `most` letters have to be added, removed or replaced to make `one` of `other`.
+/// The case of ASCII letters, blanks, "_" and "-" do not count. Takes 3^`most` steps for a letter.
+bool differAtMostBy(unsigned most, const char* one, const char* other) noexcept;
 
-}  // namespace clientcomm::tool
+/// Which key of `found` is most likely meant to be one of `keys`; null where none is close. A
+/// longer key may differ more: one letter in four, three at most.
+const std::string* misspellingOf(std::span<const char* const> keys,
+                                 const PropertyListDictionary& found) noexcept;
+
+}  // namespace clientcomm

@@ -1,23 +1,28 @@
-#include "tools/clientcomm/check/spelling.h"
+#include "ClientComm/internal/misspelling.h"
 
 #include <gtest/gtest.h>
 
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace {
 
-using clientcomm::tool::differences;
-using clientcomm::tool::misspellingOf;
-
-std::optional<std::string> meant(std::vector<std::string_view> keys,
-                                 const std::vector<std::string>& found) {
-  return misspellingOf(keys, found);
+unsigned differences(const char* one, const char* other) {
+  unsigned most = 0;
+  while (!clientcomm::differAtMostBy(most, one, other)) ++most;
+  return most;
 }
 
-TEST(Spelling, CountsLettersThatDiffer) {
+std::optional<std::string> meant(const std::vector<const char*>& keys,
+                                 const std::vector<std::string>& found) {
+  clientcomm::PropertyListDictionary info;
+  for (const std::string& key : found) info.emplace(key, "text");
+  const std::string* const result = clientcomm::misspellingOf(keys, info);
+  return result == nullptr ? std::nullopt : std::optional(*result);
+}
+
+TEST(Misspelling, CountsLettersThatDiffer) {
   EXPECT_EQ(differences("", ""), 0U);
   EXPECT_EQ(differences("", "abc"), 3U);
   EXPECT_EQ(differences("abc", "abd"), 1U);
@@ -25,18 +30,18 @@ TEST(Spelling, CountsLettersThatDiffer) {
   EXPECT_EQ(differences("kitten", "sitting"), 3U);
 }
 
-TEST(Spelling, DoesNotCountCaseAndSeparators) {
+TEST(Misspelling, DoesNotCountCaseAndSeparators) {
   EXPECT_EQ(differences("Helepr App name", "helepr_app-NAME"), 0U);
   EXPECT_EQ(differences("Ä", "ä"), 1U) << "only the case of ASCII letters is known";
 }
 
-TEST(Spelling, FindsTheClosestKey) {
+TEST(Misspelling, FindsTheClosestKey) {
   EXPECT_EQ(meant({"Helepr App name", "Helper App name"}, {"CFBundleName", "Helpr App name"}),
             "Helpr App name");
   EXPECT_EQ(meant({"EnableAD"}, {"EnabelAD", "EnableAds", "EnableAd"}), "EnableAd");
 }
 
-TEST(Spelling, LeavesOtherKeysAlone) {
+TEST(Misspelling, LeavesOtherKeysAlone) {
   EXPECT_EQ(meant({"PID"}, {"PIN", "UID", "ID"}), std::nullopt) << "too short to tell";
   EXPECT_EQ(meant({"CFBundleVersion"}, {"CFBundleShortVersionString", "CFBundleIdentifier"}),
             std::nullopt);

@@ -7,6 +7,7 @@
 
 #include "ClientComm/TQHPAppleEventSender.h"
 #include "ClientComm/TQHPTypes.h"
+#include "ClientComm/internal/misspelling.h"
 #include "ClientComm/internal/settings_keys.h"
 #include "ClientComm/platform/bundle_layout.h"
 #include "ClientComm/platform/dictionary.h"
@@ -18,19 +19,18 @@
 #include "tools/clientcomm/check/examination.h"
 #include "tools/clientcomm/check/info_file.h"
 #include "tools/clientcomm/check/program.h"
-#include "tools/clientcomm/check/spelling.h"
 
 // The host's bundle and what its Info.plist says.
 
 namespace clientcomm::tool {
 namespace {
 
-constexpr std::string_view kNameKeys[] = {kHelperAppName, "Helper App name"};
-constexpr std::string_view kFolderKeys[] = {kHelperDefaultInstallPath, "Helper location path"};
-constexpr std::string_view kHelperIdentifierKeys[] = {kHelperBundleId};
-constexpr std::string_view kIdentifierKeys[] = {kCFBundleIdentifierKey};
-constexpr std::string_view kVersionKeys[] = {kCFBundleVersionKey};
-constexpr std::string_view kProductKeys[] = {kPIDKey};
+constexpr const char* kNameKeys[] = {kHelperAppName, "Helper App name"};
+constexpr const char* kFolderKeys[] = {kHelperDefaultInstallPath, "Helper location path"};
+constexpr const char* kHelperIdentifierKeys[] = {kHelperBundleId};
+constexpr const char* kIdentifierKeys[] = {kCFBundleIdentifierKey};
+constexpr const char* kVersionKeys[] = {kCFBundleVersionKey};
+constexpr const char* kProductKeys[] = {kPIDKey};
 
 std::string quoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
 
@@ -38,17 +38,10 @@ std::string infoPath(const Examination& examination) {
   return stringByAppendingPathComponent(examination.host.bundlePath(), kInfoFile);
 }
 
-std::vector<std::string> keysOf(const PropertyListDictionary& info) {
-  std::vector<std::string> keys;
-  for (const auto& entry : info) keys.push_back(entry.first);
-  return keys;
-}
-
 // Adds the finding for a key that is not there.
-void addMissing(std::span<const std::string_view> keys, Cause cause, const char* consequence,
+void addMissing(std::span<const char* const> keys, Cause cause, const char* consequence,
                 Examination& examination) {
-  const auto wrong = misspellingOf(keys, keysOf(examination.host.infoDictionary()));
-  if (wrong) {
+  if (const auto* wrong = misspellingOf(keys, examination.host.infoDictionary())) {
     examination.findings.add(Cause::kInfoKeyMisspelt, infoPath(examination),
                              "The key " + quoted(*wrong) + " is not read; the key is " +
                                  quoted(keys[0]) + ", letter for letter. " + consequence,
@@ -61,13 +54,13 @@ void addMissing(std::span<const std::string_view> keys, Cause cause, const char*
 }
 
 // The text under the first of `keys` that has one; where none has, adds a finding.
-OptionalString textOf(std::span<const std::string_view> keys, Cause cause, const char* consequence,
+OptionalString textOf(std::span<const char* const> keys, Cause cause, const char* consequence,
                       Examination& examination) {
   const PropertyListDictionary& info = examination.host.infoDictionary();
-  for (const std::string_view key : keys) {
+  for (const char* const key : keys) {
     if (OptionalString text = stringFor(info, key)) return text;
   }
-  for (const std::string_view key : keys) {
+  for (const char* const key : keys) {
     if (valueFor(info, key) == nullptr) continue;
     examination.findings.add(Cause::kInfoKeyNotText, infoPath(examination),
                              "The value of " + quoted(key) + " is no text. " + consequence,
@@ -78,7 +71,7 @@ OptionalString textOf(std::span<const std::string_view> keys, Cause cause, const
   return std::nullopt;
 }
 
-void noteSecondKey(std::span<const std::string_view> keys, Examination& examination) {
+void noteSecondKey(std::span<const char* const> keys, Examination& examination) {
   const PropertyListDictionary& info = examination.host.infoDictionary();
   const OptionalString first = stringFor(info, keys[0]);
   const OptionalString second = stringFor(info, keys[1]);
@@ -116,12 +109,12 @@ void readHelperKeys(Examination& examination) {
 }
 
 // Only a misspelling: without them there are defaults.
-void checkSwitch(std::string_view key, Examination& examination) {
+void checkSwitch(const char* key, Examination& examination) {
   const PropertyListDictionary& info = examination.host.infoDictionary();
   if (valueFor(info, key) != nullptr) return;
-  const std::string_view keys[] = {key};
-  const auto wrong = misspellingOf(keys, keysOf(info));
-  if (!wrong) return;
+  const char* const keys[] = {key};
+  const auto* const wrong = misspellingOf(keys, info);
+  if (wrong == nullptr) return;
   examination.findings.add(Cause::kInfoKeyMisspelt, Severity::kWarning, infoPath(examination),
                            "The key " + quoted(*wrong) + " is not read; the switch is " +
                                quoted(key) + ", letter for letter.",
