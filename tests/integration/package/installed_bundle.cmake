@@ -27,6 +27,7 @@ execute_process(COMMAND "${CMAKE_COMMAND}" --install "${build}" --prefix "${WORK
 if(result EQUAL 0)
   message(FATAL_ERROR "an installation without a build succeeded")
 endif()
+string(REGEX REPLACE "[ \n]+" " " errors "${errors}")  # CMake breaks the lines of a message
 expect_contains("${errors}" "was not built")
 
 # A build for one user alone, installed for all.
