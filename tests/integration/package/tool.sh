@@ -52,6 +52,7 @@ look_at() {
   local watched=$folder/watched applications
   applications=$("$clientcomm" ps)
   grep -F "$1 " <<<"$applications" || fail "ps does not list $1, but: $applications"
+  true >"$watched"  # wait_for reads it at once
   "$clientcomm" watch "$1" >"$watched" &
   watchers+=("$!")
   wait_for "Watching $1" "$watched"
