@@ -21,8 +21,12 @@ std::string stringByAppendingPathComponent(std::string_view path, std::string_vi
   std::string joined;
   joined.reserve(path.size() + 1 + component.size());
   const auto append = [&joined](std::string_view part) {
-    for (const char c : part) {
-      if (c != '/' || !joined.ends_with('/')) joined += c;
+    for (;;) {
+      while (joined.ends_with('/') && part.starts_with('/')) part.remove_prefix(1);
+      const std::size_t slashes = part.find("//");
+      joined += part.substr(0, slashes == std::string_view::npos ? slashes : slashes + 1);
+      if (slashes == std::string_view::npos) return;
+      part.remove_prefix(slashes + 1);
     }
   };
   append(path);
