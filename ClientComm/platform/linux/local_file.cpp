@@ -32,6 +32,10 @@ constexpr FixedText<8> kLocalTypes[] = {"bcachefs", "btrfs",    "devtmpfs", "ero
                                         "overlay",  "reiserfs", "reiser4",  "rootfs", "squashfs",
                                         "tmpfs",    "udf",      "vfat",     "xfs",    "zfs"};
 
+bool isLocalType(std::string_view type) noexcept {
+  return std::find(std::begin(kLocalTypes), std::end(kLocalTypes), type) != std::end(kLocalTypes);
+}
+
 // Nothing when the kernel does not show the file, or it is larger than any that is known.
 std::optional<std::string> readProcFile(const ProcPath& path) {
   constexpr std::size_t kLimit = std::size_t{4} << 20;
@@ -86,9 +90,7 @@ class LocalMounts {
     if (separator == std::string_view::npos || !mount) return;
     std::string_view type = line.substr(separator + kSeparator.size());
     type = type.substr(0, type.find(' '));
-    const bool isLocal =
-        std::find(std::begin(kLocalTypes), std::end(kLocalTypes), type) != std::end(kLocalTypes);
-    if (isLocal) mounts_.push_back(*mount);
+    if (isLocalType(type)) mounts_.push_back(*mount);
   }
 
   bool isRead_ = false;
@@ -104,6 +106,35 @@ std::optional<MountID> uniqueMountOf(int file) noexcept {
   const bool isKnown = statx(file, "", kFlags, kUniqueMountID, &status) == 0 &&
                        (status.stx_mask & kUniqueMountID) != 0;
   return isKnown ? std::optional(status.stx_mnt_id) : std::nullopt;
+}
+
+// Whether the kernel says at once that the mount is of a local file system: the mount table takes
+// longer with each mount. The system call of Linux 6.8 and its structures, which the headers of
+// earlier systems lack.
+bool isLocalByID(MountID unique) noexcept {
+  constexpr long kStatmount = 457;
+  constexpr std::uint64_t kFileSystemType = 0x20;
+  struct {
+    std::uint32_t size = 24;
+    std::uint32_t unused = 0;
+    MountID mount = 0;
+    std::uint64_t wanted = kFileSystemType;
+  } request;
+  struct {
+    std::uint32_t size;
+    std::uint32_t unused;
+    std::uint64_t given;
+    std::array<std::uint32_t, 5> others;
+    std::uint32_t type;  ///< Where it begins in the texts.
+    std::array<std::uint64_t, 59> rest;
+    std::array<char, 64> texts;
+  } reply = {};
+  static_assert(sizeof request == 24 && sizeof reply == 512 + sizeof reply.texts);
+  request.mount = unique;
+  if (syscall(kStatmount, &request, &reply, sizeof reply, 0) != 0) return false;
+  if ((reply.given & kFileSystemType) == 0 || reply.type >= reply.texts.size()) return false;
+  reply.texts.back() = '\0';
+  return isLocalType(reply.texts.data() + reply.type);
 }
 
 /// Mounts that have been found to be of local file systems, by their unique IDs.
@@ -128,8 +159,10 @@ bool isOnLocalMount(int file, LocalMounts& mounts) {
   static KnownMounts& known = *new KnownMounts;
   const auto unique = uniqueMountOf(file);
   if (unique && known.contain(*unique)) return true;
-  const auto mount = mountOf(file);
-  if (!mount || !mounts.contain(*mount)) return false;
+  if (!unique || !isLocalByID(*unique)) {
+    const auto mount = mountOf(file);
+    if (!mount || !mounts.contain(*mount)) return false;
+  }
   if (unique) known.add(*unique);
   return true;
 }
