@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <string_view>
 
@@ -83,15 +84,21 @@ bool TQHPProcessList::applicationIsRunning(const OptionalString& bundleID,
   if (!bundleID || !bundlePath) return false;
   const auto mayBeApplication = clientcomm::mayRunBundleAt(*bundlePath);
   const auto isApplication = [&](std::int32_t pid) {
-    if (!mayBeApplication(pid)) return false;
     const auto information = infoForPID(pid);
     return information &&
            clientcomm::stringFor(*information, clientcomm::kCFBundleIdentifierKey) == bundleID &&
            clientcomm::stringFor(*information, clientcomm::kBundlePathKey) == bundlePath;
   };
-  auto processes = clientcomm::processIDs(&GetBSDProcessList);
-  clientcomm::moveOpenApplicationsFirst(processes);
-  return std::ranges::any_of(processes, isApplication) ||
+  // Most searches end with one of these, and the system need not list all processes then.
+  auto open = clientcomm::openApplications();
+  std::erase_if(open, std::not_fn(mayBeApplication));
+  if (!open.empty() &&
+      std::ranges::any_of(clientcomm::processIDs(&GetBSDProcessList, open), isApplication)) {
+    return true;
+  }
+  return std::ranges::any_of(
+             clientcomm::processIDs(&GetBSDProcessList),
+             [&](std::int32_t pid) { return mayBeApplication(pid) && isApplication(pid); }) ||
          clientcomm::isRunningUnseen(*bundleID, *bundlePath);
 }
 

@@ -47,9 +47,9 @@ OptionalString bundleIdentifierOfProcess(const ProcessSerialNumber& psn);
 /// path for it.
 std::function<bool(std::int32_t pid)> mayRunBundleAt(const std::string& bundlePath);
 
-/// Moves those processes to the front that have said that they take events, as far as that is known
-/// without a look at each: a search among many processes ends early.
-void moveOpenApplicationsFirst(std::vector<std::int32_t>& pids);
+/// The processes that have said that they take events, as far as that is known without a look at
+/// each. Some may have ended since.
+std::vector<std::int32_t> openApplications();
 
 /// Whether the application with exactly this identifier and bundle path takes events, and its
 /// process cannot be seen from here: it runs in another process-ID namespace.

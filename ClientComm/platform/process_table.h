@@ -31,6 +31,11 @@ using ProcessTableReader = int (*)(kinfo_proc** table, std::size_t* count);
 /// system may leave names and users out of that table, where it must look at each process for them.
 std::vector<std::int32_t> processIDs(ProcessTableReader read);
 
+/// Those of the processes `wanted` that are in the table. The system may leave all others out, too,
+/// and a process of which it cannot tell at once whether it is in the table.
+std::vector<std::int32_t> processIDs(ProcessTableReader read,
+                                     const std::vector<std::int32_t>& wanted);
+
 using SysctlFunction = decltype(&sysctl);
 
 /// Puts `function` in the place of the system's table reader (null puts the system's back).

@@ -72,11 +72,17 @@ TEST(ProcessConformance, MayRunItsOwnBundleAndNoOther) {
   EXPECT_FALSE(clientcomm::mayRunBundleAt(support::sandbox() + "/Other.app")(getpid()));
 }
 
-TEST(ProcessConformance, OpenApplicationsAreMovedAndNoProcessIsLost) {
-  const auto pids = clientcomm::processIDs(&GetBSDProcessList);
-  auto moved = pids;
-  clientcomm::moveOpenApplicationsFirst(moved);
-  EXPECT_TRUE(std::ranges::is_permutation(pids, moved));
+TEST(ProcessConformance, OfTheWantedProcessesTheTableHasThoseThatRun) {
+  constexpr std::int32_t kNoProcess = 99'999'999;
+  EXPECT_EQ(clientcomm::processIDs(&GetBSDProcessList, {kNoProcess, getpid()}),
+            std::vector<std::int32_t>{getpid()});
+  EXPECT_EQ(clientcomm::processIDs(&GetBSDProcessList, {}), std::vector<std::int32_t>());
+}
+
+TEST(ProcessConformance, OpenApplicationsHaveEachProcessOnce) {
+  auto pids = clientcomm::openApplications();
+  std::ranges::sort(pids);
+  EXPECT_EQ(std::ranges::adjacent_find(pids), pids.end());
 }
 
 TEST(RemovedBundleConformance, IsMovedAsideInOneStepAndFound) {

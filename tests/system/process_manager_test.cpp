@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
@@ -363,13 +364,12 @@ std::optional<Known> knownPeer(pid_t pid, int executable = -1) {
   return psn ? knownOf(*psn) : std::nullopt;
 }
 
-TEST(OpenApplications, AreMovedBeforeOtherProcesses) {
+TEST(OpenApplications, AreThoseThatHaveRecordedThemselves) {
   const ChildProcess open = start(makeWaiter());
   const ChildProcess unrecorded = start(makeWaiter("Other"), {"unrecorded"});
-  std::vector<std::int32_t> pids{kNoProcess, unrecorded.pid(), open.pid(), kNoProcess + 1};
-  clientcomm::moveOpenApplicationsFirst(pids);
-  EXPECT_EQ(pids,
-            (std::vector<std::int32_t>{open.pid(), kNoProcess, unrecorded.pid(), kNoProcess + 1}));
+  const std::vector<std::int32_t> pids = clientcomm::openApplications();
+  EXPECT_EQ(std::ranges::count(pids, open.pid()), 1);
+  EXPECT_EQ(std::ranges::count(pids, unrecorded.pid()), 0);
 }
 
 TEST(PeerIdentity, IsWhatTheProcessRuns) {

@@ -8,10 +8,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <future>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "ClientComm/TQHPProcessList.h"
@@ -163,6 +166,31 @@ TEST(ProcessTable, ATableThatIsReadAfterTheProcessIDsHasNamesAndUsers) {
   ASSERT_TRUE(record);
   EXPECT_STREQ(record->kp_proc.p_comm, "TestHost");
   EXPECT_EQ(record->kp_eproc.e_ucred.cr_uid, geteuid());
+}
+
+TEST(ProcessTable, NoneOfTheWantedProcessesIsAThread) {
+  std::promise<pid_t> id;
+  std::promise<void> end;
+  std::thread thread([&] {
+    id.set_value(gettid());
+    end.get_future().wait();
+  });
+  const pid_t tid = id.get_future().get();
+  EXPECT_EQ(clientcomm::processIDs(&GetBSDProcessList, {tid, getpid()}),
+            std::vector<std::int32_t>{getpid()});
+  end.set_value();
+  thread.join();
+}
+
+TEST(ProcessTable, OfAnotherReaderOnlyTheWantedProcessesAreGiven) {
+  const auto twoProcesses = [](kinfo_proc** table, std::size_t* count) {
+    *count = 2;
+    *table = static_cast<kinfo_proc*>(std::calloc(2, sizeof(kinfo_proc)));
+    (*table)[0].kp_proc.p_pid = 7;
+    (*table)[1].kp_proc.p_pid = 8;
+    return 0;
+  };
+  EXPECT_EQ(clientcomm::processIDs(twoProcesses, {8, 9}), std::vector<std::int32_t>{8});
 }
 
 TEST(ProcessTable, WithoutATableThereAreNoProcessIDs) {

@@ -2,8 +2,6 @@
 
 #include <sys/types.h>
 
-#include <algorithm>
-
 #include "ClientComm/platform/dictionary.h"
 #include "ClientComm/platform/file_tree.h"
 #include "ClientComm/platform/linux/bundle_filter.h"
@@ -54,19 +52,16 @@ std::function<bool(std::int32_t pid)> mayRunBundleAt(const std::string& bundlePa
   return [filter = BundleFilter(bundlePath)](std::int32_t pid) { return filter.mayRun(pid); };
 }
 
-void moveOpenApplicationsFirst(std::vector<std::int32_t>& pids) {
-  const ScopedFd folder = openRuntimeFolder(IfMissing::kFail);
-  if (!folder.isValid()) return;
+std::vector<std::int32_t> openApplications() {
   std::vector<std::int32_t> recorded;
+  const ScopedFd folder = openRuntimeFolder(IfMissing::kFail);
+  if (!folder.isValid()) return recorded;
   for (const std::string& name :
        contentsOfDirectoryAtPath(ProcPath::ofDescriptor(folder.get()).c_str())) {
     const RuntimeFileName parsed = parseRuntimeFileName(name);
     if (parsed.kind == RuntimeFileKind::kProcessRecord) recorded.push_back(parsed.pid);
   }
-  std::ranges::sort(recorded);
-  std::stable_partition(pids.begin(), pids.end(), [&](std::int32_t pid) {
-    return std::ranges::binary_search(recorded, pid);
-  });
+  return recorded;
 }
 
 bool isRunningUnseen(const std::string& identifier, const std::string& bundlePath) {

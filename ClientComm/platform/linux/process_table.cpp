@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -29,10 +30,19 @@ std::atomic<SysctlFunction> replacement = nullptr;
 // long to read as all the rest.
 thread_local bool onlyIDsAreWanted = false;
 
+// The only processes that are wanted then; null for all. Each that the kernel lists costs 1 us.
+thread_local const std::vector<std::int32_t>* wantedProcesses = nullptr;
+
 class OnlyIDsAreWanted {
  public:
-  OnlyIDsAreWanted() noexcept { onlyIDsAreWanted = true; }
-  ~OnlyIDsAreWanted() { onlyIDsAreWanted = false; }
+  explicit OnlyIDsAreWanted(const std::vector<std::int32_t>* processes) noexcept {
+    onlyIDsAreWanted = true;
+    wantedProcesses = processes;
+  }
+  ~OnlyIDsAreWanted() {
+    onlyIDsAreWanted = false;
+    wantedProcesses = nullptr;
+  }
   OnlyIDsAreWanted(const OnlyIDsAreWanted&) = delete;
   OnlyIDsAreWanted& operator=(const OnlyIDsAreWanted&) = delete;
 };
@@ -73,6 +83,21 @@ int readDetails(int directory, kinfo_proc& record) noexcept {
   return command.isValid() ? readCommand(command.get(), record.kp_proc.p_comm) : 0;
 }
 
+// Whether `pid` is a process. A thread has an entry in /proc too, which is not listed there; it
+// gets no pidfd.
+bool isProcess(pid_t pid) noexcept {
+  return ScopedFd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))).isValid();
+}
+
+// @param index of the next wanted process.
+pid_t nextProcess(ProcessIDReader& processes, std::size_t& index) noexcept {
+  if (wantedProcesses == nullptr) return processes.next();
+  while (index < wantedProcesses->size()) {
+    if (const pid_t pid = (*wantedProcesses)[index++]; isProcess(pid)) return pid;
+  }
+  return 0;
+}
+
 int fail(int error) noexcept {
   errno = error;
   return -1;
@@ -91,8 +116,9 @@ int readTable(void* buffer, std::size_t* length) noexcept {
   auto* const table = static_cast<char*>(buffer);
   std::size_t count = 0;
   std::size_t needed = 0;
+  std::size_t index = 0;
   ProcessIDReader processes;
-  for (pid_t pid = processes.next(); pid != 0; pid = processes.next()) {
+  while (const pid_t pid = nextProcess(processes, index)) {
     if (++needed > capacity) continue;
     kinfo_proc record = {};
     record.kp_proc.p_pid = pid;
@@ -119,6 +145,21 @@ int systemSysctl(const int* name, unsigned namelen, void* oldp, std::size_t* old
   return readTable(oldp, oldlenp);
 }
 
+std::vector<std::int32_t> idsOf(ProcessTableReader read,
+                                const std::vector<std::int32_t>* wantedAlone) {
+  kinfo_proc* records = nullptr;
+  std::size_t count = 0;
+  {
+    const OnlyIDsAreWanted wanted(wantedAlone);
+    read(&records, &count);
+  }
+  const std::unique_ptr<kinfo_proc, FreeTable> table(records);
+  std::vector<std::int32_t> pids(count);
+  std::transform(records, records + count, pids.begin(),
+                 [](const kinfo_proc& process) { return process.kp_proc.p_pid; });
+  return pids;
+}
+
 }  // namespace
 
 int sysctl(const int* name, unsigned namelen, void* oldp, std::size_t* oldlenp, const void* newp,
@@ -129,17 +170,12 @@ int sysctl(const int* name, unsigned namelen, void* oldp, std::size_t* oldlenp, 
   return systemSysctl(name, namelen, oldp, oldlenp, newp, newlen);
 }
 
-std::vector<std::int32_t> processIDs(ProcessTableReader read) {
-  kinfo_proc* records = nullptr;
-  std::size_t count = 0;
-  {
-    const OnlyIDsAreWanted wanted;
-    read(&records, &count);
-  }
-  const std::unique_ptr<kinfo_proc, FreeTable> table(records);
-  std::vector<std::int32_t> pids(count);
-  std::transform(records, records + count, pids.begin(),
-                 [](const kinfo_proc& process) { return process.kp_proc.p_pid; });
+std::vector<std::int32_t> processIDs(ProcessTableReader read) { return idsOf(read, nullptr); }
+
+std::vector<std::int32_t> processIDs(ProcessTableReader read,
+                                     const std::vector<std::int32_t>& wanted) {
+  auto pids = idsOf(read, &wanted);
+  std::erase_if(pids, [&](std::int32_t pid) { return std::ranges::count(wanted, pid) == 0; });
   return pids;
 }
 

@@ -47,10 +47,12 @@ std::function<bool(std::int32_t pid)> mayRunBundleAt(const std::string& bundlePa
   };
 }
 
-void moveOpenApplicationsFirst(std::vector<std::int32_t>& pids) {
-  std::stable_partition(pids.begin(), pids.end(), [](std::int32_t pid) {
-    return support::MemorySystem::current().processes.find(pid) != nullptr;
-  });
+std::vector<std::int32_t> openApplications() {
+  std::vector<std::int32_t> pids;
+  for (const auto& [pid, process] : support::MemorySystem::current().processes.all()) {
+    if (process.identifier) pids.push_back(pid);
+  }
+  return pids;
 }
 
 // There are no namespaces.

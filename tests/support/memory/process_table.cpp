@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -69,6 +70,13 @@ std::vector<std::int32_t> processIDs(ProcessTableReader read) {
   const std::unique_ptr<kinfo_proc, FreeTable> table(records);
   std::vector<std::int32_t> pids;
   for (std::size_t i = 0; i < count; ++i) pids.push_back(records[i].kp_proc.p_pid);
+  return pids;
+}
+
+std::vector<std::int32_t> processIDs(ProcessTableReader read,
+                                     const std::vector<std::int32_t>& wanted) {
+  auto pids = processIDs(read);
+  std::erase_if(pids, [&](std::int32_t pid) { return std::ranges::count(wanted, pid) == 0; });
   return pids;
 }
 
