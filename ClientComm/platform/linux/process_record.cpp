@@ -26,14 +26,18 @@ bool isMissing(int folder, const std::string& name) noexcept {
 }  // namespace
 
 std::optional<ProcessRecord> processRecordForPID(pid_t pid) {
+  return processRecordOf(pid, processStartTime(pid));
+}
+
+std::optional<ProcessRecord> processRecordOf(pid_t pid, std::optional<std::uint64_t> startTime) {
   const ScopedFd folder = openRuntimeFolder(IfMissing::kFail);
   if (!folder.isValid()) return std::nullopt;
   auto first = readProcessRecord(folder.get(), processRecordName(pid));
-  if (first && first->startTime != processStartTime(pid)) first.reset();
+  if (first && first->startTime != startTime) first.reset();
   const std::uint64_t own = ownPIDNamespace();
   if (own == 0 || (first && mayBeOfNamespace(*first, own))) return first;
   auto second = readProcessRecord(folder.get(), processRecordName(pid, own));
-  if (second && second->startTime == processStartTime(pid)) return second;
+  if (second && second->startTime == startTime) return second;
   // Where /proc belongs to another namespace than this process, so do the IDs in it.
   return first;
 }

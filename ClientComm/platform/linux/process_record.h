@@ -27,6 +27,9 @@ struct ProcessRecord {
 /// of that ID.
 std::optional<ProcessRecord> processRecordForPID(pid_t pid);
 
+/// The same of the process `pid` that was started at `startTime`.
+std::optional<ProcessRecord> processRecordOf(pid_t pid, std::optional<std::uint64_t> startTime);
+
 /// Whether there is no record of the process `pid`; false also where that could not be told.
 bool hasNoProcessRecord(pid_t pid);
 

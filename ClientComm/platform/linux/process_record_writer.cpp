@@ -73,8 +73,9 @@ Place placeFor(int folder, pid_t pid) {
   Place place{processRecordName(pid), {}};
   place.content = readRecordFile(folder, place.name);
   const auto record = place.content ? processRecordIn(*place.content) : std::nullopt;
+  if (!record) return place;
   const std::uint64_t own = ownPIDNamespace();
-  if (!record || mayBeOfNamespace(*record, own)) return place;
+  if (mayBeOfNamespace(*record, own)) return place;
   place.name = processRecordName(pid, own);
   place.content = readRecordFile(folder, place.name);
   return place;

@@ -155,7 +155,7 @@ std::optional<BundleProcess> bundleProcess(pid_t pid) {
   if (!mayRunBundle(link) || !isOfThisUser(pid)) return std::nullopt;
   const auto startTime = processStartTime(pid);
   if (!startTime) return std::nullopt;
-  const auto record = processRecordForPID(pid);
+  const auto record = processRecordOf(pid, startTime);
   const std::string_view bundlePath = bundleOfExecutable(link.target());
   BundleProcess process{*startTime, {}};
   if (bundlePath.empty()) {

@@ -19,13 +19,12 @@ namespace clientcomm {
 namespace {
 
 bool isStaleRecord(int folder, const std::string& name, const RuntimeFileName& parsed) {
-  const std::uint64_t own = ownPIDNamespace();
-  if (parsed.pidNamespace != 0 && parsed.pidNamespace != own) return false;
+  if (parsed.pidNamespace != 0 && parsed.pidNamespace != ownPIDNamespace()) return false;
   const auto startTime = processStartTime(parsed.pid);
   const auto record = readProcessRecord(folder, name);
   // A live process replaces its record itself, or has a later version that reads it.
   if (!record) return !startTime;
-  return record->startTime != startTime && mayBeOfNamespace(*record, own);
+  return record->startTime != startTime && mayBeOfNamespace(*record, ownPIDNamespace());
 }
 
 // A temporary file stays only when its process is killed before the rename. Another process may
