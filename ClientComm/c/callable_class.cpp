@@ -88,7 +88,7 @@ OptionalString CallableClass::carryOut(const Method& method,
   call.arguments = arguments;
   const LentCall lent(call);
   // The selector is the one in the list itself.
-  const auto called = std::find_if(methods_.begin(), methods_.end(), [&](const auto& candidate) {
+  const auto called = std::ranges::find_if(methods_, [&](const auto& candidate) {
     return candidate.selector.data() == method.selector.data();
   });
   called->function(context_.data(), lent.handle());

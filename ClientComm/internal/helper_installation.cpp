@@ -262,7 +262,7 @@ bool HelperInstallation::tellProcessesToExit(const std::string& place) const {
   const AEHandOverLimit limit{std::chrono::milliseconds(0)};
   const bool isReached = control.isAlive(productID_, productVersion_) == noErr;
   const auto receiver = AELastRecipient();
-  const bool isOld = std::any_of(processes.begin(), processes.end(), [receiver](auto process) {
+  const bool isOld = std::ranges::any_of(processes, [receiver](auto process) {
     return static_cast<std::uint64_t>(process) == receiver;
   });
   if (isReached && isOld && control.exitHelper(productID_, productVersion_) == noErr) return true;

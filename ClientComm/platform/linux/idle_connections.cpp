@@ -21,14 +21,14 @@ void IdleConnections::add(PeerConnection connection) {
 }
 
 std::optional<PeerConnection> IdleConnections::takeDue(Clock::time_point now) {
-  const auto due = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
+  const auto due = std::ranges::find_if(entries_, [&](const Entry& entry) {
     return now >= entry.deadline || g_source_query_unix_fd(source_.get(), entry.tag) != 0;
   });
   return due != entries_.end() ? std::optional(take(due)) : std::nullopt;
 }
 
 std::optional<PeerConnection> IdleConnections::takeReadableOf(pid_t pid) {
-  const auto found = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& entry) {
+  const auto found = std::ranges::find_if(entries_, [&](const Entry& entry) {
     return entry.connection.pid == pid && isReadable(entry.connection.socket.get());
   });
   return found != entries_.end() ? std::optional(take(found)) : std::nullopt;

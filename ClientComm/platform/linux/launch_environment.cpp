@@ -94,7 +94,7 @@ Variable variableIn(std::string_view entry) {
 }
 
 bool isHostsOwn(std::string_view name) {
-  return std::any_of(std::begin(kHostsOwn), std::end(kHostsOwn), [name](std::string_view own) {
+  return std::ranges::any_of(kHostsOwn, [name](std::string_view own) {
     if (!own.ends_with('*')) return name == own;
     own.remove_suffix(1);
     return name.starts_with(own);
@@ -124,8 +124,8 @@ std::optional<std::string> withoutPathsBelow(const std::vector<std::string_view>
   for (;;) {
     const std::size_t colon = list.find(':');
     const std::string_view path = list.substr(0, colon);
-    const bool isBelow = std::any_of(folders.begin(), folders.end(),
-                                     [path](auto folder) { return isWithin(path, folder); });
+    const bool isBelow =
+        std::ranges::any_of(folders, [path](auto folder) { return isWithin(path, folder); });
     if (!isBelow) kept = kept ? *kept + ":" + std::string(path) : std::string(path);
     if (colon == std::string_view::npos) return kept;
     list.remove_prefix(colon + 1);

@@ -33,7 +33,7 @@ constexpr FixedText<8> kLocalTypes[] = {"bcachefs", "btrfs",    "devtmpfs", "ero
                                         "tmpfs",    "udf",      "vfat",     "xfs",    "zfs"};
 
 bool isLocalType(std::string_view type) noexcept {
-  return std::find(std::begin(kLocalTypes), std::end(kLocalTypes), type) != std::end(kLocalTypes);
+  return std::ranges::any_of(kLocalTypes, [type](std::string_view local) { return local == type; });
 }
 
 // Nothing when the kernel does not show the file, or it is larger than any that is known.
@@ -67,7 +67,7 @@ class LocalMounts {
  public:
   bool contain(MountID mount) {
     if (!isRead_) read();
-    return std::find(mounts_.begin(), mounts_.end(), mount) != mounts_.end();
+    return std::ranges::find(mounts_, mount) != mounts_.end();
   }
 
  private:
@@ -142,7 +142,7 @@ class KnownMounts {
  public:
   bool contain(MountID mount) noexcept {
     const std::lock_guard lock(mutex_);
-    return std::find(mounts_.begin(), mounts_.end(), mount) != mounts_.end();
+    return std::ranges::find(mounts_, mount) != mounts_.end();
   }
   void add(MountID mount) noexcept {
     const std::lock_guard lock(mutex_);

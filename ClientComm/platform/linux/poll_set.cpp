@@ -51,9 +51,9 @@ bool PollSet::isReady() {
 }
 
 bool PollSet::isCurrent(std::uint64_t serial) const {
-  return serial == kTimerSerial ||
-         std::any_of(watched_.begin(), watched_.end(),
-                     [serial](const Watched& entry) { return entry.serial == serial; });
+  return serial == kTimerSerial || std::ranges::any_of(watched_, [serial](const Watched& entry) {
+           return entry.serial == serial;
+         });
 }
 
 // A closed descriptor stays in the set as long as a forked process has a copy of it, and can then
@@ -79,7 +79,7 @@ void PollSet::watch(std::span<const pollfd> entries, int timeout) {
   }
   for (const Watched& entry : watched_) {
     const auto isSame = [&entry](const Watched& other) { return other.fd == entry.fd; };
-    if (std::any_of(watched.begin(), watched.end(), isSame)) continue;
+    if (std::ranges::any_of(watched, isSame)) continue;
     control(inner_, EPOLL_CTL_DEL, entry.fd, 0, 0);
   }
   watched_ = std::move(watched);
@@ -90,8 +90,8 @@ void PollSet::watch(std::span<const pollfd> entries, int timeout) {
 /// @return false when the system watches no more descriptors.
 bool PollSet::add(const pollfd& entry, std::vector<Watched>& watched) {
   const auto events = static_cast<std::uint32_t>(entry.events);
-  const auto known = std::find_if(watched_.begin(), watched_.end(),
-                                  [&entry](const Watched& other) { return other.fd == entry.fd; });
+  const auto known = std::ranges::find_if(
+      watched_, [&entry](const Watched& other) { return other.fd == entry.fd; });
   // It may be another file by now, under the number of one that was closed.
   if (known != watched_.end() &&
       control(inner_, EPOLL_CTL_MOD, entry.fd, events, known->serial) == 0) {

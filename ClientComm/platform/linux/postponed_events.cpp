@@ -6,14 +6,14 @@
 namespace clientcomm {
 
 bool PostponedEvents::contains(pid_t pid) const noexcept {
-  return std::any_of(events_.begin(), events_.end(),
-                     [pid](const PostponedEvent& event) { return event.connection.pid == pid; });
+  return std::ranges::any_of(
+      events_, [pid](const PostponedEvent& event) { return event.connection.pid == pid; });
 }
 
 void PostponedEvents::add(PostponedEvent event) {
   auto place = events_.end();
   if (event.envelope) {
-    place = std::find_if(events_.begin(), events_.end(), [&](const PostponedEvent& other) {
+    place = std::ranges::find_if(events_, [&](const PostponedEvent& other) {
       return other.connection.pid == event.connection.pid;
     });
   }

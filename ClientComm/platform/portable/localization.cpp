@@ -65,8 +65,8 @@ std::string lowerCased(std::string_view text) {
 }
 
 std::string_view newerName(std::string_view name) {
-  const auto found = std::find_if(kOlderNames.begin(), kOlderNames.end(),
-                                  [name](const Renaming& entry) { return entry.older == name; });
+  const auto found = std::ranges::find_if(
+      kOlderNames, [name](const Renaming& entry) { return entry.older == name; });
   return found == kOlderNames.end() ? name : std::string_view(found->newer);
 }
 
@@ -151,7 +151,7 @@ void appendLanguage(std::vector<std::string>& languages, std::string_view locale
   std::string language(locale.substr(0, std::min(codeset, modifier)));
   if (language.empty() || language == "C" || language == "POSIX") return;
   language += locale.substr(modifier);
-  if (std::find(languages.begin(), languages.end(), language) == languages.end()) {
+  if (std::ranges::find(languages, language) == languages.end()) {
     languages.push_back(std::move(language));
   }
 }
@@ -185,7 +185,7 @@ std::vector<std::string> matchingLocalizations(const std::vector<std::string>& f
   for (const std::string& language : languages) {
     std::vector<Rank> candidates;
     for (const std::string& folder : folders) {
-      if (std::find(matches.begin(), matches.end(), folder) != matches.end()) continue;
+      if (std::ranges::find(matches, folder) != matches.end()) continue;
       if (auto rank = rankOf(folder, language)) candidates.push_back(*std::move(rank));
     }
     std::sort(candidates.begin(), candidates.end());

@@ -26,7 +26,7 @@ class RecentDictionaries {
   bool find(const std::string& path, const FileSignature& signature,
             std::optional<PropertyListDictionary>& dictionary) {
     const std::lock_guard lock(mutex_);
-    const auto entry = std::find_if(entries_.begin(), entries_.end(), [&](const auto& recent) {
+    const auto entry = std::ranges::find_if(entries_, [&](const auto& recent) {
       return recent && recent->path == path && recent->signature == signature;
     });
     if (entry == entries_.end()) return false;
@@ -93,9 +93,8 @@ std::optional<PropertyListDictionary> dictionaryWithContentsOfFile(const std::st
 Status writeDictionaryFile(const PropertyListDictionary& dictionary, const std::string& path,
                            WriteForm form, mode_t modeOfNew) {
   // A file that cannot be read again would be lost.
-  const bool isReadable = std::all_of(dictionary.begin(), dictionary.end(), [](const auto& entry) {
-    return isNestedWithinLimit(entry.second, 1);
-  });
+  const bool isReadable = std::ranges::all_of(
+      dictionary, [](const auto& entry) { return isNestedWithinLimit(entry.second, 1); });
   if (!isReadable) return Status::ofFile(EFBIG, "isNestedWithinLimit", path);
   const std::string xml = xmlPropertyList(dictionary);
   if (xml.size() > kMaximumSettingsFileSize) {

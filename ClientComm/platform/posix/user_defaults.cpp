@@ -157,7 +157,7 @@ class ExitWriter {
     if (process_ == 0) std::atexit(&writeAll);
     process_ = getpid();
     auto& all = members();
-    if (std::find(all.begin(), all.end(), &defaults) == all.end()) all.push_back(&defaults);
+    if (std::ranges::find(all, &defaults) == all.end()) all.push_back(&defaults);
   }
   static void remove(UserDefaults& defaults) noexcept { std::erase(members(), &defaults); }
   static bool isWriting() noexcept { return isWriting_; }
@@ -224,10 +224,10 @@ struct CLIENTCOMM_LOCAL UserDefaults::State {
     const auto& contents = file(domain).contents();
     if (!contents) {
       return !fileExistsAtPath(pathOfDomain(domain)) &&
-             std::none_of(pending.begin(), pending.end(),
-                          [](const auto& change) { return change.second.has_value(); });
+             std::ranges::none_of(pending,
+                                  [](const auto& change) { return change.second.has_value(); });
     }
-    return std::all_of(pending.begin(), pending.end(), [&contents](const auto& change) {
+    return std::ranges::all_of(pending, [&contents](const auto& change) {
       const PropertyListValue* const value = valueFor(*contents, change.first);
       return value != nullptr ? change.second == *value : !change.second.has_value();
     });

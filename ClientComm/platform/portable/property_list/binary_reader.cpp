@@ -156,7 +156,7 @@ class BinaryReader {
 
   static std::optional<PropertyListValue> ascii(std::string_view text) {
     const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
-    if (!std::all_of(text.begin(), text.end(), isAscii)) return std::nullopt;
+    if (!std::ranges::all_of(text, isAscii)) return std::nullopt;
     return PropertyListValue(std::string(text));
   }
 

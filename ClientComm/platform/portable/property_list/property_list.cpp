@@ -19,8 +19,8 @@ using namespace std::literals;  // of texts
 // Not every "<": an old-style list of data begins with one too.
 bool beginsXml(std::string_view text) {
   constexpr std::array kBeginnings = {"<?"sv, "<!"sv, "<plist"sv, "<dict"sv, "<array"sv};
-  return std::any_of(kBeginnings.begin(), kBeginnings.end(),
-                     [text](std::string_view beginning) { return text.starts_with(beginning); });
+  return std::ranges::any_of(
+      kBeginnings, [text](std::string_view beginning) { return text.starts_with(beginning); });
 }
 
 std::optional<PropertyListValue> propertyListIn(std::string_view text, XmlEncoding encoding) {

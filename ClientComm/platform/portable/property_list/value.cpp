@@ -10,13 +10,12 @@ namespace clientcomm {
 bool isNestedWithinLimit(const PropertyListValue& value, int depth) {
   if (depth > kMaximumPropertyListNesting) return false;
   if (const auto* array = value.array()) {
-    return std::all_of(array->begin(), array->end(), [depth](const PropertyListValue& item) {
+    return std::ranges::all_of(*array, [depth](const PropertyListValue& item) {
       return isNestedWithinLimit(item, depth + 1);
     });
   }
   const auto* dictionary = value.dictionary();
-  return dictionary == nullptr ||
-         std::all_of(dictionary->begin(), dictionary->end(), [depth](const auto& entry) {
+  return dictionary == nullptr || std::ranges::all_of(*dictionary, [depth](const auto& entry) {
            return isNestedWithinLimit(entry.second, depth + 1);
          });
 }

@@ -15,7 +15,7 @@
 namespace clientcomm {
 namespace {
 
-bool isBlank(std::string_view text) { return std::all_of(text.begin(), text.end(), isXmlBlank); }
+bool isBlank(std::string_view text) { return std::ranges::all_of(text, isXmlBlank); }
 
 // XML has no element for a keyed-archive reference: it is written as a dictionary of one key.
 std::optional<PropertyListUID> uidWrittenAs(const PropertyListDictionary& dictionary) {

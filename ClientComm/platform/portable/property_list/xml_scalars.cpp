@@ -34,7 +34,7 @@ bool takeSign(std::string_view& text) {
 }
 
 std::size_t takeDigits(std::string_view& text) {
-  const auto end = std::find_if_not(text.begin(), text.end(), isDigit);
+  const auto end = std::ranges::find_if_not(text, isDigit);
   const auto count = static_cast<std::size_t>(end - text.begin());
   text.remove_prefix(count);
   return count;
@@ -63,8 +63,7 @@ bool isNotFinite(std::string_view text) {
 // Takes `count` digits and the character `end` behind them.
 std::optional<unsigned> takeField(std::string_view& text, std::size_t count, char end) {
   const std::string_view digits = text.substr(0, count);
-  if (text.size() <= count || text[count] != end ||
-      !std::all_of(digits.begin(), digits.end(), isDigit)) {
+  if (text.size() <= count || text[count] != end || !std::ranges::all_of(digits, isDigit)) {
     return std::nullopt;
   }
   unsigned value = 0;
