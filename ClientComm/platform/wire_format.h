@@ -126,8 +126,9 @@ inline constexpr std::chrono::milliseconds kIdleLimit = std::chrono::seconds(10)
 /// Idle connections that a receiver keeps; a further one replaces the oldest.
 inline constexpr std::size_t kMaximumIdleConnections = 64;
 
-/// How often a receiver checks its name: while it sends; while it sends nothing, as a helper may
-/// only wait for calls that no longer reach it; and while it has no open endpoint.
+/// How often a receiver checks its name: while it sends; while it sends nothing and the system does
+/// not watch the name for it, as a helper may only wait for calls that no longer reach it; and
+/// while it has no open endpoint.
 inline constexpr std::chrono::milliseconds kVerifyInterval = std::chrono::seconds(1);
 inline constexpr std::chrono::milliseconds kIdleVerifyInterval = std::chrono::seconds(5);
 inline constexpr std::chrono::milliseconds kOpenRetryInterval = std::chrono::seconds(1);

@@ -305,6 +305,28 @@ TEST_F(Faults, RuntimeFolderClearedAwayComesBackThoughTheHelperIsIdle) {
   EXPECT_EQ(countInJournal(" up "), 1U);
 }
 
+/// Whether the process has the kernel watch files for it.
+bool isWatching(pid_t process) {
+  for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(process) + "/fd")) {
+    std::error_code error;
+    if (fs::read_symlink(entry, error) == "anon_inode:inotify") return true;
+  }
+  return false;
+}
+
+TEST_F(Faults, RuntimeFolderMovedAwayComesBackThoughTheHelperSleeps) {
+  support::embedHelper("1.0");
+  TQHPHelper::share();
+  ASSERT_TRUE(support::waitUntil([] { return countInJournal(kStart) == 1; }));
+  const pid_t helper = support::helperPid();
+  ASSERT_TRUE(support::waitUntil([&] { return isWatching(helper); }));
+  fs::rename(clientcomm::runtimeFolderPath(), folder("moved"));
+  EXPECT_TRUE(support::waitUntil(
+      [] { return controller().autoRestartHelper() == 0 && controller().isAliveHelper() == 0; }));
+  EXPECT_EQ(support::helperPid(), helper);
+  EXPECT_EQ(countInJournal(" up "), 1U);
+}
+
 TEST_F(Faults, RuntimeFolderOfAnotherUserIsNotUsedAndMendedWhenItIsGone) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can give a folder away";
   fs::create_directory(clientcomm::runtimeFolderPath());

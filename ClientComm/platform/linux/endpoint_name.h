@@ -24,6 +24,9 @@ class EndpointName {
   EndpointName(const EndpointName&) = delete;
   EndpointName& operator=(const EndpointName&) = delete;
 
+  /// In the runtime folder.
+  const std::string& fileName() const noexcept { return name_; }
+
   /// What becomes of a process that listens under the name already.
   enum class IfTaken { kReplace, kLeave };
 

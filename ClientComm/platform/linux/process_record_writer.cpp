@@ -166,6 +166,8 @@ Status recordOwnProcess() noexcept {
   }
 }
 
+std::string nameOfOwnRecord() { return ownRecord().name.data(); }
+
 Status recordLaunchedProcess(pid_t pid, const Bundle& bundle) noexcept {
   try {
     return recordLaunchedOrThrow(pid, bundle);

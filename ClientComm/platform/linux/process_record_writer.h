@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include <string>
+
 #include "ClientComm/platform/bundle.h"
 #include "ClientComm/platform/status.h"
 
@@ -13,6 +15,10 @@ namespace clientcomm {
 /// a bundle, or where the record is in place. Without a record, a process is known until its bundle
 /// is removed.
 Status recordOwnProcess() noexcept;
+
+/// The name, in the runtime folder, of the record that `recordOwnProcess` wrote last; empty when it
+/// has written none.
+std::string nameOfOwnRecord();
 
 /// Writes a first record of the process `pid`, which has just been launched from `bundle` (an
 /// absolute path), so that it is known although the bundle is removed before the process opens to

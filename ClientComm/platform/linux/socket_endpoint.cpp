@@ -30,6 +30,10 @@ static_assert(kOpenRetryInterval * 2 < kLaunchLimit);
 // meanwhile, and without a pause the main loop would spin.
 constexpr std::chrono::milliseconds kAcceptPause{100};
 
+// How long an application that neither sends nor loses its files looks at them before it has the
+// kernel watch them, which takes a descriptor. A host sends more often.
+constexpr auto kQuietTime = 2 * kIdleVerifyInterval;
+
 constexpr DiagnosticCause kNotRecorded = DiagnosticCause::kOwnRecordNotWritten;
 
 struct EndpointSource {
@@ -70,7 +74,7 @@ void SocketEndpoint::attachSource() {
 
 OSErr SocketEndpoint::open(EndpointName::IfTaken ifTaken) {
   const OSErr status = takeName(ifTaken);
-  lastVerified_ = Clock::now();
+  lastLook_ = quietSince_ = Clock::now();
   scheduleWakeUp();
   return status;
 }
@@ -82,24 +86,46 @@ OSErr SocketEndpoint::takeName(EndpointName::IfTaken ifTaken) {
   return noErr;
 }
 
-std::chrono::milliseconds SocketEndpoint::verifyInterval() const noexcept {
-  return listener_.isValid() ? kIdleVerifyInterval : kOpenRetryInterval;
+SocketEndpoint::Clock::time_point SocketEndpoint::nextLook() const noexcept {
+  if (files_.isOn()) return Clock::time_point::max();
+  return lastLook_ + (listener_.isValid() ? kIdleVerifyInterval : kOpenRetryInterval);
 }
 
 void SocketEndpoint::verify() {
-  const auto now = Clock::now();
-  if (now - lastVerified_ < kVerifyInterval) return;
-  lastVerified_ = now;
-  if (listener_.isValid()) recordOwnProcess().report(kNotRecorded);  // tried again next time
-  if (name_.leadsHere()) return;
+  quietSince_ = Clock::now();
+  if (quietSince_ - lastLook_ >= kVerifyInterval) look(quietSince_);
+}
+
+/// @return whether the name leads here and the process is recorded.
+bool SocketEndpoint::look(Clock::time_point now) {
+  lastLook_ = now;
+  // Tried again next time.
+  const bool isRecorded = listener_.isValid() && recordOwnProcess().report(kNotRecorded);
+  if (name_.leadsHere()) return isRecorded;
   if (name_.leadsElsewhere()) {
     report(DiagnosticCause::kEndpointTaken, runtimeFolderPath());
-    return;
+    return false;
   }
   if (listener_.isValid()) report(DiagnosticCause::kEndpointLost, runtimeFolderPath());
   // Deferred to the main loop: drain the old socket first.
   mustReopen_ = true;
   scheduleWakeUp();
+  return false;
+}
+
+void SocketEndpoint::lookWhenDue(Clock::time_point now) {
+  if (files_.hasFired()) {
+    files_.stop();
+    quietSince_ = now;
+    // A second later: where the whole folder is being removed, no file is put into it meanwhile.
+    lastLook_ = now + kVerifyInterval - kIdleVerifyInterval;
+  }
+  if (now < nextLook()) return;
+  lastLook_ = now;  // where what follows throws
+  // The watch begins before the look, so that no change between the two is missed. Where it cannot,
+  // the looks go on.
+  if (now - quietSince_ >= kQuietTime) files_.start(name_.fileName(), nameOfOwnRecord());
+  if (!look(now)) files_.stop();
 }
 
 int SocketEndpoint::dispatch(GSource* source, GSourceFunc /*callback*/, void* /*data*/) noexcept {
@@ -139,6 +165,7 @@ void SocketEndpoint::watch(GIOCondition condition) {
   if (listenerTag_ != nullptr && !isPaused_) {
     g_source_modify_unix_fd(source_.get(), listenerTag_, condition);
   }
+  files_.poll(condition);
   server_.poll(condition);
 }
 
@@ -146,7 +173,7 @@ void SocketEndpoint::takeEvents() {
   const auto isAlive = isAlive_;
   if (isPaused_) resumeAccepting();
   auto now = Clock::now();
-  if (now - lastVerified_ >= verifyInterval()) verify();
+  lookWhenDue(now);
   for (const auto end = now + kTurnLimit; *isAlive && now < end; now = Clock::now()) {
     if (serveNext(now)) continue;
     if (*isAlive && mustReopen_ && !isPaused_) reopen();
@@ -166,6 +193,7 @@ void SocketEndpoint::reopen() {
   if (listenerTag_ != nullptr) g_source_remove_unix_fd(source_.get(), listenerTag_);
   listenerTag_ = nullptr;
   listener_.reset();
+  files_.stop();
   open(EndpointName::IfTaken::kLeave);  // one that has opened since the look is newer
 }
 
@@ -210,7 +238,7 @@ void SocketEndpoint::resumeAccepting() {
 }
 
 void SocketEndpoint::scheduleWakeUp() {
-  auto time = lastVerified_ + verifyInterval();
+  auto time = nextLook();
   if (const auto deadline = server_.firstDeadline()) time = std::min(time, *deadline);
   if (isPaused_) time = std::min(time, Clock::now() + kAcceptPause);
   const bool isDue = (mustReopen_ && !isPaused_) || server_.hasPostponed();

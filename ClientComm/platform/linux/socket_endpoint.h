@@ -10,6 +10,7 @@
 #include "ClientComm/platform/glib/scoped_source.h"
 #include "ClientComm/platform/linux/endpoint_name.h"
 #include "ClientComm/platform/linux/event_server.h"
+#include "ClientComm/platform/linux/file_watch.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "ClientComm/platform/types.h"
 #include "ClientComm/platform/wire_format.h"
@@ -36,8 +37,8 @@ class SocketEndpoint {
   OSErr open(EndpointName::IfTaken ifTaken = EndpointName::IfTaken::kReplace);
 
   /// Makes sure, at most once a second, that the name still leads here: the file may have been
-  /// cleared away, or a newer process of the same application may have ended. The main loop does so
-  /// too, less often.
+  /// cleared away, or a newer process of the same application may have ended. For a sender. The
+  /// main loop does so too, less often, or when the kernel tells it to.
   void verify();
 
   /// The process that waits for the reply to the event being handled; 0 when none does.
@@ -48,7 +49,9 @@ class SocketEndpoint {
 
   void attachSource();
   OSErr takeName(EndpointName::IfTaken ifTaken);
-  std::chrono::milliseconds verifyInterval() const noexcept;
+  Clock::time_point nextLook() const noexcept;
+  bool look(Clock::time_point now);
+  void lookWhenDue(Clock::time_point now);
 
   static int dispatch(GSource* source, GSourceFunc callback, void* data) noexcept;
   void suspend();
@@ -72,7 +75,10 @@ class SocketEndpoint {
   bool isPaused_ = false;
   bool mustReopen_ = false;
   EventServer server_;
-  Clock::time_point lastVerified_;
+  FileWatch files_{source_};
+  Clock::time_point lastLook_;
+  /// Since when nothing has been sent and no file had to be put back, as far as is known.
+  Clock::time_point quietSince_;
   /// False once the endpoint is gone; a handler may close it while it is being served.
   std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
 };
