@@ -34,6 +34,10 @@ constexpr std::chrono::milliseconds kAcceptPause{100};
 // kernel watch them, which takes a descriptor. A host sends more often.
 constexpr auto kQuietTime = 2 * kIdleVerifyInterval;
 
+// How late a sender may send again, for the main loop not to wake up only to look at the files: a
+// host, which ticks as often as the files are looked at.
+constexpr std::chrono::milliseconds kSenderDelay{100};
+
 constexpr DiagnosticCause kNotRecorded = DiagnosticCause::kOwnRecordNotWritten;
 
 struct EndpointSource {
@@ -74,7 +78,7 @@ void SocketEndpoint::attachSource() {
 
 OSErr SocketEndpoint::open(EndpointName::IfTaken ifTaken) {
   const OSErr status = takeName(ifTaken);
-  lastLook_ = quietSince_ = Clock::now();
+  lastVerified_ = lastLook_ = quietSince_ = Clock::now();
   scheduleWakeUp();
   return status;
 }
@@ -88,12 +92,17 @@ OSErr SocketEndpoint::takeName(EndpointName::IfTaken ifTaken) {
 
 SocketEndpoint::Clock::time_point SocketEndpoint::nextLook() const noexcept {
   if (files_.isOn()) return Clock::time_point::max();
-  return lastLook_ + (listener_.isValid() ? kIdleVerifyInterval : kOpenRetryInterval);
+  if (!listener_.isValid()) return lastLook_ + kOpenRetryInterval;
+  const bool wasForSender = lastLook_ == lastVerified_;
+  return lastLook_ + kIdleVerifyInterval + (wasForSender ? kSenderDelay : Clock::duration());
 }
 
 void SocketEndpoint::verify() {
   quietSince_ = Clock::now();
-  if (quietSince_ - lastLook_ >= kVerifyInterval) look(quietSince_);
+  if (quietSince_ - lastVerified_ < kVerifyInterval) return;
+  lastVerified_ = quietSince_;
+  look(lastVerified_);
+  if (!isServing_) scheduleWakeUp();
 }
 
 /// @return whether the name leads here and the process is recorded.
@@ -109,7 +118,6 @@ bool SocketEndpoint::look(Clock::time_point now) {
   if (listener_.isValid()) report(DiagnosticCause::kEndpointLost, runtimeFolderPath());
   // Deferred to the main loop: drain the old socket first.
   mustReopen_ = true;
-  scheduleWakeUp();
   return false;
 }
 

@@ -76,7 +76,8 @@ class SocketEndpoint {
   bool mustReopen_ = false;
   EventServer server_;
   FileWatch files_{source_};
-  Clock::time_point lastLook_;
+  Clock::time_point lastVerified_;  ///< For a sender.
+  Clock::time_point lastLook_;      ///< For a sender or by the main loop.
   /// Since when nothing has been sent and no file had to be put back, as far as is known.
   Clock::time_point quietSince_;
   /// False once the endpoint is gone; a handler may close it while it is being served.
