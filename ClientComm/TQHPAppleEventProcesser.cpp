@@ -30,15 +30,9 @@ OptionalString takeTextAtIndex(AppleEventDescriptor* list, std::size_t index) {
   return item == nullptr ? std::nullopt : std::move(*item).stringValue();
 }
 
-std::vector<OptionalString> takeArgumentsOfCall(AppleEventDescriptor* call) {
-  std::vector<OptionalString> arguments;
+clientcomm::TextTable takeArgumentsOfCall(AppleEventDescriptor* call) {
   AppleEventDescriptor* const list = call == nullptr ? nullptr : call->descriptorAtIndex(3);
-  if (list == nullptr) return arguments;
-  arguments.reserve(list->numberOfItems());
-  for (std::size_t k = 1; k <= list->numberOfItems(); ++k) {
-    arguments.push_back(takeTextAtIndex(list, k));
-  }
-  return arguments;
+  return list == nullptr ? clientcomm::TextTable() : list->takeTexts();
 }
 
 OptionalString bundleIDOfCaller(const AppleEventDescriptor& event) {

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "ClientComm/platform/recycled_table.h"
 #include "ClientComm/platform/types.h"
 
 /// Apple events as values: typed descriptors, lists, and the event record.
@@ -46,6 +47,9 @@ inline constexpr AEKeyword keyAddressAttr = fourCharCode("addr");
 
 inline constexpr AEReturnID kAutoGenerateReturnID = -1;
 inline constexpr AETransactionID kAnyTransactionID = 0;
+
+/// Texts of a list, some of which may be nil.
+using TextTable = std::vector<OptionalString, RecyclingAllocator<OptionalString>>;
 
 inline constexpr AESendMode kAENoReply = 1;    ///< Hand over and return.
 inline constexpr AESendMode kAEWaitReply = 3;  ///< Block until the answer is there.
@@ -91,17 +95,25 @@ class AppleEventDescriptor {
   std::optional<AppleEventDescriptor> coerceToDescriptorType(DescType type) const;
 
   /// Number of items of a list; 0 for anything else.
-  std::size_t numberOfItems() const noexcept { return items_.size(); }
+  std::size_t numberOfItems() const noexcept {
+    return record_ == nullptr ? items_.size() : numberOfTexts();
+  }
   /// Item `index` (1-based) of a list; null when there is none.
-  const AppleEventDescriptor* descriptorAtIndex(std::size_t index) const noexcept;
-  AppleEventDescriptor* descriptorAtIndex(std::size_t index) noexcept;
+  const AppleEventDescriptor* descriptorAtIndex(std::size_t index) const;
+  AppleEventDescriptor* descriptorAtIndex(std::size_t index);
   /// Puts `item` at `index` (1-based): replaces the item there; an index beyond the last, or 0,
   /// appends. Makes a null descriptor a list; does nothing to any other type.
   void insertDescriptor(AppleEventDescriptor item, std::size_t index);
   /// Adds a null descriptor to the end of a list, to be filled in place; only for a list.
-  AppleEventDescriptor& addItem() { return items_.emplace_back(); }
+  AppleEventDescriptor& addItem();
   /// Makes room for `count` items.
   void reserveItems(std::size_t count) { items_.reserve(count); }
+
+  /// A list of texts, each of type 'utxt'. Takes less memory and time than one descriptor for each,
+  /// which are made when an item is asked for.
+  static AppleEventDescriptor listOfTexts(TextTable texts);
+  /// The `stringValue` of each item of a list, taken out of it; empty for anything else.
+  TextTable takeTexts();
 
   // The event record. All are 0 or empty for a descriptor that is no event.
   AEEventClass eventClass() const noexcept;
@@ -125,12 +137,18 @@ class AppleEventDescriptor {
   const KeyedDescriptors& attributes() const noexcept;
 
  private:
-  struct EventRecord;
+  struct Record;
+
+  // A descriptor that was moved from has no record.
+  bool isEvent() const noexcept { return type_ == typeAppleEvent && record_ != nullptr; }
+  std::size_t numberOfTexts() const noexcept;
+  void makeItems() const;
 
   DescType type_;
   std::string data_;
-  std::vector<AppleEventDescriptor> items_;
-  std::unique_ptr<EventRecord> record_;
+  mutable std::vector<AppleEventDescriptor> items_;
+  /// Of an event; also of a list of texts, until one of its `items_` is asked for.
+  mutable std::unique_ptr<Record> record_;
 };
 
 }  // namespace clientcomm

@@ -121,6 +121,74 @@ TEST(AppleEvent, AListIsCountedFromOne) {
   EXPECT_EQ(list.descriptorAtIndex(3), nullptr);
 }
 
+Descriptor listOfTexts() {
+  clientcomm::TextTable texts;
+  texts.emplace_back("a");
+  texts.emplace_back("b");
+  return Descriptor::listOfTexts(std::move(texts));
+}
+
+TEST(AppleEvent, AListOfTextsReadsAsOneOfDescriptors) {
+  const Descriptor list = listOfTexts();
+  EXPECT_EQ(list.descriptorType(), kList);
+  EXPECT_EQ(list.numberOfItems(), 2U);
+  const Descriptor copy = list;
+  ASSERT_NE(list.descriptorAtIndex(2), nullptr);
+  EXPECT_EQ(list.descriptorAtIndex(2)->descriptorType(), kText);
+  EXPECT_EQ(list.descriptorAtIndex(3), nullptr);
+  EXPECT_EQ(textsOf(list), (std::vector<std::string>{"a", "b"}));
+  EXPECT_EQ(textsOf(copy), (std::vector<std::string>{"a", "b"}));
+}
+
+TEST(AppleEvent, AListOfTextsTakesFurtherItems) {
+  Descriptor list = listOfTexts();
+  list.insertDescriptor(text("c"), 0);
+  EXPECT_EQ(textsOf(list), (std::vector<std::string>{"a", "b", "c"}));
+  list = listOfTexts();
+  list.addItem() = text("d");
+  EXPECT_EQ(textsOf(list), (std::vector<std::string>{"a", "b", "d"}));
+}
+
+TEST(AppleEvent, AListOfTextsIsNoEvent) {
+  Descriptor list = listOfTexts();
+  list.setParamDescriptor(text("x"), 0x2d2d2d2d);
+  list.setAttributeDescriptor(text("x"), 0x2d2d2d2d);
+  EXPECT_TRUE(list.parameters().empty());
+  EXPECT_TRUE(list.attributes().empty());
+  EXPECT_EQ(list.eventClass(), 0U);
+  EXPECT_EQ(list.target().descriptorType(), kNull);
+  EXPECT_EQ(textsOf(list), (std::vector<std::string>{"a", "b"}));
+}
+
+TEST(AppleEvent, AnEventThatWasMovedFromTakesNoParameters) {
+  Descriptor event = someEvent();
+  const Descriptor moved = std::move(event);
+  event.setParamDescriptor(text("x"), 0x2d2d2d2d);  // NOLINT(bugprone-use-after-move)
+  EXPECT_TRUE(event.parameters().empty());
+  EXPECT_TRUE(moved.parameters().empty());
+}
+
+TEST(AppleEvent, AListOfOneTextIsThatTextAlsoWithoutItsDescriptor) {
+  clientcomm::TextTable texts;
+  texts.emplace_back("a");
+  EXPECT_EQ(Descriptor::listOfTexts(std::move(texts)).stringValue(), "a");
+}
+
+TEST(AppleEvent, TheTextsOfAListAreTaken) {
+  clientcomm::TextTable expected;
+  expected.emplace_back("a");
+  expected.emplace_back("b");
+  EXPECT_EQ(listOfTexts().takeTexts(), expected);
+  EXPECT_EQ(listOf({"a", "b"}).takeTexts(), expected);
+  EXPECT_TRUE(text("a").takeTexts().empty());
+  Descriptor mixed = listOf({"a"});
+  mixed.insertDescriptor(number(7), 0);
+  mixed.insertDescriptor({}, 0);
+  expected[1] = "7";
+  expected.emplace_back(std::nullopt);
+  EXPECT_EQ(mixed.takeTexts(), expected);
+}
+
 TEST(AppleEvent, EveryItemOfAListCanBeChangedInPlace) {
   Descriptor list = listOf({"a", "b"});
   for (std::size_t i = 1; i <= list.numberOfItems(); ++i) {

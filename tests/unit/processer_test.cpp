@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -33,6 +34,9 @@ constexpr clientcomm::DescType kSerialNumber = 0x70736e20;      // 'psn '
 constexpr clientcomm::AEKeyword kAddress = 0x61646472;          // 'addr'
 constexpr clientcomm::AEKeyword kDirectParameter = 0x2D2D2D2D;  // '----'
 
+// More arguments than are read as one descriptor each.
+constexpr std::size_t kMany = 100;
+
 int instancesMade = 0;
 int instancesGone = 0;
 std::vector<std::string> received;
@@ -46,11 +50,14 @@ class Recorder : public TQHPAppEventBase {
 
   static const clientcomm::Class& staticClass() {
     using clientcomm::method;
-    static const auto* const cls = new clientcomm::Class(
-        "Recorder", clientcomm::makeShared<Recorder>,
-        {method<&Recorder::nothing>("nothing"), method<&Recorder::two>("two::"),
-         method<&Recorder::three>("three:::"), method<&Recorder::status>("status:"),
-         method<&Recorder::ask>("ask")});
+    static const auto* const cls =
+        new clientcomm::Class("Recorder", clientcomm::makeShared<Recorder>,
+                              {method<&Recorder::nothing>("nothing"),
+                               method<&Recorder::two>("two::"),
+                               method<&Recorder::three>("three:::"),
+                               method<&Recorder::status>("status:"),
+                               method<&Recorder::ask>("ask"),
+                               {"many", kMany, joined}});
     return *cls;
   }
   const clientcomm::Class& isa() const override { return staticClass(); }
@@ -69,6 +76,13 @@ class Recorder : public TQHPAppEventBase {
   }
   OSErr status(const OptionalString& text) { return text == "0" ? OSErr{0} : OSErr{-600}; }
   OptionalString ask() { return whenAsked(); }
+  static OptionalString joined(clientcomm::Object& /*receiver*/,
+                               std::span<const OptionalString> arguments) {
+    if (whenAsked) whenAsked();
+    std::string all;
+    for (const OptionalString& argument : arguments) all += argument.value_or("(nil)") + "|";
+    return all;
+  }
 
   static const BundleIDSet& callers() { return bundleIDSet(); }
 };
@@ -272,7 +286,7 @@ std::uint64_t allocationsForACallOf(std::size_t count) {
 }
 
 TEST_F(ProcesserTest, MemoryIsAllocatedOnceForEachArgument) {
-  allocationsForACallOf(1);  // what is made for the first call only
+  allocationsForACallOf(200);  // what is made for the first call, and kept
   EXPECT_EQ(allocationsForACallOf(200) - allocationsForACallOf(100), 100);
 }
 
@@ -361,6 +375,61 @@ TEST_F(ProcesserTest, ArgumentsAreReadThroughTheTextCoercion) {
       recorder_.deliver(eventWithParameter(listOf({text("Recorder"), text("two::"), arguments})))
           .text,
       "-5|(nil)");
+}
+
+// What is received of `event` after it was flattened.
+AppleEventDescriptor unflattened(const AppleEventDescriptor& event) {
+  std::string bytes(clientcomm::flattenedSize(event).value(), '\0');
+  clientcomm::flattenTo(event, bytes.data());
+  return clientcomm::unflatten(bytes).value();
+}
+
+/// `kMany` arguments that are of this call only, and how they are joined.
+struct ManyArguments {
+  explicit ManyArguments(const std::string& prefix) {
+    for (std::size_t i = 0; i < kMany; ++i) {
+      texts.push_back(prefix + " and a number to make it long: " + std::to_string(i));
+      joined += texts.back() + "|";
+    }
+  }
+
+  AppleEventDescriptor call() const {
+    AppleEventDescriptor event = unflattened(support::callEvent("Recorder", "many", texts));
+    event.setAttributeDescriptor(support::addressOfProcess(getpid()), kAddress);
+    return event;
+  }
+
+  std::vector<std::string> texts;
+  std::string joined;
+};
+
+TEST_F(ProcesserTest, ManyArgumentsReachTheirMethodInOrder) {
+  const ManyArguments first("first");
+  const ManyArguments second("second");
+  EXPECT_EQ(recorder_.deliver(first.call()).text, first.joined);
+  EXPECT_EQ(recorder_.deliver(second.call()).text, second.joined);
+}
+
+TEST_F(ProcesserTest, ManyArgumentsAreKeptWhileAnotherCallIsServed) {
+  const ManyArguments outer("outer");
+  const ManyArguments inner("inner");
+  whenAsked = [&] {
+    whenAsked = nullptr;
+    EXPECT_EQ(recorder_.deliver(inner.call()).text, inner.joined);
+    return std::nullopt;
+  };
+  EXPECT_EQ(recorder_.deliver(outer.call()).text, outer.joined);
+}
+
+TEST_F(ProcesserTest, ManyArgumentsOfSeveralTypesAreReadThroughTheTextCoercion) {
+  const std::int32_t number = 7;
+  AppleEventDescriptor list = listOf(std::vector(kMany - 1, text("a")));
+  list.insertDescriptor({0x6c6f6e67, std::string(reinterpret_cast<const char*>(&number), 4)}, 0);
+  const AppleEventDescriptor event =
+      unflattened(eventWithParameter(listOf({text("Recorder"), text("many"), std::move(list)})));
+  std::string joined;
+  for (std::size_t i = 1; i < kMany; ++i) joined += "a|";
+  EXPECT_EQ(recorder_.deliver(event).text, joined + "7|");
 }
 
 // --- The caller ---

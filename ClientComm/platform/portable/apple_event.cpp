@@ -7,14 +7,17 @@
 
 namespace clientcomm {
 
-struct AppleEventDescriptor::EventRecord {
-  AEEventClass eventClass;
-  AEEventID eventID;
-  AEReturnID returnID;
-  AETransactionID transactionID;
+struct AppleEventDescriptor::Record {
+  // Of an event.
+  AEEventClass eventClass = 0;
+  AEEventID eventID = 0;
+  AEReturnID returnID = 0;
+  AETransactionID transactionID = 0;
   AppleEventDescriptor target;
   KeyedDescriptors parameters;
   KeyedDescriptors attributes;
+  // Of a list.
+  TextTable texts;
 };
 
 namespace {
@@ -71,7 +74,7 @@ AppleEventDescriptor::AppleEventDescriptor(const AppleEventDescriptor& other)
     : type_(other.type_),
       data_(other.data_),
       items_(other.items_),
-      record_(other.record_ ? std::make_unique<EventRecord>(*other.record_) : nullptr) {}
+      record_(other.record_ ? std::make_unique<Record>(*other.record_) : nullptr) {}
 
 AppleEventDescriptor::AppleEventDescriptor(AppleEventDescriptor&& other) noexcept = default;
 
@@ -103,8 +106,8 @@ AppleEventDescriptor AppleEventDescriptor::appleEvent(AEEventClass eventClass, A
                                                       AEReturnID returnID,
                                                       AETransactionID transactionID) {
   AppleEventDescriptor event(typeAppleEvent, {});
-  event.record_ = std::make_unique<EventRecord>(
-      EventRecord{eventClass, eventID, returnID, transactionID, std::move(target), {}, {}});
+  event.record_ = std::make_unique<Record>(
+      Record{eventClass, eventID, returnID, transactionID, std::move(target), {}, {}, {}});
   return event;
 }
 
@@ -115,7 +118,7 @@ OptionalString AppleEventDescriptor::stringValue() && {
 
 OptionalString AppleEventDescriptor::stringValue() const& {
   if (isText(type_) || type_ == typeApplicationBundleID) return data_;
-  if (type_ == typeAEList && items_.size() == 1) return items_.front().stringValue();
+  if (type_ == typeAEList && numberOfItems() == 1) return descriptorAtIndex(1)->stringValue();
   if (type_ == typeSInt32) {
     if (const auto number = valueFromData<std::int32_t>(data_)) return std::to_string(*number);
   }
@@ -139,18 +142,50 @@ std::optional<AppleEventDescriptor> AppleEventDescriptor::coerceToDescriptorType
   return std::nullopt;
 }
 
-const AppleEventDescriptor* AppleEventDescriptor::descriptorAtIndex(
-    std::size_t index) const noexcept {
+AppleEventDescriptor AppleEventDescriptor::listOfTexts(TextTable texts) {
+  AppleEventDescriptor list = listDescriptor();
+  list.record_ = std::make_unique<Record>();
+  list.record_->texts = std::move(texts);
+  return list;
+}
+
+std::size_t AppleEventDescriptor::numberOfTexts() const noexcept { return record_->texts.size(); }
+
+void AppleEventDescriptor::makeItems() const {
+  if (type_ != typeAEList) return;
+  items_.reserve(record_->texts.size());
+  for (OptionalString& text : record_->texts) {
+    items_.push_back(descriptorWithString(*std::move(text)));
+  }
+  record_.reset();
+}
+
+TextTable AppleEventDescriptor::takeTexts() {
+  if (record_ != nullptr) return std::move(record_->texts);
+  TextTable texts;
+  texts.reserve(items_.size());
+  for (AppleEventDescriptor& item : items_) texts.push_back(std::move(item).stringValue());
+  return texts;
+}
+
+AppleEventDescriptor& AppleEventDescriptor::addItem() {
+  if (record_ != nullptr) makeItems();
+  return items_.emplace_back();
+}
+
+const AppleEventDescriptor* AppleEventDescriptor::descriptorAtIndex(std::size_t index) const {
+  if (record_ != nullptr) makeItems();
   return index >= 1 && index <= items_.size() ? &items_[index - 1] : nullptr;
 }
 
-AppleEventDescriptor* AppleEventDescriptor::descriptorAtIndex(std::size_t index) noexcept {
-  return index >= 1 && index <= items_.size() ? &items_[index - 1] : nullptr;
+AppleEventDescriptor* AppleEventDescriptor::descriptorAtIndex(std::size_t index) {
+  return const_cast<AppleEventDescriptor*>(std::as_const(*this).descriptorAtIndex(index));
 }
 
 void AppleEventDescriptor::insertDescriptor(AppleEventDescriptor item, std::size_t index) {
   if (type_ == typeNull) type_ = typeAEList;
   if (type_ != typeAEList) return;
+  if (record_ != nullptr) makeItems();
   if (index >= 1 && index <= items_.size()) {
     items_[index - 1] = std::move(item);
   } else {
@@ -191,11 +226,11 @@ const AppleEventDescriptor* AppleEventDescriptor::attributeDescriptorForKeyword(
 }
 
 void AppleEventDescriptor::setParamDescriptor(AppleEventDescriptor value, AEKeyword keyword) {
-  if (record_) set(record_->parameters, std::move(value), keyword);
+  if (isEvent()) set(record_->parameters, std::move(value), keyword);
 }
 
 void AppleEventDescriptor::setAttributeDescriptor(AppleEventDescriptor value, AEKeyword keyword) {
-  if (record_) set(record_->attributes, std::move(value), keyword);
+  if (isEvent()) set(record_->attributes, std::move(value), keyword);
 }
 
 const AppleEventDescriptor::KeyedDescriptors& AppleEventDescriptor::parameters() const noexcept {

@@ -167,7 +167,11 @@ class Writer {
   std::size_t elsewhere_ = 0;  ///< Bytes of the output that were left where they are.
 };
 
-constexpr std::size_t kLargePage = std::size_t{2} << 20;
+// From this size on, a copy is made in large pages of 2 MiB.
+constexpr std::size_t kLongText = std::size_t{4} << 20;
+
+// From this size on, a list of descriptors takes more than 1 KiB.
+constexpr std::size_t kLongList = 16;
 
 // A copy of `bytes` in large pages, where the system has them: most of the time of a very large
 // copy goes into the making of its pages.
@@ -198,23 +202,8 @@ class Reader {
 
   bool take(AppleEventDescriptor& descriptor, int depth) {
     DescType type = 0;
-    std::uint32_t length = 0;
-    if (budget_ == 0 || depth > kMaximumNesting || !take(type) || !take(length) ||
-        length > rest_.size()) {
-      return false;
-    }
-    --budget_;
-    const std::string_view payload = rest_.substr(0, length);
-    rest_.remove_prefix(length);
-    if (type == typeAEList) return readList(payload, depth, descriptor);
-    if (type == typeAppleEvent) return readEvent(payload, depth, descriptor);
-    if (type == typeNull && length != 0) return false;
-    if (payload.size() < 2 * kLargePage) {
-      descriptor.assign(type, payload);
-    } else {
-      descriptor = AppleEventDescriptor(type, copyInLargePages(payload));
-    }
-    return true;
+    std::string_view payload;
+    return takeParts(type, payload, depth) && read(type, payload, depth, descriptor);
   }
 
  private:
@@ -224,16 +213,62 @@ class Reader {
     return take(count) && count <= rest_.size() / smallestItem && count <= budget_;
   }
 
+  bool takeParts(DescType& type, std::string_view& payload, int depth) {
+    std::uint32_t length = 0;
+    if (budget_ == 0 || depth > kMaximumNesting || !take(type) || !take(length) ||
+        length > rest_.size()) {
+      return false;
+    }
+    --budget_;
+    payload = rest_.substr(0, length);
+    rest_.remove_prefix(length);
+    return true;
+  }
+
+  bool read(DescType type, std::string_view payload, int depth, AppleEventDescriptor& descriptor) {
+    if (type == typeAEList) return readList(payload, depth, descriptor);
+    if (type == typeAppleEvent) return readEvent(payload, depth, descriptor);
+    if (type == typeNull && !payload.empty()) return false;
+    if (payload.size() < kLongText) {
+      descriptor.assign(type, payload);
+    } else {
+      descriptor = AppleEventDescriptor(type, copyInLargePages(payload));
+    }
+    return true;
+  }
+
+  // Takes the `count` items of a list where all are texts, and nothing where one is not.
+  bool takeTexts(std::uint32_t count, int depth, AppleEventDescriptor& list) {
+    std::size_t budget = budget_;
+    Reader reader(rest_, budget);
+    DescType type = 0;
+    std::string_view payload;
+    TextTable texts;
+    texts.reserve(count);
+    while (texts.size() < count) {
+      if (!reader.takeParts(type, payload, depth) || type != typeUnicodeText ||
+          payload.size() >= kLongText) {
+        return false;
+      }
+      texts.emplace_back(std::in_place, payload);
+    }
+    budget_ = budget;
+    rest_ = reader.rest_;
+    list = AppleEventDescriptor::listOfTexts(std::move(texts));
+    return true;
+  }
+
   bool readList(std::string_view payload, int depth, AppleEventDescriptor& descriptor) {
     Reader reader(payload, budget_);
     std::uint32_t count = 0;
     if (!reader.takeCount(count, kDescriptorHeaderSize)) return false;
-    AppleEventDescriptor list = AppleEventDescriptor::listDescriptor();
-    list.reserveItems(count);
-    for (std::uint32_t i = 0; i < count; ++i) {
-      if (!reader.take(list.addItem(), depth + 1)) return false;
+    if (count < kLongList || !reader.takeTexts(count, depth + 1, descriptor)) {
+      descriptor = AppleEventDescriptor::listDescriptor();
+      descriptor.reserveItems(count);
+      for (std::uint32_t i = 0; i < count; ++i) {
+        if (!reader.take(descriptor.addItem(), depth + 1)) return false;
+      }
     }
-    descriptor = std::move(list);
     return reader.isAtEnd();
   }
 
