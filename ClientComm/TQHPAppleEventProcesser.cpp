@@ -38,11 +38,13 @@ clientcomm::TextTable takeArgumentsOfCall(AppleEventDescriptor* call) {
 OptionalString bundleIDOfCaller(const AppleEventDescriptor& event) {
   const AppleEventDescriptor* const address =
       event.attributeDescriptorForKeyword(clientcomm::keyAddressAttr);
-  if (address == nullptr) return std::nullopt;
-  const auto serialNumber = address->coerceToDescriptorType(clientcomm::typeProcessSerialNumber);
+  // No other type can be coerced to a serial number.
+  if (address == nullptr || address->descriptorType() != clientcomm::typeProcessSerialNumber) {
+    return std::nullopt;
+  }
   clientcomm::ProcessSerialNumber psn;
-  if (!serialNumber || serialNumber->data().size() != sizeof psn) return std::nullopt;
-  std::memcpy(&psn, serialNumber->data().data(), sizeof psn);
+  if (address->data().size() != sizeof psn) return std::nullopt;
+  std::memcpy(&psn, address->data().data(), sizeof psn);
   return clientcomm::bundleIdentifierOfProcess(psn);
 }
 

@@ -95,9 +95,7 @@ class AppleEventDescriptor {
   std::optional<AppleEventDescriptor> coerceToDescriptorType(DescType type) const;
 
   /// Number of items of a list; 0 for anything else.
-  std::size_t numberOfItems() const noexcept {
-    return record_ == nullptr ? items_.size() : numberOfTexts();
-  }
+  std::size_t numberOfItems() const noexcept;
   /// Item `index` (1-based) of a list; null when there is none.
   const AppleEventDescriptor* descriptorAtIndex(std::size_t index) const;
   AppleEventDescriptor* descriptorAtIndex(std::size_t index);
@@ -141,7 +139,7 @@ class AppleEventDescriptor {
 
   // A descriptor that was moved from has no record.
   bool isEvent() const noexcept { return type_ == typeAppleEvent && record_ != nullptr; }
-  std::size_t numberOfTexts() const noexcept;
+  static std::unique_ptr<Record> copyOf(const Record* record);
   void makeItems() const;
 
   DescType type_;

@@ -3,22 +3,10 @@
 #include <cstring>
 #include <new>
 
+#include "ClientComm/platform/portable/apple_event_record.h"
 #include "ClientComm/platform/text.h"
 
 namespace clientcomm {
-
-struct AppleEventDescriptor::Record {
-  // Of an event.
-  AEEventClass eventClass = 0;
-  AEEventID eventID = 0;
-  AEReturnID returnID = 0;
-  AETransactionID transactionID = 0;
-  AppleEventDescriptor target;
-  KeyedDescriptors parameters;
-  KeyedDescriptors attributes;
-  // Of a list.
-  TextTable texts;
-};
 
 namespace {
 
@@ -74,7 +62,7 @@ AppleEventDescriptor::AppleEventDescriptor(const AppleEventDescriptor& other)
     : type_(other.type_),
       data_(other.data_),
       items_(other.items_),
-      record_(other.record_ ? std::make_unique<Record>(*other.record_) : nullptr) {}
+      record_(copyOf(other.record_.get())) {}
 
 AppleEventDescriptor::AppleEventDescriptor(AppleEventDescriptor&& other) noexcept = default;
 
@@ -106,8 +94,8 @@ AppleEventDescriptor AppleEventDescriptor::appleEvent(AEEventClass eventClass, A
                                                       AEReturnID returnID,
                                                       AETransactionID transactionID) {
   AppleEventDescriptor event(typeAppleEvent, {});
-  event.record_ = std::make_unique<Record>(
-      Record{eventClass, eventID, returnID, transactionID, std::move(target), {}, {}, {}});
+  event.record_.reset(
+      new Record{eventClass, eventID, returnID, transactionID, std::move(target), {}, {}, {}});
   return event;
 }
 
@@ -142,29 +130,10 @@ std::optional<AppleEventDescriptor> AppleEventDescriptor::coerceToDescriptorType
   return std::nullopt;
 }
 
-AppleEventDescriptor AppleEventDescriptor::listOfTexts(TextTable texts) {
-  AppleEventDescriptor list = listDescriptor();
-  list.record_ = std::make_unique<Record>();
-  list.record_->texts = std::move(texts);
-  return list;
-}
-
-std::size_t AppleEventDescriptor::numberOfTexts() const noexcept { return record_->texts.size(); }
-
-void AppleEventDescriptor::makeItems() const {
-  if (type_ != typeAEList) return;
-  items_.reserve(record_->texts.size());
-  for (OptionalString& text : record_->texts) {
-    items_.push_back(descriptorWithString(*std::move(text)));
-  }
-  record_.reset();
-}
-
 TextTable AppleEventDescriptor::takeTexts() {
   if (record_ != nullptr) return std::move(record_->texts);
-  TextTable texts;
-  texts.reserve(items_.size());
-  for (AppleEventDescriptor& item : items_) texts.push_back(std::move(item).stringValue());
+  TextTable texts(items_.size());
+  for (std::size_t k = 0; k < texts.size(); ++k) texts[k] = std::move(items_[k]).stringValue();
   return texts;
 }
 

@@ -78,7 +78,8 @@ constexpr std::size_t kLongData = std::size_t{16} << 10;
 // How much of the flattened form is long data.
 std::size_t longDataSize(const AppleEventDescriptor& descriptor) noexcept {
   std::size_t size = descriptor.data().size() >= kLongData ? descriptor.data().size() : 0;
-  for (std::size_t i = 1; i <= descriptor.numberOfItems(); ++i) {
+  const std::size_t count = descriptor.numberOfItems();
+  for (std::size_t i = 1; i <= count; ++i) {
     size += longDataSize(*descriptor.descriptorAtIndex(i));
   }
   if (descriptor.descriptorType() != typeAppleEvent) return size;
@@ -133,8 +134,9 @@ class Writer {
 
   void putPayload(const AppleEventDescriptor& descriptor) {
     if (descriptor.descriptorType() == typeAEList) {
-      put(static_cast<std::uint32_t>(descriptor.numberOfItems()));
-      for (std::size_t i = 1; i <= descriptor.numberOfItems(); ++i) {
+      const std::size_t count = descriptor.numberOfItems();
+      put(static_cast<std::uint32_t>(count));
+      for (std::size_t i = 1; i <= count; ++i) {
         put(*descriptor.descriptorAtIndex(i));
       }
     } else if (descriptor.descriptorType() == typeAppleEvent) {
@@ -243,14 +245,13 @@ class Reader {
     Reader reader(rest_, budget);
     DescType type = 0;
     std::string_view payload;
-    TextTable texts;
-    texts.reserve(count);
-    while (texts.size() < count) {
+    TextTable texts(count);
+    for (OptionalString& text : texts) {
       if (!reader.takeParts(type, payload, depth) || type != typeUnicodeText ||
           payload.size() >= kLongText) {
         return false;
       }
-      texts.emplace_back(std::in_place, payload);
+      text.emplace(payload);
     }
     budget_ = budget;
     rest_ = reader.rest_;
