@@ -94,8 +94,13 @@ AppleEventDescriptor AppleEventDescriptor::appleEvent(AEEventClass eventClass, A
                                                       AEReturnID returnID,
                                                       AETransactionID transactionID) {
   AppleEventDescriptor event(typeAppleEvent, {});
-  event.record_.reset(
-      new Record{eventClass, eventID, returnID, transactionID, std::move(target), {}, {}, {}});
+  event.record_ = std::make_unique<Record>();
+  Record& record = *event.record_;
+  record.eventClass = eventClass;
+  record.eventID = eventID;
+  record.returnID = returnID;
+  record.transactionID = transactionID;
+  record.target = std::move(target);
   return event;
 }
 
