@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/inotify.h>
 #include <sys/mount.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -12,16 +13,19 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "ClientComm/platform/linux/local_file.h"
 #include "ClientComm/platform/linux/patient_reader.h"
 #include "ClientComm/platform/linux/peer_identity.h"
 #include "ClientComm/platform/linux/runtime_file_name.h"
 #include "ClientComm/platform/linux/runtime_folder.h"
+#include "ClientComm/platform/posix/file_signature.h"
 #include "ClientComm/platform/posix/scoped_fd.h"
 #include "tests/support/child_process.h"
 #include "tests/support/system_calls.h"
@@ -79,6 +83,35 @@ TEST(InfoOfACaller, Of64KiBIsReadAndALargerOneIsNot) {
   support::writeFile(support::sandbox() + "/apps/Large.app/Contents/Info.plist",
                      infoOfSize(kLargestInfo + 1));
   EXPECT_EQ(identifierOf(second.pid()), std::nullopt);
+}
+
+TEST(InfoOfACaller, IsReadOnceForEachOfManyApplications) {
+  constexpr std::uint32_t kApplications = 200;
+  const ScopedFd opened(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  std::vector<ScopedFd> executables;
+  std::string info;
+  for (std::uint32_t i = 0; i < kApplications; ++i) {
+    const std::string name = "Many" + std::to_string(i);
+    const std::string application = support::makeApplication(name, "com.example." + name, "waiter");
+    executables.emplace_back(open(support::executableOf(application).c_str(), O_PATH | O_CLOEXEC));
+    info = application + "/Contents/Info.plist";
+    ASSERT_GE(inotify_add_watch(opened.get(), info.c_str(), IN_OPEN), 0);
+  }
+  const auto areReadBy = [&](std::uint32_t firstToken) {
+    for (std::uint32_t i = 0; i < kApplications; ++i) {
+      EXPECT_TRUE(serialNumberForPeer(0, executables[i].get(), firstToken + i));
+    }
+    alignas(inotify_event) char events[4096];
+    bool isAny = false;
+    while (read(opened.get(), events, sizeof events) > 0) isAny = true;
+    return isAny;
+  };
+  ASSERT_TRUE(support::waitUntil([&] {
+    const auto signature = clientcomm::FileSignature::ofFile(info);
+    return signature && signature->isSettled();
+  }));
+  EXPECT_TRUE(areReadBy(1000));
+  EXPECT_FALSE(areReadBy(2000));
 }
 
 TEST(InfoOfACaller, ThatIsALinkIsNotFollowed) {

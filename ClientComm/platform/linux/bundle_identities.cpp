@@ -94,7 +94,8 @@ class BundleIdentities {
     Clock::time_point readAt;
     std::optional<BundleIdentity> identity;
   };
-  static constexpr std::size_t kCapacity = 128;
+  // More than the hosts of one user: beyond it all are read again and again.
+  static constexpr std::size_t kCapacity = 1024;
   static constexpr std::chrono::minutes kRemoteValidity{1};
 
   std::mutex mutex_;  // TQHPProcessList is for any thread
