@@ -1,6 +1,7 @@
 #include "ClientComm/TQHPHelperCommunicate.h"
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <tuple>
@@ -152,59 +153,66 @@ OSErr sendToRunningHelper(TQHPHelperCommunicate& controller, Send send) {
   return status == clientcomm::noErr ? send() : status;
 }
 
-using clientcomm::method;
 using Self = TQHPHelperCommunicate;
+
+void append(std::vector<clientcomm::Method>& methods, const char* selector,
+            std::size_t argumentCount, decltype(clientcomm::Method::invoke) invoke) {
+  methods.push_back({selector, argumentCount, invoke});
+}
+
+template <auto kFunction>
+void add(std::vector<clientcomm::Method>& methods, const char* selector) {
+  constexpr clientcomm::Method kMethod = clientcomm::method<kFunction>("");
+  append(methods, selector, kMethod.argumentCount, kMethod.invoke);
+}
 
 // Every method whose parameters are all strings. Those with a flag, a status or a delegate cannot
 // be called by name, as only strings travel. Made by code: the loader would relocate a table of
 // them in every process.
 void addMethodsOfHelper(std::vector<clientcomm::Method>& methods) {
-  methods.push_back(method<&Self::startHelper>("startHelper"));
-  methods.push_back(method<&Self::stopHelper>("stopHelper"));
-  methods.push_back(method<&Self::isAliveHelper>("isAliveHelper"));
-  methods.push_back(method<&Self::showHelper>("showHelper"));
-  methods.push_back(method<&Self::hideHelper>("hideHelper"));
-  methods.push_back(method<&Self::autoRestartHelper>("autoRestartHelper"));
-  methods.push_back(method<&Self::getDefaultHelperServerOpen>("getDefaultHelperServerOpen"));
-  methods.push_back(method<&Self::synthesizeUserDefault>("synthesizeUserDefault"));
-  methods.push_back(method<&Self::firstStartPID>("firstStartPID"));
-  methods.push_back(method<&Self::clientIDFormHelper>("clientIDFormHelper"));
-  methods.push_back(method<&Self::clientID>("clientID"));
-  methods.push_back(method<&Self::willHelperExit>("willHelperExit"));
-  methods.push_back(method<&Self::typeOfCharacter>("typeOfCharacter:"));
-  methods.push_back(method<&Self::splitVersionString>("splitVersionString:"));
-  methods.push_back(method<&Self::compareVersion>("compareVersion:toVersion:"));
-  methods.push_back(method<&Self::extractHelper>("extractHelper"));
-  methods.push_back(method<&Self::launchHelepr>("launchHelepr"));
-  methods.push_back(method<&Self::appPath>("appPath:"));
+  add<&Self::startHelper>(methods, "startHelper");
+  add<&Self::stopHelper>(methods, "stopHelper");
+  add<&Self::isAliveHelper>(methods, "isAliveHelper");
+  add<&Self::showHelper>(methods, "showHelper");
+  add<&Self::hideHelper>(methods, "hideHelper");
+  add<&Self::autoRestartHelper>(methods, "autoRestartHelper");
+  add<&Self::getDefaultHelperServerOpen>(methods, "getDefaultHelperServerOpen");
+  add<&Self::synthesizeUserDefault>(methods, "synthesizeUserDefault");
+  add<&Self::firstStartPID>(methods, "firstStartPID");
+  add<&Self::clientIDFormHelper>(methods, "clientIDFormHelper");
+  add<&Self::clientID>(methods, "clientID");
+  add<&Self::willHelperExit>(methods, "willHelperExit");
+  add<&Self::typeOfCharacter>(methods, "typeOfCharacter:");
+  add<&Self::splitVersionString>(methods, "splitVersionString:");
+  add<&Self::compareVersion>(methods, "compareVersion:toVersion:");
+  add<&Self::extractHelper>(methods, "extractHelper");
+  add<&Self::launchHelepr>(methods, "launchHelepr");
+  add<&Self::appPath>(methods, "appPath:");
 }
 
 void addMethodsOfServices(std::vector<clientcomm::Method>& methods) {
-  methods.push_back(method<&Self::productUpgrade>("productUpgrade"));
-  methods.push_back(method<&Self::getProductUpgradeDelegate>("getProductUpgradeDelegate"));
-  methods.push_back(
-      method<&Self::uploadLogByEmail>("uploadLogByEmail:filePath:title:description:"));
-  methods.push_back(method<&Self::uploadUserFile>("uploadUserFile:filePath:title:description:"));
-  methods.push_back(
-      method<&Self::uploadProductFile>("uploadProductFile:filePath:title:description:"));
-  methods.push_back(method<&Self::checkForHeleprMessage>("checkForHeleprMessage"));
-  methods.push_back(method<&Self::customerserviceByEmail>("customerserviceByEmail:attachment:"));
-  methods.push_back(method<&Self::commIncreaseDataCollect>("commIncreaseDataCollect:key:"));
-  methods.push_back(
-      method<&Self::autoCreatedIncreaseDataCollect>("autoCreatedIncreaseDataCollect:key:"));
-  methods.push_back(method<&Self::customStringDataCollect>("customStringDataCollect:value:"));
-  methods.push_back(method<&Self::directUploadData>("directUploadData"));
-  methods.push_back(method<&Self::productCollectStatus>("productCollectStatus"));
-  methods.push_back(method<&Self::setCollectDataPID>("setCollectDataPID:"));
-  methods.push_back(method<&Self::collectDataPID>("collectDataPID"));
-  methods.push_back(method<&Self::initDataCollectionPath>("initDataCollectionPath:"));
-  methods.push_back(method<&Self::regSuiteInfo>("regSuiteInfo"));
-  methods.push_back(method<&Self::unRegSuiteInfo>("unRegSuiteInfo"));
-  methods.push_back(method<&Self::netErrorPagePath>("netErrorPagePath"));
-  methods.push_back(method<&Self::saveTipsEnable>("saveTipsEnable"));
-  methods.push_back(method<&Self::saveEnableAD>("saveEnableAD"));
-  methods.push_back(method<&Self::searchPlistFilePath>("searchPlistFilePath:"));
-  methods.push_back(method<&Self::searchCurrentStringsFilePath>("searchCurrentStringsFilePath:"));
+  add<&Self::productUpgrade>(methods, "productUpgrade");
+  add<&Self::getProductUpgradeDelegate>(methods, "getProductUpgradeDelegate");
+  add<&Self::uploadLogByEmail>(methods, "uploadLogByEmail:filePath:title:description:");
+  add<&Self::uploadUserFile>(methods, "uploadUserFile:filePath:title:description:");
+  add<&Self::uploadProductFile>(methods, "uploadProductFile:filePath:title:description:");
+  add<&Self::checkForHeleprMessage>(methods, "checkForHeleprMessage");
+  add<&Self::customerserviceByEmail>(methods, "customerserviceByEmail:attachment:");
+  add<&Self::commIncreaseDataCollect>(methods, "commIncreaseDataCollect:key:");
+  add<&Self::autoCreatedIncreaseDataCollect>(methods, "autoCreatedIncreaseDataCollect:key:");
+  add<&Self::customStringDataCollect>(methods, "customStringDataCollect:value:");
+  add<&Self::directUploadData>(methods, "directUploadData");
+  add<&Self::productCollectStatus>(methods, "productCollectStatus");
+  add<&Self::setCollectDataPID>(methods, "setCollectDataPID:");
+  add<&Self::collectDataPID>(methods, "collectDataPID");
+  add<&Self::initDataCollectionPath>(methods, "initDataCollectionPath:");
+  add<&Self::regSuiteInfo>(methods, "regSuiteInfo");
+  add<&Self::unRegSuiteInfo>(methods, "unRegSuiteInfo");
+  add<&Self::netErrorPagePath>(methods, "netErrorPagePath");
+  add<&Self::saveTipsEnable>(methods, "saveTipsEnable");
+  add<&Self::saveEnableAD>(methods, "saveEnableAD");
+  add<&Self::searchPlistFilePath>(methods, "searchPlistFilePath:");
+  add<&Self::searchCurrentStringsFilePath>(methods, "searchCurrentStringsFilePath:");
 }
 
 std::vector<clientcomm::Method> callableMethods() {
