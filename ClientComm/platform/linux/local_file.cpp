@@ -112,7 +112,7 @@ std::optional<MountID> uniqueMountOf(int file) noexcept {
 // longer with each mount. The system call of Linux 6.8 and its structures, which the headers of
 // earlier systems lack.
 bool isLocalByID(MountID unique) noexcept {
-  constexpr long kStatmount = 457;
+  constexpr int kStatmount = 457;
   constexpr std::uint64_t kFileSystemType = 0x20;
   struct {
     std::uint32_t size = 24;
