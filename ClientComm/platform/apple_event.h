@@ -107,8 +107,8 @@ class AppleEventDescriptor {
   /// Makes room for `count` items.
   void reserveItems(std::size_t count) { items_.reserve(count); }
 
-  /// A list of texts, each of type 'utxt'. Takes less memory and time than one descriptor for each,
-  /// which are made when an item is asked for.
+  /// A list of texts, none of them nil, each of type 'utxt'. Takes less memory and time than one
+  /// descriptor for each, which are made when an item is asked for.
   static AppleEventDescriptor listOfTexts(TextTable texts);
   /// The `stringValue` of each item of a list, taken out of it; empty for anything else.
   TextTable takeTexts();

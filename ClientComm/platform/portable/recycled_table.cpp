@@ -11,9 +11,9 @@ constexpr std::size_t kSmallSize = 1000;
 
 constexpr std::size_t kLargestSpare = std::size_t{8} << 10;
 
-/// The table that was freed last. It begins with its size.
+/// The table that was freed last. It begins with its size. Other threads may outlive it.
 struct Spare {
-  ~Spare() { ::operator delete(table.load()); }
+  ~Spare() { ::operator delete(table.exchange(nullptr)); }
 
   std::atomic<std::size_t*> table;
 };
