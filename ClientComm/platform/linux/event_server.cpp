@@ -196,8 +196,6 @@ void EventServer::servePostponed(PostponedEvent event, Budget budget) {
   }
 }
 
-// The handler of calls serves no caller without identity: its result is nil. So the body of such an
-// event, which may be large, is not decoded.
 // The body of the packet shows that its sender may look into this process.
 void EventServer::watch(PeerConnection& connection, const Envelope& envelope) {
   const std::string proof = accessProof(ProcPath::ofThisProcess(kAccessProofFile));
@@ -211,6 +209,8 @@ void EventServer::watch(PeerConnection& connection, const Envelope& envelope) {
   }
 }
 
+// The handler of calls serves no caller without identity: its result is nil. So the body of such an
+// event, which may be large, is not decoded.
 void EventServer::refuse(const PeerConnection& connection, const Envelope& envelope,
                          PeerKind caller) {
   const bool wantsReply = envelope.kind == PacketKind::kEventWantingReply;
