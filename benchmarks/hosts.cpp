@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ClientComm/TQHPHelper.h"
+#include "benchmarks/support/peers.h"
 #include "benchmarks/support/process_status.h"
 #include "benchmarks/support/product.h"
 #include "tests/support/child_process.h"
@@ -42,20 +43,23 @@ support::ChildProcess startHost(std::size_t number) {
 struct Use {
   ProcessorUse host;
   ProcessorUse helper;
+  ProcessorUse server;  ///< The floor of the helper: takes the packets of as many bare processes.
   double calls = 0;
 };
 
 Use useOf(pid_t host, pid_t helper) {
-  return {processorUseOf(host), processorUseOf(helper), static_cast<double>(aliveCalls().value())};
+  return {processorUseOf(host), processorUseOf(helper),
+          processorUseOf(socketServer().process.pid()), static_cast<double>(aliveCalls().value())};
 }
 
 void print(std::size_t hosts, const Use& before, const Use& after, int seconds) {
   constexpr double kPercent = 100;
   std::printf(
       "    {\"hosts\": %zu, \"helper_cpu_percent\": %.4f, \"helper_wake_ups_per_second\": %.2f, "
-      "\"calls_per_second\": %.2f, \"host_cpu_percent\": %.4f}",
+      "\"floor_cpu_percent\": %.4f, \"calls_per_second\": %.2f, \"host_cpu_percent\": %.4f}",
       hosts, (after.helper.seconds - before.helper.seconds) / seconds * kPercent,
       (after.helper.wakeUps - before.helper.wakeUps) / seconds,
+      (after.server.seconds - before.server.seconds) / seconds * kPercent,
       (after.calls - before.calls) / seconds,
       (after.host.seconds - before.host.seconds) / seconds * kPercent);
 }
@@ -66,9 +70,13 @@ int measureHosts(int seconds, bool isSmoke) {
   const std::vector<std::size_t> counts =
       isSmoke ? std::vector<std::size_t>{1, 3} : std::vector<std::size_t>{1, 10, 50, 100, 200, 500};
   std::vector<support::ChildProcess> hosts;
+  std::vector<support::ChildProcess> bare;
   std::printf("{\n  \"seconds\": %d,\n  \"counts\": [\n", seconds);
   for (const std::size_t count : counts) {
-    while (hosts.size() < count) hosts.push_back(startHost(hosts.size()));
+    while (hosts.size() < count) {
+      hosts.push_back(startHost(hosts.size()));
+      bare.push_back(startTicking());
+    }
     const pid_t helper = helperProcess();
     if (helper == 0) return 1;
     std::this_thread::sleep_for(std::chrono::seconds(1));  // the last start is over

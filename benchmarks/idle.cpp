@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <vector>
 
 #include "ClientComm/TQHPHelper.h"
+#include "benchmarks/support/peers.h"
 #include "benchmarks/support/process_status.h"
 #include "benchmarks/support/product.h"
 
@@ -40,14 +42,23 @@ int measureIdling(int seconds) {
   TQHPHelper::share();
   const pid_t helper = helperProcess();
   if (helper == 0) return 1;
+  const support::ChildProcess floor = startTicking();
+  const struct {
+    const char* name;
+    pid_t pid;
+  } processes[] = {{"host", getpid()},
+                   {"helper", helper},
+                   {"floor of the host", floor.pid()},
+                   {"floor of the helper", socketServer().process.pid()}};
   runMainLoopFor(1);
-  const ProcessorUse hostBefore = processorUseOf(getpid());
-  const ProcessorUse helperBefore = processorUseOf(helper);
+  std::vector<ProcessorUse> before;
+  for (const auto& process : processes) before.push_back(processorUseOf(process.pid));
   runMainLoopFor(seconds);
   std::printf("{\n  \"seconds\": %d,\n  \"processes\": [\n", seconds);
-  print("host", hostBefore, processorUseOf(getpid()), seconds);
-  std::printf(",\n");
-  print("helper", helperBefore, processorUseOf(helper), seconds);
+  for (std::size_t i = 0; i < before.size(); ++i) {
+    if (i > 0) std::printf(",\n");
+    print(processes[i].name, before[i], processorUseOf(processes[i].pid), seconds);
+  }
   std::printf("\n  ]\n}\n");
   return 0;
 }

@@ -211,12 +211,14 @@ def rest(idling):
     if idling is None:
         return ""
     processes = {process["process"]: process for process in idling["processes"]}
-    text = (f"\n| a day of idling, by {idling['seconds']} s of it | measured | must reach | reached |\n"
-            "|---|---|---|---|\n")
+    text = (f"\n| a day of idling, by {idling['seconds']} s of it | measured | floor | must reach | "
+            "reached |\n|---|---|---|---|---|\n")
     for row in RESTS:
         value = processes[row.process][row.figure]
+        floor = processes["floor of the " + row.process][row.figure]
         reached = "-" if row.limit is None else "yes" if value <= row.limit else "**no**"
-        text += (f"| {row.title} | {value:,.{row.digits}f}{row.unit} | {row.demand or '-'} | "
+        text += (f"| {row.title} | {value:,.{row.digits}f}{row.unit} | {floor:,.{row.digits}f}{row.unit} | "
+                 f"{row.demand or '-'} | "
                  f"{reached} |\n")
     return text
 
@@ -225,9 +227,9 @@ def hosts(measured):
     """The lines of a helper beside many hosts."""
     if measured is None:
         return ""
-    text = (f"\n| hosts on one helper, {measured['seconds']} s each | helper, of a processor | "
+    text = (f"\n| hosts on one helper, {measured['seconds']} s each | helper, of a processor | floor | "
             "helper, for each call | calls a second | wake-ups of the helper a second | must reach | "
-            "reached |\n|---|---|---|---|---|---|---|\n")
+            "reached |\n|---|---|---|---|---|---|---|---|\n")
     for count in measured["counts"]:
         percent = count["helper_cpu_percent"]
         calls = count["calls_per_second"]
@@ -235,7 +237,7 @@ def hosts(measured):
         demand = "- | -"
         if count["hosts"] == DEMANDED_HOSTS:
             demand = f"< {MOST_PERCENT} % | " + ("yes" if percent < MOST_PERCENT else "**no**")
-        text += (f"| {count['hosts']} | {percent:.3f} % | {each} | {calls:.1f} | "
+        text += (f"| {count['hosts']} | {percent:.3f} % | {count['floor_cpu_percent']:.3f} % | {each} | {calls:.1f} | "
                  f"{count['helper_wake_ups_per_second']:.1f} | {demand} |\n")
     return text
 
@@ -270,9 +272,13 @@ def plot(chart, results, folder):
 
 def plot_hosts(measured, folder):
     chart = Chart("hosts", "A helper's share of a processor beside idle hosts", "hosts", "", "", False)
-    points = "\n".join(" ".join([str(count["hosts"]), *[str(count["helper_cpu_percent"])] * 3])
-                       for count in measured["counts"])
-    draw(chart, [("helper", "#1f6fb4", points)], folder, "%g %%")
+    sides = []
+    for figure, label, color in (("helper_cpu_percent", "helper", "#1f6fb4"),
+                                 ("floor_cpu_percent", "raw sockets", "#6b6b6b")):
+        points = (" ".join([str(count["hosts"]), *[str(count[figure])] * 3])
+                  for count in measured["counts"])
+        sides.append((label, color, "\n".join(points)))
+    draw(chart, sides, folder, "%g %%")
 
 
 def draw(chart, sides, folder, format_y):

@@ -57,23 +57,24 @@ class BenchReportTest(unittest.TestCase):
     def test_a_day_of_idling_is_compared_with_the_calls_of_a_day(self):
         def process(name, seconds, wake_ups):
             return {"process": name, "cpu_seconds_per_day": seconds, "wake_ups_per_day": wake_ups}
+        floors = [process("floor of the host", 0.5, 17280), process("floor of the helper", 1, 17281)]
         text = bench_report.rest({"seconds": 60, "processes": [
-            process("host", 2.5, 17568), process("helper", 1, 17280)]})
-        self.assertIn("| host: processor time | 2.50 s | ≤ 2 s | **no** |", text)
-        self.assertIn("| host: wake-ups | 17,568 | - | - |", text)
-        self.assertIn("| helper: wake-ups | 17,280 | one for each call | yes |", text)
+            process("host", 2.5, 17568), process("helper", 1, 17280), *floors]})
+        self.assertIn("| host: processor time | 2.50 s | 0.50 s | ≤ 2 s | **no** |", text)
+        self.assertIn("| host: wake-ups | 17,568 | 17,280 | - | - |", text)
+        self.assertIn("| helper: wake-ups | 17,280 | 17,281 | one for each call | yes |", text)
         text = bench_report.rest({"seconds": 60, "processes": [
-            process("host", 2, 0), process("helper", 1, 34560)]})
-        self.assertIn("| host: processor time | 2.00 s | ≤ 2 s | yes |", text)
-        self.assertIn("| helper: wake-ups | 34,560 | one for each call | **no** |", text)
+            process("host", 2, 0), process("helper", 1, 34560), *floors]})
+        self.assertIn("| host: processor time | 2.00 s | 0.50 s | ≤ 2 s | yes |", text)
+        self.assertIn("| helper: wake-ups | 34,560 | 17,281 | one for each call | **no** |", text)
 
     def test_only_one_number_of_hosts_has_a_demand(self):
         def count(hosts, percent):
             return {"hosts": hosts, "helper_cpu_percent": percent, "calls_per_second": hosts / 5,
-                    "helper_wake_ups_per_second": 1.5}
+                    "helper_wake_ups_per_second": 1.5, "floor_cpu_percent": 0.0005}
         text = bench_report.hosts({"seconds": 20, "counts": [count(1, 0.001), count(100, 0.2)]})
-        self.assertIn("| 1 | 0.001 % | 50.0 µs | 0.2 | 1.5 | - | - |", text)
-        self.assertIn("| 100 | 0.200 % | 100 µs | 20.0 | 1.5 | < 0.1 % | **no** |", text)
+        self.assertIn("| 1 | 0.001 % | 0.001 % | 50.0 µs | 0.2 | 1.5 | - | - |", text)
+        self.assertIn("| 100 | 0.200 % | 0.001 % | 100 µs | 20.0 | 1.5 | < 0.1 % | **no** |", text)
         text = bench_report.hosts({"seconds": 20, "counts": [count(100, 0.05)]})
         self.assertIn("| < 0.1 % | yes |", text)
 
@@ -95,11 +96,12 @@ class BenchReportTest(unittest.TestCase):
         self.assertNotIn("sd-bus", image)
 
     def test_the_helper_beside_hosts_is_plotted(self):
-        bench_report.plot_hosts({"counts": [{"hosts": 1, "helper_cpu_percent": 0.01},
-                                            {"hosts": 500, "helper_cpu_percent": 2}]}, self.folder)
+        bench_report.plot_hosts({"counts": [
+            {"hosts": 1, "helper_cpu_percent": 0.01, "floor_cpu_percent": 0.01},
+            {"hosts": 500, "helper_cpu_percent": 2, "floor_cpu_percent": 1}]}, self.folder)
         with open(os.path.join(self.folder, "hosts.svg"), encoding="utf-8") as file:
             image = file.read()
-        self.assertIn("helper", image)
+        self.assertIn("raw sockets", image)
         self.assertIn("500", image)
 
     def test_a_logarithmic_curve_leaves_out_the_size_0(self):

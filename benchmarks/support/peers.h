@@ -58,6 +58,9 @@ Peer& socketServer();
 bool sendPacketToServer(std::size_t size);
 /// The same, and waits for a packet of `replySize` bytes.
 bool exchangePacketWithServer(std::size_t size, std::size_t replySize);
+/// A process that does what a host's tick cannot do without, at the same instant of a second as
+/// other programs' timers, every 5 s: looks at a file and sends the server a packet.
+support::ChildProcess startTicking();
 /// Connects to a name that nobody has. @return whether that failed, as it should.
 bool connectToNobody();
 

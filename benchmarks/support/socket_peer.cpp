@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "ClientComm/platform/linux/runtime_folder.h"
 #include "ClientComm/platform/linux/socket_format.h"
@@ -123,6 +124,22 @@ Peer& socketServer() {
 bool sendPacketToServer(std::size_t size) {
   const ScopedFd connection = connectTo(serverAddress());
   return connection.isValid() && sendTo(connection, size, 0);
+}
+
+support::ChildProcess startTicking() {
+  socketServer();
+  return support::ChildProcess::fork([] {
+    constexpr std::size_t kTickSize = 256;
+    constexpr time_t kInterval = 5;
+    timespec next{};
+    for (clock_gettime(CLOCK_MONOTONIC, &next);; next.tv_sec += kInterval) {
+      next.tv_nsec = 0;
+      clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, nullptr);
+      struct stat status {};
+      stat(serverAddress().sun_path, &status);
+      if (!sendPacketToServer(kTickSize)) return 1;
+    }
+  });
 }
 
 bool exchangePacketWithServer(std::size_t size, std::size_t replySize) {
