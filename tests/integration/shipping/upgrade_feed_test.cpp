@@ -351,7 +351,9 @@ TEST_F(UpgradeFeed, AnInstallerIsNotRunAgainAfterAKill) {
   startHelper();
   EXPECT_EQ(ask(), 0);
   EXPECT_EQ(proxy().productReadyToUpgrade("P100", "1.2.3", "1"), 0);
-  ASSERT_TRUE(support::waitUntil([] { return fs::exists(sandbox() + "/installed"); }));
+  // The shell makes the file before it writes to it.
+  ASSERT_TRUE(
+      support::waitUntil([] { return support::readFile(sandbox() + "/installed") == "run\n"; }));
   killHelper();
   startHelper();
   EXPECT_TRUE(waitForOutcome("interrupted"));
