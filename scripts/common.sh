@@ -58,7 +58,7 @@ interposable_suites=(
 )
 # without the tests of which program runs, those that count allocations, and a few that take too long.
 uninterposable_tests=(
-  RunningProgram Caller Allocat EveryCharacter SlowImplementation BeyondMeasure MemoryRunsOut
+  RunningProgram Caller Allocat RecycledTable EveryCharacter SlowImplementation BeyondMeasure MemoryRunsOut
 )
 
 # These tests as a negative filter of GoogleTest.
