@@ -245,6 +245,25 @@ TEST(LocalFile, IsOpenedByThePathThatHasNoLinkWithCachedNamesAndWithout) {
   EXPECT_EQ(child.wait(), 0);
 }
 
+// ramfs stands for any file system whose type is not known to be local.
+TEST(LocalFile, IsOneByTheTypeOfItsFileSystemAlsoWhereItsNamesAreCached) {
+  const std::string folder = fs::canonical(support::sandbox()) / "mounted";
+  fs::create_directory(folder);
+  const int status = runWithMounts([&] {
+    const auto accessOn = [&](const char* type) {
+      if (mount(type, folder.c_str(), type, 0, nullptr) != 0) return std::optional<LocalAccess>();
+      support::writeFile(folder + "/file", "x");
+      return std::optional(clientcomm::openLocalFile(folder + "/file").access);
+    };
+    const auto unknown = accessOn("ramfs");
+    const auto known = accessOn("tmpfs");
+    if (!unknown || !known) return kNotAllowed;
+    return unknown == LocalAccess::kMayBlock && known == LocalAccess::kOpen ? 0 : 1;
+  });
+  if (status == kNotAllowed) GTEST_SKIP() << "nothing can be mounted here";
+  EXPECT_EQ(status, 0);
+}
+
 TEST(ExecutableOnAFileSystemThatDoesNotAnswer, IsNotAskedWhetherItIsRemoved) {
   const std::string application = support::makeApplication("X (deleted)", kIdentifier, "waiter");
   const ChildProcess process = startUnrecorded(application);
@@ -270,7 +289,6 @@ TEST(ExecutableOnAFileSystemThatDoesNotAnswer, IsNotAskedForItsKindWhenItIsHande
   EXPECT_EQ(status, 0);
 }
 
-// ramfs stands for any file system whose type is not known to be local.
 TEST(InfoOnAnotherFileSystem, IsReadByAProcessThatIsGoneAfterwards) {
   const std::string application = makeWaiter();
   const ChildProcess process = startUnrecorded(application);
