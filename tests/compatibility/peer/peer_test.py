@@ -297,8 +297,8 @@ class PythonHelper(Sandbox):
         )
         self.program = os.path.join(host, "Contents/Linux/SampleHost")
 
-    def host(self, *command):
-        done = subprocess.run(
+    def run_host(self, *command):
+        return subprocess.run(
             [self.program, *command],
             env=self.environment,
             stdout=subprocess.PIPE,
@@ -306,6 +306,9 @@ class PythonHelper(Sandbox):
             timeout=2 * PATIENCE,
             check=False,
         )
+
+    def host(self, *command):
+        done = self.run_host(*command)
         self.assertEqual(done.returncode, 0, f"{command}: {done.stdout}")
         return done.stdout
 
@@ -418,7 +421,8 @@ class PythonHelper(Sandbox):
         info["CFBundleVersion"] = "1.0.1"
         with open(path, "wb") as file:
             plistlib.dump(info, file)
-        self.host("client-id")
+        # The old helper may end while it is asked.
+        self.assertTrue(wait_until(lambda: self.run_host("client-id").returncode == 0))
         self.assert_called(CONTROL, "exitHelper:productVersion:", HOST_PRODUCT)
         self.assertTrue(
             wait_until(lambda: len(self.processes()) == 1 and self.processes() != old)
