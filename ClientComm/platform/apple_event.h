@@ -96,7 +96,9 @@ class AppleEventDescriptor {
 
   /// Number of items of a list; 0 for anything else.
   std::size_t numberOfItems() const noexcept;
-  /// Item `index` (1-based) of a list; null when there is none.
+  /// Item `index` (1-based) of a list; null when there is none. A list of texts makes its items
+  /// when it is asked for the first, also a const one: not from two threads at once, and it throws
+  /// std::bad_alloc where memory runs out.
   const AppleEventDescriptor* descriptorAtIndex(std::size_t index) const;
   AppleEventDescriptor* descriptorAtIndex(std::size_t index);
   /// Puts `item` at `index` (1-based): replaces the item there; an index beyond the last, or 0,
